@@ -1,0 +1,11 @@
+#include "store/log.h"
+
+#include <cstdarg>
+#include <syslog.h>
+
+void tarn_log(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    vsyslog(LOG_ERR, format, arguments);
+    va_end(arguments);
+}

@@ -1,0 +1,20 @@
+// The system log. Every failure is told here once, where it is found; nothing of it reaches
+// standard output. Lines go out at LOG_ERR; the log is never opened first. `%m` is the text of
+// errno, as the system log has it.
+#pragma once
+
+// The one way out; the macros below put the names in front.
+[[gnu::format(printf, 1, 2)]] void tarn_log(const char* format, ...);
+
+// "ERR: <function>(<line>) " and the message. Macros, since the log carries the bare __func__;
+// called from named functions, since in a lambda that is "operator()".
+#define log_err(message, ...) log_err_as(__func__, message __VA_OPT__(, ) __VA_ARGS__)
+// The same under another name: for names that the language reserves.
+#define log_err_as(name, message, ...) \
+    tarn_log("ERR: %s(%d) " message, name, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+// "<function>(<line>) " and the message: for what is told and is no failure of this function.
+#define log_note(message, ...) \
+    tarn_log("%s(%d) " message, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+// "tarn:<line>" and the message: the service messages.
+#define log_service(message, ...) \
+    tarn_log("%s:%d" message, "tarn", __LINE__ __VA_OPT__(, ) __VA_ARGS__)
