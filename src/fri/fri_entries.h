@@ -1,0 +1,18 @@
+// Entries of the group index, one at a time: each write rewrites the entry's 512-byte block with a
+// fresh checksum. Below: fri_file.h, data_node.h. Above: the group list, the journal, dumps.
+#pragma once
+
+#include "fri/fri_file.h"
+
+// Reads the entry of `group` in the current index; the block's checksum is not looked at. Returns
+// the bytes read (8; 0 past the end of the file, entry 0); negative on a read error, logged.
+int fri_entry_read(fri_entry* entry, uint64_t group);
+// Writes it. 0, or -1, logged; a group past the index's capacity is refused.
+int fri_entry_write(const fri_entry* entry, uint64_t group);
+
+// Sets the init bit of a group, and raises fri_group_count (saved at once) when it is the highest.
+// 0, or -1, logged.
+int tarn_fri_set_init_bit(uint64_t group);
+
+void show_fri_entry(const fri_entry* entry);  // one line on standard output; null is logged
+int dump_fri_group(uint64_t group);           // number and entry; 0, or -1, logged

@@ -1,0 +1,54 @@
+// The group index as a file: header, creation, loading, saving, closing; the one current index of
+// the process, handles beside it, and the uuid of any metadata file.
+// Below: meta nodes, file primitives. Above: the table's file and entries, the index's entries.
+#pragma once
+
+#include "fri/fri_format.h"
+#include "store/data_node.h"
+#include "store/handle_prefix.h"
+
+// The current index. fd 0: none is open. The counters change in memory and reach the disk by
+// save_fri only.
+struct fri_file {
+    int fd;
+    fri_header header;
+};
+extern fri_file current_fri;
+
+// An index open beside the current one. Its owner allocates it zeroed and frees it. It begins like
+// handle_prefix.
+struct fri_handle {
+    int fd;
+    char path[PATH_TEXT_SIZE];
+    list_link link;
+    fri_header header;
+    uint8_t* buffer;  // released on close; null as a rule
+    data_node node;
+    uint64_t node_num;
+};
+static_assert(offsetof(fri_handle, path) == offsetof(handle_prefix, path));
+static_assert(offsetof(fri_handle, link) == offsetof(handle_prefix, link));
+static_assert(offsetof(fri_handle, header) == offsetof(handle_prefix, head));
+
+// All return 0, or -1, logged, unless said otherwise.
+
+// Opens `path` as the current index. After a failure the descriptor that was opened stays set:
+// the caller closes.
+int load_fri(const char* path);
+// Syncs and closes the current index; nothing to do when none is open.
+void close_fri();
+// Writes the current header with fresh checksums.
+int save_fri();
+// Creates `newpath` with the uuid of the file at `oldpath` (null, or unreadable: a fresh one) and
+// makes it the current index. The header is only in memory until save_fri.
+int create_fri(const char* newpath, const char* oldpath);
+
+int load_fri_handle(fri_handle* handle, const char* name);  // a wrong magic code is only logged
+int close_fri_handle(fri_handle* handle);
+
+// Reads the uuid of any metadata file (a table's too).
+int extract_fri_uuid(const char* name, uint8_t* uuid_out);
+
+int dump_fri_meta();  // prints the current header
+// Replaces the uuid of the current header and prints it before and after; the caller saves.
+void set_fri_uuid(const uint8_t* uuid);

@@ -1,0 +1,8 @@
+// The full relink: every group's free list and the list of groups, rebuilt from the table.
+// Below: fri_entries.h, tbl_freelist.h. Above: finalize and reconstruct.
+#pragma once
+
+// Recounts every initialised group of the current index from the current table, chains the groups
+// that have free extents in ascending order and saves the index's header. Prints its progress.
+// 0, or -1 at the first failure, logged; what was written stays written.
+int tarn_link_fri_group();

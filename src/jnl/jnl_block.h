@@ -1,0 +1,26 @@
+// One block of the ring: reading it with its checksum test, and the report on its counts.
+// Below: jnl_file.h. Above: the commit search, the walk, the dumps.
+#pragma once
+
+#include "jnl/jnl_format.h"
+
+// Reads block `n` of the open journal into `block`, which always ends up holding what was read,
+// with the stored checksum in place (0: the block was never written). Returns the bytes read; -1
+// when the read failed, the checksum differs or the block is all zero, each logged.
+int jnl_block_read(jnl_block* block, uint64_t n);
+
+// Reports, to the log only, counts and entry types that a block may not have. Nothing is rejected:
+// who needs a limit enforces it. m2d, the other direction, looks at all seven entries of a FILE
+// block whatever its count, deliberate.
+void tarn_jnl_block_d2m(const jnl_block* block);
+void tarn_jnl_block_m2d(const jnl_block* block);
+int tarn_jnl_block_entry_d2m(const jnl_file_entry* entry);  // 0, or -1, logged
+int tarn_jnl_block_entry_m2d(const jnl_file_entry* entry);
+
+// Neighbours in a ring of `total` blocks, `total` not 0; nothing overflows.
+constexpr uint64_t jnl_next_block(uint64_t n, uint64_t total) {
+    return n % total + 1 == total ? 0 : n % total + 1;
+}
+constexpr uint64_t jnl_previous_block(uint64_t n, uint64_t total) {
+    return n == 0 ? total - 1 : (n - 1) % total;
+}

@@ -1,0 +1,30 @@
+// The commit search: the newest transaction that was written completely, and the one before a
+// given one. Stateless, writes nothing. Below: jnl_block.h. Above: the walk, the dumps.
+#pragma once
+
+#include "jnl/jnl_format.h"
+
+// 1: the trace lines ("MESG: ...") stay silent. Set once at start and never cleared.
+extern int jnl_search_quiet;
+
+// A transaction in the ring: its first and last block, and what was read there.
+struct jnl_commit {
+    uint64_t start;
+    uint64_t last;
+    jnl_block start_block;
+    jnl_block last_block;
+};
+
+// Moves *pos back to the first, or forward to the last, block of the transaction that holds it,
+// one lap of the ring at most; `block` holds the block at *pos. 0, or -1.
+int commit_start_block(uint64_t* pos, jnl_block* block, uint64_t total);
+int commit_last_block(uint64_t* pos, jnl_block* block, uint64_t total);
+
+// The transaction that holds block `n`, whole. 0, or -1.
+int find_complete_commit(uint64_t n, jnl_commit* commit, uint64_t total);
+// The transaction that ends at block `n`, just before the one with id `trans_id`. 0, or -1 where
+// the history ends.
+int prev_complete_commit(uint64_t n, jnl_commit* commit, uint64_t total, uint32_t trans_id);
+// The newest complete one; one incomplete newer one is tolerated. 1 found; 0 the journal holds
+// nothing to process; -1 failure, logged.
+int last_complete_commit(jnl_commit* commit, uint64_t total);

@@ -1,0 +1,29 @@
+// A LUN map as a file: the one current map of the process, its header, counts and printed form.
+// Below: meta nodes, node cache, file primitives. Above: the map's entries, discovery's commands.
+#pragma once
+
+#include "map/map_format.h"
+#include "store/node_cache.h"
+
+// The current map. fd 0: none is open. Its pool table is not read.
+struct map_file {
+    int fd;
+    map_header header;
+    node_cache cache;
+};
+extern map_file current_map;
+
+constexpr uint64_t NO_MAP_COUNT = ~uint64_t{0};  // the answer of the counts when no map is open
+
+// All return 0, or -1, logged, unless said otherwise.
+
+// Opens `path` as the current map; a wrong magic code is only logged, deliberate. An open one is
+// not closed first. After a failure the descriptor that was opened stays set: the caller closes.
+int load_map(const char* path);
+void close_map();                    // syncs and closes; nothing to do when none is open
+int save_map();                      // writes the five header nodes, nothing else
+uint64_t tarn_map_lea_total_cnt();   // entries of the LUN, or NO_MAP_COUNT, logged
+uint64_t tarn_map_lea_mapped_cnt();  // mapped entries as the header says, or NO_MAP_COUNT, logged
+// Loads the map at `path` and stores its mapped count; the map stays open for the caller to close.
+int get_map_count(const char* path, uint64_t* out);
+int dump_map_meta();  // prints the current header

@@ -1,0 +1,64 @@
+#include "store/data_node.h"
+
+#include "print.h"
+#include "store/crc32c.h"
+#include "store/file.h"
+#include "store/log.h"
+
+void data_node_seal(data_node* node) {
+    node->checksum = 0;
+    uint32_t checksum = 0;
+    tarn_crc32c(node, sizeof *node, &checksum);
+    node->checksum = checksum;
+}
+
+int tarn_write_data_node(int fd, data_node* node, uint64_t node_num) {
+    data_node_seal(node);
+    const int put = write_fd(fd, node, data_node_offset(node_num), sizeof *node);
+    if (put < 0) {
+        log_err("write_fd(%d)\n", put);
+        return put;
+    }
+    return 0;
+}
+
+int tarn_read_data_node(int fd, data_node* node, uint64_t node_num) {
+    const int got = read_fd(fd, node, data_node_offset(node_num), sizeof *node);
+    if (got < 0) {
+        log_err("read_fd(%d)\n", got);
+        return got;
+    }
+    const uint32_t stored = node->checksum;
+    if (stored == 0) {
+        return 0;
+    }
+    node->checksum = 0;
+    uint32_t computed = 0;
+    tarn_crc32c(node, sizeof *node, &computed);
+    if (stored != computed) {
+        log_err("data chksum mismatched - on-disk(%08x) != (%08x), node num(%llu)\n", stored,
+                computed, ull(node_num));
+        return 1;
+    }
+    return 0;
+}
+
+// A read that stops short before the end of the file would blank the entries behind it.
+static bool short_of_the_end(int fd, uint64_t offset, int got) {
+    uint8_t next = 0;
+    return got < static_cast<int>(sizeof(data_node)) &&
+           read_fd(fd, &next, offset + static_cast<uint64_t>(got), sizeof next) != 0;
+}
+
+patch_result patch_data_node(int fd, uint64_t node_num, size_t at, const void* bytes, size_t len) {
+    data_node node{};
+    const uint64_t offset = data_node_offset(node_num);
+    const int got = read_fd(fd, &node, offset, sizeof node);
+    if (got < 0 || short_of_the_end(fd, offset, got)) {
+        return patch_result::read_failed;
+    }
+    memcpy(node.payload + at, bytes, len);
+    data_node_seal(&node);
+    const int put = write_fd(fd, &node, offset, sizeof node);
+    return put < 0 ? patch_result::write_failed : patch_result::done;
+}

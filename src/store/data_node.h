@@ -1,0 +1,43 @@
+// Data nodes: the 512-byte checksummed blocks of a metadata file, from byte 1048576 on.
+// Below: file.h (bytes at an offset), crc32c.h. Above: the node cache of the maps, the blocks of
+// table and index. Nothing in here knows entries, groups or volumes.
+#pragma once
+
+#include "metadata.h"
+
+struct [[gnu::packed]] data_node {
+    uint8_t payload[DATA_NODE_SIZE - 4];  //   0: entries of the file's kind
+    uint32_t checksum;                    // 508: CRC-32C of the node with this field 0; 0: none
+};
+static_assert(offsetof(data_node, checksum) == 508);
+static_assert(sizeof(data_node) == DATA_NODE_SIZE && std::is_trivially_copyable_v<data_node>);
+
+constexpr uint64_t DATA_NODE_BASE = METADATA_DATA_OFFSET / DATA_NODE_SIZE;
+// Nodes whose bytes an offset of 63 bits still reaches.
+constexpr uint64_t DATA_NODE_NUM_END = (uint64_t{1} << 63) / DATA_NODE_SIZE - DATA_NODE_BASE;
+
+// Byte of node `node_num` in its file. For a node that no file reaches it is 2^63, which every
+// transfer refuses, also with an offset inside the node added: nothing wraps to a byte that exists.
+constexpr uint64_t data_node_offset(uint64_t node_num) {
+    return node_num < DATA_NODE_NUM_END ? (node_num + DATA_NODE_BASE) * DATA_NODE_SIZE
+                                        : uint64_t{1} << 63;
+}
+
+// Puts a fresh checksum into `node`.
+void data_node_seal(data_node* node);
+
+// Writes `node` with a fresh checksum. Returns 0; negative: write_fd's result, logged.
+int tarn_write_data_node(int fd, data_node* node, uint64_t node_num);
+
+// Reads data node `node_num` into `node`, which the caller has cleared: a read at the end of the
+// file fills less of it and is no error. A stored checksum of 0 means that the node carries none,
+// so sparse space reads as an empty node. Returns 0 valid or unchecked; 1 checksum mismatch,
+// logged, payload kept as read; negative: read_fd's result, logged. Leaves the checksum field 0.
+int tarn_read_data_node(int fd, data_node* node, uint64_t node_num);
+
+enum class patch_result { done, read_failed, write_failed };
+
+// Replaces `len` payload bytes at `at` in node `node_num`, whose other bytes stay as they are, and
+// writes the node with a fresh checksum: the way that single entries of table and index go. The
+// old checksum is not looked at. Logs nothing: the caller knows what the bytes meant.
+patch_result patch_data_node(int fd, uint64_t node_num, size_t at, const void* bytes, size_t len);

@@ -1,0 +1,81 @@
+#include "store/file.h"
+
+#include <fcntl.h>
+
+#include "print.h"
+#include "store/descriptor.h"
+#include "store/log.h"
+
+static constexpr unsigned FILE_MODE = 0666;  // before the process umask
+
+int open_fd(const char* path, int flags) {
+    const int fd = io_open(path, flags, FILE_MODE);
+    if (fd < 0) {
+        log_err("open file %s fail\n", path);
+    }
+    return fd;
+}
+
+int create_file(const char* path, uint64_t size) {
+    if (path == nullptr) {
+        log_err("%s NULL pointer\n", "name");
+        return 0;
+    }
+    if (size == 0) {
+        log_err("%s NULL pointer\n", "size");
+        return 0;
+    }
+    const int fd = open_fd(path, O_RDWR | O_CREAT | O_TRUNC | O_LARGEFILE);
+    if (fd <= 0) {
+        log_err("%s NULL pointer\n", "fd");
+        return 0;
+    }
+    if (io_truncate(fd, size) != 0) {
+        log_err("fail to set %s to size %llu errno=%m\n", path, ull(size));
+        io_close(fd);
+        return 0;
+    }
+    return fd;
+}
+
+int open_file(const char* path) {
+    if (path == nullptr) {
+        log_err("%s NULL pointer\n", "name");
+        return 0;
+    }
+    const int fd = open_fd(path, O_RDWR | O_LARGEFILE);
+    return fd < 0 ? 0 : fd;
+}
+
+int write_fd(int fd, const void* buf, uint64_t offset, uint32_t len) {
+    if (fd == 0) {
+        log_err("%s NULL pointer\n", "fd");
+        return -1;
+    }
+    if (buf == nullptr) {
+        log_err("%s NULL pointer\n", "buf");
+        return -1;
+    }
+    if (io_seek(fd, offset) < 0) {
+        log_err("fail seek to %llu\n", ull(offset));
+        io_count_failed_write();
+        return -1;
+    }
+    return static_cast<int>(io_write(fd, buf, len));
+}
+
+int read_fd(int fd, void* buf, uint64_t offset, uint32_t len) {
+    if (fd == 0) {
+        log_err("%s NULL pointer\n", "fd");
+        return -1;
+    }
+    if (buf == nullptr) {
+        log_err("%s NULL pointer\n", "buf");
+        return -1;
+    }
+    if (io_seek(fd, offset) < 0) {
+        log_err("fail seek to %llu\n", ull(offset));
+        return -1;
+    }
+    return static_cast<int>(io_read(fd, buf, len));
+}

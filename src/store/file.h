@@ -1,0 +1,23 @@
+// File primitives: create and open a metadata file, move a byte range at a 64-bit offset.
+// Below: descriptor.h (the system calls). Above: nodes and blocks. Nothing here knows a format.
+#pragma once
+
+#include <cstdint>
+
+// Opens `path` with `flags`, mode 0666 before the umask. Returns the descriptor; negative on
+// failure, logged.
+int open_fd(const char* path, int flags);
+
+// Creates `path`, or empties it, and gives it `size` bytes that read as zero (sparse). Returns the
+// open descriptor; 0 on failure, logged. A size of 0 is refused as a missing argument, deliberate,
+// before anything is touched. The caller owns the descriptor.
+int create_file(const char* path, uint64_t size);
+
+// Opens `path` for reading and writing. Returns the descriptor, the caller's; 0 on failure, logged.
+int open_file(const char* path);
+
+// One write or read of `len` bytes at byte `offset`. Returns the bytes moved, which may be fewer
+// (a read at the end of the file); -1 for descriptor 0, a null buffer or a failing seek, all
+// logged, and for a failing transfer, which the caller logs.
+int write_fd(int fd, const void* buf, uint64_t offset, uint32_t len);
+int read_fd(int fd, void* buf, uint64_t offset, uint32_t len);

@@ -1,0 +1,18 @@
+// The open handles of the process by uuid: three lists, for table, index and map. Replay finds the
+// file that a record names here. Below: the three kinds' handles. Above: pool lookup, drivers.
+#pragma once
+
+#include <cstdint>
+
+struct handle_prefix;
+
+void init_handle_set();  // a second call does nothing
+// Opens the metadata file at `path` into the list of the kind that its header names. 0, or -1,
+// logged. Before init_handle_set the handle is opened, linked nowhere, and 0 is returned.
+int load_as_handle(const char* path);
+// The first handle of `type` with that uuid, in load order; null when there is none. Type 4 looks
+// among the maps and then among the tables; the caller looks at head.file_type. Types 3 and 5 are
+// logged. The set keeps owning the handle.
+handle_prefix* lookup_handle(const uint8_t* uuid, uint32_t type);
+// Closes and frees every handle. 0, or -1 when a close failed, logged.
+int finish_handle_set();

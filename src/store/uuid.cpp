@@ -1,0 +1,53 @@
+#include "store/uuid.h"
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform.h"
+#include "store/log.h"
+
+static bool is_hex(char c) {
+    return isxdigit(static_cast<unsigned char>(c)) != 0;
+}
+
+// Takes `n` pairs of characters off the line, each pair at the next hexadecimal digit; hyphens are
+// passed over. False when the line ends before the pairs do.
+static bool take_pairs(const char* cursor, uint8_t* out, int n) {
+    for (int i = 0; i < n; i++) {
+        while (*cursor != '\0' && !is_hex(*cursor)) {
+            cursor++;
+        }
+        if (cursor[0] == '\0' || cursor[1] == '\0') {
+            return false;
+        }
+        const char pair[] = {cursor[0], cursor[1], '\0'};
+        out[i] = static_cast<uint8_t>(strtol(pair, nullptr, 16));
+        cursor += 2;
+    }
+    return true;
+}
+
+int uuid_gen(uint8_t* out, int n) {
+    if (out == nullptr) {
+        log_err("%s NULL pointer\n", "uuid");
+        return -1;
+    }
+    char line[64] = {};
+    FILE* text = OLIBCPopen("/usr/bin/uuidgen", "r", nullptr);
+    if (text == nullptr) {
+        log_err("fail to OLIBCPopen '/usr/bin/uuidgen'\n");
+        return -1;
+    }
+    const bool read = fgets(line, sizeof line, text) != nullptr;
+    (void)pclose(text);  // deliberate: not the platform's own close call
+    if (!read) {
+        log_err("fail to get string from '/usr/bin/uuidgen'\n");
+        return -1;
+    }
+    if (!take_pairs(line, out, n)) {
+        log_err("'/usr/bin/uuidgen' gave fewer than %d bytes\n", n);
+        return -1;
+    }
+    return 0;
+}

@@ -1,0 +1,26 @@
+// Entries of the extent table, one at a time: each read is one 2-byte read, each write rewrites
+// the entry's 512-byte block with a fresh checksum, on its way to the disk before the call returns.
+// Below: tbl_file.h, data_node.h; fri_file.h for the free count. Above: free lists, the journal.
+#pragma once
+
+#include "tbl/tbl_file.h"
+
+// Reads the entry of `lpa` in the current table; the block's checksum is not looked at.
+// Returns the bytes read (2; 0 past the end of the file, entry 0); negative on a read error,
+// logged. With no table open: logged, 0, entry untouched, deliberate.
+int tbl_entry_read(tbl_entry* entry, uint64_t lpa);
+// The same on a handle, where a closed file is an error.
+int tbl_handle_entry_read(tbl_handle* handle, tbl_entry* entry, uint64_t lpa);
+
+// Writes the entry of `lpa` in the current table. Always 0, deliberate: a failure is logged, and
+// counted as a failed write. An lpa that no table holds is such a failure.
+int tbl_entry_write(const tbl_entry* entry, uint64_t lpa);
+
+// Adds one reference. An extent that had none becomes used, and the free count of an open index
+// goes down by one, in memory. 4095 wraps to 0. Meant for a table being rebuilt from nothing.
+// Returns 0, or -1 when the entry cannot be read, logged.
+int tbl_entry_ref_inc(uint64_t lpa);
+
+// The journal's side. Check: 1 equal, 0 different, -1 unreadable, logged. Replay: 0 or -1.
+int tbl_entry_check(const tbl_entry* entry, uint64_t lpa);
+int tbl_entry_replay(const tbl_entry* entry, uint64_t lpa);

@@ -1,0 +1,53 @@
+// The extent table as a file: header, creation, loading, saving, closing; the one current table of
+// the process, and handles for tables that are open beside it.
+// Below: meta nodes, file primitives, the index's file (which reads any file's uuid). Above: the
+// table's entries.
+#pragma once
+
+#include "store/data_node.h"
+#include "store/handle_prefix.h"
+#include "tbl/tbl_format.h"
+
+// The current table. fd 0: none is open. The header reaches the disk by save_tbl only.
+struct tbl_file {
+    int fd;
+    tbl_header header;
+};
+extern tbl_file current_tbl;
+
+// A table open beside the current one. Its owner allocates it zeroed and frees it. It begins like
+// handle_prefix.
+struct tbl_handle {
+    int fd;
+    char path[PATH_TEXT_SIZE];
+    list_link link;
+    tbl_header header;
+    uint8_t* buffer;  // released on close; null as a rule
+    data_node node;
+    uint64_t node_num;
+};
+static_assert(offsetof(tbl_handle, path) == offsetof(handle_prefix, path));
+static_assert(offsetof(tbl_handle, link) == offsetof(handle_prefix, link));
+static_assert(offsetof(tbl_handle, header) == offsetof(handle_prefix, head));
+
+// All return 0, or -1, logged, unless said otherwise.
+
+// Opens `path` as the current table. After a failure the descriptor that was opened stays set:
+// the caller closes.
+int load_tbl(const char* path);
+// Syncs and closes the current table; nothing to do when none is open.
+void close_tbl();
+// Writes the current header with fresh checksums.
+int save_tbl();
+// Creates `newpath` with the extent size and, where it can be read, the uuid of the table at
+// `oldpath`, and makes it the current table. The header is only in memory until save_tbl.
+int create_tbl(const char* newpath, const char* oldpath);
+
+int load_tbl_handle(tbl_handle* handle, const char* name);  // a wrong magic code is only logged
+int close_tbl_handle(tbl_handle* handle);
+
+int dump_tbl_meta();  // prints the current header
+// Replaces the uuid of the current header and prints it before and after; the caller saves.
+void set_tbl_uuid(const uint8_t* uuid);
+uint32_t get_tbl_extent_size();
+void set_tbl_extent_size(uint32_t size);  // prints old and new; the caller saves

@@ -1,0 +1,14 @@
+// The free list of one group of the current table: rebuilding it, and walking it against its count.
+// Below: tbl_entries.h. Above: the index's entries, which hold head and count of each list.
+#pragma once
+
+#include <cstdint>
+
+// Links the free entries of `group` in ascending order, the last one flagged as tail. *head becomes
+// the first one's offset, and stays as it is when the group has none. Returns the number of free
+// entries (0..4096); -1 when an entry cannot be read or the group is past the table, logged.
+int link_free_tbl_entry_in_group(uint64_t group, uint16_t* head);
+
+// Walks the free list of `group` from `offset` (0..4095), printing where it starts and whether its
+// length is `expected`. Visits 4097 entries at most. 0 when it matches, -1 otherwise, logged.
+int tbl_check_group_free_count(uint64_t group, uint64_t offset, uint16_t expected);

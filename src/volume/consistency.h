@@ -1,0 +1,9 @@
+// Checks of index and table against each other, and the repair of the index from the table.
+// Below: the index's checks and repair, discovery.h. Above: the commands, start-up replay.
+#pragma once
+
+// 0 consistent (or repaired), -1 otherwise, logged; index, table and journal are closed again.
+int check_metadata_consistent(int argc, char** argv);  // the head group; scans sub-options
+int check_all_vol_metadata_consistent(int argc, char** argv);
+int check_freelist_consistent();
+int fix_fri_tbl_metadata_to_consistent();
