@@ -1,5 +1,7 @@
 #include "store/file.h"
 
+#include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 
 #include "print.h"
@@ -31,7 +33,7 @@ int create_file(const char* path, uint64_t size) {
         return 0;
     }
     if (io_truncate(fd, size) != 0) {
-        log_err("fail to set %s to size %llu errno=%m\n", path, ull(size));
+        log_err("fail to set %s to size %llu errno=%s\n", path, ull(size), strerror(errno));
         io_close(fd);
         return 0;
     }

@@ -1,6 +1,5 @@
 // The system log. Every failure is told here once, where it is found; nothing of it reaches
-// standard output. Lines go out at LOG_ERR; the log is never opened first. `%m` is the text of
-// errno, as the system log has it.
+// standard output. Lines go out at LOG_ERR; the log is never opened first.
 #pragma once
 
 // The one way out; the macros below put the names in front.

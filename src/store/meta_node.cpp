@@ -1,7 +1,5 @@
 #include "store/meta_node.h"
 
-#include <algorithm>
-
 #include "print.h"
 #include "store/crc32c.h"
 #include "store/file.h"
@@ -16,8 +14,8 @@ static uint32_t node_checksum(const meta_node* node) {  // of the node with its 
 }
 
 static bool node_is_empty(const meta_node* node) {
-    return node->checksum == 0 && std::all_of(std::begin(node->payload), std::end(node->payload),
-                                              [](uint8_t byte) { return byte == 0; });
+    const meta_node empty{};
+    return memcmp(node, &empty, sizeof empty) == 0;
 }
 
 int tarn_write_meta_node(int fd, meta_node* node, uint32_t k) {

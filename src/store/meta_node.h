@@ -11,8 +11,8 @@ struct [[gnu::packed]] meta_node {
 };
 static_assert(sizeof(meta_node) == META_NODE_SIZE && std::is_trivially_copyable_v<meta_node>);
 
-constexpr uint64_t meta_node_offset(uint32_t node_index) {  // bytes
-    return uint32_t{node_index * META_NODE_SIZE};
+constexpr uint64_t meta_node_offset(uint32_t node_index) {      // bytes
+    return static_cast<uint32_t>(node_index * META_NODE_SIZE);  // formed in 32 bits
 }
 
 // Node `k` lies at byte 64 * k; constant node i is node i, variable node j is node 64 + j.

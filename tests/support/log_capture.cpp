@@ -1,9 +1,7 @@
 #include "support/log_capture.h"
 
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 #include <gtest/gtest.h>
 #include <regex>
 #include <syslog.h>
@@ -12,11 +10,7 @@ static std::vector<std::string>* captured = nullptr;
 
 extern "C" void vsyslog(int priority, const char* format, va_list arguments) {
     char message[8192];
-    std::string plain = format;  // the system log's %m is not printf's everywhere
-    for (size_t at = plain.find("%m"); at != std::string::npos; at = plain.find("%m")) {
-        plain.replace(at, 2, strerror(errno));
-    }
-    vsnprintf(message, sizeof message, plain.c_str(), arguments);
+    vsnprintf(message, sizeof message, format, arguments);
     EXPECT_EQ(priority & LOG_PRIMASK, LOG_ERR) << message;
     if (captured != nullptr) {
         captured->push_back(mask_line_number(message));
