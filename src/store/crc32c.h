@@ -8,3 +8,17 @@
 // register 0xFFFFFFFF at the start, complemented at the end. Every call starts afresh; 0 bytes
 // give 0; the nine digits "123456789" give 0xE3069283.
 void tarn_crc32c(const void* buf, uint32_t len, uint32_t* out);
+
+// The checksums of `count` consecutive 512-byte blocks, each with its last four bytes (where it
+// keeps its checksum) taken as zero. What whole-file procedures call: several blocks are in flight
+// at once where the processor has an instruction for it.
+void tarn_crc32c_blocks(const void* blocks, size_t count, uint32_t* checksums);
+
+// The routines behind the two, chosen once at start. All give the same results.
+struct crc32c_routines {
+    const char* name;
+    uint32_t (*bytes)(const void* buf, size_t len);
+    void (*blocks)(const void* blocks, size_t count, uint32_t* checksums);
+};
+extern const crc32c_routines crc32c_portable;  // table-driven: the reference
+const crc32c_routines* crc32c_of_processor();  // null: the processor has no instruction for it
