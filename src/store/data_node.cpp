@@ -44,17 +44,27 @@ int tarn_read_data_node(int fd, data_node* node, uint64_t node_num) {
 }
 
 // A read that stops short before the end of the file would blank the entries behind it.
-static bool short_of_the_end(int fd, uint64_t offset, int got) {
+static bool short_of_the_end(int fd, uint64_t offset, int got, size_t len) {
     uint8_t next = 0;
-    return got < static_cast<int>(sizeof(data_node)) &&
+    return static_cast<size_t>(got) < len &&
            read_fd(fd, &next, offset + static_cast<uint64_t>(got), sizeof next) != 0;
+}
+
+int read_data_bytes(int fd, uint64_t node_num, size_t at, void* bytes, size_t len) {
+    memset(bytes, 0, len);
+    const uint64_t offset = data_node_offset(node_num) + at;
+    const int got = read_fd(fd, bytes, offset, static_cast<uint32_t>(len));
+    if (got > 0 && short_of_the_end(fd, offset, got, len)) {
+        return -1;
+    }
+    return got;
 }
 
 patch_result patch_data_node(int fd, uint64_t node_num, size_t at, const void* bytes, size_t len) {
     data_node node{};
     const uint64_t offset = data_node_offset(node_num);
     const int got = read_fd(fd, &node, offset, sizeof node);
-    if (got < 0 || short_of_the_end(fd, offset, got)) {
+    if (got < 0 || short_of_the_end(fd, offset, got, sizeof node)) {
         return patch_result::read_failed;
     }
     memcpy(node.payload + at, bytes, len);

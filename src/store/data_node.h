@@ -35,6 +35,13 @@ int tarn_write_data_node(int fd, data_node* node, uint64_t node_num);
 // logged, payload kept as read; negative: read_fd's result, logged. Leaves the checksum field 0.
 int tarn_read_data_node(int fd, data_node* node, uint64_t node_num);
 
+// Reads `len` payload bytes at `at` in node `node_num`: the way that single entries of table and
+// index come. The checksum is not looked at. Returns the bytes read, which are fewer than `len`
+// only where the file ends (the rest of `bytes` is zero then); negative when the read fails, also
+// when it stops short before the end. A failing seek is logged; the caller knows what the bytes
+// meant.
+int read_data_bytes(int fd, uint64_t node_num, size_t at, void* bytes, size_t len);
+
 enum class patch_result { done, read_failed, write_failed };
 
 // Replaces `len` payload bytes at `at` in node `node_num`, whose other bytes stay as they are, and

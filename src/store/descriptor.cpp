@@ -91,6 +91,13 @@ int64_t io_size(int fd) {
     return fstat64(fd, &status) == 0 ? status.st_size : -1;
 }
 
+bool io_same_file(const char* one, const char* other) {
+    struct stat64 a = {};
+    struct stat64 b = {};
+    return one != nullptr && other != nullptr && stat64(one, &a) == 0 && stat64(other, &b) == 0 &&
+           a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
 uint64_t io_failed_writes() {
     return failed_writes;
 }

@@ -30,6 +30,9 @@ int io_truncate(int fd, uint64_t size);
 void io_close(int fd);
 int64_t io_size(int fd);  // bytes, -1 on failure; leaves no trace on the descriptor
 
+// Whether both paths name one existing file, through links too. A null path names none.
+bool io_same_file(const char* one, const char* other);
+
 // Writes (short ones too) and syncs of files that failed in this process, and writes refused
 // before they were tried. Start-up replay deletes no journal while this is not 0.
 uint64_t io_failed_writes();

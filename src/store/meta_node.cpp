@@ -66,6 +66,13 @@ int tarn_read_var_meta_node(int fd, meta_node* node, uint32_t j) {
     return tarn_read_meta_node(fd, node, static_cast<uint32_t>(META_VAR_NODE_BASE) + j);
 }
 
+// The header's own record is no array of meta_node: its nodes go in and out as bytes.
+static meta_node take_node(const uint8_t* at) {
+    meta_node node;
+    memcpy(&node, at, sizeof node);
+    return node;
+}
+
 int tarn_save_meta_nodes(int fd, void* nodes, int const_nodes, int var_nodes) {
     if (fd == 0) {
         log_err("%s NULL pointer\n", "fd");
@@ -75,15 +82,21 @@ int tarn_save_meta_nodes(int fd, void* nodes, int const_nodes, int var_nodes) {
         log_err("%s NULL pointer\n", "nodes");
         return -1;
     }
-    auto* node = static_cast<meta_node*>(nodes);
-    for (int i = 0; i < const_nodes; i++, node++) {
-        if (tarn_write_const_meta_node(fd, node, static_cast<uint32_t>(i)) < 0) {
+    auto* at = static_cast<uint8_t*>(nodes);
+    for (int i = 0; i < const_nodes; i++, at += META_NODE_SIZE) {
+        meta_node node = take_node(at);
+        const int put = tarn_write_const_meta_node(fd, &node, static_cast<uint32_t>(i));
+        memcpy(at, &node, sizeof node);
+        if (put < 0) {
             log_err("const meta node[%d] save fail\n", i);
             return -1;
         }
     }
-    for (int j = 0; j < var_nodes; j++, node++) {
-        if (tarn_write_var_meta_node(fd, node, static_cast<uint32_t>(j)) < 0) {
+    for (int j = 0; j < var_nodes; j++, at += META_NODE_SIZE) {
+        meta_node node = take_node(at);
+        const int put = tarn_write_var_meta_node(fd, &node, static_cast<uint32_t>(j));
+        memcpy(at, &node, sizeof node);
+        if (put < 0) {
             log_err("var meta node[%d] save fail\n", j);
             return -1;
         }
@@ -100,15 +113,21 @@ int tarn_load_meta_nodes(int fd, void* nodes, int const_nodes, int var_nodes) {
         log_err("%s NULL pointer\n", "nodes");
         return -1;
     }
-    auto* node = static_cast<meta_node*>(nodes);
-    for (int i = 0; i < const_nodes; i++, node++) {
-        if (tarn_read_const_meta_node(fd, node, static_cast<uint32_t>(i)) < 0) {
+    auto* at = static_cast<uint8_t*>(nodes);
+    for (int i = 0; i < const_nodes; i++, at += META_NODE_SIZE) {
+        meta_node node;
+        const int got = tarn_read_const_meta_node(fd, &node, static_cast<uint32_t>(i));
+        memcpy(at, &node, sizeof node);
+        if (got < 0) {
             log_err("const meta node[%d] read fail\n", i);
             return -1;
         }
     }
-    for (int j = 0; j < var_nodes; j++, node++) {
-        if (tarn_read_var_meta_node(fd, node, static_cast<uint32_t>(j)) < 0) {
+    for (int j = 0; j < var_nodes; j++, at += META_NODE_SIZE) {
+        meta_node node;
+        const int got = tarn_read_var_meta_node(fd, &node, static_cast<uint32_t>(j));
+        memcpy(at, &node, sizeof node);
+        if (got < 0) {
             log_err("var meta node[%d] read fail\n", j);
             return -1;
         }

@@ -1,0 +1,84 @@
+#include "fri/fri_entries.h"
+
+#include <cstdio>
+
+#include "print.h"
+#include "store/data_node.h"
+#include "store/descriptor.h"
+#include "store/log.h"
+
+int fri_entry_read(fri_entry* entry, uint64_t group) {
+    const int got = read_data_bytes(current_fri.fd, fri_block_of(group), fri_byte_in_block(group),
+                                    entry, sizeof *entry);
+    if (got < 0) {
+        log_err("fri read error, group_num[%llu]\n", ull(group));
+    }
+    return got;
+}
+
+int fri_entry_write(const fri_entry* entry, uint64_t group) {
+    if (current_fri.fd == 0) {
+        log_err("fri file descriptor is invalid\n");
+        io_count_failed_write();
+        return -1;
+    }
+    if (group >= FRI_GROUP_CAPACITY) {
+        log_err("write fri error, group_num %llu\n", ull(group));
+        io_count_failed_write();
+        return -1;
+    }
+    switch (patch_data_node(current_fri.fd, fri_block_of(group), fri_byte_in_block(group), entry,
+                            sizeof *entry)) {
+        case patch_result::done:
+            return 0;
+        case patch_result::read_failed:
+            log_err("read fri error before write fri entry, group_num %llu\n", ull(group));
+            io_count_failed_write();  // nothing was tried below, and the change is lost
+            return -1;
+        case patch_result::write_failed:
+            break;
+    }
+    log_err("write fri error, group_num %llu\n", ull(group));
+    return -1;
+}
+
+int tarn_fri_set_init_bit(uint64_t group) {
+    fri_entry entry{};
+    if (fri_entry_read(&entry, group) < 0) {
+        return -1;  // logged there
+    }
+    if (fri_entry_is_init(&entry)) {
+        return 0;
+    }
+    fri_entry_set_init(&entry);
+    if (fri_entry_write(&entry, group) != 0) {
+        log_err("Fail to write fri entry, group_num %llu\n", ull(group));
+        return -1;
+    }
+    if (group + 1 > current_fri.header.fri_group_count) {
+        current_fri.header.fri_group_count = group + 1;
+        (void)save_fri();  // deliberate: logged there, and saved again when the rebuild ends
+    }
+    return 0;
+}
+
+void show_fri_entry(const fri_entry* entry) {
+    if (entry == nullptr) {
+        log_err("NULL pointer of fri\n");
+        return;
+    }
+    printf("TARN_INFO: init[%d] next %llu freelisthead %u free_count %u\n",
+           fri_entry_is_init(entry) ? 1 : 0, ull(fri_entry_next(entry)), fri_entry_head(entry),
+           fri_entry_count(entry));
+}
+
+int dump_fri_group(uint64_t group) {
+    fri_entry entry{};
+    if (fri_entry_read(&entry, group) < 0) {
+        log_err("dump fri group %llu fail\n", ull(group));
+        return -1;
+    }
+    printf("TARN_INFO: FRI - group_num %llu\n", ull(group));
+    show_fri_entry(&entry);
+    return 0;
+}

@@ -1,0 +1,172 @@
+#include "fri/fri_file.h"
+
+#include <cstdio>
+#include <ctime>
+
+#include "print.h"
+#include "store/descriptor.h"
+#include "store/file.h"
+#include "store/log.h"
+#include "store/meta_node.h"
+#include "store/uuid.h"
+
+fri_file current_fri;
+
+int load_fri(const char* path) {
+    close_fri();  // one that is still open would be lost, its writes unsynced
+    current_fri.fd = open_file(path);
+    if (current_fri.fd == 0) {
+        log_err("fri file descriptor is invalid\n");
+        return -1;
+    }
+    fri_header header;
+    if (tarn_load_meta_nodes(current_fri.fd, &header, FRI_CONST_NODES, FRI_VAR_NODES) != 0 ||
+        meta_hdr_d2m(&header) != 0) {
+        return -1;  // logged there
+    }
+    current_fri.header = header;
+    return 0;
+}
+
+void close_fri() {
+    close_synced(current_fri.fd);
+    current_fri.fd = 0;
+}
+
+int save_fri() {
+    if (current_fri.fd == 0) {
+        log_err("fri file descriptor is invalid\n");
+        return -1;
+    }
+    meta_hdr_m2d(&current_fri.header);
+    return tarn_save_meta_nodes(current_fri.fd, &current_fri.header, FRI_CONST_NODES,
+                                FRI_VAR_NODES);
+}
+
+static fri_header new_header(const uint8_t* uuid) {
+    fri_header header{};
+    header.fri_version = FRI_VERSION;
+    header.fri_magic_code = METADATA_MAGIC_CODE;
+    header.fri_type = FILE_TYPE_FRI;
+    memcpy(header.fri_uuid, uuid, UUID_SIZE);
+    header.fri_data_offset = METADATA_DATA_OFFSET;
+    header.fri_create_time = static_cast<uint32_t>(time(nullptr));
+    header.fri_entry_size = sizeof(fri_entry);
+    header.fri_free_count = FRI_NEW_FREE_COUNT;
+    return header;  // no group is initialised, and the list begins at the first
+}
+
+int create_fri(const char* newpath, const char* oldpath) {
+    close_fri();  // as in load_fri
+    if (io_same_file(newpath, oldpath)) {
+        log_err("%s would be emptied to create itself\n", newpath);
+        return -1;
+    }
+    current_fri.fd = create_file(newpath, FRI_FILE_SIZE);
+    if (current_fri.fd == 0) {
+        return -1;  // logged there
+    }
+    uint8_t uuid[UUID_SIZE];
+    const bool kept = oldpath != nullptr && extract_fri_uuid(oldpath, uuid) == 0;
+    if (!kept && uuid_gen(uuid, UUID_SIZE) != 0) {
+        io_close(current_fri.fd);
+        current_fri.fd = 0;
+        return -1;  // logged there
+    }
+    current_fri.header = new_header(uuid);
+    return 0;
+}
+
+static int give_up(fri_handle* handle) {
+    delete[] handle->buffer;
+    handle->buffer = nullptr;
+    io_close(handle->fd);
+    handle->fd = 0;
+    return -1;
+}
+
+int load_fri_handle(fri_handle* handle, const char* name) {
+    if (name == nullptr) {
+        log_err("%s NULL pointer\n", "name");
+        return handle == nullptr ? -1 : give_up(handle);
+    }
+    if (handle == nullptr) {
+        log_err("%s NULL pointer\n", "handle");
+        return -1;
+    }
+    handle->fd = open_file(name);
+    if (handle->fd == 0) {
+        log_err("fri file descriptor is invalid\n");
+        return give_up(handle);
+    }
+    fri_header header;
+    if (tarn_load_meta_nodes(handle->fd, &header, FRI_CONST_NODES, FRI_VAR_NODES) != 0) {
+        return give_up(handle);  // logged there
+    }
+    (void)meta_hdr_d2m(&header);  // deliberate: a wrong magic code is logged, the handle loads
+    handle->header = header;
+    snprintf(handle->path, sizeof handle->path, "%s", name);
+    return 0;
+}
+
+int close_fri_handle(fri_handle* handle) {
+    if (handle == nullptr) {
+        log_err("%s NULL pointer\n", "handle");
+        return -1;
+    }
+    delete[] handle->buffer;
+    handle->buffer = nullptr;
+    close_synced(handle->fd);
+    handle->fd = 0;
+    return 0;
+}
+
+int extract_fri_uuid(const char* name, uint8_t* uuid_out) {
+    if (name == nullptr) {
+        log_err("%s NULL pointer\n", "name");
+        return -1;
+    }
+    if (uuid_out == nullptr) {
+        log_err("%s NULL pointer\n", "uuid");
+        return -1;
+    }
+    const scoped_fd file(open_file(name));
+    if (file.get() == 0) {
+        log_err("fri file descriptor is invalid\n");
+        return -1;
+    }
+    fri_header header;
+    if (tarn_load_meta_nodes(file.get(), &header, FRI_CONST_NODES, FRI_VAR_NODES) != 0) {
+        return -1;  // logged there
+    }
+    (void)meta_hdr_d2m(&header);  // deliberate: a wrong magic code is logged, the uuid taken
+    memcpy(uuid_out, header.fri_uuid, UUID_SIZE);
+    return 0;
+}
+
+int dump_fri_meta() {
+    if (current_fri.fd == 0) {
+        log_err("fri file descriptor is invalid\n");
+        return -1;
+    }
+    const fri_header& header = current_fri.header;
+    printf("TARN_INFO: fri_version     %u\n", header.fri_version);
+    printf("TARN_INFO: fri_magic_code  0x%X\n", static_cast<uint32_t>(header.fri_magic_code));
+    printf("TARN_INFO: fri_type        %u\n", header.fri_type);
+    printf("TARN_INFO: fri_uuid        " UUID_DASHED_BLANK "\n", UUID_ARGS(header.fri_uuid));
+    printf("TARN_INFO: fri_data_offset %llu\n", ull(header.fri_data_offset));
+    printf("TARN_INFO: fri_create_time %u\n", header.fri_create_time);
+    printf("TARN_INFO: fri_entry_size  %u\n", header.fri_entry_size);
+    printf("TARN_INFO: fri_group_count %llu\n", ull(header.fri_group_count));
+    printf("TARN_INFO: fri_free_count  %llu\n", ull(header.fri_free_count));
+    printf("TARN_INFO: fri_group_head  %llu\n", ull(header.fri_group_head));
+    return 0;
+}
+
+void set_fri_uuid(const uint8_t* uuid) {
+    fri_header& header = current_fri.header;
+    puts("TARN_INFO: chagne FRI uuid:");
+    printf("TARN_INFO: from [" UUID_PLAIN "]\n", UUID_ARGS(header.fri_uuid));
+    memcpy(header.fri_uuid, uuid, UUID_SIZE);
+    printf("TARN_INFO: to   [" UUID_PLAIN "]\n", UUID_ARGS(header.fri_uuid));
+}

@@ -1,0 +1,168 @@
+#include "fri/fri_link.h"
+
+#include <cstdio>
+
+#include "fri/fri_entries.h"
+#include "print.h"
+#include "store/log.h"
+#include "tbl/tbl_format.h"
+#include "tbl/tbl_freelist.h"
+
+static_assert(FRI_GROUP_CAPACITY == TBL_GROUP_COUNT, "one index entry for each group of the table");
+
+constexpr uint64_t NO_GROUP = ~uint64_t{0};
+
+static int set_fri_entry(fri_entry* entry, uint64_t group, uint16_t head, int free_count) {
+    fri_entry_set_head(entry, head);
+    fri_entry_set_count(entry, static_cast<uint32_t>(free_count));
+    if (fri_entry_write(entry, group) != 0) {
+        log_err("Fail to write fri entry, group_num %llu\n", ull(group));
+        return -1;
+    }
+    return 0;
+}
+
+static int recount_group(fri_entry* entry, uint64_t group) {
+    uint16_t head = 0;
+    const int free_count = link_free_tbl_entry_in_group(group, &head);
+    if (free_count < 0) {
+        log_err_as("tarn_link_fri_group", "Fail to link free tbl entry, group_num %llu\n",
+                   ull(group));
+        return -1;
+    }
+    if (set_fri_entry(entry, group, head, free_count) != 0) {
+        log_err_as("tarn_link_fri_group",
+                   "Fail to link free tbl entry, group_num %llu, head %llu free_count %d\n",
+                   ull(group), ull(head), free_count);
+        return -1;
+    }
+    return 0;
+}
+
+// The first half: head and count of every initialised group below `group_count`, from the table.
+// *last becomes the highest of them, NO_GROUP when there is none.
+static int recount_groups(uint64_t group_count, uint64_t* last) {
+    *last = NO_GROUP;
+    for (uint64_t group = 0; group < group_count; group++) {
+        fri_entry entry{};
+        if (fri_entry_read(&entry, group) < 0) {
+            log_err_as("tarn_link_fri_group", "Fail to read fri entry, group_num %llu\n",
+                       ull(group));
+            return -1;
+        }
+        const uint64_t progress = group * 100;
+        if (progress % group_count == 0) {
+            printf("TARN_INFO: Processing %llu/100\n", ull(progress / group_count));
+        }
+        if (!fri_entry_is_init(&entry)) {
+            continue;
+        }
+        if (recount_group(&entry, group) != 0) {
+            return -1;  // logged there
+        }
+        *last = group;
+    }
+    return 0;
+}
+
+// A group of the list, with its entry as it was when the scan came by.
+struct listed_group {
+    uint64_t group;
+    fri_entry entry;
+};
+
+// A group below the limit that was never initialised: wholly free, its list from offset 0 on.
+static int init_as_free(listed_group* at) {
+    fri_entry_set_head(&at->entry, 0);
+    fri_entry_set_count(&at->entry, TBL_GROUP_ENTRIES);
+    fri_entry_set_init(&at->entry);
+    if (fri_entry_write(&at->entry, at->group) != 0) {
+        log_err_as("find_none_empty_entry", "Fail to write fri entry, group_num %llu\n",
+                   ull(at->group));
+        return -1;
+    }
+    uint16_t head = 0;
+    if (link_free_tbl_entry_in_group(at->group, &head) < 0) {  // deliberate: what it found stays
+        log_err_as("find_none_empty_entry", "Fail to link free tbl entry, group_num %llu\n",
+                   ull(at->group));
+        return -1;
+    }
+    return 0;
+}
+
+// Moves `at` up to the first group, below `limit`, that belongs in the list. Its group is `limit`
+// when there is none. 0, or -1, logged, at the group that failed.
+static int find_none_empty_entry(listed_group* at, uint64_t limit) {
+    for (; at->group < limit; at->group++) {
+        if (fri_entry_read(&at->entry, at->group) < 0) {
+            log_err("Fail to read fri entry, group_num %llu\n", ull(at->group));
+            return -1;
+        }
+        if (!fri_entry_is_init(&at->entry)) {
+            return init_as_free(at);
+        }
+        if (fri_entry_count(&at->entry) != 0) {
+            return 0;
+        }
+    }
+    return 0;
+}
+
+static int set_next_entry(listed_group* prev, uint64_t next) {
+    fri_entry_set_next(&prev->entry, next);
+    if (fri_entry_write(&prev->entry, prev->group) != 0) {
+        log_err("Fail to write fri entry, group_num %llu\n", ull(prev->group));
+        log_err_as("tarn_link_fri_group", "Fail to link fri entry, prev %llu next %llu\n",
+                   ull(prev->group), ull(next));
+        return -1;
+    }
+    return 0;
+}
+
+// The second half: chains the groups below `limit` that have free extents, in ascending order.
+// The last initialised group, when it is one of them, points at the first uninitialised one; when
+// it is full, the last listed group keeps the link it had, deliberate.
+static int chain_groups(uint64_t last, uint64_t limit) {
+    listed_group prev = {NO_GROUP, {}};
+    listed_group at = {0, {}};
+    for (;;) {
+        if (find_none_empty_entry(&at, limit) != 0) {
+            log_err_as("tarn_link_fri_group", "Fail to find free fri entry, stop group_num %llu\n",
+                       ull(at.group));
+            return -1;
+        }
+        if (prev.group == NO_GROUP) {
+            current_fri.header.fri_group_head = at.group;
+        } else if (at.group < limit && set_next_entry(&prev, at.group) != 0) {
+            return -1;  // logged there
+        }
+        if (at.group == last) {
+            (void)set_next_entry(&at, limit);  // deliberate: logged there, the relink goes on
+        }
+        if (at.group >= limit || at.group == last) {
+            return 0;
+        }
+        prev = at;
+        at.group++;
+    }
+}
+
+int tarn_link_fri_group() {
+    const uint64_t group_count = current_fri.header.fri_group_count;
+    if (group_count > FRI_GROUP_CAPACITY) {
+        log_err("fri_group_count %llu exceeds the capacity %llu\n", ull(group_count),
+                ull(FRI_GROUP_CAPACITY));
+        return -1;
+    }
+    current_fri.header.fri_group_count = FRI_GROUP_CAPACITY;
+    uint64_t last = NO_GROUP;
+    if (recount_groups(group_count, &last) != 0) {
+        return -1;  // logged there
+    }
+    const uint64_t limit = last + 1;  // 0 for NO_GROUP
+    if (chain_groups(last, limit) != 0) {
+        return -1;  // logged there
+    }
+    (void)save_fri();  // deliberate: logged there
+    return 0;
+}

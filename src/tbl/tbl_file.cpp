@@ -1,0 +1,173 @@
+#include "tbl/tbl_file.h"
+
+#include <cstdio>
+#include <ctime>
+
+#include "fri/fri_file.h"
+#include "print.h"
+#include "store/descriptor.h"
+#include "store/file.h"
+#include "store/log.h"
+#include "store/meta_node.h"
+#include "store/uuid.h"
+
+tbl_file current_tbl;
+
+int load_tbl(const char* path) {
+    close_tbl();  // one that is still open would be lost, its writes unsynced
+    current_tbl.fd = open_file(path);
+    if (current_tbl.fd == 0) {
+        log_err("tbl file descriptor is invalid\n");
+        return -1;
+    }
+    tbl_header header;
+    if (tarn_load_meta_nodes(current_tbl.fd, &header, TBL_CONST_NODES, TBL_VAR_NODES) != 0 ||
+        meta_hdr_d2m(&header) != 0) {
+        return -1;  // logged there
+    }
+    current_tbl.header = header;
+    return 0;
+}
+
+void close_tbl() {
+    close_synced(current_tbl.fd);
+    current_tbl.fd = 0;
+}
+
+int save_tbl() {
+    if (current_tbl.fd == 0) {
+        log_err("tbl file descriptor is invalid\n");
+        return -1;
+    }
+    meta_hdr_m2d(&current_tbl.header);
+    return tarn_save_meta_nodes(current_tbl.fd, &current_tbl.header, TBL_CONST_NODES,
+                                TBL_VAR_NODES);
+}
+
+// Gives up the current table; nothing in it needs to reach the disk. The number is cleared: after
+// the close it may name any other file, which a later close_tbl must not touch.
+static void drop_tbl() {
+    io_close(current_tbl.fd);
+    current_tbl.fd = 0;
+}
+
+static tbl_header new_header(uint32_t extent_size, const uint8_t* uuid) {
+    tbl_header header{};
+    header.tbl_version = TBL_VERSION;
+    header.tbl_magic_code = METADATA_MAGIC_CODE;
+    header.tbl_type = FILE_TYPE_TBL;
+    memcpy(header.tbl_uuid, uuid, UUID_SIZE);
+    header.tbl_data_offset = METADATA_DATA_OFFSET;
+    header.tbl_create_time = static_cast<uint32_t>(time(nullptr));
+    header.tbl_extent_size = extent_size;
+    header.tbl_entry_size = sizeof(tbl_entry);
+    header.tbl_total_count = TBL_TOTAL_COUNT;
+    return header;
+}
+
+int create_tbl(const char* newpath, const char* oldpath) {
+    if (load_tbl(oldpath) != 0) {
+        printf("TARN_INFO: Fail to load TBL %s\n", oldpath != nullptr ? oldpath : "(null)");
+        drop_tbl();
+        return -1;
+    }
+    const uint32_t extent_size = current_tbl.header.tbl_extent_size;
+    close_tbl();
+    if (io_same_file(newpath, oldpath)) {
+        log_err("%s would be emptied to create itself\n", newpath);
+        return -1;
+    }
+    current_tbl.fd = create_file(newpath, TBL_FILE_SIZE);
+    if (current_tbl.fd == 0) {
+        log_err("tbl file descriptor is invalid\n");
+        return -1;
+    }
+    uint8_t uuid[UUID_SIZE];
+    if (extract_fri_uuid(oldpath, uuid) != 0 && uuid_gen(uuid, UUID_SIZE) != 0) {
+        drop_tbl();
+        return -1;  // logged there
+    }
+    current_tbl.header = new_header(extent_size, uuid);
+    return 0;
+}
+
+static int give_up(tbl_handle* handle) {
+    delete[] handle->buffer;
+    handle->buffer = nullptr;
+    io_close(handle->fd);
+    handle->fd = 0;
+    return -1;
+}
+
+int load_tbl_handle(tbl_handle* handle, const char* name) {
+    if (name == nullptr) {
+        log_err("%s NULL pointer\n", "name");
+        return handle == nullptr ? -1 : give_up(handle);
+    }
+    if (handle == nullptr) {
+        log_err("%s NULL pointer\n", "handle");
+        return -1;
+    }
+    handle->fd = open_file(name);
+    if (handle->fd == 0) {
+        log_err("tbl file descriptor is invalid\n");
+        return give_up(handle);
+    }
+    tbl_header header;
+    if (tarn_load_meta_nodes(handle->fd, &header, TBL_CONST_NODES, TBL_VAR_NODES) != 0) {
+        return give_up(handle);  // logged there
+    }
+    (void)meta_hdr_d2m(&header);  // deliberate: a wrong magic code is logged, the handle loads
+    handle->header = header;
+    snprintf(handle->path, sizeof handle->path, "%s", name);
+    return 0;
+}
+
+int close_tbl_handle(tbl_handle* handle) {
+    if (handle == nullptr) {
+        log_err("%s NULL pointer\n", "handle");
+        return -1;
+    }
+    delete[] handle->buffer;
+    handle->buffer = nullptr;
+    close_synced(handle->fd);
+    handle->fd = 0;
+    return 0;
+}
+
+int dump_tbl_meta() {
+    if (current_tbl.fd == 0) {
+        log_err("tbl file descriptor is invalid\n");
+        return -1;
+    }
+    const tbl_header& header = current_tbl.header;
+    printf("TARN_INFO: tbl_version     %u\n", header.tbl_version);
+    printf("TARN_INFO: tbl_magic_code  0x%X\n", static_cast<uint32_t>(header.tbl_magic_code));
+    printf("TARN_INFO: tbl_type        %u\n", header.tbl_type);
+    printf("TARN_INFO: tbl_uuid        " UUID_DASHED_BLANK "\n", UUID_ARGS(header.tbl_uuid));
+    printf("TARN_INFO: tbl_data_offset %llu\n", ull(header.tbl_data_offset));
+    printf("TARN_INFO: tbl_create_time %u\n", header.tbl_create_time);
+    printf("TARN_INFO: tbl_extent_size %u\n", header.tbl_extent_size);
+    printf("TARN_INFO: tbl_entry_size  %u\n", header.tbl_entry_size);
+    printf("TARN_INFO: tbl_total_count %llu\n", ull(header.tbl_total_count));
+    return 0;
+}
+
+void set_tbl_uuid(const uint8_t* uuid) {
+    tbl_header& header = current_tbl.header;
+    puts("TARN_INFO: chagne TBL uuid:");
+    printf("TARN_INFO: from [" UUID_PLAIN "]\n", UUID_ARGS(header.tbl_uuid));
+    memcpy(header.tbl_uuid, uuid, UUID_SIZE);
+    printf("TARN_INFO: to   [" UUID_PLAIN "]\n", UUID_ARGS(header.tbl_uuid));
+}
+
+uint32_t get_tbl_extent_size() {
+    return current_tbl.header.tbl_extent_size;
+}
+
+void set_tbl_extent_size(uint32_t size) {
+    puts("TARN_INFO: chagne TBL extent size:");
+    printf("TARN_INFO: from %d\n", static_cast<int>(current_tbl.header.tbl_extent_size));
+    current_tbl.header.tbl_extent_size = size;
+    printf("TARN_INFO: to %d\n", static_cast<int>(size));
+}

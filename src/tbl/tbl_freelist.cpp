@@ -1,0 +1,122 @@
+#include "tbl/tbl_freelist.h"
+
+#include <cstdio>
+
+#include "print.h"
+#include "store/log.h"
+#include "tbl/tbl_entries.h"
+
+// A free entry of the group, and where it lies; the one before it is held until its next is known.
+struct free_entry {
+    tbl_entry entry;
+    uint64_t lpa;
+};
+
+static int write_link(free_entry* from, uint32_t next, bool is_tail) {
+    tbl_entry_set_count(&from->entry, next);
+    if (is_tail) {
+        tbl_entry_set_tail(&from->entry);
+    } else {
+        tbl_entry_clear_tail(&from->entry);
+    }
+    if (tbl_entry_write(&from->entry, from->lpa) < 0) {
+        log_err("Fail to link tbl list, group_num %llu\n", ull(tbl_group_of(from->lpa)));
+        return -1;
+    }
+    return 0;
+}
+
+int link_free_tbl_entry_in_group(uint64_t group, uint16_t* head) {
+    if (group >= TBL_GROUP_COUNT) {
+        log_err("Fail to link free tbl entry, group_num %llu\n", ull(group));
+        return -1;
+    }
+    int count = 0;
+    free_entry prev{};
+    for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
+        free_entry here{{}, tbl_lpa_of(group, offset)};
+        if (tbl_entry_read(&here.entry, here.lpa) < 0) {
+            log_err("Fail to link free tbl entry, group_num %llu\n", ull(group));
+            return -1;
+        }
+        if (tbl_entry_is_used(&here.entry)) {
+            continue;
+        }
+        if (count == 0) {
+            *head = static_cast<uint16_t>(offset);
+        } else if (write_link(&prev, offset, false) != 0) {
+            return -1;  // logged there
+        }
+        count++;
+        prev = here;
+    }
+    if (count > 0 && write_link(&prev, 0, true) != 0) {
+        return -1;  // logged there
+    }
+    return count;
+}
+
+// A walk along one free list: where it began, where it stands, and what it has counted.
+struct list_walk {
+    uint64_t group;
+    uint64_t start;   // offset in the group
+    uint64_t offset;  // likewise
+    uint16_t count;
+    uint16_t expected;
+};
+
+static int end_at_tail(const list_walk* walk) {
+    const uint64_t tail = tbl_lpa_of(walk->group, walk->offset);
+    if (walk->count != walk->expected) {
+        log_err_as("tbl_check_group_free_count",
+                   "FREE_COUNT NOT MATCH in TBL freelist, free count %u check_free_count %u "
+                   "group_num %llu offset %llu (lpa %llu)\n",
+                   walk->count, walk->expected, ull(walk->group), ull(walk->start), ull(tail));
+        return -1;
+    }
+    printf(
+        "TARN_INFO: FREE_COUNT IS MATCH in TBL freelist, free count %u check_free_count %u "
+        "group_num %llu group_offset %llu (lpa %llu), tail entry offset %llu (lpa %llu)\n",
+        walk->count, walk->count, ull(walk->group), ull(walk->start),
+        ull(tbl_lpa_of(walk->group, walk->start)), ull(walk->offset), ull(tail));
+    return 0;
+}
+
+static int end_without_tail(const list_walk* walk) {
+    log_err_as("tbl_check_group_free_count",
+               "NOT TAIL last entry in TBL freelist, group_num %llu offset %llu (lpa %llu) "
+               "count %u check_free_count %u\n",
+               ull(walk->group), ull(walk->offset), ull(tbl_lpa_of(walk->group, walk->offset)),
+               walk->count, walk->expected);
+    return -1;
+}
+
+int tbl_check_group_free_count(uint64_t group, uint64_t offset, uint16_t expected) {
+    printf("TARN_INFO: TBL free start from group_num %llu group_offset %llu (lpa %llu)\n",
+           ull(group), ull(offset), ull(tbl_lpa_of(group, offset)));
+    if (group >= TBL_GROUP_COUNT || offset >= TBL_GROUP_ENTRIES) {
+        log_err("tbl_check_group_free_count read error\n");
+        return -1;
+    }
+    list_walk walk = {group, offset, offset, 0, expected};
+    while (walk.count <= TBL_GROUP_ENTRIES) {  // a list that is longer loops
+        const uint64_t lpa = tbl_lpa_of(group, walk.offset);
+        tbl_entry entry{};
+        if (tbl_entry_read(&entry, lpa) < 0) {
+            log_err("tbl_check_group_free_count read error\n");
+            return -1;
+        }
+        if (tbl_entry_is_used(&entry)) {
+            log_err("USED entry in TBL freelist, group_num %llu offset %llu (lpa %llu)\n",
+                    ull(group), ull(walk.offset), ull(lpa));
+            // Deliberate: after a used tail the count still decides.
+            return tbl_entry_is_tail(&entry) ? end_at_tail(&walk) : end_without_tail(&walk);
+        }
+        walk.count++;
+        if (tbl_entry_is_tail(&entry)) {
+            return end_at_tail(&walk);
+        }
+        walk.offset = tbl_entry_count(&entry);
+    }
+    return end_without_tail(&walk);
+}
