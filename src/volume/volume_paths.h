@@ -9,19 +9,20 @@ constexpr const char* EP_DIR = "@EP";
 constexpr const char* FIX_DIR = "@EP_FIX";
 constexpr const char* CHECK_DIR = "@EP_CHK";
 
-// Writes "<root>/<format...>" style paths: snprintf into `out`; -1, logged, when it does not fit,
-// so that no cut path is ever used.
+// Writes "<root>/<format...>" style paths: snprintf into `out`. 0; -1, logged and `out` empty, when
+// the path does not fit, so that no cut path is ever used.
 [[gnu::format(printf, 3, 4)]] int form_path(char* out, size_t size, const char* format, ...);
 
-// 1 when `path` contains "/volume" and holds "@EP" and "@iSCSITrg", else 0, told on standard
-// output.
+// 1 when `path` contains "/volume" and holds "@EP" and "@iSCSITrg", each path of 63 characters at
+// most; else 0, told on standard output.
 int is_vaai_volume(const char* path);
 int is_regular_file(const char* path);  // 1 or 0
 // Sets opt_ctx.jnlpath from the iSCSI configuration. 0; -1, jnlpath untouched.
 int get_jnl_root_path();
 // Fills an empty opt_ctx.jnlpath, and notes a journal that is no file. 0, or -1.
 int prepare_jnl_path();
-// Writes "/volume<N>" of the volume that holds `path` into `out`. Its length, or -1.
+// Writes "/volume<N>" of the volume that holds `path` into `out`, which has room for
+// PATH_TEXT_SIZE. Its length; -1, where only a null path is logged: the caller names the path.
 int parse_volume_path(const char* path, char* out);
 // Points fripath and tblpath at the live files of the volume `root`.
 void set_live_table_paths(const char* root);

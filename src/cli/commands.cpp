@@ -1,0 +1,172 @@
+#include "cli/commands.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <getopt.h>
+
+#include "cli/later_commands.h"
+#include "cli/long_options.h"
+#include "cli/status_commands.h"
+#include "cli/type_words.h"
+#include "cli/usage.h"
+#include "options.h"
+#include "volume/consistency.h"
+#include "volume/volume_journal.h"
+#include "volume/volume_paths.h"
+
+static int run_ckjnl(int argc, char** argv, const char* word) {
+    return get_funs(word, ckjnl_funs)(argc, argv, 0);
+}
+
+static int run_rpjnl(int argc, char** argv, const char* word) {
+    return get_funs(word, rpjnl_funs)(argc, argv, 0);
+}
+
+static int run_create(int argc, char** argv, const char* word) {
+    return get_funs(word, create_funs)(argc, argv, 0);
+}
+
+static int run_change_uuid(int argc, char** argv, const char* word) {
+    return get_funs(word, chuuid_funs)(argc, argv, 0);
+}
+
+static int run_search(int argc, char** argv, const char* word) {
+    return get_funs(word, search_funs)(argc, argv, 0);
+}
+
+static int run_startup_replay(int argc, char** argv, const char*) {
+    return vaai_startup_replay(argc, argv);
+}
+
+static int run_metack(int argc, char** argv, const char*) {
+    return check_metadata_consistent(argc, argv);
+}
+
+static int run_freeck(int, char**, const char*) {
+    return check_freelist_consistent();
+}
+
+static int run_vaaifix(int, char**, const char*) {
+    return fix_fri_tbl_metadata_to_consistent();
+}
+
+static int run_ckvjnl(int argc, char** argv, const char*) {
+    return check_all_vol_journal(argc, argv);
+}
+
+static int run_rpvjnl(int argc, char** argv, const char*) {
+    return replay_all_vol_journal(argc, argv, 0);
+}
+
+static int run_help(int, char**, const char*) {
+    print_usage(program_invocation_short_name);
+    return 0;
+}
+
+static int run_advhelp(int, char**, const char*) {
+    print_advanced_usage(program_invocation_short_name);
+    return 0;
+}
+
+static int run_fullck(int, char**, const char*) {
+    return later_command("fullck");
+}
+
+static int run_import(int, char**, const char*) {
+    return later_command("import");
+}
+
+static int run_import_volume(int, char**, const char*) {
+    return later_command("import-volume");
+}
+
+static int run_finalize(int, char**, const char*) {
+    return later_command("finalize");
+}
+
+static int run_check_map(int, char**, const char*) {
+    return later_command("check-map");
+}
+
+static int run_punch(int, char**, const char*) {
+    return later_command("punch");
+}
+
+static int run_reconstruct(int, char**, const char*) {
+    return is_vaai_volume(opt_ctx.volpath) == 1 ? later_command("reconstruct") : -1;
+}
+
+static int run_ckvbuf(int, char**, const char*) {
+    return later_command("ckvbuf");
+}
+
+static int run_onekeycheck(int, char**, const char*) {
+    return later_command("onekeycheck");
+}
+
+static int run_onekeyrepair(int, char**, const char*) {
+    if (opt_ctx.volpath[0] == '\0') {
+        printf("TARN_INFO: Please assign volpath by --volpath");  // no line end, deliberate
+        return -1;
+    }
+    return later_command("onekeyrepair");
+}
+
+// Who reads the options behind a command.
+enum option_reader { TABLE_READS, COMMAND_READS };
+
+struct command_row {
+    const char* name;
+    int has_argument;
+    option_reader reader;
+    int (*run)(int argc, char** argv, const char* argument);
+};
+static constexpr command_row commands[] = {
+    {"ckjnl", required_argument, TABLE_READS, run_ckjnl},
+    {"rpjnl", required_argument, TABLE_READS, run_rpjnl},
+    {"vaaick", required_argument, COMMAND_READS, vaai_status_check},
+    {"set-status", required_argument, COMMAND_READS, vaai_status_set},
+    {"startup-replay", no_argument, COMMAND_READS, run_startup_replay},
+    {"metack", no_argument, COMMAND_READS, run_metack},
+    {"freeck", no_argument, TABLE_READS, run_freeck},
+    {"fullck", no_argument, TABLE_READS, run_fullck},
+    {"vaaifix", no_argument, TABLE_READS, run_vaaifix},
+    {"create", required_argument, COMMAND_READS, run_create},
+    {"change-uuid", required_argument, COMMAND_READS, run_change_uuid},
+    {"import", no_argument, TABLE_READS, run_import},
+    {"import-volume", no_argument, TABLE_READS, run_import_volume},
+    {"finalize", no_argument, TABLE_READS, run_finalize},
+    {"check-map", no_argument, TABLE_READS, run_check_map},
+    {"search", required_argument, COMMAND_READS, run_search},
+    {"ckvjnl", no_argument, COMMAND_READS, run_ckvjnl},
+    {"rpvjnl", no_argument, COMMAND_READS, run_rpvjnl},
+    {"punch", no_argument, COMMAND_READS, run_punch},
+    {"reconstruct", no_argument, TABLE_READS, run_reconstruct},
+    {"ckvbuf", no_argument, COMMAND_READS, run_ckvbuf},
+    {"help", no_argument, COMMAND_READS, run_help},
+    {"advhelp", no_argument, COMMAND_READS, run_advhelp},
+    {"onekeycheck", no_argument, COMMAND_READS, run_onekeycheck},
+    {"onekeyrepair", no_argument, TABLE_READS, run_onekeyrepair},
+};
+static_assert(sizeof commands / sizeof commands[0] == 25);
+
+static int refuse_wrong_option() {
+    printf("\x1b[31m%s\x1b[0m", "TARN_RPT: VAAI Wrong option...\n");
+    print_usage(program_invocation_short_name);
+    return -1;
+}
+
+int run_command(int argc, char** argv) {
+    static constexpr auto options = long_options(commands);
+    // One call: only the first option selects the command.
+    const int found = getopt_long_only(argc, argv, "", options.data(), nullptr);
+    const command_row* command = row_of_result(commands, found);
+    if (command == nullptr) {
+        return refuse_wrong_option();
+    }
+    const char* argument = optarg;  // the next scan overwrites optarg
+    if (command->reader == TABLE_READS && parse_sub_options(argc, argv) != 0) {
+        return -1;
+    }
+    return command->run(argc, argv, argument);
+}

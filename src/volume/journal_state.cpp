@@ -1,0 +1,76 @@
+#include "volume/journal_state.h"
+
+#include "jnl/jnl_file.h"
+#include "journal_status.h"
+#include "options.h"
+#include "platform.h"
+#include "store/log.h"
+#include "volume/discovery.h"
+#include "volume/path_list.h"
+
+int tarn_set_journal_status(uint32_t status) {
+    int result = -1;
+    if (load_jnl(opt_ctx.jnlpath) != 0) {
+        log_err("Fail to load JNL %s\n", opt_ctx.jnlpath);
+    } else if (set_journal_status(status) < 0) {
+        log_err("Fail to set journal %s BAD\n", opt_ctx.jnlpath);  // whatever the status
+    } else {
+        result = 0;
+    }
+    close_jnl();
+    return result;
+}
+
+int tarn_get_journal_status(uint32_t* status) {
+    int result = -1;
+    if (load_jnl(opt_ctx.jnlpath) != 0) {
+        log_err("Fail to load JNL %s\n", opt_ctx.jnlpath);
+    } else {
+        *status = static_cast<uint32_t>(journal_status());
+        result = 0;
+    }
+    close_jnl();
+    return result;
+}
+
+// 1 read-only, 0 writable, -1 unknown; logged.
+static int is_read_only(const char* volume) {
+    ORBAMountVolInfo info = {};
+    if (ORBAMountVolInfoGet(volume, &info) < 0) {
+        log_err("Fail to read how volume %s is mounted\n", volume);
+        return -1;
+    }
+    if (info.writable == 0) {
+        log_err("Found read-only volume %s\n", volume);
+        return 1;
+    }
+    return 0;
+}
+
+int is_read_only_volume_exist() {
+    path_entry volumes = {};
+    init_path_list(&volumes);
+    int result = enum_all_volumes(&volumes);
+    if (result != 0) {
+        log_err("Fail to enum all volumes\n");
+    }
+    for (const path_entry* volume = volumes.next; volume != &volumes && result == 0;
+         volume = volume->next) {
+        result = is_read_only(volume->name);
+    }
+    free_path_list(&volumes);
+    return result;
+}
+
+int set_journal_ro_bad_when_ro_volume_exist() {
+    const int result = is_read_only_volume_exist();
+    if (result == 0) {
+        return 0;
+    }
+    if (tarn_set_journal_status(JNL_STATUS_RO) != 0) {
+        log_err("Fail to set journal %s Read-Only BAD\n", opt_ctx.jnlpath);
+        return -1;
+    }
+    log_err("Set journal %s Read-Only BAD\n", opt_ctx.jnlpath);
+    return result;
+}

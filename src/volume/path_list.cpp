@@ -1,0 +1,39 @@
+#include "volume/path_list.h"
+
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <search.h>
+
+#include "store/descriptor.h"
+#include "store/log.h"
+
+void init_path_list(path_entry* list) {
+    list->next = list;
+    list->prev = list;
+}
+
+int add_path_entry(const char* path, path_entry* list, uint32_t type) {
+    path_entry* entry = new (std::nothrow) path_entry{};
+    if (entry == nullptr) {
+        log_err("no memory for path %s\n", path);
+        return -1;
+    }
+    snprintf(entry->name, sizeof entry->name, "%s", path);
+    if (strlen(path) >= sizeof entry->name) {
+        log_err("path %s is cut to %s\n", path, entry->name);
+        io_count_failed_write();  // the file of the whole path gets nothing of what was meant for
+                                  // it
+    }
+    entry->type = type;
+    insque(entry, list->prev);
+    return 0;
+}
+
+void free_path_list(path_entry* list) {
+    while (list->next != list) {
+        path_entry* entry = list->next;
+        remque(entry);
+        delete entry;
+    }
+}
