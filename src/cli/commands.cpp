@@ -4,13 +4,22 @@
 #include <cstdio>
 #include <getopt.h>
 
-#include "cli/later_commands.h"
 #include "cli/long_options.h"
+#include "cli/punch.h"
+#include "cli/service_pause.h"
 #include "cli/status_commands.h"
 #include "cli/type_words.h"
 #include "cli/usage.h"
 #include "options.h"
 #include "volume/consistency.h"
+#include "volume/finalize.h"
+#include "volume/full_check.h"
+#include "volume/import.h"
+#include "volume/import_volume.h"
+#include "volume/map_check.h"
+#include "volume/one_key.h"
+#include "volume/reconstruct.h"
+#include "volume/unmap_buffer.h"
 #include "volume/volume_journal.h"
 #include "volume/volume_paths.h"
 
@@ -69,47 +78,58 @@ static int run_advhelp(int, char**, const char*) {
 }
 
 static int run_fullck(int, char**, const char*) {
-    return later_command("fullck");
+    return check_full_volume();
 }
 
 static int run_import(int, char**, const char*) {
-    return later_command("import");
+    return import();
 }
 
 static int run_import_volume(int, char**, const char*) {
-    return later_command("import-volume");
+    return do_import_volume(FIX_DIR);
 }
 
 static int run_finalize(int, char**, const char*) {
-    return later_command("finalize");
+    return finalize();
 }
 
 static int run_check_map(int, char**, const char*) {
-    return later_command("check-map");
+    return check_map();
 }
 
-static int run_punch(int, char**, const char*) {
-    return later_command("punch");
+static int run_punch(int argc, char** argv, const char*) {
+    return punch_hole(argc, argv);
 }
 
 static int run_reconstruct(int, char**, const char*) {
-    return is_vaai_volume(opt_ctx.volpath) == 1 ? later_command("reconstruct") : -1;
+    return is_vaai_volume(opt_ctx.volpath) == 1 ? do_reconstruct_volume() : -1;
 }
 
 static int run_ckvbuf(int, char**, const char*) {
-    return later_command("ckvbuf");
+    return count_vol_unmap_buffer();
 }
 
-static int run_onekeycheck(int, char**, const char*) {
-    return later_command("onekeycheck");
+static int run_onekeycheck(int argc, char** argv, const char*) {
+    const int result =
+        run_with_iscsi_paused(argc, argv, 0, one_key_check_all_vol,
+                              "iSCSI service running checking maintainance procedures");
+    if (result < 0) {
+        return -1;
+    }
+    puts("TARN_INFO: One Key check has successfully completed");
+    return 0;
 }
 
-static int run_onekeyrepair(int, char**, const char*) {
+static int run_onekeyrepair(int argc, char** argv, const char*) {
     if (opt_ctx.volpath[0] == '\0') {
         printf("TARN_INFO: Please assign volpath by --volpath");  // no line end, deliberate
         return -1;
     }
-    return later_command("onekeyrepair");
+    const int result = run_with_iscsi_paused(
+        argc, argv, 0, one_key_repair, "iSCSI service running repairing maintainance procedures");
+    puts(result < 0 ? "TARN_INFO: Reconstruction procedure has failed"
+                    : "TARN_INFO: One Key Repair has successfully completed");
+    return result;
 }
 
 // Who reads the options behind a command.

@@ -1,0 +1,123 @@
+#include "cli/punch.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <getopt.h>
+
+#include "fri/fri_file.h"
+#include "options.h"
+#include "store/log.h"
+#include "tbl/tbl_file.h"
+#include "volume/punch.h"
+#include "volume/volume_paths.h"
+
+struct punch_options {
+    bool all_groups;
+    int64_t offset;  // lpa
+    int64_t length;  // extents
+};
+
+// Decimal, signed, with no range check, deliberate: what no number can hold becomes the nearest
+// one.
+static int64_t decimal(const char* text) {
+    return strtoll(text, nullptr, 10);
+}
+
+// The scanner's "?" names the letter: one of ours stands without its argument.
+static int refuse_option(int letter) {
+    switch (letter) {
+        case 'p':
+            log_err_as("punch_hole", "Bad param for -p option\n");
+            return -1;
+        case 'o':
+            log_err_as("punch_hole", "Bad param for -o option\n");
+            return -1;
+        case 'l':
+            log_err_as("punch_hole", "Bad param for -l option\n");
+            return -1;
+        default:
+            log_err_as("punch_hole", "UNKNOW cmd %c\n", letter);
+            return 0;
+    }
+}
+
+// 0 to go on, -1 logged.
+static int take_option(punch_options* options, int found) {
+    switch (found) {
+        case 'a':
+            options->all_groups = true;
+            return 0;
+        case 'p':
+            snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", optarg);
+            return 0;
+        case 'o':
+            options->offset = decimal(optarg);
+            if (options->offset < 0) {
+                log_err_as("punch_hole", "Offset should equal or greater than zero\n");
+                return -1;
+            }
+            return 0;
+        case 'l':
+            options->length = decimal(optarg);
+            if (options->length < 0) {
+                log_err_as("punch_hole", "Length should equal or greater than zero\n");
+                return -1;
+            }
+            return 0;
+        default:
+            return refuse_option(optopt);
+    }
+}
+
+static int scan_options(int argc, char** argv, punch_options* options) {
+    int found;
+    while ((found = getopt(argc, argv, "ap:o:l:")) != -1) {
+        if (take_option(options, found) != 0) {
+            return -1;
+        }
+    }
+    return 0;
+}
+
+// Only the whole line "YES" is a yes; the end of the input is none.
+static bool answered_yes() {
+    char line[10] = {};
+    printf("Do you wants to PUCH the data?(YES/NO) [NO]: ");
+    fflush(stdout);
+    return fgets(line, sizeof line, stdin) != nullptr && strcmp(line, "YES\n") == 0;
+}
+
+static int ask_and_punch(const punch_options* options) {
+    if (load_fri(opt_ctx.fripath) != 0) {
+        log_err_as("punch_hole", "Fail to load FRI %s\n", opt_ctx.fripath);
+        return -1;
+    }
+    if (load_tbl(opt_ctx.tblpath) != 0) {
+        log_err_as("punch_hole", "Fail to load TBL %s\n", opt_ctx.tblpath);
+        return -1;
+    }
+    if (!answered_yes()) {
+        return 0;
+    }
+    printf("TARN_INFO: PUNCH volume: %s\n", opt_ctx.volpath);
+    const int result = dat_cal_end_lpa(opt_ctx.volpath, options->all_groups,
+                                       static_cast<uint64_t>(options->offset),
+                                       static_cast<uint64_t>(options->length));
+    if (result != 0) {
+        log_err_as("punch_hole", "Fail to PUNCH %s\n", opt_ctx.volpath);
+    }
+    return result;
+}
+
+int punch_hole(int argc, char** argv) {
+    punch_options options{};
+    if (scan_options(argc, argv, &options) != 0 || is_vaai_volume(opt_ctx.volpath) != 1) {
+        return -1;
+    }
+    set_live_table_paths(opt_ctx.volpath);
+    const int result = ask_and_punch(&options);
+    close_tbl();
+    close_fri();
+    return result;
+}

@@ -1,0 +1,49 @@
+// Data files: the header that names their volume, and where an extent lies in them.
+// Below: meta nodes, file primitives. Above: reconstruct.h, punch.h.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "metadata.h"
+
+constexpr int DAT_CONST_NODES = 2;
+constexpr int DAT_VAR_NODES = 0;
+
+// The two constant nodes, as they lie on disk and in memory.
+struct [[gnu::packed]] dat_header {
+    metadata_head head;    //  0: the uuid is the volume's
+    uint32_t checksum1;    // 64
+    uint8_t reserved[60];  // 68
+};
+static_assert(offsetof(dat_header, checksum1) == META_NODE_SIZE);
+static_assert(sizeof(dat_header) == (DAT_CONST_NODES + DAT_VAR_NODES) * META_NODE_SIZE);
+
+struct dat_handle {
+    int32_t fd;  // 0: closed
+    char name[PATH_TEXT_SIZE];
+    dat_header header;
+    uint8_t* buffer;  // released on close; null as a rule
+};
+
+// `handle` comes in zeroed. 0; -1, logged: also for a wrong magic code; nothing stays open then.
+int load_dat_handle(dat_handle* handle, const char* path);
+int close_dat_handle(dat_handle* handle);  // syncs and closes. 0; -1 for null, logged
+
+// Placement: every data file spans 2^42 bytes of extents, behind a header area of one mebibyte.
+constexpr uint32_t DAT_SPAN_SHIFT = 42;
+constexpr uint64_t DAT_DATA_OFFSET = 0x100000;
+constexpr int DAT_FILE_MAX = 4096;  // files of a volume that are opened
+
+// `shift`: extents are of 2^shift bytes, DAT_SPAN_SHIFT at most.
+constexpr uint64_t dat_file_number(uint64_t lpa, uint32_t shift) {
+    return lpa >> (DAT_SPAN_SHIFT - shift);
+}
+constexpr uint64_t dat_byte_in_file(uint64_t lpa, uint32_t shift) {
+    const uint64_t extents_mask = (uint64_t{1} << (DAT_SPAN_SHIFT - shift)) - 1;
+    return ((lpa & extents_mask) << shift) + DAT_DATA_OFFSET;
+}
+
+// Writes the path of data file `number` of the volume `root` into `out` (PATH_TEXT_SIZE). 0; -1,
+// logged, when it does not fit.
+int dat_file_path(char* out, const char* root, unsigned number);

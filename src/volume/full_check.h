@@ -1,0 +1,11 @@
+// The comparison of a volume's table with one rebuilt from all its maps.
+// Below: import_volume.h, work_dir.h, the files of table and index. Above: the commands, one_key.h.
+#pragma once
+
+// Compares the live table of the volume in opt_ctx.volpath with the one in its CHECK_DIR, entry by
+// entry up to the highest group that some map refers to: which extents are used, and by how many.
+// Free lists are not compared. 0; -1 at the first difference or on a failure, logged.
+int do_check_full_tbl_consistent();
+
+// --fullck: rebuilds in CHECK_DIR, compares, removes CHECK_DIR. 0; -1, logged, and CHECK_DIR stays.
+int check_full_volume();

@@ -1,0 +1,16 @@
+// The import of one map into a table and index that are being rebuilt: one reference for every
+// mapped entry, the init bit for every group that holds one. Free lists are linked afterwards
+// (finalize.h). Below: map_walk.h, the entries of the three kinds. Above: import_volume.h.
+#pragma once
+
+#include <cstdint>
+
+// Counts every mapped entry of the current map, one of map_kind_code, of the volume `root`, into
+// the current table and index; an unmap buffer's entries end at the first unmapped one. Prints its
+// progress. 0; -1 at the first failure, logged: also for more mapped entries than the header says
+// (fewer pass), a 4096th reference, and an extent that the table cannot hold or did not take.
+int import_map(int32_t kind, const char* root);
+
+// --import: the map at opt_ctx.mappath into the table and index at tblpath and fripath, in place.
+// 0, or -1, logged; all three are closed.
+int import();

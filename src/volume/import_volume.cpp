@@ -1,0 +1,122 @@
+#include "volume/import_volume.h"
+
+#include <cstdio>
+#include <sys/stat.h>
+
+#include "fri/fri_file.h"
+#include "map/map_file.h"
+#include "options.h"
+#include "store/log.h"
+#include "tbl/tbl_file.h"
+#include "volume/discovery.h"
+#include "volume/import.h"
+#include "volume/map_check.h"
+#include "volume/path_list.h"
+#include "volume/volume_paths.h"
+
+static constexpr mode_t WORK_DIR_MODE = 0700;
+
+struct rebuild_paths {
+    char dir[PATH_TEXT_SIZE];
+    char new_tbl[PATH_TEXT_SIZE];
+    char old_tbl[PATH_TEXT_SIZE];
+    char new_fri[PATH_TEXT_SIZE];
+    char old_fri[PATH_TEXT_SIZE];
+};
+
+static int form_paths(rebuild_paths* paths, const char* dir_name) {
+    const char* root = opt_ctx.volpath;
+    const size_t size = PATH_TEXT_SIZE;
+    const bool fit = form_path(paths->dir, size, "%s/%s", root, dir_name) == 0 &&
+                     form_path(paths->new_tbl, size, "%s/%s/EP_TBL", root, dir_name) == 0 &&
+                     form_path(paths->old_tbl, size, "%s/%s/EP_TBL", root, EP_DIR) == 0 &&
+                     form_path(paths->new_fri, size, "%s/%s/EP_FRI", root, dir_name) == 0 &&
+                     form_path(paths->old_fri, size, "%s/%s/EP_FRI", root, EP_DIR) == 0;
+    return fit ? 0 : -1;
+}
+
+static int create_files(const rebuild_paths* paths) {
+    if (create_tbl(paths->new_tbl, paths->old_tbl) != 0) {
+        log_err_as("do_import_volume", "Fail to create TBL %s from %s\n", paths->new_tbl,
+                   paths->old_tbl);
+        return -1;
+    }
+    if (save_tbl() != 0) {
+        log_err_as("do_import_volume", "Fail to save TBL %s\n", paths->new_tbl);
+        return -1;
+    }
+    if (create_fri(paths->new_fri, paths->old_fri) != 0) {
+        log_err_as("do_import_volume", "Fail to create FRI %s from %s\n", paths->new_fri,
+                   paths->old_fri);
+        return -1;
+    }
+    if (save_fri() != 0) {
+        log_err_as("do_import_volume", "Fail to save FRI %s\n", paths->new_fri);
+        return -1;
+    }
+    return 0;
+}
+
+static int import_loaded_map(int32_t kind) {
+    const char* root = opt_ctx.volpath;
+    if (opt_ctx.repair != 0) {
+        printf("TARN_INFO: check and repair MAP(%s)\n", opt_ctx.mappath);
+        if (do_check_map(kind, opt_ctx.repair, root) != 0) {
+            return -1;
+        }
+    }
+    printf("TARN_INFO: import MAP(%s)\n", opt_ctx.mappath);
+    return import_map(kind, root) < 0 ? -1 : 0;
+}
+
+static int import_listed_map(const path_entry* map) {
+    snprintf(opt_ctx.mappath, sizeof opt_ctx.mappath, "%s", map->name);
+    int result = -1;
+    if (load_map(opt_ctx.mappath) != 0) {
+        log_err_as("do_import_volume", "Fail to load MAP %s\n", opt_ctx.mappath);
+    } else {
+        result = import_loaded_map(static_cast<int32_t>(map->type));
+    }
+    close_map();
+    return result;
+}
+
+static int import_all_maps() {
+    path_entry maps = {};
+    init_path_list(&maps);
+    int result = enum_all_vaai_luns(&maps);
+    if (result != 0) {
+        log_err_as("do_import_volume", "Fail to enum all vaailuns on volumes %s\n",
+                   opt_ctx.volpath);
+    }
+    for (const path_entry* map = maps.next; map != &maps && result == 0; map = map->next) {
+        result = import_listed_map(map);
+    }
+    free_path_list(&maps);
+    return result;
+}
+
+static int rebuild_in(const rebuild_paths* paths) {
+    if (create_files(paths) != 0 || import_all_maps() != 0) {
+        return -1;
+    }
+    printf("TARN_INFO: Rebuild EP_TBL: (%s/EP_TBL)\n", paths->dir);
+    printf("TARN_INFO: Rebuild EP_FRI: (%s/EP_FRI)\n", paths->dir);
+    return 0;
+}
+
+int do_import_volume(const char* dir_name) {
+    rebuild_paths paths;
+    if (is_vaai_volume(opt_ctx.volpath) != 1 || form_paths(&paths, dir_name) != 0) {
+        return -1;
+    }
+    if (mkdir(paths.dir, WORK_DIR_MODE) != 0) {  // an existing one, or a link, is never entered
+        log_err("Fail to mkdir(%s)\n", paths.dir);
+        return -1;
+    }
+    printf("TARN_INFO: import volume %s\n", opt_ctx.volpath);
+    const int result = rebuild_in(&paths);
+    close_tbl();
+    close_fri();
+    return result;
+}

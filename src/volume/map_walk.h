@@ -1,0 +1,43 @@
+// What the check and the import of a map share: how many entries a scan looks at, where the map's
+// file ends, and the progress lines. Below: map_file.h, the platform. Above: map_check.h, import.h.
+#pragma once
+
+#include <cstdint>
+
+// Entries of a ROD map on a volume of extents of 2^shift bytes; the map's header is not asked. The
+// power is formed in 32 bits, and is 0 when bit 5 of its exponent is set.
+constexpr uint64_t rod_entry_count(uint32_t shift) {
+    const uint32_t exponent = 30 - shift;
+    const uint32_t power = (exponent & 32) != 0 ? 0 : uint32_t{1} << (exponent & 31);
+    return (uint64_t{power} + 32) * 512;
+}
+static_assert(rod_entry_count(20) == 540672);
+
+// Asks the platform for the extent shift of the volume `root`. 0, or -1, logged.
+int get_extent_shift(const char* root, uint32_t* shift);
+
+// Stores the header's entry count, or mapped count, of the current map. 0; -1, logged, when no map
+// is open or the count is all ones.
+int map_scan_total(uint64_t* total);
+int map_scan_mapped(uint64_t* mapped);
+
+// Data nodes of the current map that its file has bytes of. Nodes behind them hold no entry and
+// need no reading.
+uint64_t map_stored_nodes();
+// End of the blank nodes from map_stored_nodes() on, in a scan of `nodes`: a node that no file can
+// reach is none of them, so that its read fails as it always does.
+uint64_t map_blank_nodes_end(uint64_t nodes);
+
+// The lines "Processing mapping <p>/100" of a scan of `total` units, p counting from 0: a unit n
+// prints the next one when n * 100 / total has reached it, one line at most. Nothing overflows.
+struct scan_progress {
+    uint64_t total;  // not 0 where units are passed
+    uint64_t next;   // p
+    uint64_t due;    // first unit that prints it
+};
+constexpr scan_progress scan_progress_of(uint64_t total) {
+    return {total, 0, 0};
+}
+// The scan comes to the units `from` to `to` - 1.
+void scan_progress_pass(scan_progress* progress, uint64_t from, uint64_t to);
+void scan_progress_end(const scan_progress* progress);  // prints the line with the p reached
