@@ -8,11 +8,16 @@ struct handle_prefix;
 
 void init_handle_set();  // a second call does nothing
 // Opens the metadata file at `path` into the list of the kind that its header names. 0, or -1,
-// logged. Before init_handle_set the handle is opened, linked nowhere, and 0 is returned.
+// logged. Before init_handle_set the file is only tried: 0, and no lookup will find it.
 int load_as_handle(const char* path);
 // The first handle of `type` with that uuid, in load order; null when there is none. Type 4 looks
-// among the maps and then among the tables; the caller looks at head.file_type. Types 3 and 5 are
-// logged. The set keeps owning the handle.
+// among the maps and then among the tables. Types 3 and 5 are logged. The set keeps owning it.
 handle_prefix* lookup_handle(const uint8_t* uuid, uint32_t type);
+
+// The kinds of handle, and which of them a lookup answered with: what a header says of its own
+// kind is not believed twice.
+enum handle_kind { HANDLE_TBL, HANDLE_FRI, HANDLE_MAP };
+handle_prefix* lookup_handle_of_kind(const uint8_t* uuid, uint32_t type, handle_kind* found);
+
 // Closes and frees every handle. 0, or -1 when a close failed, logged.
 int finish_handle_set();
