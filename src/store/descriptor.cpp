@@ -106,6 +106,10 @@ void io_count_failed_write() {
     failed_writes++;
 }
 
+void io_forget_failed_writes() {
+    failed_writes = 0;
+}
+
 void close_synced(int fd) {
     if (fd != 0) {
         (void)io_sync(fd);  // counted there

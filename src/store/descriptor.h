@@ -37,6 +37,7 @@ bool io_same_file(const char* one, const char* other);
 // before they were tried. Start-up replay deletes no journal while this is not 0.
 uint64_t io_failed_writes();
 void io_count_failed_write();
+void io_forget_failed_writes();  // tests only: each stands for a process of its own
 
 // Syncs and closes a descriptor; 0 is let pass. Failures are counted, not told.
 void close_synced(int fd);

@@ -37,6 +37,10 @@ std::vector<std::string> log_capture::lines() const {
     return *captured;
 }
 
+std::string log_capture::last() const {
+    return captured->empty() ? "" : captured->back();
+}
+
 size_t log_capture::count(const std::string& part) const {
     size_t found = 0;
     for (const std::string& line : *captured) {

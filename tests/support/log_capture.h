@@ -14,6 +14,7 @@ public:
     // Each line as it was sent, its line end included, "name(123)" shown as "name(#)" and
     // "tarn:123" as "tarn:#".
     [[nodiscard]] std::vector<std::string> lines() const;
+    [[nodiscard]] std::string last() const;                 // "" when there is no line
     [[nodiscard]] bool has(const std::string& part) const;  // some line contains it
     [[nodiscard]] size_t count(const std::string& part) const;
     void clear();
