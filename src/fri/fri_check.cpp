@@ -27,7 +27,7 @@ int fri_check_group_head() {
 
 // Tells a walk along links that came back to a group, in fixed memory: the walk is compared with a
 // group that it passed, and that group moves on to the walk's place after 1, 2, 4, ... steps. A
-// loop of any length is told within three times the steps that lead around it once.
+// loop is told before three times as many steps are made as the list has groups.
 struct loop_watch {
     uint64_t passed;
     uint64_t since;  // steps since `passed`

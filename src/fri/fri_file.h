@@ -22,7 +22,7 @@ struct fri_handle {
     char path[PATH_TEXT_SIZE];
     list_link link;
     fri_header header;
-    uint8_t* buffer;  // released on close; null as a rule
+    uint8_t* buffer;  // of new[], released on close; null as a rule
     data_node node;
     uint64_t node_num;
 };
@@ -32,15 +32,16 @@ static_assert(offsetof(fri_handle, header) == offsetof(handle_prefix, head));
 
 // All return 0, or -1, logged, unless said otherwise.
 
-// Opens `path` as the current index. After a failure the descriptor that was opened stays set:
-// the caller closes.
+// Opens `path` as the current index; one that is still open is closed first. After a failure the
+// descriptor that was opened stays set: the caller closes.
 int load_fri(const char* path);
 // Syncs and closes the current index; nothing to do when none is open.
 void close_fri();
 // Writes the current header with fresh checksums.
 int save_fri();
 // Creates `newpath` with the uuid of the file at `oldpath` (null, or unreadable: a fresh one) and
-// makes it the current index. The header is only in memory until save_fri.
+// makes it the current index. The header is only in memory until save_fri. After a failure no index
+// is open. A file is never created from itself.
 int create_fri(const char* newpath, const char* oldpath);
 
 int load_fri_handle(fri_handle* handle, const char* name);  // a wrong magic code is only logged

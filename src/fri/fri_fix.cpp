@@ -22,8 +22,9 @@ static int relink_group(fri_entry* entry, uint64_t group, fix_result* fixed) {
         return -1;  // logged there
     }
     if (free_count > static_cast<int>(TBL_GROUP_ENTRIES)) {
-        log_err("Stop fix FRI and TBL, @group_num %llu free_count %d exceed the maximum %u\n",
-                ull(group), free_count, TBL_GROUP_ENTRIES);
+        log_err_as("fix_fri_group_head",
+                   "Stop fix FRI and TBL, @group_num %llu free_count %d exceed the maximum %u\n",
+                   ull(group), free_count, TBL_GROUP_ENTRIES);
         return -1;
     }
     const int before = fri_entry_count(entry);
@@ -34,8 +35,9 @@ static int relink_group(fri_entry* entry, uint64_t group, fix_result* fixed) {
         fixed->first = group;
     }
     if (fri_entry_write(entry, group) != 0) {
-        log_err("Stop fix FRI and TBL Link List @group_num %llu, free_head %llu free_count %u\n",
-                ull(group), ull(fixed->head), static_cast<unsigned>(free_count));
+        log_err_as("fix_fri_group_head",
+                   "Stop fix FRI and TBL Link List @group_num %llu, free_head %llu free_count %u\n",
+                   ull(group), ull(fixed->head), static_cast<unsigned>(free_count));
         return -1;
     }
     fixed->delta += free_count - before;
@@ -51,7 +53,7 @@ static int save_fixed(const fix_result* fixed) {
     header.fri_group_head = fixed->first;
     printf("TARN_INFO: Fix FRI to fri_group_head %llu\n", ull(header.fri_group_head));
     if (save_fri() != 0) {
-        log_err("Fail to save_fri\n");
+        log_err_as("fix_fri_group_head", "Fail to save_fri\n");
         return -1;
     }
     return 0;

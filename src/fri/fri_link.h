@@ -4,5 +4,6 @@
 
 // Recounts every initialised group of the current index from the current table, chains the groups
 // that have free extents in ascending order and saves the index's header. Prints its progress.
-// 0, or -1 at the first failure, logged; what was written stays written.
+// 0, or -1 at the first failure, logged; what was written stays written. A group count past the
+// capacity is refused before anything is. Whether the header was saved is only logged.
 int tarn_link_fri_group();

@@ -11,9 +11,8 @@ static bool is_hex(char c) {
     return isxdigit(static_cast<unsigned char>(c)) != 0;
 }
 
-// Takes `n` pairs of characters off the line, each pair at the next hexadecimal digit; hyphens are
-// passed over. False when the line ends before the pairs do.
-static bool take_pairs(const char* cursor, uint8_t* out, int n) {
+bool uuid_of_line(const char* line, uint8_t* out, int n) {
+    const char* cursor = line;
     for (int i = 0; i < n; i++) {
         while (*cursor != '\0' && !is_hex(*cursor)) {
             cursor++;
@@ -45,7 +44,7 @@ int uuid_gen(uint8_t* out, int n) {
         log_err("fail to get string from '/usr/bin/uuidgen'\n");
         return -1;
     }
-    if (!take_pairs(line, out, n)) {
+    if (!uuid_of_line(line, out, n)) {
         log_err("'/usr/bin/uuidgen' gave fewer than %d bytes\n", n);
         return -1;
     }

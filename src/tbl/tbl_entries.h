@@ -18,7 +18,7 @@ int tbl_entry_write(const tbl_entry* entry, uint64_t lpa);
 
 // Adds one reference. An extent that had none becomes used, and the free count of an open index
 // goes down by one, in memory. 4095 wraps to 0. Meant for a table being rebuilt from nothing.
-// Returns 0, or -1 when the entry cannot be read, logged.
+// Returns 0, or -1, logged, when the entry cannot be read or no table holds the lpa.
 int tbl_entry_ref_inc(uint64_t lpa);
 
 // The journal's side. Check: 1 equal, 0 different, -1 unreadable, logged. Replay: 0 or -1.

@@ -22,7 +22,7 @@ struct tbl_handle {
     char path[PATH_TEXT_SIZE];
     list_link link;
     tbl_header header;
-    uint8_t* buffer;  // released on close; null as a rule
+    uint8_t* buffer;  // of new[], released on close; null as a rule
     data_node node;
     uint64_t node_num;
 };
@@ -32,15 +32,16 @@ static_assert(offsetof(tbl_handle, header) == offsetof(handle_prefix, head));
 
 // All return 0, or -1, logged, unless said otherwise.
 
-// Opens `path` as the current table. After a failure the descriptor that was opened stays set:
-// the caller closes.
+// Opens `path` as the current table; one that is still open is closed first. After a failure the
+// descriptor that was opened stays set: the caller closes.
 int load_tbl(const char* path);
 // Syncs and closes the current table; nothing to do when none is open.
 void close_tbl();
 // Writes the current header with fresh checksums.
 int save_tbl();
 // Creates `newpath` with the extent size and, where it can be read, the uuid of the table at
-// `oldpath`, and makes it the current table. The header is only in memory until save_tbl.
+// `oldpath`, and makes it the current table. The header is only in memory until save_tbl. After a
+// failure no table is open. A file is never created from itself.
 int create_tbl(const char* newpath, const char* oldpath);
 
 int load_tbl_handle(tbl_handle* handle, const char* name);  // a wrong magic code is only logged

@@ -20,7 +20,8 @@ static int write_link(free_entry* from, uint32_t next, bool is_tail) {
         tbl_entry_clear_tail(&from->entry);
     }
     if (tbl_entry_write(&from->entry, from->lpa) < 0) {
-        log_err("Fail to link tbl list, group_num %llu\n", ull(tbl_group_of(from->lpa)));
+        log_err_as("link_free_tbl_entry_in_group", "Fail to link tbl list, group_num %llu\n",
+                   ull(tbl_group_of(from->lpa)));
         return -1;
     }
     return 0;
