@@ -1,0 +1,210 @@
+#include "tbl/tbl_freelist.h"
+
+#include <cerrno>
+#include <gtest/gtest.h>
+
+#include "store/descriptor.h"
+#include "support/io_faults.h"
+#include "support/log_capture.h"
+#include "support/pool_files.h"
+#include "support/stdout_capture.h"
+
+// lpas of group 2: 8192 to 12287.
+static constexpr uint64_t BASE = 8192;
+
+TEST(tbl_freelist, a_group_never_written_becomes_one_ascending_list) {
+    pool_files pool;
+    uint16_t head = 77;
+    EXPECT_EQ(link_free_tbl_entry_in_group(2, &head), 4096);
+    EXPECT_EQ(head, 0);
+    for (uint16_t offset = 0; offset < 4095; offset++) {
+        ASSERT_EQ(pool.tbl(BASE + offset), offset + 1);
+    }
+    EXPECT_EQ(pool.tbl(BASE + 4095), 0x1000);
+    EXPECT_EQ(pool.tbl(BASE + 4096), 0);  // the next group
+    EXPECT_EQ(pool.tbl(BASE - 1), 0);
+}
+
+TEST(tbl_freelist, used_entries_are_passed_over_and_foreign_bits_stay) {
+    pool_files pool;
+    pool.fill_group(2, 0x8001);
+    pool.set_tbl(BASE + 5, 0x3FFF);     // free, an old tail, bit 13 set
+    pool.set_tbl(BASE + 100, 0x4002);   // free, bit 14 set
+    pool.set_tbl(BASE + 4000, 0x6007);  // free, both
+    uint16_t head = 77;
+    EXPECT_EQ(link_free_tbl_entry_in_group(2, &head), 3);
+    EXPECT_EQ(head, 5);
+    EXPECT_EQ(pool.tbl(BASE + 5), 0x2000 | 100);
+    EXPECT_EQ(pool.tbl(BASE + 100), 0x4000 | 4000);
+    EXPECT_EQ(pool.tbl(BASE + 4000), 0x7000);
+    EXPECT_EQ(pool.tbl(BASE + 6), 0x8001);
+}
+
+TEST(tbl_freelist, a_full_group_has_no_list_and_leaves_the_head) {
+    pool_files pool;
+    pool.fill_group(2, 0x8001);
+    uint16_t head = 77;
+    const io_fault_at writes(0, 0, {io_call::write});
+    EXPECT_EQ(link_free_tbl_entry_in_group(2, &head), 0);
+    EXPECT_EQ(head, 77);
+    EXPECT_EQ(writes.calls(), 0u);
+}
+
+TEST(tbl_freelist, a_last_offset_alone_is_head_and_tail_in_one_step) {
+    pool_files pool;
+    pool.fill_group(2, 0x8001);
+    pool.set_tbl(BASE + 4095, 0x0123);
+    uint16_t head = 77;
+    const io_fault_at writes(0, 0, {io_call::write});
+    EXPECT_EQ(link_free_tbl_entry_in_group(2, &head), 1);
+    EXPECT_EQ(head, 4095);
+    EXPECT_EQ(pool.tbl(BASE + 4095), 0x1000);
+    EXPECT_EQ(writes.calls(), 1u);
+}
+
+TEST(tbl_freelist, a_group_past_the_table_is_not_linked) {
+    pool_files pool;
+    uint16_t head = 77;
+    log_capture log;
+    EXPECT_EQ(link_free_tbl_entry_in_group(0x1F800000, &head), -1);
+    EXPECT_EQ(link_free_tbl_entry_in_group(~uint64_t{0}, &head), -1);
+    EXPECT_EQ(log.lines(),
+              log_lines({"ERR: link_free_tbl_entry_in_group(#) Fail to link free tbl entry, "
+                         "group_num 528482304\n",
+                         "ERR: link_free_tbl_entry_in_group(#) Fail to link free tbl entry, "
+                         "group_num 18446744073709551615\n"}));
+    EXPECT_EQ(pool.tbl_file.size(), 1048576u);
+}
+
+TEST(tbl_freelist, an_entry_that_cannot_be_read_ends_the_linking) {
+    pool_files pool;
+    uint16_t head = 77;
+    log_capture log;
+    const io_fault_at fault(1, EIO, {io_call::read});
+    EXPECT_EQ(link_free_tbl_entry_in_group(2, &head), -1);
+    EXPECT_EQ(log.lines(), log_lines({"ERR: tbl_entry_read(#) tbl read error, lpa[8192]\n",
+                                      "ERR: link_free_tbl_entry_in_group(#) Fail to link free tbl "
+                                      "entry, group_num 2\n"}));
+}
+
+// Two free entries among 4094 used ones; every n-th call fails in turn, close together where the
+// links are read and written, at a prime's distance elsewhere.
+TEST(tbl_freelist,
+     whichever_call_of_a_linking_fails_it_is_told_or_counted_and_the_next_one_mends_it) {
+    pool_files pool;
+    pool.fill_group(2, 0x8001);
+    uint64_t n = 1;
+    for (bool fired = true; fired; n += n < 40 || n > 8180 ? 1 : 97) {
+        pool.set_tbl(BASE + 3, 0x0007);
+        pool.set_tbl(BASE + 4093, 0x0000);
+        uint16_t head = 77;
+        int linked = 0;
+        const uint64_t failed = io_failed_writes();
+        log_capture log;
+        {
+            const io_fault_at fault(n, EIO);
+            linked = link_free_tbl_entry_in_group(2, &head);
+            fired = fault.fired();
+        }
+        EXPECT_EQ(linked == 2 && io_failed_writes() == failed, !fired) << n;
+        EXPECT_EQ(log.lines().empty(), !fired) << n;
+        EXPECT_EQ(link_free_tbl_entry_in_group(2, &head), 2);
+        EXPECT_EQ(head, 3);
+        EXPECT_EQ(pool.tbl(BASE + 3), 4093);
+        EXPECT_EQ(pool.tbl(BASE + 4093), 0x1000);
+    }
+    EXPECT_GT(n, 8192u);
+}
+
+TEST(tbl_freelist_check, a_list_of_the_expected_length_matches) {
+    pool_files pool;
+    pool.set_tbl(BASE + 7, 3);
+    pool.set_tbl(BASE + 3, 4095);
+    pool.set_tbl(BASE + 4095, 0x1000);
+    log_capture log;
+    stdout_capture out;
+    EXPECT_EQ(tbl_check_group_free_count(2, 7, 3), 0);
+    EXPECT_EQ(out.text(),
+              "TARN_INFO: TBL free start from group_num 2 group_offset 7 (lpa 8199)\n"
+              "TARN_INFO: FREE_COUNT IS MATCH in TBL freelist, free count 3 check_free_count 3 "
+              "group_num 2 group_offset 7 (lpa 8199), tail entry offset 4095 (lpa 12287)\n");
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(tbl_freelist_check, a_list_of_another_length_is_told) {
+    pool_files pool;
+    pool.set_tbl(BASE + 7, 3);
+    pool.set_tbl(BASE + 3, 0x1000);
+    log_capture log;
+    stdout_capture out;
+    EXPECT_EQ(tbl_check_group_free_count(2, 7, 3), -1);
+    EXPECT_EQ(log.lines(),
+              log_lines({"ERR: tbl_check_group_free_count(#) FREE_COUNT NOT MATCH in TBL freelist, "
+                         "free count 2 check_free_count 3 group_num 2 offset 7 (lpa 8195)\n"}));
+}
+
+TEST(tbl_freelist_check, a_wholly_free_group_matches_4096) {
+    pool_files pool;
+    uint16_t head = 0;
+    ASSERT_EQ(link_free_tbl_entry_in_group(2, &head), 4096);
+    stdout_capture out;
+    EXPECT_EQ(tbl_check_group_free_count(2, 0, 4096), 0);
+}
+
+TEST(tbl_freelist_check, a_list_that_loops_ends_after_4097_entries) {
+    pool_files pool;
+    pool.set_tbl(BASE + 7, 9);
+    pool.set_tbl(BASE + 9, 7);
+    log_capture log;
+    stdout_capture out;
+    const io_fault_at reads(0, 0, {io_call::read});
+    EXPECT_EQ(tbl_check_group_free_count(2, 7, 2), -1);
+    EXPECT_EQ(reads.calls(), 4097u);
+    EXPECT_EQ(log.lines(),
+              log_lines({"ERR: tbl_check_group_free_count(#) NOT TAIL last entry in TBL freelist, "
+                         "group_num 2 offset 9 (lpa 8201) count 4097 check_free_count 2\n"}));
+}
+
+TEST(tbl_freelist_check, a_list_that_runs_into_a_used_entry_is_told_twice) {
+    pool_files pool;
+    pool.set_tbl(BASE + 7, 9);
+    pool.set_tbl(BASE + 9, 0x8001);
+    log_capture log;
+    stdout_capture out;
+    EXPECT_EQ(tbl_check_group_free_count(2, 7, 2), -1);
+    EXPECT_EQ(log.lines(),
+              log_lines({"ERR: tbl_check_group_free_count(#) USED entry in TBL freelist, group_num "
+                         "2 offset 9 (lpa 8201)\n",
+                         "ERR: tbl_check_group_free_count(#) NOT TAIL last entry in TBL freelist, "
+                         "group_num 2 offset 9 (lpa 8201) count 1 check_free_count 2\n"}));
+}
+
+TEST(tbl_freelist_check, a_used_tail_is_told_and_the_count_still_decides) {
+    pool_files pool;
+    pool.set_tbl(BASE + 7, 9);
+    pool.set_tbl(BASE + 9, 0x9000);
+    log_capture log;
+    stdout_capture out;
+    EXPECT_EQ(tbl_check_group_free_count(2, 7, 1), 0);
+    EXPECT_EQ(log.lines(),
+              log_lines({"ERR: tbl_check_group_free_count(#) USED entry in TBL freelist, group_num "
+                         "2 offset 9 (lpa 8201)\n"}));
+    EXPECT_NE(out.text().find("FREE_COUNT IS MATCH in TBL freelist, free count 1"),
+              std::string::npos);
+    EXPECT_EQ(tbl_check_group_free_count(2, 7, 2), -1);
+}
+
+TEST(tbl_freelist_check, an_entry_that_cannot_be_read_or_does_not_exist_is_a_read_error) {
+    pool_files pool;
+    stdout_capture out;
+    log_capture log;
+    {
+        const io_fault_at fault(1, EIO, {io_call::read});
+        EXPECT_EQ(tbl_check_group_free_count(2, 7, 1), -1);
+    }
+    EXPECT_EQ(tbl_check_group_free_count(0x1F800000, 0, 1), -1);
+    EXPECT_EQ(tbl_check_group_free_count(0, 4096, 1), -1);
+    EXPECT_EQ(log.count("ERR: tbl_check_group_free_count(#) tbl_check_group_free_count read "
+                        "error\n"),
+              3u);
+}

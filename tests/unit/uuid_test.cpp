@@ -1,0 +1,58 @@
+#include "store/uuid.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "support/hex.h"
+#include "support/log_capture.h"
+
+TEST(uuid, the_line_gives_its_bytes_in_order) {
+    uint8_t out[16] = {};
+    EXPECT_TRUE(uuid_of_line("3f2504e0-4f89-41d3-9a0c-0305e82c3301\n", out, 16));
+    EXPECT_EQ(hex_of(out), "3f 25 04 e0 4f 89 41 d3 9a 0c 03 05 e8 2c 33 01\n");
+}
+
+TEST(uuid, capitals_and_foreign_characters_in_front_of_a_pair_pass) {
+    uint8_t out[3] = {};
+    EXPECT_TRUE(uuid_of_line("{FE--zz 0A.b1", out, 3));
+    EXPECT_EQ(hex_of(out), "fe 0a b1 ");
+}
+
+TEST(uuid, the_second_of_a_pair_is_not_looked_at) {
+    uint8_t out[2] = {};
+    EXPECT_TRUE(uuid_of_line("f-12", out, 2));
+    EXPECT_EQ(hex_of(out), "0f 12 ");
+}
+
+TEST(uuid, a_line_with_too_few_pairs_is_an_error) {
+    uint8_t out[16] = {};
+    EXPECT_FALSE(uuid_of_line("", out, 1));
+    EXPECT_FALSE(uuid_of_line("a", out, 1));
+    EXPECT_FALSE(uuid_of_line("3f2504e0-4f89-41d3-9a0c-0305e82c33\n", out, 16));
+}
+
+TEST(uuid, no_bytes_wanted_are_no_bytes_written) {
+    uint8_t out[1] = {0x77};
+    EXPECT_TRUE(uuid_of_line("3f", out, 0));
+    EXPECT_TRUE(uuid_of_line("3f", out, -1));
+    EXPECT_EQ(out[0], 0x77);
+}
+
+TEST(uuid, a_missing_array_is_told) {
+    log_capture log;
+    EXPECT_EQ(uuid_gen(nullptr, 16), -1);
+    EXPECT_EQ(log.lines(), log_lines({"ERR: uuid_gen(#) uuid NULL pointer\n"}));
+}
+
+TEST(uuid, two_fresh_ones_differ_and_are_well_formed) {
+    if (access("/usr/bin/uuidgen", X_OK) != 0) {
+        GTEST_SKIP() << "uuidgen is not installed";
+    }
+    uint8_t one[17] = {};
+    uint8_t other[17] = {};
+    EXPECT_EQ(uuid_gen(one, 16), 0);
+    EXPECT_EQ(uuid_gen(other, 16), 0);
+    EXPECT_NE(hex_of(one), hex_of(other));
+    EXPECT_EQ(one[8] & 0xC0, 0x80);  // the variant that the program's uuids carry
+    EXPECT_EQ(one[16], 0);
+}
