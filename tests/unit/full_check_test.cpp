@@ -1,0 +1,155 @@
+#include "volume/full_check.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <string>
+
+#include "options.h"
+#include "support/io_faults.h"
+#include "support/log_capture.h"
+#include "support/sample_maps.h"
+#include "support/sample_volumes.h"
+#include "support/scratch_file.h"
+#include "support/stdout_capture.h"
+
+// A live table and a rebuilt one of two groups, all free.
+class full_check : public testing::Test {
+protected:
+    full_check() {
+        make_sample_volume(root(), 0x11);
+        make_directories(root() + "/@EP_CHK");
+        make_tbl(rebuilt(), uuid_of(0x11));
+        make_fri(index(), uuid_of(0x11), 0);
+        set_group_count(2);
+        snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", root().c_str());
+    }
+
+    std::string root() const { return volumes_.volume(1); }
+    std::string live() const { return root() + "/@EP/EP_TBL"; }
+    std::string rebuilt() const { return root() + "/@EP_CHK/EP_TBL"; }
+    std::string index() const { return root() + "/@EP_CHK/EP_FRI"; }
+    void set_group_count(uint64_t count) const { set_header_u64(index(), 64, 72, count); }
+
+    sample_volumes volumes_;
+    log_capture log_;
+};
+
+TEST_F(full_check, tables_that_say_the_same_pass) {
+    set_tbl_word(live(), 8191, 0x8003);
+    set_tbl_word(rebuilt(), 8191, 0x8003);
+    EXPECT_EQ(do_check_full_tbl_consistent(), 0);
+    EXPECT_EQ(log_.lines(), log_lines({}));
+}
+
+TEST_F(full_check, free_entries_are_equal_whatever_their_links) {
+    set_tbl_word(live(), 0, 0x0001);
+    set_tbl_word(live(), 1, 0x1000);
+    set_tbl_word(rebuilt(), 1, 0x0fff);
+    EXPECT_EQ(do_check_full_tbl_consistent(), 0);
+}
+
+TEST_F(full_check, an_extent_in_use_that_no_map_refers_to_fails) {
+    set_tbl_word(live(), 4100, 0x8001);
+    EXPECT_EQ(do_check_full_tbl_consistent(), -1);
+    EXPECT_EQ(log_.lines(), log_lines({"ERR: do_check_full_tbl_consistent(#) TBL: used bit "
+                                       "mismatch, lpa(4100), (old, new)=(1, 0)\n"}));
+}
+
+TEST_F(full_check, a_free_extent_that_a_map_refers_to_fails) {
+    set_tbl_word(rebuilt(), 4100, 0x8001);
+    EXPECT_EQ(do_check_full_tbl_consistent(), -1);
+    EXPECT_EQ(log_.lines(), log_lines({"ERR: do_check_full_tbl_consistent(#) TBL: used bit "
+                                       "mismatch, lpa(4100), (old, new)=(0, 1)\n"}));
+}
+
+TEST_F(full_check, the_first_wrong_reference_count_ends_it) {
+    set_tbl_word(live(), 7, 0x8002);
+    set_tbl_word(rebuilt(), 7, 0x8005);
+    set_tbl_word(live(), 9, 0x8001);
+    EXPECT_EQ(do_check_full_tbl_consistent(), -1);
+    EXPECT_EQ(log_.lines(), log_lines({"ERR: do_check_full_tbl_consistent(#) TBL: refer-cnt "
+                                       "mismatch, lpa(7), (old, new)=(2, 5)\n"}));
+}
+
+TEST_F(full_check, the_groups_behind_the_highest_one_of_the_maps_are_not_looked_at) {
+    set_group_count(1);
+    set_tbl_word(live(), 4096, 0x8001);
+    EXPECT_EQ(do_check_full_tbl_consistent(), 0);
+    set_group_count(0);
+    set_tbl_word(live(), 0, 0x8001);
+    EXPECT_EQ(do_check_full_tbl_consistent(), 0);
+}
+
+TEST_F(full_check, a_group_count_that_no_index_holds_fails) {
+    set_group_count(~uint64_t{0});
+    EXPECT_EQ(do_check_full_tbl_consistent(), -1);
+    EXPECT_TRUE(log_.has("group count 18446744073709551615 is more than an index holds"));
+}
+
+TEST_F(full_check, names_each_file_that_does_not_load) {
+    unlink(index().c_str());
+    EXPECT_EQ(do_check_full_tbl_consistent(), -1);
+    EXPECT_TRUE(log_.has("Fail to load FRI (" + index() + ")\n"));
+    unlink(rebuilt().c_str());
+    EXPECT_EQ(do_check_full_tbl_consistent(), -1);
+    EXPECT_TRUE(log_.has("Fail to load TBL (" + rebuilt() + ")\n"));
+    unlink(live().c_str());
+    EXPECT_EQ(do_check_full_tbl_consistent(), -1);
+    EXPECT_TRUE(log_.has("Fail to load TBL (" + live() + ")\n"));
+}
+
+TEST_F(full_check, an_entry_that_cannot_be_read_fails) {
+    uint64_t reads = 0;
+    {
+        const io_fault_at count(0, 0, {io_call::read});
+        EXPECT_EQ(do_check_full_tbl_consistent(), 0);
+        reads = count.calls();
+    }
+    {
+        const io_fault_at fault(reads - 1, EIO, {io_call::read});
+        EXPECT_EQ(do_check_full_tbl_consistent(), -1);
+        EXPECT_TRUE(log_.has("old tbl_handle_entry_read error lpa(8191)\n"));
+    }
+    const io_fault_at fault(reads, EIO, {io_call::read});
+    EXPECT_EQ(do_check_full_tbl_consistent(), -1);
+    EXPECT_TRUE(log_.has("new tbl_handle_entry_read error lpa(8191)\n"));
+}
+
+class full_check_command : public full_check {
+protected:
+    full_check_command() {
+        std::filesystem::remove_all(root() + "/@EP_CHK");
+        make_filled_map(root() + "/@iSCSITrg/LUN_Extent_1", 63, 1, {{0, 5}});
+    }
+};
+
+TEST_F(full_check_command, removes_its_directory_when_the_table_is_right) {
+    set_tbl_word(live(), 5, 0x8001);
+    stdout_capture out;
+    EXPECT_EQ(check_full_volume(), 0);
+    EXPECT_FALSE(file_exists(root() + "/@EP_CHK"));
+    EXPECT_EQ(check_full_volume(), 0);
+}
+
+TEST_F(full_check_command, leaves_its_directory_behind_after_a_mismatch) {
+    stdout_capture out;
+    EXPECT_EQ(check_full_volume(), -1);
+    EXPECT_TRUE(log_.has("TBL: used bit mismatch, lpa(5), (old, new)=(0, 1)\n"));
+    EXPECT_TRUE(file_exists(rebuilt()));
+}
+
+TEST_F(full_check_command, leaves_its_directory_behind_after_a_failed_rebuild) {
+    make_filled_map(root() + "/@iSCSITrg/LUN_Extent_1", 63, 0, {{0, 5}});
+    stdout_capture out;
+    EXPECT_EQ(check_full_volume(), -1);
+    EXPECT_TRUE(log_.has("mapped_cnt is wrong"));
+    EXPECT_TRUE(file_exists(rebuilt()));
+}
+
+TEST_F(full_check_command, of_a_volume_without_references_succeeds_at_once) {
+    std::filesystem::remove(root() + "/@iSCSITrg/LUN_Extent_1");
+    stdout_capture out;
+    EXPECT_EQ(check_full_volume(), 0);
+    EXPECT_FALSE(file_exists(root() + "/@EP_CHK"));
+}

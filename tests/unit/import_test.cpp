@@ -1,0 +1,232 @@
+#include "volume/import.h"
+
+#include <cerrno>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "fri/fri_file.h"
+#include "map/map_file.h"
+#include "options.h"
+#include "support/io_faults.h"
+#include "support/log_capture.h"
+#include "support/sample_maps.h"
+#include "support/sample_volumes.h"
+#include "support/scratch_file.h"
+#include "support/stdout_capture.h"
+#include "tbl/tbl_file.h"
+
+static constexpr uint64_t INIT_BIT = uint64_t{1} << 63;  // of an index entry as one number
+static constexpr uint64_t EVERY_EXTENT = 0x1F800000000;  // free extents of a new volume
+
+class import_of_a_map : public testing::Test {
+protected:
+    import_of_a_map() {
+        make_sample_volume(root(), 0x11);
+        make_fri(fri(), uuid_of(0x11), EVERY_EXTENT);
+    }
+    ~import_of_a_map() override { close(); }
+
+    std::string root() const { return volumes_.volume(1); }
+    std::string tbl() const { return root() + "/@EP/EP_TBL"; }
+    std::string fri() const { return root() + "/@EP/EP_FRI"; }
+    std::string map() const { return root() + "/@iSCSITrg/LUN_Extent_1"; }
+
+    void load(uint64_t total, uint64_t mapped, const std::vector<sample_entry>& entries) {
+        make_filled_map(map(), total, mapped, entries);
+        close();
+        ASSERT_EQ(load_tbl(tbl().c_str()), 0);
+        ASSERT_EQ(load_fri(fri().c_str()), 0);
+        ASSERT_EQ(load_map(map().c_str()), 0);
+    }
+    static void close() {
+        close_tbl();
+        close_fri();
+        close_map();
+    }
+    int import_it(int32_t kind) { return import_map(kind, root().c_str()); }
+
+    sample_volumes volumes_;
+    log_capture log_;
+};
+
+TEST_F(import_of_a_map, counts_a_reference_for_each_entry_and_marks_its_group) {
+    load(100, 3, {{0, 5}, {1, 5}, {99, 2 * 4096 + 7}});
+    stdout_capture out;
+    EXPECT_EQ(import_it(MAP_KIND_LUN), 0);
+    EXPECT_EQ(out.text(), "TARN_INFO: Try to import 3/100 mappings\n" + progress_lines(0, 100));
+    EXPECT_EQ(tbl_word_of(tbl(), 5), 0x8002);
+    EXPECT_EQ(tbl_word_of(tbl(), 2 * 4096 + 7), 0x8001);
+    EXPECT_EQ(fri_word_of(fri(), 0), INIT_BIT);
+    EXPECT_EQ(fri_word_of(fri(), 1), 0u);
+    EXPECT_EQ(fri_word_of(fri(), 2), INIT_BIT);
+    EXPECT_EQ(fri_group_count_of(fri()), 3u);
+    EXPECT_EQ(fri_free_count_of(fri()), EVERY_EXTENT - 2);
+    EXPECT_EQ(log_.lines(), log_lines({}));
+}
+
+TEST_F(import_of_a_map, more_entries_than_the_header_counts_fail) {
+    load(63, 1, {{0, 5}, {2, 6}});
+    stdout_capture out;
+    EXPECT_EQ(import_it(MAP_KIND_LUN), -1);
+    EXPECT_EQ(log_.lines(), log_lines({"ERR: import_map(#) mapped_cnt is wrong\n"}));
+    EXPECT_EQ(tbl_word_of(tbl(), 6), 0);
+}
+
+TEST_F(import_of_a_map, fewer_entries_than_the_header_counts_pass) {
+    load(63, 9, {{0, 5}});
+    stdout_capture out;
+    EXPECT_EQ(import_it(MAP_KIND_LUN), 0);
+    EXPECT_EQ(log_.lines(), log_lines({}));
+}
+
+TEST_F(import_of_a_map, an_unmap_buffer_ends_at_its_first_unmapped_entry) {
+    std::vector<sample_entry> entries = run_of_entries(10, 40);
+    entries.push_back({11, 90});
+    load(630, 10, entries);
+    stdout_capture out;
+    EXPECT_EQ(import_it(MAP_KIND_UNMAP_BUFFER), 0);
+    EXPECT_EQ(tbl_word_of(tbl(), 49), 0x8001);
+    EXPECT_EQ(tbl_word_of(tbl(), 90), 0);
+    // The entries 0 to 10 were looked at: 10 * 100 / 630 is 1.
+    EXPECT_EQ(out.text(), "TARN_INFO: Try to import 10/630 mappings\n" + progress_lines(0, 2));
+}
+
+TEST_F(import_of_a_map, a_rod_map_is_scanned_over_the_formula_whatever_its_header_says) {
+    load(63, 1, {{540671, 5}});
+    stdout_capture out;
+    EXPECT_EQ(import_it(MAP_KIND_ROD), 0);
+    EXPECT_EQ(tbl_word_of(tbl(), 5), 0x8001);
+    EXPECT_EQ(out.text(), "TARN_INFO: Try to import 1/540672 mappings\n" + progress_lines(0, 100));
+}
+
+TEST_F(import_of_a_map, a_map_of_no_entries_prints_one_progress_line) {
+    load(0, 0, {});
+    stdout_capture out;
+    EXPECT_EQ(import_it(MAP_KIND_LUN), 0);
+    EXPECT_EQ(out.text(), "TARN_INFO: Try to import 0/0 mappings\n" + progress_lines(0, 0));
+}
+
+TEST_F(import_of_a_map, the_entries_behind_the_end_of_the_file_are_unmapped) {
+    load(uint64_t{1} << 40, 1, {{3, 7}});
+    stdout_capture out;
+    EXPECT_EQ(import_it(MAP_KIND_LUN), 0);
+    EXPECT_EQ(out.text(),
+              "TARN_INFO: Try to import 1/1099511627776 mappings\n" + progress_lines(0, 100));
+}
+
+TEST_F(import_of_a_map, a_count_that_no_file_reaches_fails_at_the_first_entry_out_of_reach) {
+    load(~uint64_t{0} - 1, 0, {});
+    stdout_capture out;
+    EXPECT_EQ(import_it(MAP_KIND_LUN), -1);
+    EXPECT_EQ(out.text(),
+              "TARN_INFO: Try to import 0/18446744073709551614 mappings\n" + progress_lines(0, 6));
+    // Node 2^54 - 2048 begins at entry 63 times that.
+    EXPECT_TRUE(log_.has("ERR: import_map(#) Fail to import map, lea 1134907106097235968\n"));
+}
+
+TEST_F(import_of_a_map, a_reference_past_4095_fails_and_the_entry_stays) {
+    load(63, 1, {{4, 5}});
+    set_tbl_word(tbl(), 5, 0x8FFF);
+    stdout_capture out;
+    EXPECT_EQ(import_it(MAP_KIND_LUN), -1);
+    EXPECT_EQ(log_.lines(),
+              log_lines({"ERR: add_reference(#) lpa 5 has more than 4095 references\n",
+                         "ERR: import_map(#) Fail to increase mapping, lea 4\n"}));
+    EXPECT_EQ(tbl_word_of(tbl(), 5), 0x8FFF);
+}
+
+TEST_F(import_of_a_map, an_extent_past_the_table_fails) {
+    load(63, 1, {{4, EVERY_EXTENT}});
+    stdout_capture out;
+    EXPECT_EQ(import_it(MAP_KIND_LUN), -1);
+    EXPECT_TRUE(log_.has("ERR: import_map(#) Fail to init fri group, lea 4\n"));
+}
+
+TEST_F(import_of_a_map, a_table_that_does_not_take_the_reference_fails) {
+    load(63, 1, {{4, 5}});
+    set_fri_word(fri(), 0, INIT_BIT);  // so that the table's entry is the first thing written
+    stdout_capture out;
+    const io_fault_at fault(1, ENOSPC, {io_call::write});
+    EXPECT_EQ(import_it(MAP_KIND_LUN), -1);
+    EXPECT_TRUE(log_.has("ERR: import_map(#) Fail to increase mapping, lea 4\n"));
+}
+
+TEST_F(import_of_a_map, counts_of_all_ones_fail) {
+    stdout_capture out;
+    load(~uint64_t{0}, 0, {});
+    EXPECT_EQ(import_it(MAP_KIND_ROD), -1);  // also where the count is not used
+    load(63, ~uint64_t{0}, {});
+    EXPECT_EQ(import_it(MAP_KIND_LUN), -1);
+    EXPECT_EQ(out.text(), "");
+    EXPECT_EQ(log_.count("whose count is all ones"), 2u);
+}
+
+TEST_F(import_of_a_map, without_an_extent_size_there_is_no_import) {
+    load(63, 0, {});
+    stdout_capture out;
+    EXPECT_EQ(import_map(MAP_KIND_LUN, (volumes_.root() + "/none").c_str()), -1);
+    EXPECT_EQ(out.text(), "");
+}
+
+TEST_F(import_of_a_map, every_failing_transfer_either_fails_it_or_touches_the_index_header_only) {
+    for (uint64_t n = 1;; n++) {
+        ASSERT_LT(n, 1000u);
+        make_sample_volume(root(), 0x11);
+        make_fri(fri(), uuid_of(0x11), EVERY_EXTENT);
+        load(63, 2, {{0, 5}, {1, 9000}});
+        stdout_capture out;
+        io_fault_at fault(n, EIO, {io_call::read, io_call::write});
+        const int result = import_it(MAP_KIND_LUN);
+        if (!fault.fired()) {
+            EXPECT_EQ(result, 0);
+            EXPECT_GT(n, 10u);
+            break;
+        }
+        if (result == 0) {  // the header's saves have no result of their own
+            EXPECT_TRUE(log_.has("meta node")) << n;
+            EXPECT_EQ(tbl_word_of(tbl(), 5), 0x8001) << n;
+            EXPECT_EQ(tbl_word_of(tbl(), 9000), 0x8001) << n;
+            EXPECT_EQ(fri_word_of(fri(), 2), INIT_BIT) << n;
+        }
+        log_.clear();
+    }
+}
+
+class import_command : public import_of_a_map {
+protected:
+    import_command() {
+        set(opt_ctx.tblpath, tbl());
+        set(opt_ctx.fripath, fri());
+        set(opt_ctx.mappath, map());
+    }
+    static void set(char* field, const std::string& path) {
+        snprintf(field, PATH_TEXT_SIZE, "%s", path.c_str());
+    }
+    void expect_all_closed() const {
+        EXPECT_EQ(current_tbl.fd, 0);
+        EXPECT_EQ(current_fri.fd, 0);
+        EXPECT_EQ(current_map.fd, 0);
+    }
+};
+
+TEST_F(import_command, fails_on_a_table_outside_every_volume) {
+    set(opt_ctx.tblpath, "/tmp/nowhere/EP_TBL");
+    EXPECT_EQ(import(), -1);
+    EXPECT_EQ(log_.lines(), log_lines({"ERR: import(#) Fail to parse volume path from "
+                                       "/tmp/nowhere/EP_TBL\n"}));
+}
+
+TEST_F(import_command, fails_on_each_file_that_does_not_load_and_closes_the_others) {
+    EXPECT_EQ(import(), -1);  // there is no map yet
+    EXPECT_TRUE(log_.has("ERR: import(#) Fail to load MAP " + map() + "\n"));
+    expect_all_closed();
+    unlink(tbl().c_str());
+    EXPECT_EQ(import(), -1);
+    EXPECT_TRUE(log_.has("ERR: import(#) Fail to load TBL " + tbl() + "\n"));
+    expect_all_closed();
+    unlink(fri().c_str());
+    EXPECT_EQ(import(), -1);
+    EXPECT_TRUE(log_.has("ERR: import(#) Fail to load FRI " + fri() + "\n"));
+    expect_all_closed();
+}

@@ -1,0 +1,276 @@
+#include "volume/punch.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "cli/punch.h"
+#include "fri/fri_file.h"
+#include "options.h"
+#include "support/io_faults.h"
+#include "support/log_capture.h"
+#include "support/sample_maps.h"
+#include "support/sample_volumes.h"
+#include "support/scratch_file.h"
+#include "support/stdout_capture.h"
+#include "tbl/tbl_file.h"
+
+// Extents of a mebibyte, six of them in the data file. Extents 0, 2 and 3 are in use.
+class punch : public testing::Test {
+protected:
+    punch() {
+        make_sample_volume(root(), 0x11);
+        make_dat(dat(), 0x11, 6);
+        for (const uint64_t lpa : {0, 2, 3}) {
+            set_tbl_word(tbl(), lpa, 0x8001);
+        }
+    }
+    ~punch() override {
+        close_tbl();
+        close_fri();
+    }
+
+    std::string root() const { return volumes_.volume(1); }
+    std::string tbl() const { return root() + "/@EP/EP_TBL"; }
+    std::string fri() const { return root() + "/@EP/EP_FRI"; }
+    std::string dat() const { return root() + "/@EP/EP_DAT_00000"; }
+
+    // Bytes that the file system holds for the data file.
+    int64_t allocated() const {
+        const int fd = open(dat().c_str(), O_RDONLY | O_CLOEXEC);
+        fsync(fd);
+        struct stat64 status = {};
+        EXPECT_EQ(fstat64(fd, &status), 0);
+        close(fd);
+        return status.st_blocks * 512;
+    }
+    int64_t size() const {
+        struct stat64 status = {};
+        EXPECT_EQ(stat64(dat().c_str(), &status), 0);
+        return status.st_size;
+    }
+    // Whether the whole mebibyte of an extent has that value.
+    bool extent_is(uint64_t lpa, uint8_t value) const {
+        const std::vector<uint8_t> bytes = file_bytes(dat(), (lpa + 1) << 20, 1u << 20);
+        return bytes == std::vector<uint8_t>(1u << 20, value);
+    }
+    int punch_range(bool all_groups, uint64_t start, uint64_t length) {
+        EXPECT_EQ(load_tbl(tbl().c_str()), 0);
+        EXPECT_EQ(load_fri(fri().c_str()), 0);
+        stdout_capture out;
+        const int result = dat_cal_end_lpa(root().c_str(), all_groups, start, length);
+        text_ = out.text();
+        close_tbl();
+        close_fri();
+        return result;
+    }
+
+    sample_volumes volumes_;
+    log_capture log_;
+    std::string text_;
+};
+
+TEST_F(punch, gives_back_the_free_extents_of_the_range_and_leaves_their_neighbours) {
+    const int64_t before = allocated();
+    const std::vector<uint8_t> header = file_bytes(dat(), 0, 1u << 20);
+    EXPECT_EQ(punch_range(false, 1, 4), 0);
+    EXPECT_EQ(text_,
+              "TARN_INFO: There are '1' DAT files\n"
+              "TARN_INFO: Success to punch 2/2 (Success/Planned), lpa from '1' to '5'\n");
+    EXPECT_LE(allocated(), before - 2 * 1048576 + 65536);  // blocks of the tree of extents aside
+    EXPECT_GE(allocated(), before - 2 * 1048576);
+    EXPECT_EQ(size(), 7 * 1048576);
+    EXPECT_TRUE(extent_is(1, 0));
+    EXPECT_TRUE(extent_is(4, 0));
+    for (const uint64_t lpa : {0, 2, 3, 5}) {
+        EXPECT_TRUE(extent_is(lpa, 0xd5)) << lpa;
+    }
+    EXPECT_EQ(file_bytes(dat(), 0, 1u << 20), header);
+}
+
+TEST_F(punch, of_length_0_punches_nothing) {
+    EXPECT_EQ(punch_range(false, 1, 0), 0);
+    EXPECT_EQ(text_,
+              "TARN_INFO: There are '1' DAT files\n"
+              "TARN_INFO: Success to punch 0/0 (Success/Planned), lpa from '1' to '1'\n");
+    EXPECT_TRUE(extent_is(1, 0xd5));
+}
+
+TEST_F(punch, past_the_data_files_fails_with_the_wrong_index) {
+    EXPECT_EQ(punch_range(false, 4194304, 1), -1);
+    EXPECT_EQ(text_,
+              "TARN_INFO: There are '1' DAT files\n"
+              "TARN_INFO: Wrong index('1') of DAT file\n");
+}
+
+TEST_F(punch, without_a_data_file_fails_with_the_wrong_index) {
+    unlink(dat().c_str());
+    EXPECT_EQ(punch_range(false, 1, 1), -1);
+    EXPECT_EQ(text_,
+              "TARN_INFO: There are '0' DAT files\n"
+              "TARN_INFO: Wrong index('0') of DAT file\n");
+}
+
+TEST_F(punch, a_full_range_ends_at_the_first_failure_and_keeps_its_holes) {
+    EXPECT_EQ(punch_range(false, 5, ~uint64_t{0} / 2), -1);
+    EXPECT_TRUE(extent_is(5, 0));
+    EXPECT_TRUE(text_.ends_with("TARN_INFO: Wrong index('1') of DAT file\n"));
+}
+
+TEST_F(punch, of_all_groups_takes_the_leading_initialised_ones_and_no_offset) {
+    set_header_u64(fri(), 64, 72, 3);
+    set_fri_word(fri(), 0, uint64_t{1} << 63);
+    set_fri_word(fri(), 2, uint64_t{1} << 63);  // behind one that was never initialised
+    EXPECT_EQ(punch_range(true, 77, 99), 0);
+    EXPECT_EQ(text_,
+              "TARN_INFO: There are '1' DAT files\n"
+              "TARN_INFO: Success to punch 4093/4093 (Success/Planned), lpa from '0' to "
+              "'4096'\n");
+    EXPECT_TRUE(extent_is(5, 0));
+    EXPECT_TRUE(extent_is(0, 0xd5));
+}
+
+TEST_F(punch, of_all_groups_is_empty_when_group_0_is_not_initialised) {
+    set_header_u64(fri(), 64, 72, 3);
+    EXPECT_EQ(punch_range(true, 0, 0), 0);
+    EXPECT_EQ(text_,
+              "TARN_INFO: There are '1' DAT files\n"
+              "TARN_INFO: Success to punch 0/0 (Success/Planned), lpa from '0' to '0'\n");
+}
+
+TEST_F(punch, of_all_groups_is_empty_when_the_index_cannot_be_read) {
+    set_header_u64(fri(), 64, 72, 3);
+    set_fri_word(fri(), 0, uint64_t{1} << 63);
+    ASSERT_EQ(load_tbl(tbl().c_str()), 0);
+    ASSERT_EQ(load_fri(fri().c_str()), 0);
+    stdout_capture out;
+    const io_fault_at fault(1, EIO, {io_call::read});
+    EXPECT_EQ(dat_cal_end_lpa(root().c_str(), true, 0, 0), 0);
+    EXPECT_TRUE(out.text().ends_with(" 0/0 (Success/Planned), lpa from '0' to '0'\n"));
+    EXPECT_TRUE(log_.has("ERR: dat_cal_end_lpa(#) Fail to read fri entry, group_num 0\n"));
+}
+
+TEST_F(punch, stops_at_an_entry_of_the_table_that_cannot_be_read) {
+    ASSERT_EQ(load_tbl(tbl().c_str()), 0);
+    stdout_capture out;
+    const io_fault_at fault(1, EIO, {io_call::read});
+    EXPECT_EQ(dat_cal_end_lpa(root().c_str(), false, 1, 1), -1);
+    EXPECT_TRUE(extent_is(1, 0xd5));
+}
+
+// Standard input of this process, for one test: what a pipe holds, then its end.
+class answer {
+public:
+    explicit answer(const std::string& text) : kept_(dup(STDIN_FILENO)) {
+        int ends[2] = {};
+        EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        EXPECT_EQ(write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+        close(ends[1]);
+        take(ends[0]);
+    }
+    ~answer() { take(kept_); }
+    answer(const answer&) = delete;
+    answer& operator=(const answer&) = delete;
+
+private:
+    static void take(int fd) {
+        dup2(fd, STDIN_FILENO);
+        close(fd);
+        setvbuf(stdin, nullptr, _IONBF, 0);  // nothing is read ahead of the answer
+        clearerr(stdin);
+    }
+    int kept_;
+};
+
+class punch_command : public punch {
+protected:
+    int run(std::vector<std::string> options, const std::string& reply) {
+        const answer on_standard_input(reply);
+        arguments words(std::move(options));
+        stdout_capture out;
+        const int result = punch_hole(words.count(), words.values());
+        text_ = out.text();
+        EXPECT_EQ(current_tbl.fd, 0);
+        EXPECT_EQ(current_fri.fd, 0);
+        return result;
+    }
+    static constexpr const char* QUESTION = "Do you wants to PUCH the data?(YES/NO) [NO]: ";
+};
+
+TEST_F(punch_command, punches_once_it_is_told_yes) {
+    EXPECT_EQ(run({"-p", root(), "-o", "1", "-l", "1"}, "YES\n"), 0);
+    EXPECT_EQ(text_,
+              QUESTION + ("TARN_INFO: PUNCH volume: " + root()) +
+                  "\nTARN_INFO: There are '1' DAT files\n"
+                  "TARN_INFO: Success to punch 1/1 (Success/Planned), lpa from '1' to '2'\n");
+    EXPECT_TRUE(extent_is(1, 0));
+    EXPECT_TRUE(extent_is(4, 0xd5));
+}
+
+TEST_F(punch_command, punches_nothing_for_any_other_answer) {
+    for (const char* reply : {"yes\n", "YES", "", "\n", "Y\n", "YES \n", " YES\n", "YESSIR\n",
+                              "NO\n", "YES\r\n", "YESYESYES\n", "NO, I SAID\nYES\n"}) {
+        EXPECT_EQ(run({"-p", root(), "-o", "1", "-l", "1"}, reply), 0) << reply;
+        EXPECT_EQ(text_, QUESTION) << reply;
+    }
+    EXPECT_TRUE(extent_is(1, 0xd5));
+}
+
+TEST_F(punch_command, takes_all_groups_with_a) {
+    set_header_u64(fri(), 64, 72, 1);
+    set_fri_word(fri(), 0, uint64_t{1} << 63);
+    EXPECT_EQ(run({"-a", "-p", root()}, "YES\n"), 0);
+    EXPECT_NE(text_.find("lpa from '0' to '4096'\n"), std::string::npos);
+}
+
+TEST_F(punch_command, tells_that_it_failed) {
+    EXPECT_EQ(run({"-p", root(), "-o", "4194304", "-l", "1"}, "YES\n"), -1);
+    EXPECT_TRUE(log_.has("ERR: punch_hole(#) Fail to PUNCH " + root() + "\n"));
+}
+
+TEST_F(punch_command, refuses_negative_numbers) {
+    EXPECT_EQ(run({"-p", root(), "-o", "-1"}, "YES\n"), -1);
+    EXPECT_EQ(run({"-p", root(), "-l", "-1"}, "YES\n"), -1);
+    EXPECT_EQ(log_.lines(),
+              log_lines({"ERR: punch_hole(#) Offset should equal or greater than zero\n",
+                         "ERR: punch_hole(#) Length should equal or greater than zero\n"}));
+    EXPECT_EQ(text_, "");
+}
+
+TEST_F(punch_command, refuses_options_without_their_argument) {
+    testing::internal::CaptureStderr();  // the scanner's own lines
+    EXPECT_EQ(run({"-o"}, "YES\n"), -1);
+    EXPECT_EQ(run({"-l"}, "YES\n"), -1);
+    EXPECT_EQ(run({"-p"}, "YES\n"), -1);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(log_.lines(), log_lines({"ERR: punch_hole(#) Bad param for -o option\n",
+                                       "ERR: punch_hole(#) Bad param for -l option\n",
+                                       "ERR: punch_hole(#) Bad param for -p option\n"}));
+}
+
+TEST_F(punch_command, passes_over_an_unknown_option) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(run({"-z", "-p", root()}, "NO\n"), 0);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(log_.lines(), log_lines({"ERR: punch_hole(#) UNKNOW cmd z\n"}));
+    EXPECT_EQ(text_, QUESTION);
+}
+
+TEST_F(punch_command, asks_nothing_about_what_is_no_volume) {
+    EXPECT_EQ(run({"-p", "/tmp"}, "YES\n"), -1);
+    EXPECT_EQ(text_, "TARN_INFO: /tmp is not a VAAI volume\n");
+}
+
+TEST_F(punch_command, asks_nothing_when_a_file_does_not_load) {
+    unlink(tbl().c_str());
+    EXPECT_EQ(run({"-p", root()}, "YES\n"), -1);
+    EXPECT_TRUE(log_.has("ERR: punch_hole(#) Fail to load TBL " + tbl() + "\n"));
+    unlink(fri().c_str());
+    EXPECT_EQ(run({"-p", root()}, "YES\n"), -1);
+    EXPECT_TRUE(log_.has("ERR: punch_hole(#) Fail to load FRI " + fri() + "\n"));
+    EXPECT_EQ(text_, "");
+}

@@ -1,0 +1,159 @@
+#include "volume/reconstruct.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <string>
+
+#include "fri/fri_file.h"
+#include "options.h"
+#include "support/io_faults.h"
+#include "support/log_capture.h"
+#include "support/sample_maps.h"
+#include "support/sample_volumes.h"
+#include "support/scratch_file.h"
+#include "support/stdout_capture.h"
+#include "tbl/tbl_file.h"
+
+namespace fs = std::filesystem;
+
+// A volume of one map: lea 0 in extent 1, lea 1 in extent 4095. Its data file has another uuid
+// than its table and its index.
+class reconstruct : public testing::Test {
+protected:
+    reconstruct() {
+        make_sample_volume(root(), 0x11);
+        make_dat(dat(), 0x77, 0);
+        make_filled_map(map(), 63, 2, {{0, 1}, {1, 4095}});
+        snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", root().c_str());
+    }
+    ~reconstruct() override {
+        EXPECT_EQ(current_tbl.fd, 0);
+        EXPECT_EQ(current_fri.fd, 0);
+    }
+
+    std::string root() const { return volumes_.volume(1); }
+    std::string live(const std::string& name) const { return root() + "/@EP/" + name; }
+    std::string fix(const std::string& name) const { return root() + "/@EP_FIX/" + name; }
+    std::string dat() const { return live("EP_DAT_00000"); }
+    std::string map() const { return root() + "/@iSCSITrg/LUN_Extent_1"; }
+
+    sample_volumes volumes_;
+    log_capture log_;
+};
+
+TEST_F(reconstruct, leaves_a_complete_table_and_index_in_the_work_directory) {
+    stdout_capture out;
+    EXPECT_EQ(do_reconstruct_volume(), 0);
+    EXPECT_TRUE(out.text().starts_with("TARN_INFO: CHECK volume '" + root() + "'\n" +
+                                       "TARN_INFO: import volume " + root() + "\n"));
+    // Free list: 0, 2, 3, ... 4094.
+    EXPECT_EQ(tbl_word_of(fix("EP_TBL"), 0), 2);
+    EXPECT_EQ(tbl_word_of(fix("EP_TBL"), 1), 0x8001);
+    EXPECT_EQ(tbl_word_of(fix("EP_TBL"), 2), 3);
+    EXPECT_EQ(tbl_word_of(fix("EP_TBL"), 4093), 4094);
+    EXPECT_EQ(tbl_word_of(fix("EP_TBL"), 4094), 0x1000);
+    EXPECT_EQ(tbl_word_of(fix("EP_TBL"), 4095), 0x8001);
+    // Initialised, 4094 free, head 0, next group 1.
+    EXPECT_EQ(fri_word_of(fix("EP_FRI"), 0), 0x8ffe000000000001);
+    EXPECT_EQ(fri_group_head_of(fix("EP_FRI")), 0u);
+    EXPECT_EQ(fri_free_count_of(fix("EP_FRI")), 0x1F800000000u - 2);
+    EXPECT_EQ(fri_group_count_of(fix("EP_FRI")), 0x1F800000u);
+    EXPECT_EQ(tbl_word_of(live("EP_TBL"), 1), 0);
+}
+
+TEST_F(reconstruct, keeps_the_uuid_where_the_live_files_stand) {
+    stdout_capture out;
+    EXPECT_EQ(do_reconstruct_volume(), 0);
+    EXPECT_EQ(uuid_in(fix("EP_TBL")), uuid_of(0x11));
+    EXPECT_EQ(uuid_in(fix("EP_FRI")), uuid_of(0x11));
+    EXPECT_EQ(out.text().find("uuid:"), std::string::npos);
+}
+
+TEST_F(reconstruct, gives_a_lost_index_the_uuid_of_the_data_file) {
+    unlink(live("EP_FRI").c_str());
+    stdout_capture out;
+    EXPECT_EQ(do_reconstruct_volume(), 0);
+    EXPECT_EQ(uuid_in(fix("EP_FRI")), uuid_of(0x77));
+    EXPECT_EQ(uuid_in(fix("EP_TBL")), uuid_of(0x11));
+    EXPECT_NE(out.text().find("TARN_INFO: to   [77777777777777777777777777777777]\n"),
+              std::string::npos);
+}
+
+TEST_F(reconstruct, without_the_first_data_file_creates_nothing) {
+    unlink(dat().c_str());
+    make_dat(live("EP_DAT_00001"), 0x77, 0);
+    stdout_capture out;
+    EXPECT_EQ(do_reconstruct_volume(), -1);
+    EXPECT_EQ(out.text(), "TARN_INFO: CHECK volume '" + root() +
+                              "'\nTARN_INFO: Fail to reconstruct '" + root() +
+                              "', dat metadata files missing (" + dat() + ")\n");
+    EXPECT_FALSE(file_exists(root() + "/@EP_FIX"));
+}
+
+TEST_F(reconstruct, with_a_data_file_that_does_not_load_touches_nothing) {
+    write_file_bytes(dat(), 30, "x", 1);
+    make_empty_file(fix("EP_TBL"));
+    stdout_capture out;
+    EXPECT_EQ(do_reconstruct_volume(), -1);
+    EXPECT_TRUE(log_.has("ERR: do_reconstruct_volume(#) Fail to load DAT (" + dat() + ")\n"));
+    EXPECT_TRUE(file_exists(fix("EP_TBL")));
+}
+
+TEST_F(reconstruct, a_failed_import_leaves_no_work_directory) {
+    make_filled_map(map(), 63, 1, {{0, 1}, {1, 4095}});
+    stdout_capture out;
+    EXPECT_EQ(do_reconstruct_volume(), -1);
+    EXPECT_TRUE(log_.has("mapped_cnt is wrong"));
+    EXPECT_FALSE(file_exists(root() + "/@EP_FIX"));
+}
+
+TEST_F(reconstruct, more_references_than_an_entry_counts_leave_no_work_directory) {
+    std::vector<sample_entry> entries;
+    for (uint64_t lea = 0; lea < 4096; lea++) {
+        entries.push_back({lea, 9});
+    }
+    make_filled_map(map(), 4096, 4096, entries);
+    stdout_capture out;
+    EXPECT_EQ(do_reconstruct_volume(), -1);
+    EXPECT_TRUE(log_.has("lpa 9 has more than 4095 references"));
+    EXPECT_TRUE(log_.has("Fail to increase mapping, lea 4095\n"));
+    EXPECT_FALSE(file_exists(root() + "/@EP_FIX"));
+}
+
+TEST_F(reconstruct, removes_a_work_directory_that_was_there_before) {
+    make_empty_file(fix("EP_TBL"));
+    stdout_capture out;
+    EXPECT_EQ(do_reconstruct_volume(), -1);
+    EXPECT_TRUE(log_.has("Fail to mkdir(" + root() + "/@EP_FIX)\n"));
+    EXPECT_FALSE(file_exists(root() + "/@EP_FIX"));
+}
+
+TEST_F(reconstruct, never_enters_a_work_directory_that_is_a_link) {
+    make_empty_file(volumes_.root() + "/elsewhere/EP_TBL");
+    fs::create_directory_symlink(volumes_.root() + "/elsewhere", root() + "/@EP_FIX");
+    stdout_capture out;
+    EXPECT_EQ(do_reconstruct_volume(), -1);
+    EXPECT_TRUE(file_exists(volumes_.root() + "/elsewhere/EP_TBL"));
+}
+
+TEST_F(reconstruct, a_write_that_fails_without_a_result_leaves_no_work_directory) {
+    uint64_t writes = 0;
+    {
+        stdout_capture out;
+        const io_fault_at count(0, 0, {io_call::write, io_call::sync});
+        ASSERT_EQ(do_reconstruct_volume(), 0);
+        writes = count.calls();
+        fs::remove_all(root() + "/@EP_FIX");
+    }
+    // The last calls sync index, table and data file; before them stand the index header's three
+    // nodes, its entry, and the free list's links, from the tail at extent 4094 backwards.
+    for (const uint64_t n : {writes, writes - 1, writes - 2, writes - 3, writes - 9, writes - 60}) {
+        stdout_capture out;
+        const io_fault_at fault(n, ENOSPC, {io_call::write, io_call::sync});
+        EXPECT_EQ(do_reconstruct_volume(), -1) << n;
+        EXPECT_TRUE(fault.fired()) << n;
+        EXPECT_FALSE(file_exists(root() + "/@EP_FIX")) << n;
+    }
+    EXPECT_TRUE(log_.has("1 writes or syncs of " + root() + " failed\n"));
+}
