@@ -7,6 +7,7 @@
 #include <fstream>
 #include <getopt.h>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <unistd.h>
 
 #include "options.h"
@@ -24,8 +25,14 @@ static struct platform_tree {
         char pattern[] = "/tmp/tv-XXXXXX";
         root = mkdtemp(pattern);
         std::ofstream(root + "/platform.conf")
-            << "journal_root = " << root << "/tree/journal\nvolumes = " << root << "/tree/volume1 "
-            << root << "/tree/other " << root << "/tree/volume2\n";
+            << "journal_root = " << root << "/tree/journal\n"
+            << "volumes = " << root << "/tree/volume1 " << root << "/tree/other " << root
+            << "/tree/volume2\n"
+            << "service_pause = /bin/sh " << root << "/service pause\n"
+            << "service_resume = /bin/sh " << root << "/service resume\n";
+        // Notes each call, and fails as the file "<root>/tree/<pause or resume> fails" asks for.
+        std::ofstream(root + "/service") << "echo \"$*\" >>" << root << "/tree/service.log\n"
+                                         << "test ! -e \"" << root << "/tree/$1 fails\"\n";
         setenv("TARN_PLATFORM_CONF", (root + "/platform.conf").c_str(), 1);
     }
     ~platform_tree() {
@@ -63,6 +70,15 @@ std::string sample_volumes::volume(unsigned number) const {
 
 std::string sample_volumes::other() const {
     return root() + "/other";
+}
+
+std::string sample_volumes::service_calls() const {
+    std::ifstream file(root() + "/service.log");
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void sample_volumes::let_service_fail(const std::string& call) const {
+    make_empty_file(root() + "/" + call + " fails");
 }
 
 std::string sample_volumes::journal() const {

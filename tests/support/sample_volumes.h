@@ -20,6 +20,9 @@ public:
     [[nodiscard]] std::string volume(unsigned number) const;  // "<root>/volume<1 or 2>"
     [[nodiscard]] std::string other() const;                  // enumerated, no volume
     [[nodiscard]] std::string journal() const;                // "<root>/journal/EP_JNL"
+    // Each pause and resume of the service so far, a line each: the call, its service, its reason.
+    [[nodiscard]] std::string service_calls() const;
+    void let_service_fail(const std::string& call) const;  // "pause" or "resume"
 };
 
 // The tree of a volume whose index knows no group yet, so that index and table agree. The uuid of

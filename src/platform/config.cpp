@@ -1,0 +1,147 @@
+#include "platform/config.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/report.h"
+
+static constexpr const char* DEFAULT_FILE = "/etc/tarn/platform.conf";
+static constexpr const char* DEFAULT_JOURNAL_ROOT = "/var/lib/tarn";
+static constexpr const char* BLANKS = " \t\r\n";
+
+static platform_config config;
+static enum { UNREAD, GOOD, WRONG } state = UNREAD;
+
+static bool any_text(const char*) {
+    return true;
+}
+
+// Absent or an absolute path.
+static bool path_or_empty(const char* value) {
+    return value[0] == '\0' || value[0] == '/';
+}
+
+static bool absolute_path(const char* value) {
+    return value[0] == '/';
+}
+
+static bool shift_in_range(const char* value) {
+    char* end = nullptr;
+    errno = 0;
+    const long shift = strtol(value, &end, 10);
+    return value[0] >= '0' && value[0] <= '9' && *end == '\0' && errno == 0 && shift >= 9 &&
+           shift <= 30;
+}
+
+struct key_row {
+    const char* key;
+    platform_setting platform_config::*setting;
+    bool (*in_range)(const char* value);
+};
+static constexpr key_row keys[] = {
+    {"journal_root", &platform_config::journal_root, path_or_empty},
+    {"volumes", &platform_config::volumes, any_text},
+    {"extent_shift", &platform_config::extent_shift, shift_in_range},
+    {"service_pause", &platform_config::service_pause, absolute_path},
+    {"service_resume", &platform_config::service_resume, absolute_path},
+};
+
+static const key_row* find_key(const char* key) {
+    for (const key_row& row : keys) {
+        if (strcmp(row.key, key) == 0) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+static char* trimmed(char* text) {
+    text += strspn(text, BLANKS);
+    size_t length = strlen(text);
+    while (length > 0 && strchr(BLANKS, text[length - 1]) != nullptr) {
+        length--;
+    }
+    text[length] = '\0';
+    return text;
+}
+
+// Takes one line in. Null, or what is wrong with it.
+static const char* take_line(char* line) {
+    char* text = trimmed(line);
+    if (text[0] == '\0' || text[0] == '#') {
+        return nullptr;
+    }
+    char* equals = strchr(text, '=');
+    if (equals == nullptr) {
+        return "no '='";
+    }
+    *equals = '\0';
+    const char* value = trimmed(equals + 1);
+    const key_row* row = find_key(trimmed(text));
+    if (row == nullptr) {
+        return "unknown key";
+    }
+    platform_setting& setting = config.*row->setting;
+    if (setting.given) {
+        return "key given twice";
+    }
+    if (!row->in_range(value) || strlen(value) >= sizeof setting.value) {
+        return "value out of range";
+    }
+    setting.given = true;
+    memcpy(setting.value, value, strlen(value) + 1);
+    return nullptr;
+}
+
+static bool take_file(FILE* file, const char* path) {
+    char line[2 * PLATFORM_VALUE_SIZE];
+    for (int number = 1; fgets(line, sizeof line, file) != nullptr; number++) {
+        const bool whole = strchr(line, '\n') != nullptr || strlen(line) < sizeof line - 1;
+        const char* wrong = whole ? take_line(line) : "line too long";
+        if (wrong != nullptr) {
+            platform_report("%s line %d: %s\n", path, number, wrong);
+            return false;
+        }
+    }
+    if (ferror(file) != 0) {
+        platform_report("%s line 0: cannot be read\n", path);
+        return false;
+    }
+    return true;
+}
+
+static bool read_config() {
+    config = {};
+    const char* named = secure_getenv("TARN_PLATFORM_CONF");
+    const char* path = named != nullptr ? named : DEFAULT_FILE;
+    FILE* file = fopen(path, "re");
+    if (file == nullptr && (named != nullptr || errno != ENOENT)) {
+        platform_report("%s line 0: cannot be read: %s\n", path, strerror(errno));
+        return false;
+    }
+    if (file != nullptr) {
+        const bool good = take_file(file, path);
+        (void)fclose(file);
+        if (!good) {
+            return false;
+        }
+    }
+    if (!config.journal_root.given) {
+        snprintf(config.journal_root.value, sizeof config.journal_root.value, "%s",
+                 DEFAULT_JOURNAL_ROOT);
+    }
+    return true;
+}
+
+const platform_config* platform_config_get() {
+    if (state == UNREAD) {
+        state = read_config() ? GOOD : WRONG;
+    }
+    return state == GOOD ? &config : nullptr;
+}
+
+void platform_config_forget() {
+    state = UNREAD;
+}

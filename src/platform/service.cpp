@@ -1,0 +1,67 @@
+// Pausing and resuming a service: by the configured programs, or by systemd where it runs the
+// service. Resume starts only what pause stopped.
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+
+#include "platform.h"
+#include "platform/config.h"
+#include "platform/programs.h"
+
+static constexpr const char* SYSTEMCTL = "/usr/bin/systemctl";
+
+static bool stopped_by_us = false;
+
+// Runs `command`, split at blanks, with service and reason behind its arguments. 0, or -1.
+static int run_configured(const char* command, const char* service, const char* reason) {
+    static char words[PLATFORM_VALUE_SIZE];
+    snprintf(words, sizeof words, "%s", command);
+    char* argv[PROGRAM_ARGUMENTS_MAX];
+    int count = 0;
+    char* rest = nullptr;
+    for (char* word = strtok_r(words, " \t", &rest); word != nullptr;
+         word = strtok_r(nullptr, " \t", &rest)) {
+        if (count == PROGRAM_ARGUMENTS_MAX - 3) {
+            return -1;
+        }
+        argv[count++] = word;
+    }
+    argv[count++] = const_cast<char*>(service);
+    argv[count++] = const_cast<char*>(reason);
+    argv[count] = nullptr;
+    return program_run(argv) == 0 ? 0 : -1;
+}
+
+static bool systemd_runs() {
+    return access("/run/systemd/system", F_OK) == 0;
+}
+
+int OLIBServicePauseByReason(const char* service, const char* reason) {
+    const platform_config* config = platform_config_get();
+    if (config == nullptr || service == nullptr || reason == nullptr) {
+        return -1;
+    }
+    if (config->service_pause.given) {
+        return run_configured(config->service_pause.value, service, reason);
+    }
+    if (!systemd_runs() || OLIBCExec(SYSTEMCTL, "is-active", "--quiet", service, nullptr) != 0) {
+        return 0;  // nothing runs that would have to stop
+    }
+    stopped_by_us = OLIBCExec(SYSTEMCTL, "stop", service, nullptr) == 0;
+    return stopped_by_us ? 0 : -1;
+}
+
+int OLIBServiceResumeByReason(const char* service, const char* reason) {
+    const platform_config* config = platform_config_get();
+    if (config == nullptr || service == nullptr || reason == nullptr) {
+        return -1;
+    }
+    if (config->service_resume.given) {
+        return run_configured(config->service_resume.value, service, reason);
+    }
+    if (!stopped_by_us) {
+        return 0;
+    }
+    stopped_by_us = false;
+    return OLIBCExec(SYSTEMCTL, "start", service, nullptr) == 0 ? 0 : -1;
+}

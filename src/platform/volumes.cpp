@@ -1,0 +1,127 @@
+// The mounted storage volumes, and how one is mounted.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sys/statvfs.h>
+
+#include "platform.h"
+#include "platform/config.h"
+#include "platform/volume_names.h"
+
+static constexpr size_t MOUNT_LINE_SIZE = 3 * 4096;
+
+// One listed volume; the path stands behind the record.
+struct space_node {
+    ORBASpaceInfo info;
+    int number;
+    char path[1];
+};
+
+// Appends a copy of `path` behind *tail. The new tail, or null without memory.
+static ORBASpaceInfo** append(ORBASpaceInfo** tail, const char* path, int number) {
+    const size_t length = strlen(path);
+    auto* node = static_cast<space_node*>(calloc(1, sizeof(space_node) + length));
+    if (node == nullptr) {
+        return nullptr;
+    }
+    memcpy(node->path, path, length + 1);
+    node->number = number;
+    node->info.mount_path = node->path;
+    node->info.next = *tail;
+    *tail = &node->info;
+    return &node->info.next;
+}
+
+static int list_configured(const char* volumes, ORBASpaceInfo** list) {
+    static char words[PLATFORM_VALUE_SIZE];
+    snprintf(words, sizeof words, "%s", volumes);
+    ORBASpaceInfo** tail = list;
+    char* rest = nullptr;
+    for (char* word = strtok_r(words, " \t", &rest); word != nullptr && tail != nullptr;
+         word = strtok_r(nullptr, " \t", &rest)) {
+        tail = append(tail, word, 0);
+    }
+    return tail != nullptr ? 0 : -1;
+}
+
+// The fifth field of a line of the mount table, decoded, in place. Null: the line has none.
+static char* mount_point(char* line) {
+    char* rest = nullptr;
+    char* field = strtok_r(line, " ", &rest);
+    for (int i = 0; i < 4 && field != nullptr; i++) {
+        field = strtok_r(nullptr, " ", &rest);
+    }
+    if (field != nullptr) {
+        decode_mount_path(field);
+    }
+    return field;
+}
+
+// Puts a volume in its place by number; one that is mounted over another stands once.
+static bool insert_by_number(ORBASpaceInfo** list, const char* path, int number) {
+    ORBASpaceInfo** at = list;
+    for (; *at != nullptr; at = &(*at)->next) {
+        const auto* node = reinterpret_cast<const space_node*>(*at);
+        if (strcmp(node->path, path) == 0) {
+            return true;
+        }
+        if (node->number > number) {
+            break;
+        }
+    }
+    return append(at, path, number) != nullptr;
+}
+
+static int list_mounted(ORBASpaceInfo** list) {
+    FILE* mounts = fopen("/proc/self/mountinfo", "re");
+    if (mounts == nullptr) {
+        return -1;
+    }
+    static char line[MOUNT_LINE_SIZE];
+    bool good = true;
+    while (good && fgets(line, sizeof line, mounts) != nullptr) {
+        const char* path = mount_point(line);
+        const char* slash = path != nullptr ? strrchr(path, '/') : nullptr;
+        const int number = slash != nullptr ? volume_number(slash + 1, strlen(slash + 1)) : -1;
+        good = number < 0 || insert_by_number(list, path, number);
+    }
+    good = good && ferror(mounts) == 0;
+    (void)fclose(mounts);
+    return good ? 0 : -1;
+}
+
+int ORBASpaceInfoEnum(int kind, struct ORBASpaceInfo** list) {
+    const platform_config* config = platform_config_get();
+    if (list == nullptr) {
+        return -1;
+    }
+    *list = nullptr;
+    if (config == nullptr || kind != 1) {
+        return -1;
+    }
+    const int result =
+        config->volumes.given ? list_configured(config->volumes.value, list) : list_mounted(list);
+    if (result < 0) {
+        ORBASpaceInfoFree(*list);
+        *list = nullptr;
+    }
+    return result;
+}
+
+void ORBASpaceInfoFree(struct ORBASpaceInfo* list) {
+    while (list != nullptr) {
+        ORBASpaceInfo* next = list->next;
+        free(reinterpret_cast<space_node*>(list));
+        list = next;
+    }
+}
+
+int ORBAMountVolInfoGet(const char* volume_path, struct ORBAMountVolInfo* info) {
+    struct statvfs status = {};
+    if (volume_path == nullptr || info == nullptr || statvfs(volume_path, &status) != 0) {
+        return -1;
+    }
+    snprintf(info->mount_path, sizeof info->mount_path, "%s", volume_path);
+    info->writable = (status.f_flag & ST_RDONLY) == 0 ? 1 : 0;
+    return 0;
+}
