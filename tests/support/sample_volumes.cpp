@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "options.h"
+#include "platform/config.h"
 #include "store/crc32c.h"
 #include "store/data_node.h"
 #include "store/descriptor.h"
@@ -20,35 +21,40 @@
 namespace fs = std::filesystem;
 
 // A short root: the directories of a volume have 63 characters at most.
-static struct platform_tree {
-    platform_tree() {
+static struct scratch_root {
+    scratch_root() {
         char pattern[] = "/tmp/tv-XXXXXX";
-        root = mkdtemp(pattern);
-        std::ofstream(root + "/platform.conf")
-            << "journal_root = " << root << "/tree/journal\n"
-            << "volumes = " << root << "/tree/volume1 " << root << "/tree/other " << root
-            << "/tree/volume2\n"
-            << "service_pause = /bin/sh " << root << "/service pause\n"
-            << "service_resume = /bin/sh " << root << "/service resume\n";
-        // Notes each call, and fails as the file "<root>/tree/<pause or resume> fails" asks for.
-        std::ofstream(root + "/service") << "echo \"$*\" >>" << root << "/tree/service.log\n"
-                                         << "test ! -e \"" << root << "/tree/$1 fails\"\n";
-        setenv("TARN_PLATFORM_CONF", (root + "/platform.conf").c_str(), 1);
+        path = mkdtemp(pattern);
     }
-    ~platform_tree() {
+    ~scratch_root() {
         std::error_code ignored;
-        fs::remove_all(root, ignored);
+        fs::remove_all(path, ignored);
     }
-    platform_tree(const platform_tree&) = delete;
-    platform_tree& operator=(const platform_tree&) = delete;
-    std::string root;
-} tree;
+    scratch_root(const scratch_root&) = delete;
+    scratch_root& operator=(const scratch_root&) = delete;
+    std::string path;
+} scratch;
+
+static void configure_platform(const std::string& text) {
+    const std::string path = scratch.path + "/platform.conf";
+    std::ofstream(path) << text;
+    setenv("TARN_PLATFORM_CONF", path.c_str(), 1);
+    platform_config_forget();
+}
 
 sample_volumes::sample_volumes() {
     fs::remove_all(root());
     for (const std::string& path : {volume(1), other(), volume(2), root() + "/journal"}) {
         make_directories(path);
     }
+    // Notes each call, and fails when a file named after the call asks for it.
+    const std::string service = scratch.path + "/service";
+    std::ofstream(service) << "echo \"$*\" >>" << root() << "/service.log\n"
+                           << "test ! -e \"" << root() << "/$1 fails\"\n";
+    configure_platform("journal_root = " + root() + "/journal\n" +  //
+                       "volumes = " + volume(1) + " " + other() + " " + volume(2) + "\n" +
+                       "service_pause = /bin/sh " + service + " pause\n" +
+                       "service_resume = /bin/sh " + service + " resume\n");
     opt_ctx = option_record{};
     optind = 0;
     io_forget_failed_writes();
@@ -58,10 +64,16 @@ sample_volumes::~sample_volumes() {
     std::error_code ignored;
     fs::remove_all(root(), ignored);
     opt_ctx = option_record{};
+    unsetenv("TARN_PLATFORM_CONF");
+    platform_config_forget();
+}
+
+void sample_volumes::let_platform_fail() const {
+    configure_platform("no line of a configuration\n");
 }
 
 std::string sample_volumes::root() const {
-    return tree.root + "/tree";
+    return scratch.path + "/tree";
 }
 
 std::string sample_volumes::volume(unsigned number) const {

@@ -1,5 +1,5 @@
-// Two volumes, a space that is none, and a journal directory, as the platform's configuration of
-// this test program names them; and metadata files of a few entries to put there.
+// Two volumes, a space that is none, and a journal directory, as the platform is configured to
+// name them; and metadata files of a few entries to put there.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,8 @@
 
 #include "jnl/jnl_format.h"
 
-// The same paths for the whole process, since the platform reads its configuration once. Alive: an
-// empty tree, the option record zero, the option scanner at its start, no write that failed.
+// Alive: an empty tree, the platform configured for it, the option record zero, the option scanner
+// at its start, no write that failed.
 class sample_volumes {
 public:
     sample_volumes();
@@ -23,6 +23,7 @@ public:
     // Each pause and resume of the service so far, a line each: the call, its service, its reason.
     [[nodiscard]] std::string service_calls() const;
     void let_service_fail(const std::string& call) const;  // "pause" or "resume"
+    void let_platform_fail() const;                        // every call that is configured
 };
 
 // The tree of a volume whose index knows no group yet, so that index and table agree. The uuid of

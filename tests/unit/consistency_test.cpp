@@ -192,3 +192,9 @@ TEST_F(consistency, the_repair_picks_up_a_free_extent_that_no_list_holds_and_the
     EXPECT_TRUE(file_bytes(fri_, 0, METADATA_DATA_OFFSET + 64 * 512) == repaired_fri);
     expect_everything_closed();
 }
+
+TEST_F(consistency, a_failing_enumeration_is_a_failure) {
+    volumes_.let_platform_fail();
+    EXPECT_EQ(check_all_vol_metadata_consistent(none_.count(), none_.values()), -1);
+    EXPECT_EQ(log_.last(), "ERR: check_all_vol_metadata_consistent(#) Fail to enum all volumes\n");
+}

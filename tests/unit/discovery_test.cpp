@@ -159,3 +159,11 @@ TEST_F(discovery, a_directory_that_cannot_be_read_ends_the_search) {
     EXPECT_EQ(log_.lines().size(), 1u);
     EXPECT_TRUE(log_.has("'/usr/bin/find " + volume() + "/@iSCSITrg/' did not list everything"));
 }
+
+TEST_F(discovery, a_failing_enumeration_is_told_without_a_line_end) {
+    volumes_.let_platform_fail();
+    EXPECT_EQ(enum_all_volumes(&list_), -1);
+    EXPECT_EQ(log_.last(), "ERR: enum_all_volumes(#) failed to enum volume info");
+    EXPECT_EQ(out_.text(), "");
+    EXPECT_EQ(entries(), names{});
+}

@@ -106,3 +106,22 @@ TEST_F(journal_state, the_guard_leaves_the_journal_alone_when_every_volume_is_wr
     EXPECT_EQ(out.text(), "TARN_INFO: " + volumes_.other() + " is not a VAAI volume\n");
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
+
+TEST_F(journal_state, the_guard_marks_the_journal_when_the_volumes_cannot_be_enumerated) {
+    make_jnl(path(), JNL_STATUS_SUCCESS, {});
+    volumes_.let_platform_fail();
+    EXPECT_EQ(set_journal_ro_bad_when_ro_volume_exist(), -1);
+    EXPECT_EQ(jnl_status_of(path()), JNL_STATUS_RO);
+    EXPECT_TRUE(log_.has("ERR: is_read_only_volume_exist(#) Fail to enum all volumes\n"));
+    EXPECT_EQ(log_.last(), "ERR: set_journal_ro_bad_when_ro_volume_exist(#) Set journal " + path() +
+                               " Read-Only BAD\n");
+}
+
+TEST_F(journal_state, the_guard_says_when_it_cannot_mark_the_journal) {
+    make_jnl(path(), 1, {});  // a status that is not replaced
+    volumes_.let_platform_fail();
+    EXPECT_EQ(set_journal_ro_bad_when_ro_volume_exist(), -1);
+    EXPECT_EQ(jnl_status_of(path()), 1u);
+    EXPECT_EQ(log_.last(), "ERR: set_journal_ro_bad_when_ro_volume_exist(#) Fail to set journal " +
+                               path() + " Read-Only BAD\n");
+}

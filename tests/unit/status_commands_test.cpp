@@ -252,3 +252,25 @@ TEST_F(status_commands, a_journal_is_never_removed_after_a_write_or_sync_that_fa
             << n;
     }
 }
+
+TEST_F(status_commands, a_path_that_was_cut_keeps_the_journal) {
+    // 130 characters, and the first 127 of them name another map.
+    const std::string directory = volumes_.volume(1) + "/@iSCSITrg/";
+    const std::string name = "LUN_Extent_" + std::string(127 - directory.size() - 11, 'a');
+    make_sample_volume(volumes_.volume(1), 0x11);
+    make_map(directory + name, uuid_of_number(1), uuid_of(0x11));
+    make_map(directory + name + "bbb", uuid_of_number(2), uuid_of(0x11));
+    make_jnl(jnl_, JNL_STATUS_ABNORMAL, {xcopy_block(uuid_of_number(2), 9, 0x8002)});
+    EXPECT_EQ(replay(), -1);
+    EXPECT_TRUE(log_.has("path " + directory + name + "bbb is cut to " + directory + name + "\n"));
+    EXPECT_EQ(jnl_status_of(jnl_), JNL_STATUS_BAD);
+}
+
+TEST_F(status_commands, without_a_journal_root_only_startup_replay_passes) {
+    volumes_.let_platform_fail();
+    EXPECT_EQ(check("log"), -1);
+    EXPECT_EQ(set("success"), -1);
+    EXPECT_EQ(out_.text(), "");
+    EXPECT_EQ(replay(), 0);
+    EXPECT_EQ(out_.text(), "TARN_INFO: jnlPath=\n");
+}

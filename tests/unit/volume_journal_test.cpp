@@ -231,3 +231,19 @@ TEST_F(volume_journal, words_left_over_stop_the_walk_over_all_volumes) {
     EXPECT_EQ(replay_all_vol_journal(replay.count(), replay.values(), 0), -1);
     EXPECT_EQ(out_.text(), "none-option argv element:x \nnone-option argv element:x \n");
 }
+
+TEST_F(volume_journal, a_failing_enumeration_ends_the_walk_over_all_volumes) {
+    volumes_.let_platform_fail();
+    EXPECT_EQ(check_all_vol_journal(none_.count(), none_.values()), -1);
+    EXPECT_EQ(log_.last(), "ERR: check_all_vol_journal(#) Fail to enum all volumes\n");
+    EXPECT_EQ(replay_all_vol_journal(none_.count(), none_.values(), 0), -1);
+    EXPECT_EQ(log_.last(), "ERR: replay_all_vol_journal(#) Fail to enum all volumes\n");
+}
+
+TEST_F(volume_journal, without_a_journal_path_a_volume_is_neither_checked_nor_replayed) {
+    volumes_.let_platform_fail();
+    EXPECT_EQ(check_vol_journal(none_.count(), none_.values(), 0), -1);
+    EXPECT_EQ(replay_vol_journal(none_.count(), none_.values(), 0), -1);
+    EXPECT_EQ(out_.text(), "TARN_INFO: CHECK volume " + volume() + "\n" +
+                               "TARN_INFO: REPLAY volume " + volume() + "\n");
+}

@@ -136,3 +136,14 @@ TEST(live_table_paths, stand_in_the_volume_or_are_empty_when_they_do_not_fit) {
     EXPECT_STREQ(opt_ctx.tblpath, "");
     EXPECT_EQ(log.count("path does not fit into 4096 bytes"), 2u);
 }
+
+TEST(journal_path, without_a_root_stays_as_it_is) {
+    const sample_volumes volumes;
+    volumes.let_platform_fail();
+    EXPECT_EQ(prepare_jnl_path(), -1);
+    EXPECT_STREQ(opt_ctx.jnlpath, "");
+    strcpy(opt_ctx.jnlpath, "/given");
+    EXPECT_EQ(get_jnl_root_path(), -1);
+    EXPECT_STREQ(opt_ctx.jnlpath, "/given");
+    EXPECT_EQ(prepare_jnl_path(), 0);  // a given one needs no root
+}
