@@ -1,6 +1,7 @@
 #include "volume/map_walk.h"
 
 #include <gtest/gtest.h>
+#include <string>
 
 #include "support/sample_maps.h"
 #include "support/stdout_capture.h"
@@ -48,23 +49,32 @@ TEST(map_walk, a_line_comes_at_the_first_unit_that_has_reached_its_percentage) {
     EXPECT_EQ(out.text(), progress_lines(0, 1));
 }
 
+TEST(map_walk, each_unit_prints_when_its_percentage_has_reached_the_next_line) {
+    const stdout_capture ignored;
+    for (uint64_t total = 1; total < 260; total += 7) {
+        scan_progress progress = scan_progress_of(total);
+        uint64_t next = 0;
+        for (uint64_t unit = 0; unit < total; unit++) {
+            next += unit * 100 / total >= next ? 1 : 0;
+            scan_progress_pass(&progress, unit, unit + 1);
+            ASSERT_EQ(progress.next, next) << unit << " of " << total;
+        }
+    }
+}
+
 TEST(map_walk, units_passed_together_print_what_they_print_one_by_one) {
     for (uint64_t total = 1; total < 260; total += 7) {
-        uint64_t next = 0;
-        std::string expected;
-        for (uint64_t unit = 0; unit < total; unit++) {
-            if (unit * 100 / total >= next) {
-                expected +=
-                    progress_lines(static_cast<unsigned>(next), static_cast<unsigned>(next));
-                next++;
-            }
-        }
         stdout_capture out;
-        scan_progress progress = scan_progress_of(total);
-        scan_progress_pass(&progress, 0, total / 3);
-        scan_progress_pass(&progress, total / 3, total);
-        EXPECT_EQ(out.text(), expected) << total;
-        EXPECT_EQ(progress.next, next) << total;
+        scan_progress one_by_one = scan_progress_of(total);
+        for (uint64_t unit = 0; unit < total; unit++) {
+            scan_progress_pass(&one_by_one, unit, unit + 1);
+        }
+        const std::string expected = out.text();
+        scan_progress together = scan_progress_of(total);
+        scan_progress_pass(&together, 0, total / 3);
+        scan_progress_pass(&together, total / 3, total);
+        EXPECT_EQ(out.text(), expected + expected) << total;
+        EXPECT_EQ(together.next, one_by_one.next) << total;
     }
 }
 

@@ -115,9 +115,12 @@ TEST_F(punch, without_a_data_file_fails_with_the_wrong_index) {
               "TARN_INFO: Wrong index('0') of DAT file\n");
 }
 
-TEST_F(punch, a_full_range_ends_at_the_first_failure_and_keeps_its_holes) {
-    EXPECT_EQ(punch_range(false, 5, ~uint64_t{0} / 2), -1);
-    EXPECT_TRUE(extent_is(5, 0));
+TEST_F(punch, ends_at_the_first_failure_and_keeps_its_holes) {
+    const uint64_t last_of_file = 4194303;
+    const std::vector<uint8_t> extent(1u << 20, 0xd5);
+    write_file_bytes(dat(), uint64_t{1} << 42, extent.data(), extent.size());
+    EXPECT_EQ(punch_range(false, last_of_file, ~uint64_t{0} / 2), -1);
+    EXPECT_TRUE(extent_is(last_of_file, 0));
     EXPECT_TRUE(text_.ends_with("TARN_INFO: Wrong index('1') of DAT file\n"));
 }
 
