@@ -4,9 +4,12 @@
 
 #include <cstdint>
 
+constexpr uint64_t JNL_NO_RANK = ~uint64_t{0};
+constexpr uint64_t JNL_SEEN_SLOTS_MAX = uint64_t{1} << 22;  // 64 MiB, whatever the ring holds
+
 struct jnl_key_slot {
     uint64_t key;
-    uint64_t rank;  // position in the walk, newest 0; NO_RANK: the slot is empty
+    uint64_t rank;  // position in the walk, newest 0; JNL_NO_RANK: the slot is empty
 };
 
 // Owned by its walk, or by the passes of one volume; zero at start.
@@ -14,9 +17,10 @@ struct jnl_seen_keys {
     jnl_key_slot* slots;
     uint64_t slot_count;  // a power of two, or 0
     uint64_t used;
+    bool full;  // a key found no place: what was told of it is lost, and the walk has failed
 };
 
 // 1: the key is known with this rank or a newer (smaller) one. 0: it was not, and now is known with
-// `rank`. -1, logged and counted as a failed write: no memory for it.
+// `rank`. -1: no room for it. The first time in a set that is logged and counted as a failed write.
 int jnl_seen_keys_test_and_add(jnl_seen_keys* keys, uint64_t key, uint64_t rank);
 void jnl_seen_keys_free(jnl_seen_keys* keys);

@@ -1,0 +1,121 @@
+#include "jnl/jnl_block.h"
+
+#include <algorithm>
+
+#include "jnl/jnl_file.h"
+#include "print.h"
+#include "store/crc32c.h"
+#include "store/data_node.h"
+#include "store/descriptor.h"
+#include "store/file.h"
+#include "store/log.h"
+
+static uint32_t block_checksum(const jnl_block* block) {  // of the block with its checksum field 0
+    jnl_block blank = *block;
+    blank.checksum = 0;
+    uint32_t checksum = 0;
+    tarn_crc32c(&blank, sizeof blank, &checksum);
+    return checksum;
+}
+
+static bool block_is_empty(const jnl_block* block) {
+    static constexpr jnl_block empty = {};
+    return memcmp(block, &empty, sizeof empty) == 0;
+}
+
+int jnl_block_read(jnl_block* block, uint64_t n) {
+    *block = {};
+    const int got = read_fd(current_jnl.fd, block, data_node_offset(n), sizeof *block);
+    if (got < 0) {
+        log_err("jnl read error, block_num[%llu]\n", ull(n));
+        io_count_failed_write();  // what the block records may go unwritten
+    } else {
+        tarn_jnl_block_d2m(block);
+    }
+    if (block->checksum == block_checksum(block)) {
+        return got;
+    }
+    if (block_is_empty(block)) {
+        log_note("jnl block all zero value @block %llu\n", ull(n));
+    } else {
+        log_err("jnl checksum error @block %llu\n", ull(n));
+    }
+    return -1;
+}
+
+void tarn_jnl_block_d2m(const jnl_block* block) {
+    switch (block->type) {
+        case JNL_BLOCK_XCOPY:
+            if (block->xcopy.count > JNL_XCOPY_MAX) {
+                log_err("blk->ej_block_history_xcopy.count %u is overflow\n", block->xcopy.count);
+            }
+            return;
+        case JNL_BLOCK_MOVES:
+            if (block->moves.dst_count > JNL_MOVES_MAX) {
+                log_err("blk->ej_block_history_moves.dst_count %u is overflow\n",
+                        block->moves.dst_count);
+            }
+            if (block->moves.src_count > JNL_MOVES_MAX) {
+                log_err("blk->ej_block_history_moves.src_count %u is overflow\n",
+                        block->moves.src_count);
+            }
+            return;
+        case JNL_BLOCK_UNMAP:
+            if (block->unmap.count > JNL_UNMAP_MAX) {
+                log_err("blk->ej_block_history_unmap.count %u is overflow\n", block->unmap.count);
+            }
+            return;
+        case JNL_BLOCK_ALLOC:
+            if (block->alloc.count > JNL_ALLOC_MAX) {
+                log_err("blk->ej_block_history_alloc.count %u is overflow\n", block->alloc.count);
+            }
+            return;
+        default:
+            break;
+    }
+    const unsigned entry_count = block->ej_header.jnl_entry_count;
+    if (entry_count > JNL_FILE_ENTRY_MAX) {
+        log_err("blk->ej_header.entry_count %u is overflow\n", entry_count);
+    }
+    for (unsigned i = 0; i < std::min(entry_count, JNL_FILE_ENTRY_MAX); i++) {
+        (void)tarn_jnl_block_entry_d2m(&block->entry[i]);  // a report, nothing more
+    }
+}
+
+static bool is_history(uint32_t type) {
+    return type == JNL_BLOCK_XCOPY || type == JNL_BLOCK_MOVES || type == JNL_BLOCK_UNMAP ||
+           type == JNL_BLOCK_ALLOC;
+}
+
+void tarn_jnl_block_m2d(const jnl_block* block) {
+    if (is_history(block->type)) {
+        return;
+    }
+    const unsigned entry_count = block->ej_header.jnl_entry_count;
+    if (entry_count > JNL_FILE_ENTRY_MAX) {
+        log_err("blk->ej_header.entry_count %u is overflow\n", entry_count);
+    }
+    for (unsigned i = 0; i < JNL_FILE_ENTRY_MAX; i++) {
+        (void)tarn_jnl_block_entry_m2d(&block->entry[i]);  // a report, nothing more
+    }
+}
+
+static bool is_known_entry(uint32_t type) {
+    return type >= FILE_TYPE_TBL && type <= FILE_TYPE_MAP;
+}
+
+int tarn_jnl_block_entry_d2m(const jnl_file_entry* entry) {
+    if (!is_known_entry(entry->type)) {
+        log_err("jnl block type %u isn't reconginzed\n", entry->type);
+        return -1;
+    }
+    return 0;
+}
+
+int tarn_jnl_block_entry_m2d(const jnl_file_entry* entry) {
+    if (!is_known_entry(entry->type)) {
+        log_err("jnl block type %u isn't reconginzed\n", entry->type);
+        return -1;
+    }
+    return 0;
+}

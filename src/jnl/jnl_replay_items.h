@@ -1,0 +1,44 @@
+// What the kinds of blocks have in common when they are replayed: the state of the walk, and one
+// item at a time with its seen test and its messages. Below: the three kinds' replay operations,
+// jnl_seen_keys.h. Above: jnl_replay_history.cpp, jnl_replay_file.cpp.
+#pragma once
+
+#include "jnl/jnl_format.h"
+#include "jnl/jnl_seen_keys.h"
+
+struct jnl_replay_walk {
+    int32_t type;         // of the file that is replayed into
+    jnl_seen_keys* seen;  // the caller's
+    bool mapped_count_set;
+    bool fri_var_set;
+};
+
+// The block in hand.
+struct jnl_replay_block {
+    jnl_replay_walk* walk;
+    const char* name;  // of the block's kind, in messages
+    const jnl_block* block;
+    uint64_t block_num;
+    uint64_t rank;  // of its first item. A rank is the item's place in the block, whether or not
+                    // its file was open: it is the same in every pass.
+};
+
+// All return 0, or -1, logged, unless said otherwise.
+
+// True: the key has a newer image, and the item is passed over.
+bool replay_is_seen(const jnl_replay_block* at, uint64_t key, uint64_t rank);
+int replay_map_image(const jnl_replay_block* at, uint64_t lea, map_entry image);  // no seen test
+int replay_tbl_item(const jnl_replay_block* at, uint64_t lpa, tbl_entry image, uint64_t rank);
+// Builds the free list of a group that the record initialises, before the seen test, deliberate.
+int replay_fri_item(const jnl_replay_block* at, uint64_t group, fri_entry old_image,
+                    fri_entry new_image, uint64_t rank);
+// The values of the whole file: only the newest record sets them.
+int replay_mapped_count(const jnl_replay_block* at, uint64_t mapped_count);
+int replay_fri_var(const jnl_replay_block* at, uint64_t free_count, uint64_t group_head);
+
+// One block of each kind.
+int jnl_xcopy_type_replay(const jnl_replay_block* at);
+int jnl_moves_type_replay(const jnl_replay_block* at);
+int jnl_unmap_type_replay(const jnl_replay_block* at);
+int jnl_alloc_type_replay(const jnl_replay_block* at);
+int jnl_file_block_replay(const jnl_replay_block* at);
