@@ -98,6 +98,19 @@ bool io_same_file(const char* one, const char* other) {
            a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
+uint64_t io_next_data(int fd, uint64_t offset, uint64_t end) {
+    const int64_t found = lseek64(fd, static_cast<int64_t>(offset), SEEK_DATA);
+    if (found < 0) {
+        return errno == ENXIO ? end : offset;  // ENXIO: nothing but a hole up to the end
+    }
+    return std::min(static_cast<uint64_t>(found), end);
+}
+
+uint64_t io_next_hole(int fd, uint64_t offset, uint64_t end) {
+    const int64_t found = lseek64(fd, static_cast<int64_t>(offset), SEEK_HOLE);
+    return found < 0 ? end : std::min(static_cast<uint64_t>(found), end);
+}
+
 uint64_t io_failed_writes() {
     return failed_writes;
 }

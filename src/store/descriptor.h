@@ -33,6 +33,11 @@ int64_t io_size(int fd);  // bytes, -1 on failure; leaves no trace on the descri
 // Whether both paths name one existing file, through links too. A null path names none.
 bool io_same_file(const char* one, const char* other);
 
+// Where the next byte at or after `offset` that is not in a hole lies, and where the next hole
+// begins; `end` at the most. A file system that knows no holes says that everything is data.
+uint64_t io_next_data(int fd, uint64_t offset, uint64_t end);
+uint64_t io_next_hole(int fd, uint64_t offset, uint64_t end);
+
 // Writes (short ones too) and syncs of files that failed in this process, and writes refused
 // before they were tried. Start-up replay deletes no journal while this is not 0.
 uint64_t io_failed_writes();

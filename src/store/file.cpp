@@ -81,3 +81,39 @@ int read_fd(int fd, void* buf, uint64_t offset, uint32_t len) {
     }
     return static_cast<int>(io_read(fd, buf, len));
 }
+
+bool read_fd_run(int fd, void* buf, uint64_t offset, size_t len) {
+    auto* bytes = static_cast<uint8_t*>(buf);
+    if (fd == 0 || io_seek(fd, offset) < 0) {
+        return false;
+    }
+    while (len > 0) {
+        const ssize_t got = io_read(fd, bytes, len);
+        if (got < 0) {
+            return false;
+        }
+        if (got == 0) {
+            memset(bytes, 0, len);
+            return true;
+        }
+        bytes += got;
+        len -= static_cast<size_t>(got);
+    }
+    return true;
+}
+
+bool write_fd_run(int fd, const void* buf, uint64_t offset, size_t len) {
+    const auto* bytes = static_cast<const uint8_t*>(buf);
+    if (fd == 0 || io_seek(fd, offset) < 0) {
+        return false;
+    }
+    while (len > 0) {
+        const ssize_t put = io_write(fd, bytes, len);
+        if (put <= 0) {
+            return false;
+        }
+        bytes += put;
+        len -= static_cast<size_t>(put);
+    }
+    return true;
+}

@@ -2,6 +2,7 @@
 // Below: descriptor.h (the system calls). Above: nodes and blocks. Nothing here knows a format.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 // Opens `path` with `flags`, mode 0666 before the umask. Returns the descriptor; negative on
@@ -21,3 +22,9 @@ int open_file(const char* path);
 // logged, and for a failing transfer, which the caller logs.
 int write_fd(int fd, const void* buf, uint64_t offset, uint32_t len);
 int read_fd(int fd, void* buf, uint64_t offset, uint32_t len);
+
+// As many transfers as `len` bytes at `offset` take: for procedures that move many blocks at once.
+// Reads what the file has, the rest of `buf` becoming zero, and returns true; false, nothing
+// logged, when a transfer fails: the caller goes entry by entry then, and that road tells.
+bool read_fd_run(int fd, void* buf, uint64_t offset, size_t len);
+bool write_fd_run(int fd, const void* buf, uint64_t offset, size_t len);

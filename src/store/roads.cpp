@@ -1,0 +1,3 @@
+#include "store/roads.h"
+
+bool entry_road_only = false;

@@ -1,0 +1,46 @@
+// Group images: the blocks that hold one group of 4096 table entries, read with one transfer,
+// changed in memory, the changed ones given fresh checksums and written back. For procedures over
+// whole groups; nothing is logged here: who finds that an image cannot be read or written goes
+// entry by entry, and that road tells. Below: file.h, data_node.h, tbl_format.h.
+#pragma once
+
+#include "store/data_node.h"
+#include "tbl/tbl_format.h"
+
+// 4096 entries begin anywhere in a block of 252.
+constexpr unsigned TBL_GROUP_BLOCKS_MAX =
+    (TBL_BLOCK_ENTRIES - 1 + TBL_GROUP_ENTRIES - 1) / TBL_BLOCK_ENTRIES + 1;
+static_assert(TBL_GROUP_BLOCKS_MAX == 18);
+
+struct tbl_group_image {
+    uint16_t words[TBL_GROUP_ENTRIES];  // the group's entries
+    uint32_t changed;                   // bit i: an entry in block i was changed
+    uint64_t first_block;
+    uint32_t block_count;
+    uint32_t first_slot;  // of the group's entry 0, in the first block
+    data_node blocks[TBL_GROUP_BLOCKS_MAX];
+};
+
+// Reads the blocks of `group` from the table open as `fd`. False: they cannot be read, or no table
+// holds that group. Past the end of the file entries are zero.
+bool tbl_group_load(int fd, tbl_group_image* image, uint64_t group);
+// Writes the changed blocks back with fresh checksums. False: one could not be written.
+bool tbl_group_store(int fd, tbl_group_image* image);
+bool tbl_group_all_zero(const tbl_group_image* image);
+// Takes every block in which the group has an entry other than zero for changed.
+void tbl_group_mark_nonzero(tbl_group_image* image);
+
+// Bit of the block, of those that hold `group`, in which its entry `offset` lies.
+constexpr uint32_t tbl_group_block_bit(uint64_t group, uint32_t offset) {
+    const uint64_t first_slot = tbl_lpa_of(group, 0) % TBL_BLOCK_ENTRIES;
+    return 1u << ((first_slot + offset) / TBL_BLOCK_ENTRIES);
+}
+
+// Entry `offset` (0..4095) of the group.
+inline tbl_entry tbl_group_get(const tbl_group_image* image, uint32_t offset) {
+    return {image->words[offset]};
+}
+inline void tbl_group_set(tbl_group_image* image, uint32_t offset, tbl_entry entry) {
+    image->words[offset] = entry.word;
+    image->changed |= 1u << ((image->first_slot + offset) / TBL_BLOCK_ENTRIES);
+}

@@ -1,0 +1,228 @@
+#include "tbl/tbl_ref_counts.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <new>
+
+#include "fri/fri_file.h"
+#include "store/roads.h"
+#include "tbl/tbl_entries.h"
+#include "tbl/tbl_file.h"
+#include "tbl/tbl_group_image.h"
+
+constexpr uint32_t NO_GROUP = ~uint32_t{0};
+constexpr uint32_t HASH_SHIFT = 64 - 15;
+static_assert(REF_SLOTS == 1u << 15);
+
+struct tbl_ref_counts {
+    ref_group_hook first_touch;
+    uint8_t* units;  // REF_UNITS * REF_UNIT_SIZE bytes, zero where unused
+    uint32_t units_used;
+    uint32_t group_count;
+    ref_group* last;            // the group of the latest reference; null: none
+    uint32_t slots[REF_SLOTS];  // number in `groups`, by hash of the group; NO_GROUP: empty
+    ref_group groups[REF_UNITS];
+    tbl_group_image image;  // of the group being taken in or written
+};
+
+static void forget(tbl_ref_counts* counts) {
+    memset(counts->units, 0, size_t{counts->units_used} * REF_UNIT_SIZE);
+    std::fill_n(counts->slots, REF_SLOTS, NO_GROUP);
+    counts->units_used = 0;
+    counts->group_count = 0;
+    counts->last = nullptr;
+}
+
+tbl_ref_counts* tbl_ref_counts_open(ref_group_hook first_touch) {
+    if (entry_road_only) {
+        return nullptr;
+    }
+    auto* counts = new (std::nothrow) tbl_ref_counts;
+    if (counts == nullptr) {
+        return nullptr;
+    }
+    counts->units = static_cast<uint8_t*>(calloc(REF_UNITS, REF_UNIT_SIZE));
+    if (counts->units == nullptr) {
+        delete counts;
+        return nullptr;
+    }
+    counts->first_touch = first_touch;
+    counts->units_used = 0;
+    forget(counts);
+    return counts;
+}
+
+static uint32_t* slot_of(tbl_ref_counts* counts, uint64_t group) {
+    uint64_t slot = (group * 0x9E3779B97F4A7C15) >> HASH_SHIFT;
+    while (counts->slots[slot] != NO_GROUP && counts->groups[counts->slots[slot]].group != group) {
+        slot = (slot + 1) % REF_SLOTS;
+    }
+    return &counts->slots[slot];
+}
+
+static uint8_t* take_units(tbl_ref_counts* counts, uint32_t wanted) {
+    uint8_t* taken = counts->units + size_t{counts->units_used} * REF_UNIT_SIZE;
+    counts->units_used += wanted;
+    return taken;
+}
+
+static bool units_left(const tbl_ref_counts* counts, uint32_t wanted) {
+    return counts->units_used + wanted <= REF_UNITS;
+}
+
+// Takes the group in `counts->image` into memory; a wide one needs two units.
+static void fill_group(tbl_ref_counts* counts, ref_group* group, bool narrow) {
+    if (narrow) {
+        group->narrow = take_units(counts, 1);
+        return;
+    }
+    group->wide = reinterpret_cast<uint16_t*>(take_units(counts, 2));
+    memcpy(group->wide, counts->image.words, sizeof counts->image.words);
+}
+
+// Makes `number` the latest group, from the table when it is not in memory.
+static ref_result find_group(tbl_ref_counts* counts, uint64_t number) {
+    uint32_t* slot = slot_of(counts, number);
+    if (*slot != NO_GROUP) {
+        counts->last = &counts->groups[*slot];
+        return ref_result::counted;
+    }
+    if (counts->first_touch(number) < 0) {
+        return ref_result::touch_failed;
+    }
+    if (!units_left(counts, 2)) {
+        tbl_ref_counts_flush(counts);
+        slot = slot_of(counts, number);
+    }
+    if (!tbl_group_load(current_tbl.fd, &counts->image, number)) {
+        return ref_result::no_entry;
+    }
+    *slot = counts->group_count++;
+    counts->last = &counts->groups[*slot];
+    *counts->last = {number, nullptr, nullptr, 0};
+    fill_group(counts, counts->last, tbl_group_all_zero(&counts->image));
+    return ref_result::counted;
+}
+
+static uint16_t narrow_word(uint8_t count) {
+    return static_cast<uint16_t>(count != 0 ? TBL_USED_BIT | count : 0);
+}
+
+// Blocks of a narrow group in which something was counted.
+static uint32_t counted_blocks(const ref_group* group) {
+    uint32_t blocks = 0;
+    for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
+        if (group->narrow[offset] != 0) {
+            blocks |= tbl_group_block_bit(group->group, offset);
+        }
+    }
+    return blocks;
+}
+
+// A byte no longer holds the count. Needs two units.
+static void widen(tbl_ref_counts* counts, ref_group* group) {
+    group->changed = counted_blocks(group);
+    group->wide = reinterpret_cast<uint16_t*>(take_units(counts, 2));
+    for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
+        group->wide[offset] = narrow_word(group->narrow[offset]);
+    }
+    group->narrow = nullptr;
+}
+
+static void count_out_of_free() {
+    if (current_fri.fd != 0 && current_fri.header.fri_free_count != 0) {
+        current_fri.header.fri_free_count = current_fri.header.fri_free_count - 1;
+    }
+}
+
+static ref_result add_wide(ref_group* group, uint64_t lpa) {
+    const uint32_t offset = tbl_offset_in_group(lpa);
+    tbl_entry entry = {group->wide[offset]};
+    const uint32_t count = tbl_entry_count(&entry) + 1u;
+    if (count > TBL_COUNT_MAX) {
+        return ref_result::full;
+    }
+    if (count == 1) {
+        tbl_entry_set_used(&entry);
+        count_out_of_free();
+    }
+    tbl_entry_set_count(&entry, count);
+    group->wide[offset] = entry.word;
+    group->changed |= tbl_group_block_bit(group->group, offset);
+    return ref_result::counted;
+}
+
+ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa) {
+    const uint64_t number = tbl_group_of(lpa);
+    if (counts->last == nullptr || counts->last->group != number) {
+        const ref_result found = find_group(counts, number);
+        if (found != ref_result::counted) {
+            return found;
+        }
+    }
+    if (counts->last->narrow != nullptr) {
+        uint8_t* count = &counts->last->narrow[tbl_offset_in_group(lpa)];
+        if (*count < REF_NARROW_MAX) {
+            if (++*count == 1) {
+                count_out_of_free();
+            }
+            return ref_result::counted;
+        }
+        if (!units_left(counts, 2)) {
+            tbl_ref_counts_flush(counts);
+            return tbl_ref_counts_add(counts, lpa);  // now wide: the table has its counts
+        }
+        widen(counts, counts->last);
+    }
+    return add_wide(counts->last, lpa);
+}
+
+// Entry by entry: for a group whose blocks cannot be moved as a whole.
+static void write_entries(const tbl_group_image* image, uint64_t group) {
+    for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
+        const uint64_t lpa = tbl_lpa_of(group, offset);
+        const tbl_entry wanted = tbl_group_get(image, offset);
+        tbl_entry present{};
+        if (tbl_entry_read(&present, lpa) < 0 || present.word != wanted.word) {
+            (void)tbl_entry_write(&wanted, lpa);  // always 0; what fails is logged there
+        }
+    }
+}
+
+static void write_group(tbl_group_image* image, const ref_group* group) {
+    const bool loaded = tbl_group_load(current_tbl.fd, image, group->group);
+    if (group->narrow != nullptr) {
+        for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
+            image->words[offset] = narrow_word(group->narrow[offset]);
+        }
+        tbl_group_mark_nonzero(image);
+    } else {
+        memcpy(image->words, group->wide, sizeof image->words);
+        image->changed = group->changed;
+    }
+    if (!loaded || !tbl_group_store(current_tbl.fd, image)) {
+        write_entries(image, group->group);
+    }
+}
+
+static void write_groups(tbl_ref_counts* counts) {
+    ref_group* end = counts->groups + counts->group_count;
+    std::sort(counts->groups, end,
+              [](const ref_group& a, const ref_group& b) { return a.group < b.group; });
+    for (const ref_group* group = counts->groups; group != end; group++) {
+        write_group(&counts->image, group);
+    }
+}
+
+void tbl_ref_counts_flush(tbl_ref_counts* counts) {
+    write_groups(counts);
+    forget(counts);
+}
+
+void tbl_ref_counts_close(tbl_ref_counts* counts) {
+    if (counts != nullptr) {
+        write_groups(counts);
+        free(counts->units);
+        delete counts;
+    }
+}
