@@ -1,8 +1,10 @@
 #include "fri/fri_link.h"
 
 #include <cstdio>
+#include <numeric>
 
 #include "fri/fri_entries.h"
+#include "fri/fri_window.h"
 #include "print.h"
 #include "store/log.h"
 #include "tbl/tbl_format.h"
@@ -11,6 +13,11 @@
 static_assert(FRI_GROUP_CAPACITY == TBL_GROUP_COUNT, "one index entry for each group of the table");
 
 constexpr uint64_t NO_GROUP = ~uint64_t{0};
+
+// Through the window where that can be read, else entry by entry.
+static int read_ahead(fri_window* window, fri_entry* entry, uint64_t group) {
+    return fri_window_read(window, group, entry) ? 0 : fri_entry_read(entry, group);
+}
 
 static int set_fri_entry(fri_entry* entry, uint64_t group, uint16_t head, int free_count) {
     fri_entry_set_head(entry, head);
@@ -39,21 +46,47 @@ static int recount_group(fri_entry* entry, uint64_t group) {
     return 0;
 }
 
+// The progress lines: one at each group whose hundredfold the number of groups divides.
+struct link_progress {
+    uint64_t group_count;
+    uint64_t step;  // groups from one line to the next
+    uint64_t next;  // group of the next line
+};
+
+static void show_progress_up_to(link_progress* progress, uint64_t group) {
+    for (; progress->next <= group; progress->next += progress->step) {
+        printf("TARN_INFO: Processing %llu/100\n",
+               ull(progress->next * 100 / progress->group_count));
+    }
+}
+
 // The first half: head and count of every initialised group below `group_count`, from the table.
-// *last becomes the highest of them, NO_GROUP when there is none.
+// *last becomes the highest of them, NO_GROUP when there is none. Holes of the index are passed
+// over: a finalized index costs what its groups cost, not its capacity.
 static int recount_groups(uint64_t group_count, uint64_t* last) {
     *last = NO_GROUP;
+    if (group_count == 0) {
+        return 0;
+    }
+    fri_window window{};
+    link_progress progress = {group_count, group_count / std::gcd(group_count, uint64_t{100}), 0};
     for (uint64_t group = 0; group < group_count; group++) {
+        if (group % FRI_BLOCK_ENTRIES == 0) {
+            group = fri_next_group_with_data(group, group_count);
+        }
+        if (group == group_count) {
+            break;
+        }
         fri_entry entry{};
-        if (fri_entry_read(&entry, group) < 0) {
+        if (group > 0) {
+            show_progress_up_to(&progress, group - 1);
+        }
+        if (read_ahead(&window, &entry, group) < 0) {
             log_err_as("tarn_link_fri_group", "Fail to read fri entry, group_num %llu\n",
                        ull(group));
             return -1;
         }
-        const uint64_t progress = group * 100;
-        if (progress % group_count == 0) {
-            printf("TARN_INFO: Processing %llu/100\n", ull(progress / group_count));
-        }
+        show_progress_up_to(&progress, group);
         if (!fri_entry_is_init(&entry)) {
             continue;
         }
@@ -62,6 +95,7 @@ static int recount_groups(uint64_t group_count, uint64_t* last) {
         }
         *last = group;
     }
+    show_progress_up_to(&progress, group_count - 1);
     return 0;
 }
 
@@ -92,9 +126,9 @@ static int init_as_free(listed_group* at) {
 
 // Moves `at` up to the first group, below `limit`, that belongs in the list. Its group is `limit`
 // when there is none. 0, or -1, logged, at the group that failed.
-static int find_none_empty_entry(listed_group* at, uint64_t limit) {
+static int find_none_empty_entry(fri_window* window, listed_group* at, uint64_t limit) {
     for (; at->group < limit; at->group++) {
-        if (fri_entry_read(&at->entry, at->group) < 0) {
+        if (read_ahead(window, &at->entry, at->group) < 0) {
             log_err("Fail to read fri entry, group_num %llu\n", ull(at->group));
             return -1;
         }
@@ -123,10 +157,11 @@ static int set_next_entry(listed_group* prev, uint64_t next) {
 // The last initialised group, when it is one of them, points at the first uninitialised one; when
 // it is full, the last listed group keeps the link it had, deliberate.
 static int chain_groups(uint64_t last, uint64_t limit) {
+    fri_window window{};
     listed_group prev = {NO_GROUP, {}};
     listed_group at = {0, {}};
     for (;;) {
-        if (find_none_empty_entry(&at, limit) != 0) {
+        if (find_none_empty_entry(&window, &at, limit) != 0) {
             log_err_as("tarn_link_fri_group", "Fail to find free fri entry, stop group_num %llu\n",
                        ull(at.group));
             return -1;

@@ -5,6 +5,7 @@
 #include "print.h"
 #include "store/log.h"
 #include "tbl/tbl_entries.h"
+#include "tbl/tbl_group_image.h"
 
 // A free entry of the group, and where it lies; the one before it is held until its next is known.
 struct free_entry {
@@ -27,17 +28,15 @@ static int write_link(free_entry* from, uint32_t next, bool is_tail) {
     return 0;
 }
 
-int link_free_tbl_entry_in_group(uint64_t group, uint16_t* head) {
-    if (group >= TBL_GROUP_COUNT) {
-        log_err("Fail to link free tbl entry, group_num %llu\n", ull(group));
-        return -1;
-    }
+// Entry by entry, from the group's first to its last.
+static int link_by_entries(uint64_t group, uint16_t* head) {
     int count = 0;
     free_entry prev{};
     for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
         free_entry here{{}, tbl_lpa_of(group, offset)};
         if (tbl_entry_read(&here.entry, here.lpa) < 0) {
-            log_err("Fail to link free tbl entry, group_num %llu\n", ull(group));
+            log_err_as("link_free_tbl_entry_in_group",
+                       "Fail to link free tbl entry, group_num %llu\n", ull(group));
             return -1;
         }
         if (tbl_entry_is_used(&here.entry)) {
@@ -55,6 +54,52 @@ int link_free_tbl_entry_in_group(uint64_t group, uint16_t* head) {
         return -1;  // logged there
     }
     return count;
+}
+
+// In the image. Returns the number of free entries.
+static int link_in_image(tbl_group_image* image, uint16_t* head) {
+    uint16_t offsets[TBL_GROUP_ENTRIES];  // of the free entries
+    int count = 0;
+    for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
+        offsets[count] = static_cast<uint16_t>(offset);
+        count += (image->words[offset] & TBL_USED_BIT) == 0 ? 1 : 0;
+    }
+    for (int i = 0; i < count; i++) {
+        tbl_entry entry = {image->words[offsets[i]]};
+        tbl_entry_clear_tail(&entry);
+        tbl_entry_set_count(&entry, i + 1 < count ? offsets[i + 1] : 0);
+        image->words[offsets[i]] = entry.word;
+    }
+    if (count > 0) {
+        image->words[offsets[count - 1]] |= TBL_TAIL_BIT;
+        *head = offsets[0];
+    }
+    tbl_group_mark_free(image);
+    return count;
+}
+
+int link_free_tbl_entry_in_group(uint64_t group, uint16_t* head) {
+    if (group >= TBL_GROUP_COUNT) {
+        log_err("Fail to link free tbl entry, group_num %llu\n", ull(group));
+        return -1;
+    }
+    tbl_group_image image;
+    if (tbl_group_load(current_tbl.fd, &image, group)) {
+        const int count = link_in_image(&image, head);
+        if (tbl_group_store(current_tbl.fd, &image)) {
+            return count;
+        }
+    }
+    return link_by_entries(group, head);
+}
+
+// One entry of the group: from its image, or from the file where there is none.
+static int read_listed(const tbl_group_image* image, tbl_entry* entry, uint64_t lpa) {
+    if (image == nullptr) {
+        return tbl_entry_read(entry, lpa);
+    }
+    *entry = tbl_group_get(image, tbl_offset_in_group(lpa));
+    return sizeof *entry;
 }
 
 // A walk along one free list: where it began, where it stands, and what it has counted.
@@ -99,11 +144,13 @@ int tbl_check_group_free_count(uint64_t group, uint64_t offset, uint16_t expecte
         log_err("tbl_check_group_free_count read error\n");
         return -1;
     }
+    tbl_group_image image;
+    const bool loaded = tbl_group_load(current_tbl.fd, &image, group);
     list_walk walk = {group, offset, offset, 0, expected};
     while (walk.count <= TBL_GROUP_ENTRIES) {  // a list that is longer loops
         const uint64_t lpa = tbl_lpa_of(group, walk.offset);
         tbl_entry entry{};
-        if (tbl_entry_read(&entry, lpa) < 0) {
+        if (read_listed(loaded ? &image : nullptr, &entry, lpa) < 0) {
             log_err("tbl_check_group_free_count read error\n");
             return -1;
         }

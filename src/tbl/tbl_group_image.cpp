@@ -74,23 +74,33 @@ bool tbl_group_store(int fd, tbl_group_image* image) {
     return true;
 }
 
-static bool any_nonzero(const uint16_t* words, size_t count) {
+// Whether one of `count` words, taken exclusive-or with `flip`, has a bit of `mask`.
+static bool any_bits(const uint16_t* words, size_t count, unsigned flip, unsigned mask) {
     unsigned any = 0;
     for (size_t i = 0; i < count; i++) {
-        any |= words[i];
+        any |= words[i] ^ flip;
     }
-    return any != 0;
+    return (any & mask) != 0;
 }
 
-bool tbl_group_all_zero(const tbl_group_image* image) {
-    return !any_nonzero(image->words, TBL_GROUP_ENTRIES);
-}
-
-void tbl_group_mark_nonzero(tbl_group_image* image) {
+static void mark(tbl_group_image* image, unsigned flip, unsigned mask) {
     for (uint32_t i = 0; i < image->block_count; i++) {
         const group_piece piece = piece_in_block(image, i);
-        if (any_nonzero(image->words + piece.offset, piece.len / sizeof(tbl_entry))) {
+        const size_t count = piece.len / sizeof(tbl_entry);
+        if (any_bits(image->words + piece.offset, count, flip, mask)) {
             image->changed |= 1u << i;
         }
     }
+}
+
+bool tbl_group_all_zero(const tbl_group_image* image) {
+    return !any_bits(image->words, TBL_GROUP_ENTRIES, 0, 0xFFFF);
+}
+
+void tbl_group_mark_nonzero(tbl_group_image* image) {
+    mark(image, 0, 0xFFFF);
+}
+
+void tbl_group_mark_free(tbl_group_image* image) {
+    mark(image, TBL_USED_BIT, TBL_USED_BIT);
 }

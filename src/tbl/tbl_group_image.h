@@ -27,8 +27,9 @@ bool tbl_group_load(int fd, tbl_group_image* image, uint64_t group);
 // Writes the changed blocks back with fresh checksums. False: one could not be written.
 bool tbl_group_store(int fd, tbl_group_image* image);
 bool tbl_group_all_zero(const tbl_group_image* image);
-// Takes every block in which the group has an entry other than zero for changed.
+// Take every block for changed in which the group has an entry that is not zero, or a free one.
 void tbl_group_mark_nonzero(tbl_group_image* image);
+void tbl_group_mark_free(tbl_group_image* image);
 
 // Bit of the block, of those that hold `group`, in which its entry `offset` lies.
 constexpr uint32_t tbl_group_block_bit(uint64_t group, uint32_t offset) {
