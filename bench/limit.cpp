@@ -1,0 +1,152 @@
+// bench-limit MAP...: how fast it could go. Reads the maps in large reads, verifies every block's
+// checksum with the fastest routine, counts the references into a plain array and writes that out
+// as checksummed blocks into the working directory.
+// bench-limit --read-only MAP...: reads and verifies, nothing else.
+// bench-limit --rewrite TABLE: reads, verifies and rewrites the blocks that hold data.
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+#include <vector>
+
+#include "map/map_format.h"
+#include "store/crc32c.h"
+#include "store/data_node.h"
+#include "tbl/tbl_format.h"
+
+static constexpr size_t RUN = 1024;  // blocks
+
+[[noreturn]] static void give_up(const char* what) {
+    perror(what);
+    exit(1);
+}
+
+// Verifies the first `count` blocks; leaves their checksums in `checksums`.
+static void verify(const std::vector<data_node>& nodes, size_t count, uint32_t* checksums) {
+    tarn_crc32c_blocks(nodes.data(), count, checksums);
+    for (size_t i = 0; i < count; i++) {
+        if (nodes[i].checksum != 0 && nodes[i].checksum != checksums[i]) {
+            fprintf(stderr, "checksum mismatch\n");
+            exit(1);
+        }
+    }
+}
+
+static void count_node(const data_node& node, std::vector<uint16_t>& references) {
+    for (size_t slot = 0; slot < MAP_NODE_ENTRIES; slot++) {
+        uint64_t word = 0;
+        memcpy(&word, node.payload + slot * sizeof word, sizeof word);
+        if ((word & MAP_MAPPED_BIT) != 0) {
+            const uint64_t lpa = word & MAP_LPA_MASK;
+            if (lpa >= references.size()) {
+                references.resize(std::max<size_t>(lpa + 1, 2 * references.size()));
+            }
+            references[lpa]++;
+        }
+    }
+}
+
+static void read_map(const char* path, bool count_them, std::vector<uint16_t>& references) {
+    const int fd = open(path, O_RDONLY);
+    if (fd < 0) {
+        give_up(path);
+    }
+    std::vector<data_node> nodes(RUN);
+    uint32_t checksums[RUN];
+    off_t offset = METADATA_DATA_OFFSET;
+    for (;;) {
+        const ssize_t got = pread(fd, nodes.data(), RUN * sizeof(data_node), offset);
+        if (got < 0) {
+            give_up(path);
+        }
+        const size_t count = static_cast<size_t>(got) / sizeof(data_node);
+        if (count == 0) {
+            break;
+        }
+        verify(nodes, count, checksums);
+        for (size_t i = 0; count_them && i < count; i++) {
+            count_node(nodes[i], references);
+        }
+        offset += got;
+    }
+    close(fd);
+}
+
+static data_node table_block(const std::vector<uint16_t>& references, size_t block) {
+    data_node node{};
+    const size_t first = block * TBL_BLOCK_ENTRIES;
+    const size_t end = std::min<size_t>(first + TBL_BLOCK_ENTRIES, references.size());
+    for (size_t entry = first; entry < end; entry++) {
+        const auto word =
+            static_cast<uint16_t>(references[entry] != 0 ? TBL_USED_BIT | references[entry] : 0);
+        memcpy(node.payload + (entry - first) * sizeof word, &word, sizeof word);
+    }
+    return node;
+}
+
+static void write_table(const std::vector<uint16_t>& references) {
+    const int fd = open("bench-limit.out", O_RDWR | O_CREAT | O_TRUNC, 0644);
+    if (fd < 0) {
+        give_up("bench-limit.out");
+    }
+    std::vector<data_node> nodes(RUN);
+    uint32_t checksums[RUN];
+    const size_t blocks = (references.size() + TBL_BLOCK_ENTRIES - 1) / TBL_BLOCK_ENTRIES;
+    for (size_t block = 0; block < blocks; block += RUN) {
+        const size_t count = std::min(RUN, blocks - block);
+        for (size_t i = 0; i < count; i++) {
+            nodes[i] = table_block(references, block + i);
+        }
+        tarn_crc32c_blocks(nodes.data(), count, checksums);
+        for (size_t i = 0; i < count; i++) {
+            nodes[i].checksum = checksums[i];
+        }
+        if (write(fd, nodes.data(), count * sizeof(data_node)) < 0) {
+            give_up("bench-limit.out");
+        }
+    }
+    close(fd);
+    unlink("bench-limit.out");
+}
+
+static void rewrite(const char* path) {
+    const int fd = open(path, O_RDWR);
+    if (fd < 0) {
+        give_up(path);
+    }
+    std::vector<data_node> nodes(RUN);
+    uint32_t checksums[RUN];
+    off_t offset = METADATA_DATA_OFFSET;
+    while (lseek(fd, offset, SEEK_DATA) == offset) {
+        const ssize_t got = pread(fd, nodes.data(), RUN * sizeof(data_node), offset);
+        const size_t count = got < 0 ? 0 : static_cast<size_t>(got) / sizeof(data_node);
+        verify(nodes, count, checksums);
+        tarn_crc32c_blocks(nodes.data(), count, checksums);
+        for (size_t i = 0; i < count; i++) {
+            nodes[i].checksum = checksums[i];
+        }
+        if (got <= 0 || pwrite(fd, nodes.data(), static_cast<size_t>(got), offset) != got) {
+            give_up(path);
+        }
+        offset += got;
+    }
+    close(fd);
+}
+
+int main(int argc, char** argv) {
+    if (argc == 3 && strcmp(argv[1], "--rewrite") == 0) {
+        rewrite(argv[2]);
+        return 0;
+    }
+    const bool read_only = argc > 1 && strcmp(argv[1], "--read-only") == 0;
+    std::vector<uint16_t> references;
+    for (int i = read_only ? 2 : 1; i < argc; i++) {
+        read_map(argv[i], !read_only, references);
+    }
+    if (!read_only) {
+        write_table(references);
+    }
+    return 0;
+}
