@@ -36,6 +36,13 @@ map_scan* map_scan_open(int fd, uint64_t node_count);
 map_scan_result map_scan_next(map_scan* scan, map_scan_run* run);
 void map_scan_close(map_scan* scan);
 
+// Entry `slot` (0..62) of a node.
+inline map_entry map_scan_entry(const data_node* node, uint64_t slot) {
+    map_entry entry;
+    memcpy(&entry, node->payload + slot * sizeof entry, sizeof entry);
+    return entry;
+}
+
 // A stored checksum of 0 means that the node carries none.
 inline bool map_scan_mismatched(const map_scan_run* run, uint64_t i) {
     const uint32_t stored = run->nodes[i].checksum;

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "fri/fri_file.h"
+#include "store/descriptor.h"
 #include "store/roads.h"
 #include "tbl/tbl_entries.h"
 #include "tbl/tbl_file.h"
@@ -22,6 +23,7 @@ struct tbl_ref_counts {
     ref_group* last;            // the group of the latest reference; null: none
     uint32_t slots[REF_SLOTS];  // number in `groups`, by hash of the group; NO_GROUP: empty
     ref_group groups[REF_UNITS];
+    bool lost;              // an entry could not be written
     tbl_group_image image;  // of the group being taken in or written
 };
 
@@ -48,6 +50,7 @@ tbl_ref_counts* tbl_ref_counts_open(ref_group_hook first_touch) {
     }
     counts->first_touch = first_touch;
     counts->units_used = 0;
+    counts->lost = false;
     forget(counts);
     return counts;
 }
@@ -59,6 +62,8 @@ static uint32_t* slot_of(tbl_ref_counts* counts, uint64_t group) {
     }
     return &counts->slots[slot];
 }
+
+static void flush(tbl_ref_counts* counts);
 
 static uint8_t* take_units(tbl_ref_counts* counts, uint32_t wanted) {
     uint8_t* taken = counts->units + size_t{counts->units_used} * REF_UNIT_SIZE;
@@ -91,7 +96,7 @@ static ref_result find_group(tbl_ref_counts* counts, uint64_t number) {
         return ref_result::touch_failed;
     }
     if (!units_left(counts, 2)) {
-        tbl_ref_counts_flush(counts);
+        flush(counts);
         slot = slot_of(counts, number);
     }
     if (!tbl_group_load(current_tbl.fd, &counts->image, number)) {
@@ -169,7 +174,7 @@ ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa) {
             return ref_result::counted;
         }
         if (!units_left(counts, 2)) {
-            tbl_ref_counts_flush(counts);
+            flush(counts);
             return tbl_ref_counts_add(counts, lpa);  // now wide: the table has its counts
         }
         widen(counts, counts->last);
@@ -189,7 +194,8 @@ static void write_entries(const tbl_group_image* image, uint64_t group) {
     }
 }
 
-static void write_group(tbl_group_image* image, const ref_group* group) {
+static void write_group(tbl_ref_counts* counts, const ref_group* group) {
+    tbl_group_image* image = &counts->image;
     const bool loaded = tbl_group_load(current_tbl.fd, image, group->group);
     if (group->narrow != nullptr) {
         for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
@@ -201,7 +207,9 @@ static void write_group(tbl_group_image* image, const ref_group* group) {
         image->changed = group->changed;
     }
     if (!loaded || !tbl_group_store(current_tbl.fd, image)) {
+        const uint64_t failed_before = io_failed_writes();
         write_entries(image, group->group);
+        counts->lost = counts->lost || io_failed_writes() != failed_before;
     }
 }
 
@@ -210,19 +218,22 @@ static void write_groups(tbl_ref_counts* counts) {
     std::sort(counts->groups, end,
               [](const ref_group& a, const ref_group& b) { return a.group < b.group; });
     for (const ref_group* group = counts->groups; group != end; group++) {
-        write_group(&counts->image, group);
+        write_group(counts, group);
     }
 }
 
-void tbl_ref_counts_flush(tbl_ref_counts* counts) {
+static void flush(tbl_ref_counts* counts) {
     write_groups(counts);
     forget(counts);
 }
 
-void tbl_ref_counts_close(tbl_ref_counts* counts) {
-    if (counts != nullptr) {
-        write_groups(counts);
-        free(counts->units);
-        delete counts;
+int tbl_ref_counts_close(tbl_ref_counts* counts) {
+    if (counts == nullptr) {
+        return 0;
     }
+    write_groups(counts);
+    const int result = counts->lost ? -1 : 0;
+    free(counts->units);
+    delete counts;
+    return result;
 }

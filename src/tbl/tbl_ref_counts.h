@@ -38,7 +38,5 @@ enum class ref_result {
 ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa);
 
 // Writes everything that was counted and frees the counts. Groups whose blocks cannot be moved as a
-// whole are written entry by entry; what fails there is logged there. Null is let pass.
-void tbl_ref_counts_close(tbl_ref_counts* counts);
-// The same, and goes on counting from nothing: before single entries are looked at.
-void tbl_ref_counts_flush(tbl_ref_counts* counts);
+// whole are written entry by entry. 0, or -1 when an entry could not be written, logged. Null: 0.
+int tbl_ref_counts_close(tbl_ref_counts* counts);

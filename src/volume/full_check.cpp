@@ -6,6 +6,7 @@
 #include "options.h"
 #include "print.h"
 #include "store/log.h"
+#include "tbl/tbl_compare.h"
 #include "tbl/tbl_entries.h"
 #include "tbl/tbl_file.h"
 #include "volume/import_volume.h"
@@ -59,6 +60,10 @@ static int compare_entries(const tbl_entry* was, const tbl_entry* rebuilt, uint6
 
 static int compare_tables(tbl_handle* was, tbl_handle* rebuilt, uint64_t entries) {
     for (uint64_t lpa = 0; lpa < entries; lpa++) {
+        lpa = tbl_agree_up_to(was->fd, rebuilt->fd, lpa, entries);
+        if (lpa == entries) {
+            break;
+        }
         tbl_entry was_entry{};
         tbl_entry rebuilt_entry{};
         if (tbl_handle_entry_read(was, &was_entry, lpa) < 0) {

@@ -5,11 +5,15 @@
 
 #include <cstdint>
 
+struct tbl_ref_counts;
+
 // Counts every mapped entry of the current map, one of map_kind_code, of the volume `root`, into
 // the current table and index; an unmap buffer's entries end at the first unmapped one. Prints its
 // progress. 0; -1 at the first failure, logged: also for more mapped entries than the header says
 // (fewer pass), a 4096th reference, and an extent that the table cannot hold or did not take.
-int import_map(int32_t kind, const char* root);
+// References are collected in `counts`, which the caller writes out by closing it; with null they
+// go to the table one by one.
+int import_map(int32_t kind, const char* root, tbl_ref_counts* counts);
 
 // --import: the map at opt_ctx.mappath into the table and index at tblpath and fripath, in place.
 // 0, or -1, logged; all three are closed.

@@ -3,11 +3,13 @@
 #include <cstdio>
 #include <sys/stat.h>
 
+#include "fri/fri_entries.h"
 #include "fri/fri_file.h"
 #include "map/map_file.h"
 #include "options.h"
 #include "store/log.h"
 #include "tbl/tbl_file.h"
+#include "tbl/tbl_ref_counts.h"
 #include "volume/discovery.h"
 #include "volume/import.h"
 #include "volume/map_check.h"
@@ -57,7 +59,7 @@ static int create_files(const rebuild_paths* paths) {
     return 0;
 }
 
-static int import_loaded_map(int32_t kind) {
+static int import_loaded_map(int32_t kind, tbl_ref_counts* counts) {
     const char* root = opt_ctx.volpath;
     if (opt_ctx.repair != 0) {
         printf("TARN_INFO: check and repair MAP(%s)\n", opt_ctx.mappath);
@@ -66,16 +68,16 @@ static int import_loaded_map(int32_t kind) {
         }
     }
     printf("TARN_INFO: import MAP(%s)\n", opt_ctx.mappath);
-    return import_map(kind, root) < 0 ? -1 : 0;
+    return import_map(kind, root, counts) < 0 ? -1 : 0;
 }
 
-static int import_listed_map(const path_entry* map) {
+static int import_listed_map(const path_entry* map, tbl_ref_counts* counts) {
     snprintf(opt_ctx.mappath, sizeof opt_ctx.mappath, "%s", map->name);
     int result = -1;
     if (load_map(opt_ctx.mappath) != 0) {
         log_err_as("do_import_volume", "Fail to load MAP %s\n", opt_ctx.mappath);
     } else {
-        result = import_loaded_map(static_cast<int32_t>(map->type));
+        result = import_loaded_map(static_cast<int32_t>(map->type), counts);
     }
     close_map();
     return result;
@@ -89,8 +91,12 @@ static int import_all_maps() {
         log_err_as("do_import_volume", "Fail to enum all vaailuns on volumes %s\n",
                    opt_ctx.volpath);
     }
+    tbl_ref_counts* counts = tbl_ref_counts_open(tarn_fri_set_init_bit);
     for (const path_entry* map = maps.next; map != &maps && result == 0; map = map->next) {
-        result = import_listed_map(map);
+        result = import_listed_map(map, counts);
+    }
+    if (tbl_ref_counts_close(counts) != 0) {
+        result = -1;
     }
     free_path_list(&maps);
     return result;

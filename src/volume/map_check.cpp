@@ -4,6 +4,7 @@
 
 #include "map/map_entries.h"
 #include "map/map_file.h"
+#include "map/map_scan.h"
 #include "map/map_verify.h"
 #include "options.h"
 #include "print.h"
@@ -58,10 +59,11 @@ static scan_step check_node(map_scan_state* scan, uint64_t node) {
     return scan_step::go_on;
 }
 
-static scan_step check_nodes(map_scan_state* scan, uint64_t nodes) {
+// Entry by entry, from node `node` on.
+static scan_step check_nodes_from(map_scan_state* scan, uint64_t node, uint64_t nodes) {
     const uint64_t blank_begin = map_stored_nodes();
     const uint64_t blank_end = map_blank_nodes_end(nodes);
-    for (uint64_t node = 0; node < nodes; node++) {
+    for (; node < nodes; node++) {
         if (node == blank_begin && node < blank_end && scan->kind != MAP_KIND_UNMAP_BUFFER) {
             scan_progress_pass(&scan->progress, node, blank_end);
             scan->node_result = 0;
@@ -74,6 +76,61 @@ static scan_step check_nodes(map_scan_state* scan, uint64_t nodes) {
         }
     }
     return scan_step::finished;
+}
+
+// A node in memory whose checksum is right.
+static scan_step check_good_node(map_scan_state* scan, uint64_t number, const data_node* node) {
+    scan_progress_pass(&scan->progress, number, number + 1);
+    scan->node_result = 0;
+    for (uint64_t i = 0; i < MAP_NODE_ENTRIES; i++) {
+        const map_entry entry = map_scan_entry(node, i);
+        if (map_entry_is_mapped(&entry) != 0) {
+            scan->mapped++;
+        } else if (scan->kind == MAP_KIND_UNMAP_BUFFER) {
+            return scan_step::finished;
+        }
+    }
+    return scan_step::go_on;
+}
+
+static scan_step check_hole(map_scan_state* scan, const map_scan_run* run) {
+    const bool stops = scan->kind == MAP_KIND_UNMAP_BUFFER;
+    scan_progress_pass(&scan->progress, run->first, run->first + (stops ? 1 : run->count));
+    scan->node_result = 0;
+    return stops ? scan_step::finished : scan_step::go_on;
+}
+
+static scan_step check_run(map_scan_state* scan, const map_scan_run* run) {
+    if (run->nodes == nullptr) {
+        return check_hole(scan, run);
+    }
+    scan_step step = scan_step::go_on;
+    for (uint64_t i = 0; i < run->count && step == scan_step::go_on; i++) {
+        step = map_scan_mismatched(run, i)
+                   ? check_node(scan, run->first + i)  // tells, repairs and lists
+                   : check_good_node(scan, run->first + i, &run->nodes[i]);
+    }
+    return step;
+}
+
+// In runs of nodes as far as they can be had, entry by entry from there.
+static scan_step check_nodes(map_scan_state* scan, uint64_t nodes) {
+    map_scan* runs = map_scan_open(current_map.fd, nodes);
+    if (runs == nullptr) {
+        return check_nodes_from(scan, 0, nodes);
+    }
+    map_scan_run run{};
+    scan_step step = scan_step::go_on;
+    map_scan_result got = map_scan_next(runs, &run);
+    while (got == map_scan_result::run && step == scan_step::go_on) {
+        step = check_run(scan, &run);
+        if (step == scan_step::go_on) {
+            got = map_scan_next(runs, &run);
+        }
+    }
+    const uint64_t next = runs->next;
+    map_scan_close(runs);
+    return step == scan_step::go_on ? check_nodes_from(scan, next, nodes) : step;
 }
 
 // Compares the entries found with the header's count, and sets that right when asked to.
