@@ -17,7 +17,7 @@ map_scan* map_scan_open(int fd, uint64_t node_count) {
     if (scan != nullptr) {
         scan->fd = fd;
         scan->next = 0;
-        scan->end = node_count;
+        scan->end = std::min(node_count, DATA_NODE_NUM_END);
         scan->file_size = static_cast<uint64_t>(size);
         scan->data_end = 0;
     }

@@ -30,7 +30,8 @@ struct map_scan_run {
 
 enum class map_scan_result { run, end, failed };
 
-// Null: no memory, or the entry road is to be taken.
+// Null: no memory, or the entry road is to be taken. The scan ends before a node that no file can
+// reach: the entry road goes on there, and tells.
 map_scan* map_scan_open(int fd, uint64_t node_count);
 // failed: the nodes from scan->next on cannot be read in runs; the entry road tells why.
 map_scan_result map_scan_next(map_scan* scan, map_scan_run* run);
