@@ -8,6 +8,7 @@
 #include "support/io_faults.h"
 #include "support/log_capture.h"
 #include "support/pool_files.h"
+#include "support/roads.h"
 #include "support/stdout_capture.h"
 
 class fri_link : public testing::Test {
@@ -133,6 +134,7 @@ TEST_F(fri_link, a_second_relink_changes_nothing) {
 // the 4096 reads of the group. The relink's last write, the header's, may be lost to a failure
 // that is only counted; every other failure ends it, and the next relink makes it whole.
 TEST_F(fri_link, whichever_call_fails_it_is_told_or_counted_and_the_next_relink_mends_it) {
+    const entry_road_scope road;
     set_group(0, {3, 4000});
     current_fri.header.fri_group_count = 1;
     ASSERT_EQ(save_fri(), 0);

@@ -8,6 +8,7 @@
 #include "options.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
+#include "support/roads.h"
 #include "support/sample_maps.h"
 #include "support/sample_volumes.h"
 #include "support/scratch_file.h"
@@ -100,6 +101,7 @@ TEST_F(full_check, names_each_file_that_does_not_load) {
 }
 
 TEST_F(full_check, an_entry_that_cannot_be_read_fails) {
+    const entry_road_scope road;
     uint64_t reads = 0;
     {
         const io_fault_at count(0, 0, {io_call::read});

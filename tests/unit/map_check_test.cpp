@@ -10,6 +10,7 @@
 #include "support/hex.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
+#include "support/roads.h"
 #include "support/sample_maps.h"
 #include "support/sample_volumes.h"
 #include "support/scratch_file.h"
@@ -183,6 +184,7 @@ TEST_F(map_check, without_an_extent_size_there_is_no_check) {
 }
 
 TEST_F(map_check, a_repair_fails_at_whichever_transfer_fails_and_passes_undisturbed_ones) {
+    const entry_road_scope road;
     for (uint64_t n = 1;; n++) {
         ASSERT_LT(n, 1000u);
         load(126, 3, {{0, 7}, {5, 9}, {63, 8}});

@@ -7,6 +7,7 @@
 #include "support/io_faults.h"
 #include "support/log_capture.h"
 #include "support/pool_files.h"
+#include "support/roads.h"
 #include "support/stdout_capture.h"
 
 // lpas of group 2: 8192 to 12287.
@@ -77,6 +78,7 @@ TEST(tbl_freelist, a_group_past_the_table_is_not_linked) {
 }
 
 TEST(tbl_freelist, an_entry_that_cannot_be_read_ends_the_linking) {
+    const entry_road_scope road;
     pool_files pool;
     uint16_t head = 77;
     log_capture log;
@@ -91,6 +93,7 @@ TEST(tbl_freelist, an_entry_that_cannot_be_read_ends_the_linking) {
 // links are read and written, at a prime's distance elsewhere.
 TEST(tbl_freelist,
      whichever_call_of_a_linking_fails_it_is_told_or_counted_and_the_next_one_mends_it) {
+    const entry_road_scope road;
     pool_files pool;
     pool.fill_group(2, 0x8001);
     uint64_t n = 1;
@@ -152,6 +155,7 @@ TEST(tbl_freelist_check, a_wholly_free_group_matches_4096) {
 }
 
 TEST(tbl_freelist_check, a_list_that_loops_ends_after_4097_entries) {
+    const entry_road_scope road;
     pool_files pool;
     pool.set_tbl(BASE + 7, 9);
     pool.set_tbl(BASE + 9, 7);
@@ -195,6 +199,7 @@ TEST(tbl_freelist_check, a_used_tail_is_told_and_the_count_still_decides) {
 }
 
 TEST(tbl_freelist_check, an_entry_that_cannot_be_read_or_does_not_exist_is_a_read_error) {
+    const entry_road_scope road;
     pool_files pool;
     stdout_capture out;
     log_capture log;
