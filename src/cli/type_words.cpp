@@ -2,7 +2,8 @@
 
 #include <cstring>
 
-#include "cli/later_commands.h"
+#include "cli/create.h"
+#include "cli/search.h"
 #include "store/log.h"
 #include "volume/journal_drivers.h"
 #include "volume/volume_journal.h"
