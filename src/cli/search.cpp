@@ -2,12 +2,14 @@
 
 #include "cli/search_options.h"
 #include "fri/fri_entries.h"
+#include "fri/fri_file.h"
 #include "jnl/jnl_dump.h"
 #include "jnl/jnl_file.h"
 #include "map/map_entries.h"
 #include "map/map_file.h"
 #include "options.h"
 #include "store/log.h"
+#include "tbl/tbl_file.h"
 #include "tbl/tbl_show.h"
 #include "volume/volume_paths.h"
 
