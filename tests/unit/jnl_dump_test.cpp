@@ -378,7 +378,6 @@ TEST_F(jnl_dump, file_entries_are_parted_by_the_separator_and_none_follows_the_l
 TEST_F(jnl_dump, an_entry_count_of_9_is_told_in_red_and_entries_0_to_6_follow) {
     raw_journal journal(64);
     log_capture log;
-    const std::string count_line = "TARN_INFO: jnl_entry_count  9\n";
     std::string header = header_text(13, 0, 1, 9);
     header.insert(header.find(SEPARATOR), "\x1b[31mTARN_RPT: Invalid entry count\n\x1b[0m");
     EXPECT_EQ(block_text(journal, file_block(9), 1),
@@ -560,7 +559,8 @@ TEST_F(jnl_dump_transaction, searched_from_outside_the_ring_is_none) {
         EXPECT_EQ(search(journal, 21, from, &text), -1);
         EXPECT_EQ(text, "TARN_INFO: NO TRANSACTION 21 in JOURNAL\n");
     }
-    EXPECT_EQ(log.lines().size(), 3u + log.count("jnl read error"));
+    EXPECT_EQ(log.count("jnl block all zero value @block "), 3u);
+    EXPECT_EQ(log.count("jnl read error, block_num["), 2u);  // no file has a byte so far out
 }
 
 TEST_F(jnl_dump_transaction, in_a_ring_of_absurd_size_is_searched_as_far_as_the_file_goes) {
