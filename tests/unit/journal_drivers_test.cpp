@@ -17,6 +17,9 @@
 #include "tbl/tbl_file.h"
 
 // One volume with a map of lea 0 mapped to extent 5 by the only transaction of the journal.
+// What each walk meets behind the oldest transaction, in a ring that was never full.
+static const char* const HISTORY_ENDS = "jnl_block_read(#) jnl block all zero value @block 63\n";
+
 class journal_drivers : public testing::Test {
 protected:
     journal_drivers() {
@@ -72,7 +75,7 @@ TEST_F(journal_drivers, an_index_that_the_journal_does_not_name_checks_and_repla
     EXPECT_EQ(told(), "TARN_INFO: CHECK FRI " + fri_ + "\n" + "TARN_INFO: FRI " + fri_ +
                           " check successfully\n" + "TARN_INFO: REPLAY FRI " + fri_ + "\n" +
                           "TARN_INFO: FRI " + fri_ + " replay successfully\n");
-    EXPECT_EQ(log_.lines(), log_lines({}));
+    EXPECT_EQ(log_.lines(), log_lines({HISTORY_ENDS, HISTORY_ENDS}));
     expect_everything_closed();
 }
 
@@ -88,7 +91,7 @@ TEST_F(journal_drivers, a_table_that_lags_behind_fails_the_check_until_it_is_rep
     expect_everything_closed();
     log_.clear();
     EXPECT_EQ(check_tbl_journal(none_.count(), none_.values(), 0), 0);
-    EXPECT_EQ(log_.lines(), log_lines({}));
+    EXPECT_EQ(log_.lines(), log_lines({HISTORY_ENDS}));
     const std::string text = told();
     EXPECT_NE(text.find("TARN_INFO: REPLAY TBL " + tbl_ + "\nTARN_INFO: TBL " + tbl_ +
                         " replay successfully\n"),
