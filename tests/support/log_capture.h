@@ -24,6 +24,3 @@ public:
 inline std::vector<std::string> log_lines(std::vector<std::string> lines) {
     return lines;
 }
-
-// "name(123) rest" -> "name(#) rest": line numbers are no promise.
-std::string mask_line_number(const std::string& line);

@@ -1,0 +1,8 @@
+// Line numbers in log lines are no promise: both kinds of log capture hide them the same way.
+#pragma once
+
+#include <string>
+
+// "ERR: name(123) rest" and "name(123) rest" -> "name(#)", "tarn:123 rest" -> "tarn:# rest"; any
+// other line as it is.
+std::string mask_line_number(const std::string& line);

@@ -1,0 +1,19 @@
+// The root directory that a program in the sandbox sees, made in a private mount namespace of the
+// calling process. Below: the system. Above: sandbox.h.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// What stands where: `outside` is bound to `inside` (both absolute; a directory, or a file).
+struct bound_path {
+    std::string outside;
+    std::string inside;
+    bool read_only;
+};
+
+// Leaves the host's mount namespace and makes a tmpfs at the empty directory `mount_point` this
+// process's root: the system's own directories, a small /dev, an empty /tmp, and `bindings`, in
+// their order. Needs root or user namespaces. Returns "", or what failed, with the reason.
+std::string enter_private_root(const std::string& mount_point,
+                               const std::vector<bound_path>& bindings);
