@@ -77,7 +77,7 @@ static std::string file_line(const fs::path& path) {
 std::map<std::string, std::string> tree_of(const std::string& root) {
     std::map<std::string, std::string> lines;
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root)) {
-        const std::string name = fs::relative(entry.path(), root);
+        const std::string name = entry.path().lexically_relative(root);
         if (entry.is_symlink()) {
             lines[name] = "link to " + fs::read_symlink(entry.path()).string();
         } else if (entry.is_directory()) {
