@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "jnl/jnl_block_cache.h"
 #include "jnl/jnl_file.h"
 #include "print.h"
 #include "store/crc32c.h"
@@ -23,8 +24,37 @@ static bool block_is_empty(const jnl_block* block) {
     return memcmp(block, &empty, sizeof empty) == 0;
 }
 
+static bool is_known_entry(uint32_t type) {
+    return type >= FILE_TYPE_TBL && type <= FILE_TYPE_MAP;
+}
+
+// Whether tarn_jnl_block_d2m stays silent about this block.
+static bool nothing_to_report(const jnl_block* block) {
+    switch (block->type) {
+        case JNL_BLOCK_XCOPY:
+            return block->xcopy.count <= JNL_XCOPY_MAX;
+        case JNL_BLOCK_MOVES:
+            return block->moves.dst_count <= JNL_MOVES_MAX &&
+                   block->moves.src_count <= JNL_MOVES_MAX;
+        case JNL_BLOCK_UNMAP:
+            return block->unmap.count <= JNL_UNMAP_MAX;
+        case JNL_BLOCK_ALLOC:
+            return block->alloc.count <= JNL_ALLOC_MAX;
+        default:
+            break;
+    }
+    const jnl_file_entry* end =
+        block->entry + std::min<unsigned>(block->ej_header.jnl_entry_count, JNL_FILE_ENTRY_MAX);
+    return block->ej_header.jnl_entry_count <= JNL_FILE_ENTRY_MAX &&
+           std::all_of(block->entry, end,
+                       [](const jnl_file_entry& entry) { return is_known_entry(entry.type); });
+}
+
 int jnl_block_read(jnl_block* block, uint64_t n) {
     *block = {};
+    if (jnl_block_cache_get(n, block)) {
+        return sizeof *block;
+    }
     const int got = read_fd(current_jnl.fd, block, data_node_offset(n), sizeof *block);
     if (got < 0) {
         log_err("jnl read error, block_num[%llu]\n", ull(n));
@@ -33,6 +63,9 @@ int jnl_block_read(jnl_block* block, uint64_t n) {
         tarn_jnl_block_d2m(block);
     }
     if (block->checksum == block_checksum(block)) {
+        if (got == sizeof *block && nothing_to_report(block)) {
+            jnl_block_cache_put(n, block);
+        }
         return got;
     }
     if (block_is_empty(block)) {
@@ -98,10 +131,6 @@ void tarn_jnl_block_m2d(const jnl_block* block) {
     for (unsigned i = 0; i < JNL_FILE_ENTRY_MAX; i++) {
         (void)tarn_jnl_block_entry_m2d(&block->entry[i]);  // a report, nothing more
     }
-}
-
-static bool is_known_entry(uint32_t type) {
-    return type >= FILE_TYPE_TBL && type <= FILE_TYPE_MAP;
 }
 
 int tarn_jnl_block_entry_d2m(const jnl_file_entry* entry) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "jnl/jnl_block_cache.h"
 #include "journal_status.h"
 #include "store/descriptor.h"
 #include "store/file.h"
@@ -29,6 +30,7 @@ int load_jnl(const char* path) {
         return -1;  // logged there
     }
     current_jnl.header = header;
+    jnl_block_cache_opened(current_jnl.fd);
     return 0;
 }
 

@@ -91,6 +91,11 @@ int64_t io_size(int fd) {
     return fstat64(fd, &status) == 0 ? status.st_size : -1;
 }
 
+io_file_id io_identity(int fd) {
+    struct stat64 status = {};
+    return fstat64(fd, &status) == 0 ? io_file_id{status.st_dev, status.st_ino} : io_file_id{};
+}
+
 bool io_same_file(const char* one, const char* other) {
     struct stat64 a = {};
     struct stat64 b = {};

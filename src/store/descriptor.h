@@ -30,6 +30,13 @@ int io_truncate(int fd, uint64_t size);
 void io_close(int fd);
 int64_t io_size(int fd);  // bytes, -1 on failure; leaves no trace on the descriptor
 
+// Which file a descriptor stands for; all zero for none.
+struct io_file_id {
+    uint64_t device;
+    uint64_t inode;
+    bool operator==(const io_file_id&) const = default;
+};
+io_file_id io_identity(int fd);
 // Whether both paths name one existing file, through links too. A null path names none.
 bool io_same_file(const char* one, const char* other);
 

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "jnl/jnl_block_cache.h"
 #include "jnl/jnl_seen_keys.h"
 #include "options.h"
 #include "store/handle_set.h"
@@ -41,6 +42,7 @@ static int for_each_map(const path_entry* maps, map_driver driver, int argc, cha
 }
 
 int check_vol_journal(int argc, char** argv, int) {
+    const jnl_block_cache_scope blocks_stay;
     if (is_vaai_volume(opt_ctx.volpath) == 0) {
         return -1;
     }
@@ -101,6 +103,7 @@ static int replay_tbl_with_maps(const path_entry* maps, int argc, char** argv) {
 }
 
 int replay_vol_journal(int argc, char** argv, int) {
+    const jnl_block_cache_scope blocks_stay;
     if (is_vaai_volume(opt_ctx.volpath) == 0) {
         return -1;
     }
@@ -144,6 +147,7 @@ static int for_each_volume(const path_entry* volumes, volume_driver driver, int 
 }
 
 int check_all_vol_journal(int argc, char** argv) {
+    const jnl_block_cache_scope blocks_stay;
     if (parse_sub_options(argc, argv) != 0) {
         return -1;
     }
@@ -160,6 +164,7 @@ int check_all_vol_journal(int argc, char** argv) {
 }
 
 int replay_all_vol_journal(int argc, char** argv, int) {
+    const jnl_block_cache_scope blocks_stay;
     if (parse_sub_options(argc, argv) != 0) {
         return -1;
     }
