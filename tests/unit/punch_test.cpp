@@ -4,9 +4,12 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 #include "cli/punch.h"
 #include "fri/fri_file.h"
@@ -175,6 +178,7 @@ public:
         close(ends[1]);
         take(ends[0]);
     }
+    explicit answer(int terminal) : kept_(dup(STDIN_FILENO)) { take(terminal); }
     ~answer() { take(kept_); }
     answer(const answer&) = delete;
     answer& operator=(const answer&) = delete;
@@ -193,6 +197,19 @@ class punch_command : public punch {
 protected:
     int run(std::vector<std::string> options, const std::string& reply) {
         const answer on_standard_input(reply);
+        return run_as_it_is(std::move(options));
+    }
+    int run_on_terminal(std::vector<std::string> options, const std::string& typed) {
+        int user = 0;
+        int terminal = 0;
+        EXPECT_EQ(openpty(&user, &terminal, nullptr, nullptr, nullptr), 0);
+        EXPECT_EQ(write(user, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+        const answer on_standard_input(terminal);
+        const int result = run_as_it_is(std::move(options));
+        close(user);
+        return result;
+    }
+    int run_as_it_is(std::vector<std::string> options) {
         arguments words(std::move(options));
         stdout_capture out;
         const int result = punch_hole(words.count(), words.values());
@@ -221,6 +238,15 @@ TEST_F(punch_command, punches_nothing_for_any_other_answer) {
         EXPECT_EQ(text_, QUESTION) << reply;
     }
     EXPECT_TRUE(extent_is(1, 0xd5));
+}
+
+TEST_F(punch_command, takes_its_answer_from_a_terminal) {
+    EXPECT_EQ(run_on_terminal({"-p", root(), "-o", "1", "-l", "1"}, "yes\n"), 0);
+    EXPECT_TRUE(extent_is(1, 0xd5));
+    EXPECT_EQ(run_on_terminal({"-p", root(), "-o", "1", "-l", "1"}, "\x04"), 0);  // end of input
+    EXPECT_TRUE(extent_is(1, 0xd5));
+    EXPECT_EQ(run_on_terminal({"-p", root(), "-o", "1", "-l", "1"}, "YES\n"), 0);
+    EXPECT_TRUE(extent_is(1, 0));
 }
 
 TEST_F(punch_command, takes_all_groups_with_a) {
