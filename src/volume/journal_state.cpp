@@ -33,15 +33,16 @@ int tarn_get_journal_status(uint32_t* status) {
     return result;
 }
 
-// 1 read-only, 0 writable, -1 unknown; logged.
+// 1 read-only, 0 writable, -1 unknown; logged under the name that operators know: the caller's.
 static int is_read_only(const char* volume) {
+    static constexpr const char* name = "is_read_only_volume_exist";
     ORBAMountVolInfo info = {};
     if (ORBAMountVolInfoGet(volume, &info) < 0) {
-        log_err("Fail to read how volume %s is mounted\n", volume);
+        log_err_as(name, "Fail to read how volume %s is mounted\n", volume);
         return -1;
     }
     if (info.writable == 0) {
-        log_err("Found read-only volume %s\n", volume);
+        log_err_as(name, "Found read-only volume %s\n", volume);
         return 1;
     }
     return 0;

@@ -1,274 +1,246 @@
-// Start-up replay and the replay commands of the built program, on volumes of their own.
-#include <cstdio>
+// --startup-replay: by the journal's status, with volumes that are sound or not.
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <string>
-#include <vector>
 
-#include "journal_status.h"
-#include "metadata.h"
-#include "support/sample_volumes.h"
-#include "support/scratch_file.h"
-#include "system/support/sandbox.h"
+#include "support/sample_maps.h"
+#include "system/support/sample_server.h"
 #include "system/support/tree.h"
 
-using log_text = std::vector<std::string>;
+namespace fs = std::filesystem;
 
-static const std::string history_ends = "jnl_block_read(#) jnl block all zero value @block 63\n";
+static constexpr const char* jnl_path_line = "TARN_INFO: jnlPath=/var/lib/tarn/EP_JNL\n";
 
-static size_t times(const std::string& text, const std::string& part) {
-    size_t count = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-        count++;
-    }
-    return count;
+static std::map<std::string, std::string> all_trees(const sandbox& box) {
+    return tree_of(fs::path(box.journal()).parent_path().parent_path());
 }
 
-// Two sound volumes; the journal changes extent 5 of the first and extent 6 of the second.
-class startup_replay : public testing::Test {
-protected:
-    startup_replay() {
-        make_sample_volume(box_.volume(1), 0x11);
-        make_sample_volume(box_.volume(2), 0x22);
-        make_journal(JNL_STATUS_ABNORMAL);
-    }
-    void make_journal(uint32_t status) const {
-        make_jnl(box_.journal(), status,
-                 {tbl_block(uuid_of(0x11), 5, 0x8003), tbl_block(uuid_of(0x22), 6, 0x8004)});
-    }
-    std::string table(unsigned number) const { return box_.volume(number) + "/@EP/EP_TBL"; }
-    std::string index(unsigned number) const { return box_.volume(number) + "/@EP/EP_FRI"; }
-    // A group whose free list does not match its count.
-    void spoil(unsigned number) const {
-        const uint16_t entry[4] = {1, 0, 0, 0x8005};
-        write_file_bytes(index(number), METADATA_DATA_OFFSET, entry, sizeof entry);
-    }
+// Group 0 of volume `number` initialised with one free extent that the table does not list.
+static void make_inconsistent(const sandbox& box, unsigned number) {
+    set_fri_word(box.volume(number) + "/@EP/EP_FRI", 0, uint64_t{0x8001} << 48);
+}
 
-    sandbox box_;
-};
-
-TEST_F(startup_replay, after_an_unclean_shutdown_replays_every_volume_and_removes_the_journal) {
-    const auto index_before = tree_of(box_.volume(1)).at("@EP/EP_FRI");
-    const run_result got = box_.run({"--startup-replay"});
+TEST(startup_replay, without_a_journal_nothing_is_looked_at) {
+    const sandbox box;
+    box.configure("volumes = /scratch\n");  // would be told as no volume
+    const run_result got = box.run({"--startup-replay"});
     EXPECT_EQ(got.status, 0);
-    EXPECT_TRUE(
-        got.out.starts_with("TARN_INFO: jnlPath=/var/lib/tarn/EP_JNL\n"
-                            "TARN_INFO: REPLAY volume /volume1\n"
-                            "TARN_INFO: REPLAY FRI /volume1/@EP/EP_FRI\n"))
-        << got.out;
-    EXPECT_TRUE(
-        got.out.ends_with("TARN_INFO: FRI /volume2/@EP/EP_FRI TBL /volume2/@EP/EP_TBL "
-                          "IS CONSISTENT\n"))
-        << got.out;
-    EXPECT_EQ(got.log, (log_text{"vaai_startup_replay(#) Start to replaying Journal\n",
-                                 history_ends, history_ends, history_ends, history_ends,
-                                 "vaai_startup_replay(#) Journal Consistent, Remove "
-                                 "/var/lib/tarn/EP_JNL\n"}));
-    EXPECT_EQ(tbl_word_of(table(1), 5), 0x8003);
-    EXPECT_EQ(tbl_word_of(table(2), 6), 0x8004);
-    EXPECT_EQ(tree_of(box_.volume(1)).at("@EP/EP_FRI"), index_before);
-    EXPECT_FALSE(file_exists(box_.journal()));
+    EXPECT_EQ(got.out, jnl_path_line);
+    EXPECT_EQ(got.err, "");
+    EXPECT_EQ(got.log, lines{});
+}
 
-    const auto replayed = tree_of(box_.volume(1));
-    const run_result again = box_.run({"--startup-replay"});
+TEST(startup_replay, without_a_journal_root_there_is_no_journal) {
+    const sandbox box;
+    box.configure("journal_root =\n");
+    const run_result got = box.run({"--startup-replay"});
+    EXPECT_EQ(got.status, 0);
+    EXPECT_EQ(got.out, "TARN_INFO: jnlPath=\n");
+}
+
+TEST(startup_replay, a_named_journal_is_not_printed) {
+    const sandbox box;
+    make_jnl(box.journal(), 0x66656800, {});  // the default one is not looked at
+    const run_result got = box.run({"--startup-replay", "--jnlpath", "/scratch/none"});
+    EXPECT_EQ(got.status, 0);
+    EXPECT_EQ(got.out, "");
+}
+
+TEST(startup_replay, status_0_or_an_unknown_one_exits_255_and_changes_nothing) {
+    for (const uint32_t status : {0U, 5U, 0x25521815U}) {
+        const sandbox box;
+        make_volumes(box);
+        make_inconsistent(box, 1);
+        make_jnl(box.journal(), status, {});
+        const auto before = all_trees(box);
+        const run_result got = box.run({"--startup-replay"});
+        EXPECT_EQ(got.status, 255) << status;
+        EXPECT_EQ(got.out, jnl_path_line);
+        EXPECT_EQ(got.log, lines{});
+        EXPECT_EQ(all_trees(box), before);
+    }
+}
+
+TEST(startup_replay, a_bad_journal_is_never_replayed) {
+    const sandbox box;
+    make_volumes(box);
+    make_jnl(box.journal(), 0x66656800, {tbl_block(uuid_of(0x11), 5, 0x8001)});
+    const auto before = all_trees(box);
+    const run_result got = box.run({"--startup-replay"});
+    EXPECT_EQ(got.status, 255);
+    EXPECT_EQ(got.out, jnl_path_line);
+    EXPECT_EQ(got.log, (lines{"ERR: vaai_startup_replay(#) Journal In-Consistent\n"}));
+    EXPECT_EQ(all_trees(box), before);
+}
+
+TEST(startup_replay, a_journal_that_cannot_be_loaded_stays_as_it_is) {
+    const sandbox box;
+    make_volumes(box);
+    const std::string text(5000, 'x');
+    write_file_bytes(box.journal(), 0, text.data(), text.size());
+    const auto before = all_trees(box);
+    const run_result got = box.run({"--startup-replay"});
+    EXPECT_EQ(got.status, 255);
+    EXPECT_TRUE(
+        got.logged("ERR: tarn_get_journal_status(#) Fail to load JNL /var/lib/tarn/EP_JNL\n"));
+    ASSERT_FALSE(got.log.empty());
+    EXPECT_EQ(got.log.back(),
+              "ERR: vaai_startup_replay(#) Fail to get journal status, jnlPath "
+              "/var/lib/tarn/EP_JNL\n");
+    EXPECT_EQ(all_trees(box), before);
+}
+
+TEST(startup_replay, after_a_clean_shutdown_sound_volumes_keep_every_byte) {
+    const sandbox box;
+    make_volumes(box);
+    make_jnl(box.journal(), 0x25521814, {tbl_block(uuid_of(0x11), 5, 0x8001)});
+    const auto before = all_trees(box);
+    const run_result got = box.run({"--startup-replay"});
+    EXPECT_EQ(got.status, 0);
+    EXPECT_EQ(got.out, jnl_path_line + consistent_lines(1) + consistent_lines(2));
+    EXPECT_EQ(got.err, "");
+    EXPECT_EQ(got.log, lines{});
+    EXPECT_EQ(all_trees(box), before);
+}
+
+TEST(startup_replay, after_a_clean_shutdown_an_inconsistent_volume_marks_the_journal_bad) {
+    const sandbox box;
+    make_volumes(box);
+    make_inconsistent(box, 1);
+    make_jnl(box.journal(), 0x25521814, {});
+    const auto volumes = tree_of(box.volume(1));
+    const run_result got = box.run({"--startup-replay"});
+    EXPECT_EQ(got.status, 255);
+    ASSERT_FALSE(got.log.empty());
+    EXPECT_EQ(got.log.back(),
+              "ERR: check_metadata_consistent(#) FRI /volume1/@EP/EP_FRI TBL "
+              "/volume1/@EP/EP_TBL IS IN-CONSISTENT\n");
+    EXPECT_EQ(jnl_status_of(box.journal()), 0x66656800U);
+    EXPECT_EQ(tree_of(box.volume(1)), volumes);
+    EXPECT_EQ(got.out.find("/volume2"), std::string::npos);  // the first failure stops the check
+
+    const run_result again = box.run({"--startup-replay"});
+    EXPECT_EQ(again.log, (lines{"ERR: vaai_startup_replay(#) Journal In-Consistent\n"}));
+}
+
+TEST(startup_replay, a_volume_that_misses_a_file_is_skipped_not_inconsistent) {
+    for (const char* name : {"/@EP/EP_TBL", "/@EP/EP_FRI"}) {
+        const sandbox box;
+        make_volumes(box);
+        fs::remove(box.volume(1) + name);
+        make_jnl(box.journal(), 0x25521814, {});
+        const run_result got = box.run({"--startup-replay"});
+        EXPECT_EQ(got.status, 0) << name;
+        EXPECT_EQ(got.out, jnl_path_line +
+                               std::string("TARN_INFO: SKIP VAAI CONSISTENT CHECK, volume "
+                                           "/volume1\n") +
+                               consistent_lines(2));
+        EXPECT_EQ(got.log, lines{});
+    }
+}
+
+TEST(startup_replay, a_mount_without_metadata_is_told_and_passed_over) {
+    const sandbox box;
+    make_volume(box, 2, 0x22);
+    make_directories(box.volume(1) + "/@EP");
+    make_jnl(box.journal(), 0x25521814, {});
+    const run_result got = box.run({"--startup-replay"});
+    const std::string note = "TARN_INFO: /volume1/@iSCSITrg is not a VAAI volume\n";
+    EXPECT_EQ(got.status, 0);
+    EXPECT_EQ(got.out, jnl_path_line + note + note + consistent_lines(2));  // guard, then check
+}
+
+TEST(startup_replay, a_journal_that_was_never_used_is_removed) {
+    for (const uint32_t status : {0xFFFFFFFFU, 0x77777777U}) {
+        const sandbox box;
+        make_volumes(box);
+        make_jnl(box.journal(), status, {});
+        const auto one = tree_of(box.volume(1));
+        const auto two = tree_of(box.volume(2));
+        const run_result got = box.run({"--startup-replay"});
+        EXPECT_EQ(got.status, 0) << status;
+        EXPECT_EQ(got.out, jnl_path_line + replay_lines(1) + replay_lines(2) + consistent_lines(1) +
+                               consistent_lines(2));
+        EXPECT_EQ(got.err, "");
+        EXPECT_EQ(got.log, (lines{"vaai_startup_replay(#) Start to replaying Journal\n",
+                                  "vaai_startup_replay(#) Journal Consistent, Remove "
+                                  "/var/lib/tarn/EP_JNL\n"}));
+        EXPECT_FALSE(fs::exists(box.journal()));
+        EXPECT_EQ(tree_of(box.volume(1)), one);
+        EXPECT_EQ(tree_of(box.volume(2)), two);
+    }
+}
+
+TEST(startup_replay, recorded_changes_reach_table_and_map_of_their_own_volume) {
+    const sandbox box;
+    make_volumes(box);
+    const std::string map = make_lun(box, 2, "x_Extent_1", 0xA2);
+    make_jnl(box.journal(), 0xFFFFFFFF,
+             {xcopy_block(uuid_of(0xA2), 300, 0x8002), tbl_block(uuid_of(0x11), 5, 0x8003)});
+    const run_result got = box.run({"--startup-replay"});
+    EXPECT_EQ(got.status, 0);
+    EXPECT_FALSE(fs::exists(box.journal()));
+    EXPECT_EQ(tbl_word_of(box.volume(1) + "/@EP/EP_TBL", 5), 0x8003);
+    EXPECT_EQ(tbl_word_of(box.volume(2) + "/@EP/EP_TBL", 5), 0);
+    EXPECT_EQ(tbl_word_of(box.volume(2) + "/@EP/EP_TBL", 300), 0x8002);
+    EXPECT_EQ(tbl_word_of(box.volume(1) + "/@EP/EP_TBL", 300), 0);
+    EXPECT_EQ(map_word_of(map, 0), 0x800000000000012CU);  // mapped, pool row 0, lpa 300
+    EXPECT_EQ(mapped_count_of(map), 1U);
+}
+
+TEST(startup_replay, a_second_run_finds_nothing_to_do) {
+    const sandbox box;
+    make_volumes(box);
+    make_jnl(box.journal(), 0xFFFFFFFF, {tbl_block(uuid_of(0x11), 5, 0x8003)});
+    EXPECT_EQ(box.run({"--startup-replay"}).status, 0);
+    const auto before = all_trees(box);
+    const run_result again = box.run({"--startup-replay"});
     EXPECT_EQ(again.status, 0);
-    EXPECT_EQ(again.out, "TARN_INFO: jnlPath=/var/lib/tarn/EP_JNL\n");
-    EXPECT_EQ(again.log, log_text{});
-    EXPECT_EQ(tree_of(box_.volume(1)), replayed);
+    EXPECT_EQ(again.out, jnl_path_line);
+    EXPECT_EQ(again.log, lines{});
+    EXPECT_EQ(all_trees(box), before);
 }
 
-TEST_F(startup_replay, without_a_journal_exits_0_without_enumerating_volumes) {
-    std::filesystem::remove(box_.journal());
-    std::filesystem::remove_all(box_.volume(2) + "/@EP");  // an enumeration would note that
-    const run_result got = box_.run({"--startup-replay"});
-    EXPECT_EQ(got.status, 0);
-    EXPECT_EQ(got.out, "TARN_INFO: jnlPath=/var/lib/tarn/EP_JNL\n");
-}
-
-TEST_F(startup_replay, a_journal_that_was_never_used_exits_255_and_nothing_changes) {
-    make_journal(JNL_STATUS_INIT);
-    const auto volume = tree_of(box_.volume(1));
-    const auto journal = file_bytes(box_.journal(), 0, METADATA_DATA_OFFSET + 64 * 512);
-    const run_result got = box_.run({"--startup-replay"});
+TEST(startup_replay, a_replay_that_fails_marks_the_journal_bad_and_keeps_it) {
+    const sandbox box;
+    make_volumes(box);
+    jnl_block unmap = {};
+    unmap.unmap.type = JNL_BLOCK_UNMAP;  // of no extent: refused for every kind of file
+    make_jnl(box.journal(), 0xFFFFFFFF, {unmap});
+    const auto one = tree_of(box.volume(1));
+    const run_result got = box.run({"--startup-replay"});
     EXPECT_EQ(got.status, 255);
-    EXPECT_EQ(got.log, log_text{});
-    EXPECT_EQ(tree_of(box_.volume(1)), volume);
-    EXPECT_TRUE(file_bytes(box_.journal(), 0, METADATA_DATA_OFFSET + 64 * 512) == journal);
-}
-
-TEST_F(startup_replay, a_read_only_volume_marks_the_journal_and_stops_everything) {
-    for (const uint32_t status : {JNL_STATUS_ABNORMAL, JNL_STATUS_RO, JNL_STATUS_SUCCESS}) {
-        make_journal(status);
-        run_conditions conditions;
-        conditions.read_only[1] = true;
-        const run_result got = box_.run({"--startup-replay"}, conditions);
-        EXPECT_EQ(got.status, 255);
-        EXPECT_EQ(got.log, (log_text{"ERR: is_read_only(#) Found read-only volume /volume2\n",
-                                     "ERR: set_journal_ro_bad_when_ro_volume_exist(#) Set journal "
-                                     "/var/lib/tarn/EP_JNL Read-Only BAD\n"}));
-        EXPECT_EQ(jnl_status_of(box_.journal()), JNL_STATUS_RO);
-        EXPECT_EQ(tbl_word_of(table(1), 5), 0);
-    }
-    EXPECT_EQ(box_.run({"--startup-replay"}).status, 0);  // both are writable again
-    EXPECT_EQ(tbl_word_of(table(1), 5), 0x8003);
-}
-
-TEST_F(startup_replay, a_bad_journal_stays_bad) {
-    make_journal(JNL_STATUS_BAD);
-    const run_result got = box_.run({"--startup-replay"});
-    EXPECT_EQ(got.status, 255);
-    EXPECT_EQ(got.log, (log_text{"ERR: vaai_startup_replay(#) Journal In-Consistent\n"}));
-    EXPECT_EQ(tbl_word_of(table(1), 5), 0);
-    EXPECT_EQ(jnl_status_of(box_.journal()), JNL_STATUS_BAD);
-}
-
-TEST_F(startup_replay, a_failing_replay_and_a_failing_check_mark_the_journal_bad) {
-    std::filesystem::rename(index(2), index(2) + ".away");
-    EXPECT_EQ(box_.run({"--startup-replay"}).status, 255);
-    EXPECT_EQ(jnl_status_of(box_.journal()), JNL_STATUS_BAD);
-    std::filesystem::rename(index(2) + ".away", index(2));
-
-    spoil(2);
-    make_journal(JNL_STATUS_ABNORMAL);
-    const run_result replayed = box_.run({"--startup-replay"});
-    EXPECT_EQ(replayed.status, 255);
+    EXPECT_TRUE(got.logged("Journal count is zero)\n"));
     EXPECT_TRUE(
-        replayed.logged("ERR: check_metadata_consistent(#) FRI /volume2/@EP/EP_FRI TBL "
-                        "/volume2/@EP/EP_TBL IS IN-CONSISTENT\n"));
-    EXPECT_EQ(jnl_status_of(box_.journal()), JNL_STATUS_BAD);
-
-    make_journal(JNL_STATUS_SUCCESS);
-    EXPECT_EQ(box_.run({"--startup-replay"}).status, 255);
-    EXPECT_EQ(jnl_status_of(box_.journal()), JNL_STATUS_BAD);
+        got.logged("ERR: replay_fri_journal(#) Fail to replay FRI /volume1/@EP/EP_FRI with JNL "
+                   "/var/lib/tarn/EP_JNL\n"));
+    EXPECT_FALSE(got.logged("Journal Consistent"));
+    EXPECT_EQ(jnl_status_of(box.journal()), 0x66656800U);
+    EXPECT_EQ(tree_of(box.volume(1)), one);
+    EXPECT_EQ(got.out.find("/volume2"), std::string::npos);
 }
 
-TEST_F(startup_replay, after_a_clean_shutdown_the_journal_stays) {
-    make_journal(JNL_STATUS_SUCCESS);
-    const run_result got = box_.run({"--startup-replay"});
-    EXPECT_EQ(got.status, 0);
-    EXPECT_EQ(got.log, log_text{});
-    EXPECT_EQ(jnl_status_of(box_.journal()), JNL_STATUS_SUCCESS);
-    EXPECT_EQ(tbl_word_of(table(1), 5), 0);
-}
-
-TEST_F(startup_replay, the_exit_status_of_the_all_volume_commands_follows_the_first_failure) {
-    EXPECT_EQ(box_.run({"--ckvjnl"}).status, 255);
-    EXPECT_EQ(box_.run({"--rpvjnl"}).status, 0);
-    EXPECT_EQ(box_.run({"--ckvjnl"}).status, 0);
-    EXPECT_EQ(jnl_status_of(box_.journal()), JNL_STATUS_ABNORMAL);  // neither touches it
-}
-
-TEST_F(startup_replay, a_volume_without_table_and_index_is_passed_over_by_check_and_replay) {
-    std::filesystem::remove(table(1));
-    std::filesystem::remove(index(1));
-    const run_result check = box_.run({"--ckjnl", "vol", "--volpath", "/volume1"});
-    EXPECT_EQ(check.status, 0);
-    EXPECT_EQ(check.out,
-              "TARN_INFO: CHECK volume /volume1\n"
-              "TARN_INFO: FRI /volume1/@EP/EP_FRI fripath doesn't exist\n"
-              "TARN_INFO: TBL /volume1/@EP/EP_TBL tblpath doesn't exist\n"
-              "TARN_INFO: Skip CHECK volume /volume1\n");
-    const run_result replay = box_.run({"--rpjnl", "vol", "--volpath", "/volume1"});
-    EXPECT_EQ(replay.status, 0);
-    EXPECT_EQ(replay.out,
-              "TARN_INFO: REPLAY volume /volume1\n"
-              "TARN_INFO: FRI /volume1/@EP/EP_FRI fripath isn't exist\n"
-              "TARN_INFO: TBL /volume1/@EP/EP_TBL tblpath isn't exist\n");
-}
-
-TEST_F(startup_replay, a_volume_with_a_table_and_no_index_is_not_passed_over) {
-    std::filesystem::remove(index(1));
-    for (const char* command : {"--ckjnl", "--rpjnl"}) {
-        const run_result got = box_.run({command, "vol", "--volpath", "/volume1"});
-        EXPECT_EQ(got.status, 255);
-        EXPECT_TRUE(got.logged("Fail to load FRI /volume1/@EP/EP_FRI\n"));
-    }
-}
-
-TEST_F(startup_replay, a_volume_of_257_maps_replays_its_table_twice) {
-    for (uint32_t i = 0; i < 257; i++) {
-        make_map(box_.volume(1) + "/@iSCSITrg/LUN_Extent_" + std::to_string(i), uuid_of_number(i),
-                 uuid_of(0x11));
-    }
-    const run_result got = box_.run({"--rpjnl", "vol", "--volpath", "/volume1"});
-    EXPECT_EQ(got.status, 0);
-    EXPECT_EQ(times(got.out, "TARN_INFO: REPLAY TBL "), 2U);
-    EXPECT_EQ(times(got.out, "TARN_INFO: REPLAY VAAI-LUN "), 257U);
-}
-
-TEST_F(startup_replay, of_the_single_files_the_map_alone_replays_in_silence) {
-    make_map(box_.volume(1) + "/@iSCSITrg/LUN_Extent_1", uuid_of_number(1), uuid_of(0x11));
-    const std::vector<std::string> paths = {
-        "--jnlpath", "/var/lib/tarn/EP_JNL", "--fripath", "/volume1/@EP/EP_FRI",
-        "--tblpath", "/volume1/@EP/EP_TBL",  "--mappath", "/volume1/@iSCSITrg/LUN_Extent_1"};
-    for (const char* word : {"fri", "tbl", "map"}) {
-        std::vector<std::string> words = {"--rpjnl", word};
-        words.insert(words.end(), paths.begin(), paths.end());
-        const run_result got = box_.run(words);
-        EXPECT_EQ(got.status, 0);
-        EXPECT_EQ(times(got.out, "replay successfully\n"), word == std::string("map") ? 0U : 1U);
-    }
-}
-
-TEST_F(startup_replay, a_journal_that_is_no_file_is_noted_and_fails_at_its_load) {
-    const run_result got =
-        box_.run({"--rpjnl", "vol", "--volpath", "/volume1", "--jnlpath", "/nowhere"});
+TEST(startup_replay, a_check_that_fails_after_the_replay_marks_the_journal_bad) {
+    const sandbox box;
+    make_volumes(box);
+    make_inconsistent(box, 2);
+    make_jnl(box.journal(), 0xFFFFFFFF, {tbl_block(uuid_of(0x11), 5, 0x8003)});
+    const run_result got = box.run({"--startup-replay"});
     EXPECT_EQ(got.status, 255);
-    EXPECT_EQ(got.out,
-              "TARN_INFO: REPLAY volume /volume1\n"
-              "TARN_INFO: REPLAY jnlPath doesn't exist /nowhere\n"
-              "TARN_INFO: REPLAY FRI /volume1/@EP/EP_FRI\n");
-    EXPECT_TRUE(got.logged("ERR: replay_fri_journal(#) Fail to load JNL /nowhere\n"));
-    std::filesystem::remove(box_.journal());
-    EXPECT_TRUE(box_.run({"--ckjnl", "vol", "--volpath", "/volume1"})
-                    .logged("ERR: check_fri_journal(#) Fail to load JNL /var/lib/tarn/EP_JNL\n"));
+    EXPECT_EQ(jnl_status_of(box.journal()), 0x66656800U);
+    EXPECT_EQ(tbl_word_of(box.volume(1) + "/@EP/EP_TBL", 5), 0x8003);  // replayed stays replayed
+    ASSERT_FALSE(got.log.empty());
+    EXPECT_EQ(got.log.back(),
+              "ERR: check_metadata_consistent(#) FRI /volume2/@EP/EP_FRI TBL "
+              "/volume2/@EP/EP_TBL IS IN-CONSISTENT\n");
 }
 
-TEST_F(startup_replay, metack_needs_the_journal_and_freeck_does_not) {
-    const std::vector<std::string> files = {"--fripath", "/volume1/@EP/EP_FRI", "--tblpath",
-                                            "/volume1/@EP/EP_TBL"};
-    std::vector<std::string> metack = {"--metack", "--jnlpath", "/var/lib/tarn/EP_JNL"};
-    metack.insert(metack.end(), files.begin(), files.end());
-    std::vector<std::string> freeck = {"--freeck"};
-    freeck.insert(freeck.end(), files.begin(), files.end());
-    EXPECT_EQ(box_.run(metack).status, 0);
-    EXPECT_EQ(box_.run(freeck).status, 0);
-    std::filesystem::remove(box_.journal());
-    EXPECT_EQ(box_.run(metack).status, 255);
-    EXPECT_EQ(box_.run(freeck).status, 0);
-}
-
-TEST_F(startup_replay, a_volume_that_misses_a_file_is_skipped_by_the_check) {
-    make_journal(JNL_STATUS_SUCCESS);
-    std::filesystem::remove(index(1));
-    const run_result got = box_.run({"--startup-replay"});
-    EXPECT_EQ(got.status, 0);
-    EXPECT_EQ(times(got.out, "TARN_INFO: SKIP VAAI CONSISTENT CHECK, volume /volume1\n"), 1U);
-    EXPECT_EQ(times(got.out, " IS CONSISTENT\n"), 1U);
-}
-
-TEST_F(startup_replay, every_map_of_a_volume_is_found_in_the_documented_order) {
-    const std::string root = box_.volume(1);
-    uint32_t number = 0;
-    for (const char* name :
-         {"/@EP/EP_ROD", "/@EP/EP_BUF", "/@Snapshot/below/FAMILY_2", "/@Snapshot/MYFAMILY_3",
-          "/@EP_trash/any", "/@iSCSITrg/LUN_Extent_1", "/@iSCSITrg/LUN_extent_1"}) {
-        make_directories(std::filesystem::path(root + name).parent_path());
-        make_map(root + name, uuid_of_number(number++), uuid_of(0x11));
-    }
-    const run_result got = box_.run({"--rpjnl", "vol", "--volpath", "/volume1"});
-    EXPECT_EQ(got.status, 0);
-    const size_t maps = got.out.find("TARN_INFO: REPLAY VAAI-LUN ");
-    ASSERT_NE(maps, std::string::npos);
-    std::string lines;
-    for (size_t at = maps; at < got.out.size(); at = got.out.find('\n', at) + 1) {
-        const std::string line = got.out.substr(at, got.out.find('\n', at) + 1 - at);
-        lines += line.find("VAAI-LUN") != std::string::npos ? line : "";
-    }
-    EXPECT_EQ(lines,
-              "TARN_INFO: REPLAY VAAI-LUN /volume1/@iSCSITrg/LUN_Extent_1\n"
-              "TARN_INFO: REPLAY VAAI-LUN /volume1/@EP_trash/any\n"
-              "TARN_INFO: REPLAY VAAI-LUN /volume1/@Snapshot/below/FAMILY_2\n"
-              "TARN_INFO: REPLAY VAAI-LUN /volume1/@EP/EP_BUF\n"
-              "TARN_INFO: REPLAY VAAI-LUN /volume1/@EP/EP_ROD\n");
+TEST(startup_replay, a_volume_of_a_table_without_an_index_fails_the_replay) {
+    const sandbox box;
+    make_volumes(box);
+    fs::remove(box.volume(1) + "/@EP/EP_FRI");
+    make_jnl(box.journal(), 0xFFFFFFFF, {});
+    const run_result got = box.run({"--startup-replay"});
+    EXPECT_EQ(got.status, 255);
+    EXPECT_TRUE(got.logged("ERR: replay_fri_journal(#) Fail to load FRI /volume1/@EP/EP_FRI\n"));
+    EXPECT_EQ(jnl_status_of(box.journal()), 0x66656800U);
 }
