@@ -78,7 +78,12 @@ TEST(descriptors, with_a_closed_input_no_file_can_be_opened_and_nothing_changes)
         make_crashed(box);
         const auto before = tree_of(fs::path(box.volume(1)).parent_path());
         for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
-                 {"--startup-replay"}, {"--rpvjnl"}, {"--ckvjnl"}, {"--set-status", "bad"}}) {
+                 {"--startup-replay"},
+                 {"--rpvjnl"},
+                 {"--ckvjnl"},
+                 {"--set-status", "bad"},
+                 {"--metack", "--fripath", "/volume1/@EP/EP_FRI", "--tblpath",
+                  "/volume1/@EP/EP_TBL", "--jnlpath", JOURNAL}}) {
             const run_result got = box.run(words, closed);
             EXPECT_EQ(got.status, 255) << words[0];
             EXPECT_TRUE(got.logged("file descriptor is invalid\n")) << words[0];
