@@ -25,7 +25,6 @@ protected:
             "volumes = /volume1 /volume2\n"
             "service_pause = /bin/sh /scratch/service pause\n"
             "service_resume = /bin/sh /scratch/service resume\n");
-        // The table's word of extent 5 shows whether the procedure has run.
         std::ofstream(box_.scratch() + "/service") << "echo \"$*\" >>/scratch/calls\n"
                                                       "test ! -e /scratch/fail-$1\n";
     }
