@@ -137,12 +137,23 @@ void journalled_files::open_in_handle_set() const {
     EXPECT_EQ(load_as_handle(map_path.c_str()), 0);
 }
 
+// The lines of sixteen bytes that are not all zero, each behind its offset.
+static std::string written_lines(const std::string& path, uint64_t offset, size_t len) {
+    const std::string blank = hex_of(std::vector<uint8_t>(16, 0));
+    std::string text;
+    for (uint64_t at = offset; at < offset + len; at += 16) {
+        const std::string line = hex_of(file_bytes(path, at, 16));
+        text += line == blank ? "" : std::to_string(at) + ": " + line;
+    }
+    return text;
+}
+
 std::string journalled_files::all_bytes() const {
     std::string text;
     for (const std::string& path :
          {map_path, std::string(pool.tbl_file.path()), std::string(pool.fri_file.path())}) {
-        text += hex_of(file_bytes(path, 0, 128)) + hex_of(file_bytes(path, 4096, 192)) +
-                hex_of(file_bytes(path, 1048576, 16384));
+        text += written_lines(path, 0, 128) + written_lines(path, 4096, 192) +
+                written_lines(path, 1048576, 32 * 512);
     }
     return text;
 }

@@ -87,7 +87,7 @@ public:
     void set_map(uint64_t lea, uint64_t word);
     [[nodiscard]] uint64_t mapped_count() const;
     void open_in_handle_set() const;  // the map, so that a record's pool can be looked up
-    // Everything that replay may write, as hexadecimal text.
+    // Headers and the first 32 blocks of all three, as hexadecimal text.
     [[nodiscard]] std::string all_bytes() const;
 
     pool_files pool;

@@ -1,0 +1,48 @@
+// What the tests of replay share: the files, a ring that begins at block 1, a run and its lines.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "jnl/jnl_replay.h"
+#include "store/descriptor.h"
+#include "support/jnl_builder.h"
+#include "support/log_capture.h"
+#include "support/stdout_capture.h"
+
+enum : int32_t { TBL_FILE = 1, FRI_FILE = 2, VAR0 = 3, MAP_FILE = 4 };
+
+class jnl_replay_fixture : public testing::Test {
+protected:
+    jnl_replay_fixture() { io_forget_failed_writes(); }
+    ~jnl_replay_fixture() override { io_forget_failed_writes(); }
+
+    // Keeps the lines but those about the unwritten block where the history ends.
+    int replay(int32_t type) {
+        history_.load();
+        log_.clear();
+        const int result = jnl_file_type_replay(type);
+        lines_.clear();
+        for (const std::string& line : log_.lines()) {
+            if (line != "jnl_block_read(#) jnl block all zero value @block 0\n") {
+                lines_.push_back(line);
+            }
+        }
+        return result;
+    }
+    // "ERR: __jnl_<kind>_type_replay(#) <text>\n"
+    static std::string told(const std::string& kind, const std::string& text) {
+        return "ERR: __jnl_" + kind + "_type_replay(#) " + text + "\n";
+    }
+    // The message about a whole block of a history kind.
+    static std::string blames(const std::string& kind, const std::string& word, int type,
+                              uint64_t block) {
+        return told(kind, "Fail to replay " + word + " " + std::to_string(type) +
+                              " type file, block_num " + std::to_string(block) + " entry 0");
+    }
+
+    journalled_files files_;
+    raw_history history_{64, 1};
+    stdout_capture out_;
+    log_capture log_;
+    std::vector<std::string> lines_;
+};
