@@ -1,0 +1,160 @@
+#include "lab/compare.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "lab/difference.h"
+#include "store/crc32c.h"
+
+namespace lab {
+
+// Bytes behind the end of the file read as zero, as they do for everyone else.
+static bool read_all(int fd, uint8_t* bytes, size_t length, uint64_t offset) {
+    memset(bytes, 0, length);
+    while (length > 0) {
+        const ssize_t done = pread(fd, bytes, length, static_cast<off_t>(offset));
+        if (done < 0) {
+            return false;
+        }
+        if (done == 0) {
+            return true;
+        }
+        bytes += done;
+        offset += static_cast<uint64_t>(done);
+        length -= static_cast<size_t>(done);
+    }
+    return true;
+}
+
+static bool is_zero(const uint8_t* bytes, size_t length) {
+    return length == 0 || (bytes[0] == 0 && memcmp(bytes, bytes + 1, length - 1) == 0);
+}
+
+// A block without entries that somebody has written: zero, with the checksum of zeros.
+static bool is_written_empty_block(const uint8_t* block) {
+    uint8_t zeros[DATA_NODE_SIZE] = {};
+    uint32_t checksum = 0;
+    tarn_crc32c(zeros, sizeof zeros, &checksum);
+    memcpy(zeros + sizeof zeros - sizeof checksum, &checksum, sizeof checksum);
+    return memcmp(block, zeros, sizeof zeros) == 0;
+}
+
+static bool is_entry_part(const chunk& part) {
+    return part.kind == content::tbl_blocks || part.kind == content::fri_blocks ||
+           part.kind == content::map_nodes;
+}
+
+static std::string compare_chunk(const chunk& part, const std::vector<uint8_t>& found) {
+    constexpr size_t STEP = DATA_NODE_SIZE;
+    for (size_t at = 0; at < found.size(); at += STEP) {
+        const size_t length = std::min(STEP, found.size() - at);
+        if (memcmp(&part.bytes[at], &found[at], length) == 0) {
+            continue;
+        }
+        if (is_entry_part(part) && is_zero(&part.bytes[at], length) &&
+            is_written_empty_block(&found[at])) {
+            continue;
+        }
+        size_t differs = at;
+        while (part.bytes[differs] == found[differs]) {
+            differs++;
+        }
+        return describe_difference(part, found, differs);
+    }
+    return "";
+}
+
+static std::string compare_chunks(int fd, const file_image& expected) {
+    for (const chunk& part : expected.chunks) {
+        std::vector<uint8_t> found(part.bytes.size());
+        if (!read_all(fd, found.data(), found.size(), part.offset)) {
+            return std::string("cannot be read: ") + strerror(errno);
+        }
+        const std::string difference = compare_chunk(part, found);
+        if (!difference.empty()) {
+            return difference;
+        }
+    }
+    return "";
+}
+
+// The bytes from `start` up to `end` lie in no chunk.
+static std::string expect_zeros(int fd, uint64_t start, uint64_t end) {
+    std::vector<uint8_t> buffer(uint64_t{1} << 16);
+    while (start < end) {
+        const uint64_t length = std::min<uint64_t>(buffer.size(), end - start);
+        if (!read_all(fd, buffer.data(), length, start)) {
+            return std::string("cannot be read: ") + strerror(errno);
+        }
+        for (uint64_t i = 0; i < length; i++) {
+            if (buffer[i] != 0) {
+                return "byte " + std::to_string(start + i) + ": expected nothing, found " +
+                       std::to_string(buffer[i]);
+            }
+        }
+        start += length;
+    }
+    return "";
+}
+
+static std::string expect_zeros_between_chunks(int fd, const file_image& expected, uint64_t start,
+                                               uint64_t end) {
+    for (const chunk& part : expected.chunks) {
+        const std::string difference = expect_zeros(fd, start, std::min(end, part.offset));
+        if (!difference.empty()) {
+            return difference;
+        }
+        start = std::max(start, std::min(end, part.offset + part.bytes.size()));
+    }
+    return expect_zeros(fd, start, end);
+}
+
+// Only what the file system has data for is looked at: a table is four tebibytes of nothing.
+static std::string compare_rest(int fd, const file_image& expected) {
+    off_t at = 0;
+    for (;;) {
+        const off_t data = lseek(fd, at, SEEK_DATA);
+        if (data < 0) {
+            return errno == ENXIO ? "" : std::string("cannot be searched: ") + strerror(errno);
+        }
+        at = lseek(fd, data, SEEK_HOLE);
+        if (at < 0) {
+            return std::string("cannot be searched: ") + strerror(errno);
+        }
+        const std::string difference = expect_zeros_between_chunks(
+            fd, expected, static_cast<uint64_t>(data), static_cast<uint64_t>(at));
+        if (!difference.empty()) {
+            return difference;
+        }
+    }
+}
+
+static std::string compare_open_file(int fd, const file_image& expected) {
+    struct stat status = {};
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+        return "is no regular file";
+    }
+    if (static_cast<uint64_t>(status.st_size) != expected.size) {
+        return "size: expected " + std::to_string(expected.size) + ", found " +
+               std::to_string(status.st_size);
+    }
+    const std::string difference = compare_chunks(fd, expected);
+    return difference.empty() ? compare_rest(fd, expected) : difference;
+}
+
+std::string compare_file(const std::string& directory, const file_image& expected) {
+    const std::string path = directory + "/" + expected.path;
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    std::string difference = fd < 0 ? std::string("cannot be opened: ") + strerror(errno)
+                                    : compare_open_file(fd, expected);
+    if (fd >= 0) {
+        (void)close(fd);
+    }
+    return difference.empty() ? "" : expected.path + ": " + difference;
+}
+
+}  // namespace lab

@@ -1,0 +1,211 @@
+#include "lab/disk.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <fstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace lab {
+
+// The tool keeps a volume's directories in 64 bytes and a map's path in 128.
+constexpr size_t LONGEST_ROOT = 63 - sizeof "/volume64/@iSCSITrg" + 1;
+
+bool complain_of(const std::string& path, const char* what) {
+    (void)fprintf(stderr, "tarn-lab: %s: %s\n", path.c_str(), what);
+    return false;
+}
+
+static bool complain_of_errno(const std::string& path) {
+    return complain_of(path, strerror(errno));
+}
+
+static bool is_empty_directory(const std::string& path) {
+    DIR* directory = opendir(path.c_str());
+    if (directory == nullptr) {
+        return complain_of_errno(path);
+    }
+    bool empty = true;
+    for (const dirent* entry = readdir(directory); entry != nullptr; entry = readdir(directory)) {
+        empty = empty && (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0);
+    }
+    (void)closedir(directory);
+    return empty || complain_of(path, "is not empty");
+}
+
+std::string prepare_directory(const std::string& directory) {
+    if (mkdir(directory.c_str(), 0777) != 0 && errno != EEXIST) {
+        (void)complain_of_errno(directory);
+        return "";
+    }
+    char absolute[PATH_MAX];
+    if (realpath(directory.c_str(), absolute) == nullptr) {
+        (void)complain_of_errno(directory);
+        return "";
+    }
+    const std::string root = absolute;
+    if (root.size() > LONGEST_ROOT) {
+        (void)complain_of(root, "is too long a path: no volume's directories would fit below it");
+        return "";
+    }
+    if (root.find_first_of(" \t\n") != std::string::npos) {
+        (void)complain_of(root, "holds a blank: platform.conf could not name volumes below it");
+        return "";
+    }
+    return is_empty_directory(root) ? root : "";
+}
+
+static bool make_directory(const std::string& path) {
+    return mkdir(path.c_str(), 0777) == 0 || errno == EEXIST || complain_of_errno(path);
+}
+
+static bool make_parents(const std::string& directory, const std::string& path) {
+    for (size_t slash = path.find('/'); slash != std::string::npos;
+         slash = path.find('/', slash + 1)) {
+        if (!make_directory(directory + "/" + path.substr(0, slash))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+static bool write_all(int fd, const uint8_t* bytes, size_t length, uint64_t offset) {
+    while (length > 0) {
+        const ssize_t done = pwrite(fd, bytes, length, static_cast<off_t>(offset));
+        if (done <= 0) {
+            return false;
+        }
+        bytes += done;
+        offset += static_cast<uint64_t>(done);
+        length -= static_cast<size_t>(done);
+    }
+    return true;
+}
+
+static bool is_zero(const uint8_t* bytes, size_t length) {
+    return length == 0 || (bytes[0] == 0 && memcmp(bytes, bytes + 1, length - 1) == 0);
+}
+
+// Runs of blocks that hold something; the others stay holes.
+static bool write_chunk(int fd, const chunk& part) {
+    const auto length_at = [&part](size_t at) {
+        return std::min<size_t>(DATA_NODE_SIZE, part.bytes.size() - at);
+    };
+    size_t at = 0;
+    while (at < part.bytes.size()) {
+        if (is_zero(&part.bytes[at], length_at(at))) {
+            at += length_at(at);
+            continue;
+        }
+        const size_t start = at;
+        while (at < part.bytes.size() && !is_zero(&part.bytes[at], length_at(at))) {
+            at += length_at(at);
+        }
+        if (!write_all(fd, &part.bytes[start], at - start, part.offset + start)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+static bool write_file(const std::string& directory, const file_image& image) {
+    const std::string path = directory + "/" + image.path;
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd < 0) {
+        return complain_of_errno(path);
+    }
+    bool good = ftruncate(fd, static_cast<off_t>(image.size)) == 0;
+    for (const chunk& part : image.chunks) {
+        good = good && write_chunk(fd, part);
+    }
+    if (!good) {
+        (void)complain_of_errno(path);
+    }
+    return close(fd) == 0 && good;
+}
+
+static bool write_text(const std::string& path, const std::string& text) {
+    std::ofstream file(path);
+    file << text;
+    file.close();
+    return file.good() || complain_of(path, "cannot be written");
+}
+
+static bool write_configuration(const model& m, const std::string& directory) {
+    std::string platform = "# A sample's platform: tarn reads it through TARN_PLATFORM_CONF.\n";
+    platform += "journal_root = " + directory + "/journal\nvolumes =";
+    for (const volume& vol : m.volumes) {
+        platform += " " + directory + "/" + vol.root;
+    }
+    platform += "\n";
+    std::string lab =
+        "# What this sample was made of; tarn-lab verify works the truth out of it.\n";
+    for (const parameter_row& row : PARAMETER_ROWS) {
+        lab += std::string(row.name) + " = " + std::to_string(m.sample.*row.value) + "\n";
+    }
+    lab += std::string("crash = ") + (m.sample.crash ? "1" : "0") + "\n";
+    return write_text(directory + "/platform.conf", platform) &&
+           write_text(directory + "/lab.conf", lab);
+}
+
+bool write_sample(const model& m, const std::string& directory, progress* bar) {
+    for (const volume& vol : m.volumes) {
+        for (const char* below : {"", "/@EP", "/@iSCSITrg", "/@EP_trash", "/@Snapshot"}) {
+            if (!make_directory(directory + "/" + vol.root + below)) {
+                return false;
+            }
+        }
+    }
+    const std::vector<file_ref> files = list_files(m);
+    progress_start(bar, "files", files.size());
+    for (const file_ref& file : files) {
+        const file_image image = image_of(m, file);
+        if (!make_parents(directory, image.path) || !write_file(directory, image)) {
+            return false;
+        }
+        progress_step(bar);
+    }
+    progress_end(bar);
+    return write_configuration(m, directory);
+}
+
+static bool read_line(const std::string& path, const std::string& line, parameters* out) {
+    const size_t equals = line.find(" = ");
+    if (equals == std::string::npos) {
+        return complain_of(path, "holds a line that is no parameter");
+    }
+    const std::string name = line.substr(0, equals);
+    const std::string value = line.substr(equals + 3);
+    if (name == "crash" && (value == "0" || value == "1")) {
+        out->crash = value == "1";
+        return true;
+    }
+    for (const parameter_row& row : PARAMETER_ROWS) {
+        if (name == row.name) {
+            return parse_parameter(row, value, out);
+        }
+    }
+    return complain_of(path, "names a parameter that is not known");
+}
+
+bool read_parameters(const std::string& directory, parameters* out) {
+    const std::string path = directory + "/lab.conf";
+    std::ifstream file(path);
+    if (!file) {
+        return complain_of(path, "cannot be read: no sample stands here");
+    }
+    for (std::string line; std::getline(file, line);) {
+        if (!line.empty() && line[0] != '#' && !read_line(path, line, out)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace lab

@@ -1,0 +1,50 @@
+// The bytes of each file of a sample, worked out from the model by the on-disk formats alone.
+// Below: model.h, the format headers, the checksum. Above: the writer and the comparison.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "lab/model.h"
+
+namespace lab {
+
+// What the bytes of a chunk are, for the words of a difference.
+enum class content {
+    bytes,
+    tbl_header,
+    fri_header,
+    map_header,
+    jnl_header,
+    tbl_blocks,
+    fri_blocks,
+    map_nodes
+};
+
+struct chunk {
+    uint64_t offset;  // in the file
+    content kind;
+    std::vector<uint8_t> bytes;
+};
+
+// Whatever lies in no chunk is zero.
+struct file_image {
+    std::string path;  // below the sample's directory
+    uint64_t size;
+    std::vector<chunk> chunks;  // ascending, without overlap
+};
+
+enum class file_kind { fri, tbl, data, decoy, map, journal };
+struct file_ref {
+    file_kind kind;
+    size_t index;   // volume or map
+    size_t number;  // of the data file, of the decoy
+};
+
+constexpr const char* JOURNAL_PATH = "journal/EP_JNL";
+
+// Every file of the sample but its two configuration files; the journal is the last.
+std::vector<file_ref> list_files(const model& m);
+file_image image_of(const model& m, const file_ref& file);
+
+}  // namespace lab

@@ -1,0 +1,87 @@
+// tarn-lab: makes sample volumes whose truth is known, and compares volumes with that truth.
+// It has its own model of the storage service and writes the on-disk formats on its own.
+#include <cstdio>
+
+#include "lab/crash.h"
+#include "lab/disk.h"
+#include "lab/options.h"
+#include "lab/sample.h"
+#include "lab/verify.h"
+
+namespace lab {
+
+constexpr int EXIT_DONE = 0;
+constexpr int EXIT_DIFFERENCE = 1;
+constexpr int EXIT_USAGE = 2;
+
+static int make(const options& asked) {
+    const std::string directory = prepare_directory(asked.directory);
+    if (directory.empty()) {
+        return EXIT_DIFFERENCE;
+    }
+    progress bar = progress_of_terminal();
+    model m = make_sample(asked.sample, &bar);
+    if (m.sample.crash) {
+        lose_writes(&m);
+    }
+    if (!write_sample(m, directory, &bar)) {
+        return EXIT_DIFFERENCE;
+    }
+    (void)printf("%s: %zu volumes, %zu files, %llu complete transactions; %s.\n", directory.c_str(),
+                 m.volumes.size(), list_files(m).size(),
+                 static_cast<unsigned long long>(m.journal.commits),
+                 m.sample.crash ? crash_in_words(m).c_str() : "shut down cleanly");
+    return EXIT_DONE;
+}
+
+static int expect(const options& asked) {
+    parameters sample;
+    if (!read_parameters(asked.directory, &sample)) {
+        return EXIT_DIFFERENCE;
+    }
+    progress bar = progress_of_terminal();
+    const std::string reason = reason_to_refuse(make_sample(sample, &bar));
+    (void)printf("%s%s\n", reason.empty() ? "recovers" : "refuses: ", reason.c_str());
+    return EXIT_DONE;
+}
+
+static int verify(const options& asked) {
+    parameters sample;
+    if (!read_parameters(asked.directory, &sample)) {
+        return EXIT_DIFFERENCE;
+    }
+    progress bar = progress_of_terminal();
+    model m = make_sample(sample, &bar);
+    const truth wanted = asked.refused ? truth::untouched : truth::recovered;
+    const std::string difference = verify_sample(&m, wanted, asked.directory, &bar);
+    if (!difference.empty()) {
+        (void)printf("%s\n", difference.c_str());
+        return EXIT_DIFFERENCE;
+    }
+    (void)printf("%s: every file holds what it %s.\n", asked.directory.c_str(),
+                 asked.refused ? "held before, and the journal is marked bad" : "ought to hold");
+    return EXIT_DONE;
+}
+
+static int run(const options& asked) {
+    switch (asked.what) {
+        case command::make:
+            return make(asked);
+        case command::expect:
+            return expect(asked);
+        case command::verify:
+            break;
+    }
+    return verify(asked);
+}
+
+}  // namespace lab
+
+int main(int argc, char** argv) {
+    lab::options asked;
+    if (!lab::parse_options(argc, argv, &asked)) {
+        (void)fputs(lab::usage_text(), stderr);
+        return lab::EXIT_USAGE;
+    }
+    return lab::run(asked);
+}

@@ -1,0 +1,77 @@
+#include "lab/maps.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace lab {
+
+constexpr uint64_t LEAST_SPECIAL_ENTRIES = 128;  // of the unmap buffer and the copy map
+
+uuid new_uuid(model* m) {
+    const uint64_t words[2] = {random_next(&m->work), random_next(&m->work)};
+    uuid id;
+    memcpy(id.data(), words, sizeof words);
+    return id;
+}
+
+static std::string path_of(const volume& vol, map_role role, size_t number) {
+    const std::string text = std::to_string(number);
+    switch (role) {
+        case map_role::lun:
+            return vol.root + "/@iSCSITrg/LUN_" + text + "/LUN_" + text + "_Extent_0";
+        case map_role::snapshot:  // some stand in a directory of their own
+            return vol.root + (number % 3 == 0 ? "/@Snapshot/S" + text : "/@Snapshot") +
+                   "/FAMILY_" + text;
+        case map_role::trash:
+            return vol.root + "/@EP_trash/" + text;
+        case map_role::buffer:
+            return vol.root + "/@EP/EP_BUF";
+        case map_role::rod:
+            break;
+    }
+    return vol.root + "/@EP/EP_ROD";
+}
+
+// One to five rows; those that are not the own volume's are never used.
+static void make_pools(model* m, lun_map* map) {
+    const uint64_t rows = random_between(&m->work, 1, 5);
+    map->own_row = static_cast<uint32_t>(random_below(&m->work, rows));
+    for (uint64_t row = 0; row < rows; row++) {
+        const size_t other = random_below(&m->work, m->volumes.size());
+        const bool names_volume = row == map->own_row;
+        if (names_volume) {
+            map->pools.push_back(m->volumes[map->volume].pool);
+        } else if (other != map->volume && random_chance(&m->work, 50)) {
+            map->pools.push_back(m->volumes[other].pool);
+        } else {
+            map->pools.push_back(new_uuid(m));
+        }
+    }
+}
+
+size_t add_map(model* m, size_t volume_index, map_role role) {
+    volume& vol = m->volumes[volume_index];
+    const bool special = role == map_role::buffer || role == map_role::rod;
+    const uint64_t total =
+        special ? std::max(m->sample.extents, LEAST_SPECIAL_ENTRIES) : m->sample.extents;
+    lun_map map = {};
+    map.id = new_uuid(m);
+    map.role = role;
+    map.volume = volume_index;
+    map.path = path_of(vol, role, m->maps.size());
+    map.entries.resize(total, 0);
+    map.noise = random_next(&m->work);
+    make_pools(m, &map);
+    m->maps.push_back(map);
+    vol.maps.push_back(m->maps.size() - 1);
+    return m->maps.size() - 1;
+}
+
+void move_to_trash(lun_map* map) {
+    const size_t slash = map->path.rfind('/');
+    const size_t root = map->path.find('/');
+    map->role = map_role::trash;
+    map->path = map->path.substr(0, root) + "/@EP_trash/" + map->path.substr(slash + 1);
+}
+
+}  // namespace lab

@@ -1,0 +1,14 @@
+// Map files as such: where each kind lies, creation, the way to the trash.
+// Below: model.h. Above: workload.h, sample.h.
+#pragma once
+
+#include "lab/model.h"
+
+namespace lab {
+
+uuid new_uuid(model* m);
+// An empty map of the sample's size, listed with its volume. Returns its number.
+size_t add_map(model* m, size_t volume_index, map_role role);
+void move_to_trash(lun_map* map);
+
+}  // namespace lab

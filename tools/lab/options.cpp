@@ -1,0 +1,115 @@
+#include "lab/options.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace lab {
+
+const char* usage_text() {
+    return "tarn-lab: sample volumes with a known truth\n"
+           "\n"
+           "  tarn-lab make DIR [--volumes N] [--luns N] [--extents N] [--transactions N]\n"
+           "                    [--seed S] [--crash]\n"
+           "      makes DIR/volume1.., DIR/journal/EP_JNL, DIR/platform.conf and DIR/lab.conf: N\n"
+           "      volumes (2) with N LUNs each (3) of N extents (3000), after N transactions "
+           "(200).\n"
+           "      With --crash the sample is what a power failure leaves, else it was shut down\n"
+           "      cleanly. The same numbers give the same bytes. DIR is new or empty.\n"
+           "  tarn-lab expect DIR\n"
+           "      tells whether start-up replay recovers the sample: \"recovers\" or\n"
+           "      \"refuses: REASON\".\n"
+           "  tarn-lab verify DIR [--refused]\n"
+           "      compares every file with what it ought to hold after recovery, or, with\n"
+           "      --refused, with what it held before, and names the first difference.\n"
+           "\n"
+           "Exit status: 0 done, or no difference; 1 a difference, or a failure; 2 usage.\n"
+           "Run the tool on a sample with TARN_PLATFORM_CONF=DIR/platform.conf.\n";
+}
+
+static bool complain(const char* what, const char* word) {
+    (void)fprintf(stderr, "tarn-lab: %s%s\n", what, word);
+    return false;
+}
+
+bool parse_parameter(const parameter_row& row, const std::string& text, parameters* out) {
+    if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos) {
+        return complain("not a decimal number: ", text.c_str());
+    }
+    errno = 0;
+    const uint64_t value = strtoull(text.c_str(), nullptr, 10);
+    if (errno != 0 || value < row.least || value > row.most) {
+        return complain("out of range: ", (std::string(row.name) + " " + text).c_str());
+    }
+    out->*row.value = value;
+    return true;
+}
+
+static bool command_of(const char* word, options* out) {
+    constexpr struct {
+        const char* word;
+        command what;
+    } rows[] = {
+        {"make", command::make},
+        {"verify", command::verify},
+        {"expect", command::expect},
+    };
+    for (const auto& row : rows) {
+        if (strcmp(row.word, word) == 0) {
+            out->what = row.what;
+            return true;
+        }
+    }
+    return complain("no such command: ", word);
+}
+
+// One option at argv[*i], with its value behind "=" or in the next word, which is then consumed.
+static bool parse_option(int argc, char** argv, int* i, options* out) {
+    const std::string word = argv[*i] + 2;
+    if (out->what == command::make && word == "crash") {
+        out->sample.crash = true;
+        return true;
+    }
+    if (out->what == command::verify && word == "refused") {
+        out->refused = true;
+        return true;
+    }
+    const size_t equals = word.find('=');
+    const std::string name = word.substr(0, equals);
+    for (const parameter_row& row : PARAMETER_ROWS) {
+        if (out->what != command::make || name != row.name) {
+            continue;
+        }
+        if (equals != std::string::npos) {
+            return parse_parameter(row, word.substr(equals + 1), &out->sample);
+        }
+        *i += 1;
+        return *i < argc ? parse_parameter(row, argv[*i], &out->sample)
+                         : complain("a number is missing behind --", row.name);
+    }
+    return complain("no such option here: ", argv[*i]);
+}
+
+bool parse_options(int argc, char** argv, options* out) {
+    if (argc < 2) {
+        return complain("a command is missing", "");
+    }
+    if (!command_of(argv[1], out)) {
+        return false;
+    }
+    for (int i = 2; i < argc; i++) {
+        if (strncmp(argv[i], "--", 2) == 0) {
+            if (!parse_option(argc, argv, &i, out)) {
+                return false;
+            }
+        } else if (out->directory.empty()) {
+            out->directory = argv[i];
+        } else {
+            return complain("one directory only: ", argv[i]);
+        }
+    }
+    return !out->directory.empty() || complain("a directory is missing", "");
+}
+
+}  // namespace lab

@@ -1,0 +1,49 @@
+// The words on the command line. Below: nothing.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace lab {
+
+enum class command { make, verify, expect };
+
+// What a sample is made of: the same parameters give the same bytes.
+struct parameters {
+    uint64_t volumes = 2;
+    uint64_t luns = 3;
+    uint64_t extents = 3000;
+    uint64_t transactions = 200;
+    uint64_t seed = 1;
+    bool crash = false;
+};
+
+// The name of each number, where it lies and what it may be. Command line and lab.conf walk it.
+struct parameter_row {
+    const char* name;
+    uint64_t parameters::*value;
+    uint64_t least;
+    uint64_t most;
+};
+constexpr parameter_row PARAMETER_ROWS[] = {
+    {"volumes", &parameters::volumes, 1, 64},
+    {"luns", &parameters::luns, 1, 10000},
+    {"extents", &parameters::extents, 1, 10000000},
+    {"transactions", &parameters::transactions, 0, 10000000},
+    {"seed", &parameters::seed, 0, UINT64_MAX},
+};
+
+struct options {
+    command what = command::make;
+    std::string directory;
+    parameters sample;     // make only
+    bool refused = false;  // verify only
+};
+
+// False when the words make no sense; then one line on standard error says why.
+bool parse_options(int argc, char** argv, options* out);
+// A decimal number and nothing else, inside the row's bounds.
+bool parse_parameter(const parameter_row& row, const std::string& text, parameters* out);
+const char* usage_text();
+
+}  // namespace lab

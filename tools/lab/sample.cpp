@@ -1,0 +1,104 @@
+#include "lab/sample.h"
+
+#include <cstring>
+
+#include "journal_status.h"
+#include "lab/crash.h"
+#include "lab/fill.h"
+#include "lab/maps.h"
+#include "lab/workload.h"
+
+namespace lab {
+
+constexpr uint64_t STREAM_WORK = 1;
+
+static void add_volume(model* m, size_t number) {
+    volume vol = {};
+    vol.root = "volume" + std::to_string(number);
+    vol.pool = new_uuid(m);
+    vol.extent_size = 1u << 20;
+    vol.free_count = FRI_NEW_FREE_COUNT;
+    vol.noise = random_next(&m->work);
+    m->volumes.push_back(vol);
+}
+
+static void add_maps(model* m, size_t volume_index) {
+    const uint64_t snapshots = random_between(&m->work, 1, 2);
+    const uint64_t trashed = random_below(&m->work, 3);
+    for (uint64_t i = 0; i < m->sample.luns; i++) {
+        (void)add_map(m, volume_index, map_role::lun);
+    }
+    for (uint64_t i = 0; i < snapshots; i++) {
+        (void)add_map(m, volume_index, map_role::snapshot);
+    }
+    for (uint64_t i = 0; i < trashed; i++) {
+        (void)add_map(m, volume_index, map_role::trash);
+    }
+    (void)add_map(m, volume_index, map_role::buffer);
+    (void)add_map(m, volume_index, map_role::rod);
+}
+
+// Mostly a small budget, so that old writes leave it; the ring holds more than the budget's largest
+// transactions and the torn one.
+static void make_journal(model* m) {
+    constexpr uint32_t SYNC_COUNTS[] = {0, 1, 1, 2, 2, 3, 4, 5, 8, 16};
+    ring& journal = m->journal;
+    memset(&journal.header, 0, sizeof journal.header);
+    const uint32_t sync_count = SYNC_COUNTS[random_below(&m->work, std::size(SYNC_COUNTS))];
+    journal.budget = sync_count == 0 ? 128 : uint64_t{2} * sync_count;
+    journal.largest = random_between(&m->work, 1, 10);
+    const uint64_t total = (journal.budget + 1) * journal.largest + random_between(&m->work, 1, 40);
+    journal.blocks.resize(total);
+    memset(journal.blocks.data(), 0, total * sizeof(jnl_block));
+    journal.header.head.magic_code = METADATA_MAGIC_CODE;
+    const uuid id = new_uuid(m);
+    memcpy(journal.header.head.uuid, id.data(), id.size());
+    journal.header.jnl_total_count = total;
+    journal.header.jnl_sync_count = sync_count;
+    journal.next_id = 1;
+    journal.next_block = 0;
+    if (random_chance(&m->work, 15)) {  // the service has had other journals before
+        journal.next_id = static_cast<uint32_t>(random_below(&m->work, uint64_t{1} << 31));
+        journal.next_block = random_below(&m->work, total);
+    }
+}
+
+// A single torn block that is wholly there would be a complete transaction: tear leaves one out.
+static void run_transactions(model* m, progress* bar) {
+    const uint64_t count = m->sample.transactions;
+    progress_start(bar, "transactions", count);
+    for (uint64_t i = 0; i < count; i++) {
+        transaction t = next_transaction(m);
+        if (i + 1 == count && m->plan.torn != torn_kind::none) {
+            tear(m, &t);
+        } else {
+            commit(m, &t);
+            keep_house(m);
+        }
+        progress_step(bar);
+    }
+    progress_end(bar);
+}
+
+model make_sample(const parameters& sample, progress* bar) {
+    model m = {};
+    m.sample = sample;
+    m.work = random_of(sample.seed, STREAM_WORK);
+    for (size_t i = 0; i < sample.volumes; i++) {
+        add_volume(&m, i + 1);
+    }
+    for (size_t i = 0; i < sample.volumes; i++) {
+        add_maps(&m, i);
+        fill_volume(&m, i);
+    }
+    make_journal(&m);
+    if (sample.crash) {
+        m.plan = plan_crash(sample.seed);
+    }
+    m.logging = true;
+    run_transactions(&m, bar);
+    m.journal.header.jnl_shutdown_tag = sample.crash ? JNL_STATUS_ABNORMAL : JNL_STATUS_SUCCESS;
+    return m;
+}
+
+}  // namespace lab

@@ -1,0 +1,43 @@
+#include "lab/verify.h"
+
+#include <sys/stat.h>
+
+#include "journal_status.h"
+#include "lab/compare.h"
+#include "lab/crash.h"
+
+namespace lab {
+
+static bool exists(const std::string& path) {
+    struct stat status = {};
+    return lstat(path.c_str(), &status) == 0;
+}
+
+// After a clean shutdown the journal stays as it is; a recovery may have deleted it.
+static bool journal_may_be_gone(const model& m, truth wanted) {
+    return m.sample.crash && wanted == truth::recovered;
+}
+
+std::string verify_sample(model* m, truth wanted, const std::string& directory, progress* bar) {
+    if (wanted == truth::untouched) {
+        lose_writes(m);
+        m->journal.header.jnl_shutdown_tag = JNL_STATUS_BAD;
+    }
+    const std::vector<file_ref> files = list_files(*m);
+    progress_start(bar, "comparing", files.size());
+    for (const file_ref& file : files) {
+        const file_image expected = image_of(*m, file);
+        const bool gone = file.kind == file_kind::journal && journal_may_be_gone(*m, wanted) &&
+                          !exists(directory + "/" + expected.path);
+        const std::string difference = gone ? "" : compare_file(directory, expected);
+        if (!difference.empty()) {
+            progress_end(bar);
+            return difference;
+        }
+        progress_step(bar);
+    }
+    progress_end(bar);
+    return "";
+}
+
+}  // namespace lab
