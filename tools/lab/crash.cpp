@@ -16,7 +16,7 @@ crash_plan plan_crash(uint64_t seed) {
     const uint64_t torn = random_below(&random, 100);
     plan.torn = torn < 40   ? torn_kind::none
                 : torn < 68 ? torn_kind::header_old
-                : torn < 96 ? torn_kind::header_new
+                : torn < 98 ? torn_kind::header_new
                             : torn_kind::damaged_start;
     plan.loss =
         static_cast<loss_kind>(random_below(&random, static_cast<uint64_t>(loss_kind::count)));
@@ -39,7 +39,7 @@ static void tear_block(model* m, const transaction& t, uint64_t i, random_stream
     const jnl_block older = place;
     const bool damaged_start = i == 0 && m->plan.torn == torn_kind::damaged_start;
     if (!damaged_start) {
-        place = random_chance(random, 90) ? t.blocks[i] : half_written(t.blocks[i], older);
+        place = random_chance(random, 95) ? t.blocks[i] : half_written(t.blocks[i], older);
     } else if (random_chance(random, 50)) {
         place = half_written(t.blocks[i], older);
     } else {

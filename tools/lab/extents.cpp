@@ -27,6 +27,10 @@ uint64_t end_group(const volume& vol) {
     return group;
 }
 
+uint64_t spare_extents(const volume& vol) {
+    return vol.free_count - (FRI_GROUP_CAPACITY - end_group(vol)) * TBL_GROUP_ENTRIES;
+}
+
 void initialise_group(model* m, size_t volume_index, uint64_t group) {
     volume& vol = m->volumes[volume_index];
     reach_group(&vol, group);

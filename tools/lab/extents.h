@@ -13,6 +13,9 @@ bool initialised(const volume& vol, uint64_t group);
 // The first group that was never initialised: where the list of groups ends.
 uint64_t end_group(const volume& vol);
 
+// Free extents of the groups that are initialised.
+uint64_t spare_extents(const volume& vol);
+
 // Links every extent of the group in ascending order and sets the init bit; the next group follows
 // it in the list of groups. The group is the end group.
 void initialise_group(model* m, size_t volume_index, uint64_t group);

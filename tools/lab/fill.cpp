@@ -115,14 +115,17 @@ static void give_back_some(model* m, size_t volume_index) {
     }
 }
 
-// Bits of table and index entries that are not the service's. They survive what it does not
-// overwrite whole.
+// Bits of table and index entries that are not the service's, also in the group that comes next.
+// They survive what does not overwrite the entry whole.
 static void set_foreign_bits(model* m, volume* vol) {
-    for (int i = 0; i < 20 && !vol->tbl.empty(); i++) {
-        uint16_t& word = vol->tbl[random_below(&m->work, vol->tbl.size())];
+    const uint64_t next = end_group(*vol);
+    reach_group(vol, next);
+    for (int i = 0; i < 40; i++) {
+        const uint64_t first = i % 2 == 0 ? 0 : tbl_lpa_of(next, 0);
+        uint16_t& word = vol->tbl[first + random_below(&m->work, vol->tbl.size() - first)];
         word = static_cast<uint16_t>(word | (random_next(&m->work) & TBL_KEPT_BITS));
     }
-    if (!vol->fri.empty() && random_chance(&m->work, 50)) {
+    if (random_chance(&m->work, 50)) {
         fri_entry& entry = vol->fri[random_below(&m->work, vol->fri.size())];
         entry.ef_count_attr = static_cast<uint16_t>(entry.ef_count_attr | FRI_ATTR_BIT);
     }

@@ -1,6 +1,7 @@
 #include "lab/image.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 #include "store/crc32c.h"

@@ -106,7 +106,8 @@ struct model {
     std::vector<lun_map> maps;
     ring journal;
     crash_plan plan;
-    bool logging;                        // false while the sample is set up
+    uint64_t rush_from;  // commits after which the service allocates most of the time
+    bool logging;        // false while the sample is set up
     std::vector<metadata_write> writes;  // of the commits inside the budget, oldest first
 };
 

@@ -1,6 +1,8 @@
 #include "lab/sample.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "journal_status.h"
 #include "lab/crash.h"
@@ -63,7 +65,15 @@ static void make_journal(model* m) {
     }
 }
 
-// A single torn block that is wholly there would be a complete transaction: tear leaves one out.
+// Somewhere inside the last budget of commits, for most seeds.
+static uint64_t plan_rush(model* m) {
+    const uint64_t length = random_between(&m->work, 1, m->journal.budget + 1);
+    if (random_chance(&m->work, 30)) {
+        return NO_RUSH;
+    }
+    return m->sample.transactions - std::min(length, m->sample.transactions);
+}
+
 static void run_transactions(model* m, progress* bar) {
     const uint64_t count = m->sample.transactions;
     progress_start(bar, "transactions", count);
@@ -95,6 +105,7 @@ model make_sample(const parameters& sample, progress* bar) {
     if (sample.crash) {
         m.plan = plan_crash(sample.seed);
     }
+    m.rush_from = plan_rush(&m);
     m.logging = true;
     run_transactions(&m, bar);
     m.journal.header.jnl_shutdown_tag = sample.crash ? JNL_STATUS_ABNORMAL : JNL_STATUS_SUCCESS;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "lab/choose.h"
+#include "lab/extents.h"
 #include "lab/file_records.h"
 #include "lab/history.h"
 #include "lab/maps.h"
@@ -46,12 +47,28 @@ static bool buffer_is_full(const model& m, size_t volume_index) {
     return false;
 }
 
+// Until the rush the service keeps a few extents free in the groups that it has initialised, so
+// that the rush soon needs a new one: groups that change hands inside the budget are worth most.
+static bool allocates(model* m, size_t volume_index, transaction_kind picked) {
+    constexpr uint64_t FEW = 15;
+    if (m->journal.commits >= m->rush_from) {
+        return picked == allocate || random_chance(&m->work, 50);
+    }
+    const bool held_back = m->rush_from != NO_RUSH && spare_extents(m->volumes[volume_index]) < FEW;
+    return picked == allocate && !held_back;
+}
+
 static void add_something(model* m, transaction* t) {
     const size_t volume_index = random_below(&m->work, m->volumes.size());
     if (buffer_is_full(*m, volume_index) && free_from_buffer(m, t, volume_index)) {
         return;
     }
-    (void)pick_kind(m)(m, t, volume_index);  // deliberate: another attempt follows when none suits
+    const transaction_kind picked = pick_kind(m);
+    if (allocates(m, volume_index, picked)) {
+        (void)allocate(m, t, volume_index);
+    } else if (picked != allocate) {
+        (void)picked(m, t, volume_index);
+    }  // deliberate: when it does not suit, another attempt follows
 }
 
 transaction next_transaction(model* m) {

@@ -7,6 +7,8 @@
 
 namespace lab {
 
+constexpr uint64_t NO_RUSH = UINT64_MAX;
+
 // One transaction, applied to the model, of at least one block. It is not committed.
 transaction next_transaction(model* m);
 // What stands between two transactions. Never more than a rename, a creation or a removal each.
