@@ -1,5 +1,7 @@
 #include "lab/choose.h"
 
+#include <algorithm>
+
 namespace lab {
 
 constexpr uint64_t MAP_KEPT_BIT = uint64_t{1} << 61;
@@ -41,7 +43,10 @@ lea_run pick_mapped(model* m, const lun_map& map) {
     return pick_first(m, map, true);
 }
 
-lea_run pick_unmapped(model* m, const lun_map& map, uint64_t most) {
+lea_run pick_target(model* m, const lun_map& map, uint64_t most) {
+    if (map.role == map_role::buffer) {
+        return {map.mapped_count, std::min<uint64_t>(most, map.entries.size() - map.mapped_count)};
+    }
     lea_run run = pick_first(m, map, false);
     while (run.length > 0 && run.length < most && run.start + run.length < map.entries.size() &&
            !is_mapped(map.entries[run.start + run.length])) {

@@ -20,9 +20,10 @@ constexpr unsigned ALL_ROLES = 0x1F;
 // A map of the volume whose role has its bit in `roles`, or NO_MAP.
 size_t pick_map(model* m, size_t volume_index, unsigned roles);
 
-// A run of 1 to `most` unmapped addresses, from somewhere in the map.
-lea_run pick_unmapped(model* m, const lun_map& map, uint64_t most);
-// The first address of a mapped one's neighbourhood: mapped, somewhere in the map. Length 0 or 1.
+// A run of 1 to `most` unmapped addresses, from somewhere in the map. The unmap buffer has no gaps:
+// its run follows what is mapped.
+lea_run pick_target(model* m, const lun_map& map, uint64_t most);
+// One mapped address, somewhere in the map.
 lea_run pick_mapped(model* m, const lun_map& map);
 
 bool is_mapped(uint64_t word);

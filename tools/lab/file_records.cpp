@@ -103,8 +103,24 @@ static void record_final_index(model* m, transaction* t, const volume& vol,
     }
 }
 
+// The buffer has no gaps: it shrinks at its end, and the entry from there takes the place of one
+// that goes from the middle. Two entries at most.
+static void leave_buffer(model* m, transaction* t, size_t map_index, uint64_t lea) {
+    const lun_map& buffer = m->maps[map_index];
+    const uint64_t end = buffer.mapped_count - 1;
+    if (lea != end) {
+        record_map(m, t, map_index, lea, buffer.entries[end]);
+    }
+    record_map(m, t, map_index, end, 0);
+}
+
+static uint64_t pick_leaving(model* m, const lun_map& buffer) {
+    return random_chance(&m->work, 30) ? random_below(&m->work, buffer.mapped_count)
+                                       : buffer.mapped_count - 1;
+}
+
 bool free_from_buffer(model* m, transaction* t, size_t volume_index) {
-    constexpr uint64_t ENTRIES_EACH = 4;  // table, index, counters, map
+    constexpr uint64_t ENTRIES_EACH = 5;  // table, index, counters, map twice
     const size_t map_index = pick_map(m, volume_index, role_bit(map_role::buffer));
     const lun_map& buffer = m->maps[map_index];
     const uint64_t fits = file_entry_room(*t) / ENTRIES_EACH;
@@ -118,15 +134,15 @@ bool free_from_buffer(model* m, transaction* t, size_t volume_index) {
     const std::vector<fri_entry> fri_before = each_step ? std::vector<fri_entry>() : vol.fri;
     const fri_counters before = {vol.free_count, vol.group_head};
     for (uint64_t i = 0; i < count; i++) {
-        const uint64_t lea = pick_mapped(m, buffer).start;
+        const uint64_t lea = pick_leaving(m, buffer);
         const uint64_t lpa = lpa_of(buffer.entries[lea]);
         const bool map_first = random_chance(&m->work, 50);
         if (map_first) {
-            record_map(m, t, map_index, lea, 0);
+            leave_buffer(m, t, map_index, lea);
         }
         release(m, t, volume_index, lpa, each_step);
         if (!map_first) {
-            record_map(m, t, map_index, lea, 0);
+            leave_buffer(m, t, map_index, lea);
         }
     }
     if (!each_step) {
@@ -151,7 +167,7 @@ bool share_extent(model* m, transaction* t, size_t volume_index) {
     const size_t to = pick_map(m, volume_index, roles);
     const lun_map& source = m->maps[pick_map(m, volume_index, roles)];
     const lea_run here = pick_mapped(m, source);
-    const lea_run there = pick_unmapped(m, m->maps[to], 1);
+    const lea_run there = pick_target(m, m->maps[to], 1);
     if (here.length == 0 || there.length == 0 || file_entry_room(*t) < 2) {
         return false;
     }

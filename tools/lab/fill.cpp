@@ -51,7 +51,7 @@ static void fill_map(model* m, size_t map_index, uint64_t quota) {
 }
 
 // How many extents to use: often so many that the next allocations cross the end of a group.
-static uint64_t pick_target(model* m, uint64_t addresses) {
+static uint64_t pick_used_count(model* m, uint64_t addresses) {
     const uint64_t most = addresses / 4 * 3;
     const uint64_t groups = most / TBL_GROUP_ENTRIES;
     const uint64_t choice = random_below(&m->work, 10);
@@ -69,7 +69,7 @@ static void use_extents(model* m, const std::vector<size_t>& maps) {
     for (const size_t map_index : maps) {
         addresses += m->maps[map_index].entries.size();
     }
-    uint64_t left = pick_target(m, addresses);
+    uint64_t left = pick_used_count(m, addresses);
     for (size_t i = 0; i < maps.size(); i++) {
         const uint64_t quota = std::min<uint64_t>((left + maps.size() - i - 1) / (maps.size() - i),
                                                   m->maps[maps[i]].entries.size());
@@ -85,7 +85,7 @@ static void share_some(model* m, size_t volume_index) {
         const lun_map& source = m->maps[pick_map(m, volume_index, sources)];
         const size_t to = pick_map(m, volume_index, ALL_ROLES);
         const lea_run here = pick_mapped(m, source);
-        const lea_run there = pick_unmapped(m, m->maps[to], 1);
+        const lea_run there = pick_target(m, m->maps[to], 1);
         if (here.length == 0 || there.length == 0) {
             return;
         }

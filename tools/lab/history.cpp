@@ -45,7 +45,7 @@ static uint64_t add_alloc_block(model* m, transaction* t, size_t map_index, cons
 bool allocate(model* m, transaction* t, size_t volume_index) {
     const size_t map_index = pick_map(m, volume_index, SERVING_ROLES);
     const uint64_t most = random_between(&m->work, 1, random_chance(&m->work, 30) ? 150 : 20);
-    lea_run run = pick_unmapped(m, m->maps[map_index], most);
+    lea_run run = pick_target(m, m->maps[map_index], most);
     if (run.length == 0) {
         return false;
     }
@@ -90,7 +90,7 @@ bool copy(model* m, transaction* t, size_t volume_index) {
     const lun_map& source = m->maps[from];
     const lun_map& target = m->maps[to];
     const uint64_t longest = random_chance(&m->work, 3) ? 0 : JNL_XCOPY_MAX;
-    const lea_run there = pick_unmapped(m, target, longest == 0 ? 1 : longest);
+    const lea_run there = pick_target(m, target, longest == 0 ? 1 : longest);
     const lea_run here = pick_mapped(m, source);
     if (there.length == 0 || here.length == 0) {
         return false;
@@ -174,12 +174,11 @@ static void add_moves_block(model* m, transaction* t, const move_plan& plan) {
 }
 
 // The source run that starts at `here`, as long as the target's and the block allow. Now and then
-// it ends in unmapped entries that need no target, or the target's does.
+// the source goes on with unmapped entries that need no target, or the target's run does.
 static move_plan plan_move(model* m, size_t from, size_t to, const lea_run& here,
                            const lea_run& there) {
     const lun_map& source = m->maps[from];
-    const uint64_t most = std::min<uint64_t>(
-        {there.length, source.entries.size() - here.start, uint64_t{JNL_MOVES_MAX}});
+    const uint64_t most = std::min<uint64_t>({there.length, here.length, uint64_t{JNL_MOVES_MAX}});
     const uint64_t count = random_between(&m->work, 1, most);
     move_plan plan = {from, to, here.start, there.start, count, count};
     while (plan.from_count < JNL_MOVES_MAX && random_chance(&m->work, 50) &&
@@ -187,18 +186,32 @@ static move_plan plan_move(model* m, size_t from, size_t to, const lea_run& here
            !is_mapped(source.entries[here.start + plan.from_count])) {
         plan.from_count++;
     }
-    if (plan.from_count == count && count < most && random_chance(&m->work, 10)) {
+    const bool to_buffer = m->maps[to].role == map_role::buffer;
+    if (plan.from_count == count && count < most && !to_buffer && random_chance(&m->work, 10)) {
         plan.to_count++;
     }
     return plan;
+}
+
+// Everything from the first mapped entry to the end of the map, mapped or not; for the unmap
+// buffer, which has no gaps, only as far as entries are mapped.
+static lea_run run_to_move(model* m, const lun_map& source, const lun_map& target) {
+    lea_run run = pick_mapped(m, source);
+    const bool to_buffer = target.role == map_role::buffer;
+    while (run.length > 0 && run.length < JNL_MOVES_MAX &&
+           run.start + run.length < source.entries.size() &&
+           (!to_buffer || is_mapped(source.entries[run.start + run.length]))) {
+        run.length++;
+    }
+    return run;
 }
 
 static bool move_between(model* m, transaction* t, size_t from, size_t to) {
     if (from == NO_MAP || to == NO_MAP || from == to) {
         return false;
     }
-    const lea_run here = pick_mapped(m, m->maps[from]);
-    const lea_run there = pick_unmapped(m, m->maps[to], JNL_MOVES_MAX);
+    const lea_run here = run_to_move(m, m->maps[from], m->maps[to]);
+    const lea_run there = pick_target(m, m->maps[to], JNL_MOVES_MAX);
     if (random_chance(&m->work, 2)) {  // nothing moves: both counts are 0
         add_moves_block(m, t, {from, to, here.start, there.start, 0, 0});
         return true;
@@ -225,8 +238,8 @@ bool move_to_buffer(model* m, transaction* t, size_t volume_index) {
 bool move_inside(model* m, transaction* t, size_t volume_index) {
     const size_t map_index = pick_map(m, volume_index, SERVING_ROLES);
     const lun_map& map = m->maps[map_index];
-    const lea_run here = pick_mapped(m, map);
-    const lea_run there = pick_unmapped(m, map, JNL_MOVES_MAX);
+    const lea_run here = run_to_move(m, map, map);
+    const lea_run there = pick_target(m, map, JNL_MOVES_MAX);
     if (t->most - t->blocks.size() < 2 || here.length == 0 || there.length == 0) {
         return false;
     }

@@ -5,7 +5,9 @@
 
 namespace lab {
 
-constexpr uint64_t LEAST_SPECIAL_ENTRIES = 128;  // of the unmap buffer and the copy map
+// Of the unmap buffer and the copy map. Of the latter no one scans more, with extents of 1 MiB.
+constexpr uint64_t LEAST_SPECIAL_ENTRIES = 128;
+constexpr uint64_t MOST_COPY_ENTRIES = 540672;
 
 uuid new_uuid(model* m) {
     const uint64_t words[2] = {random_next(&m->work), random_next(&m->work)};
@@ -49,17 +51,25 @@ static void make_pools(model* m, lun_map* map) {
     }
 }
 
+static uint64_t entries_of(const parameters& sample, map_role role) {
+    switch (role) {
+        case map_role::buffer:
+            return std::max(sample.extents, LEAST_SPECIAL_ENTRIES);
+        case map_role::rod:
+            return std::clamp(sample.extents, LEAST_SPECIAL_ENTRIES, MOST_COPY_ENTRIES);
+        default:
+            return sample.extents;
+    }
+}
+
 size_t add_map(model* m, size_t volume_index, map_role role) {
     volume& vol = m->volumes[volume_index];
-    const bool special = role == map_role::buffer || role == map_role::rod;
-    const uint64_t total =
-        special ? std::max(m->sample.extents, LEAST_SPECIAL_ENTRIES) : m->sample.extents;
     lun_map map = {};
     map.id = new_uuid(m);
     map.role = role;
     map.volume = volume_index;
     map.path = path_of(vol, role, m->maps.size());
-    map.entries.resize(total, 0);
+    map.entries.resize(entries_of(m->sample, role), 0);
     map.noise = random_next(&m->work);
     make_pools(m, &map);
     m->maps.push_back(map);
