@@ -1,5 +1,5 @@
-// Printed forms of the open journal, on standard output. Below: jnl_commit.h, jnl_block.h, the
-// single-entry printers of the three kinds. Above: search.
+// Printed forms of the open journal, on standard output. Below: jnl_block.h, the single-entry
+// printers of the three kinds. Above: search.
 #pragma once
 
 #include <cstdint>
