@@ -73,33 +73,54 @@ static bool take_arguments(char** argv, const char* program, va_list rest) {
 }
 
 // The streams that are open, and their programs.
-static struct {
+struct open_stream {
     FILE* stream;  // null: the row is free
     pid_t pid;
-} open_streams[16];
+};
+static open_stream open_streams[16];
+
+static open_stream* find_row(const FILE* stream) {
+    for (open_stream& row : open_streams) {
+        if (row.stream == stream) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+// The row for a stream that was just opened. One that carries its address already is of a stream
+// that was closed with the standard pclose: its program is waited for here. Null: all are in use.
+static open_stream* row_for(const FILE* stream) {
+    open_stream* stale = find_row(stream);
+    if (stale == nullptr) {
+        return find_row(nullptr);
+    }
+    (void)program_wait(stale->pid);
+    return stale;
+}
 
 static FILE* start_with_stream(char* const argv[]) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
         return nullptr;
     }
-    const pid_t pid = program_start(argv, ends[1]);
+    FILE* stream = fdopen(ends[0], "r");
+    open_stream* row = stream != nullptr ? row_for(stream) : nullptr;
+    const pid_t pid = row != nullptr ? program_start(argv, ends[1]) : -1;
     close(ends[1]);
-    FILE* stream = pid > 0 ? fdopen(ends[0], "r") : nullptr;
-    if (stream == nullptr) {
+    if (pid > 0) {
+        *row = {stream, pid};
+        return stream;
+    }
+    if (row != nullptr) {
+        *row = {nullptr, 0};
+    }
+    if (stream != nullptr) {
+        (void)fclose(stream);
+    } else {
         close(ends[0]);
-        if (pid > 0) {
-            (void)program_wait(pid);
-        }
-        return nullptr;
     }
-    for (auto& row : open_streams) {
-        if (row.stream == nullptr || row.stream == stream) {  // closed behind our back: reused
-            row = {stream, pid};
-            break;
-        }
-    }
-    return stream;
+    return nullptr;
 }
 
 FILE* OLIBCPopen(const char* program, const char* mode, ...) {
@@ -115,15 +136,14 @@ FILE* OLIBCPopen(const char* program, const char* mode, ...) {
 }
 
 int OLIBCPclose(FILE* stream) {
-    for (auto& row : open_streams) {
-        if (stream != nullptr && row.stream == stream) {
-            const pid_t pid = row.pid;
-            row = {nullptr, 0};
-            (void)fclose(stream);
-            return program_wait(pid);
-        }
+    open_stream* row = stream != nullptr ? find_row(stream) : nullptr;
+    if (row == nullptr) {
+        return -1;
     }
-    return -1;
+    const pid_t pid = row->pid;
+    *row = {nullptr, 0};
+    (void)fclose(stream);
+    return program_wait(pid);
 }
 
 int OLIBCExec(const char* program, ...) {

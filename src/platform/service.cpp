@@ -10,7 +10,7 @@
 
 static constexpr const char* SYSTEMCTL = "/usr/bin/systemctl";
 
-static bool stopped_by_us = false;
+static enum { NOTHING, BY_PROGRAM, BY_SYSTEMD } stopped = NOTHING;
 
 // Runs `command`, split at blanks, with service and reason behind its arguments. 0, or -1.
 static int run_configured(const char* command, const char* service, const char* reason) {
@@ -42,13 +42,19 @@ int OLIBServicePauseByReason(const char* service, const char* reason) {
         return -1;
     }
     if (config->service_pause.given) {
-        return run_configured(config->service_pause.value, service, reason);
+        const int result = run_configured(config->service_pause.value, service, reason);
+        stopped = result == 0 ? BY_PROGRAM : NOTHING;
+        return result;
     }
+    stopped = NOTHING;
     if (!systemd_runs() || OLIBCExec(SYSTEMCTL, "is-active", "--quiet", service, nullptr) != 0) {
         return 0;  // nothing runs that would have to stop
     }
-    stopped_by_us = OLIBCExec(SYSTEMCTL, "stop", service, nullptr) == 0;
-    return stopped_by_us ? 0 : -1;
+    if (OLIBCExec(SYSTEMCTL, "stop", service, nullptr) != 0) {
+        return -1;
+    }
+    stopped = BY_SYSTEMD;
+    return 0;
 }
 
 int OLIBServiceResumeByReason(const char* service, const char* reason) {
@@ -56,12 +62,16 @@ int OLIBServiceResumeByReason(const char* service, const char* reason) {
     if (config == nullptr || service == nullptr || reason == nullptr) {
         return -1;
     }
+    const auto was = stopped;
+    stopped = NOTHING;
+    if (was == NOTHING) {
+        return 0;
+    }
     if (config->service_resume.given) {
         return run_configured(config->service_resume.value, service, reason);
     }
-    if (!stopped_by_us) {
-        return 0;
+    if (was == BY_PROGRAM) {
+        return 0;  // only a program of the operator's knows how to undo the other
     }
-    stopped_by_us = false;
     return OLIBCExec(SYSTEMCTL, "start", service, nullptr) == 0 ? 0 : -1;
 }

@@ -104,3 +104,19 @@ TEST(discovery, without_a_configuration_the_mounts_of_volumes_are_taken_by_numbe
     box.configure("volumes =\n");
     EXPECT_EQ(box.run({"--ckvjnl"}).out, "");
 }
+
+TEST(discovery, mounts_are_volumes_by_their_last_word_in_the_order_of_its_number) {
+    const sandbox box;
+    const std::string script =
+        "for d in '/tmp/b c/volume10' /tmp/volume3 /tmp/volume03 /tmp/xvolume4 /tmp/volume5/in;"
+        "do mkdir -p \"$d\" && mount -t tmpfs t \"$d\" || exit 99; done;"
+        "exec " TARN_PROGRAM " --ckvjnl";
+    const run_result got = box.run_program("/bin/sh", {"-c", script}, {});
+    EXPECT_EQ(got.status, 0);
+    EXPECT_EQ(got.err, "");
+    EXPECT_EQ(got.out,
+              "TARN_INFO: /volume1/@EP is not a VAAI volume\n"
+              "TARN_INFO: /volume2/@EP is not a VAAI volume\n"
+              "TARN_INFO: /tmp/volume3/@EP is not a VAAI volume\n"
+              "TARN_INFO: /tmp/b c/volume10/@EP is not a VAAI volume\n");
+}

@@ -1,0 +1,120 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "platform.h"
+#include "support/scratch_file.h"
+
+static std::string rest_of(FILE* stream) {
+    std::string text;
+    for (int c = fgetc(stream); c != EOF; c = fgetc(stream)) {
+        text += static_cast<char>(c);
+    }
+    return text;
+}
+
+TEST(platform_programs, a_stream_carries_the_output_and_its_close_the_wait_status) {
+    FILE* stream = OLIBCPopen("/bin/sh", "r", "-c", "printf '%s|' \"$@\"; exit 3", "name", "a b",
+                              "", "*", nullptr);
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(rest_of(stream), "a b||*|");
+    const int status = OLIBCPclose(stream);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+}
+
+TEST(platform_programs, a_stream_tells_the_signal_of_its_program) {
+    FILE* stream = OLIBCPopen("/bin/sh", "r", "-c", "kill -9 $$", nullptr);
+    ASSERT_NE(stream, nullptr);
+    const int status = OLIBCPclose(stream);
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), 9);
+}
+
+TEST(platform_programs, what_cannot_be_started_gives_no_stream) {
+    EXPECT_EQ(OLIBCPopen("/nowhere/program", "r", nullptr), nullptr);
+    EXPECT_EQ(OLIBCPopen("/bin/sh", "w", nullptr), nullptr);
+    EXPECT_EQ(OLIBCPopen("/dev/null", "r", nullptr), nullptr);
+    const char* none = nullptr;
+    EXPECT_EQ(OLIBCPopen(none, "r", nullptr), nullptr);
+}
+
+TEST(platform_programs, a_stream_of_another_maker_is_not_closed) {
+    EXPECT_EQ(OLIBCPclose(nullptr), -1);
+    FILE* other = fopen("/dev/null", "re");
+    EXPECT_EQ(OLIBCPclose(other), -1);
+    EXPECT_EQ(fclose(other), 0);
+}
+
+TEST(platform_programs, several_streams_may_be_open_at_once) {
+    FILE* one = OLIBCPopen("/bin/sh", "r", "-c", "echo one; exit 1", nullptr);
+    FILE* two = OLIBCPopen("/bin/sh", "r", "-c", "echo two; exit 2", nullptr);
+    ASSERT_NE(one, nullptr);
+    ASSERT_NE(two, nullptr);
+    EXPECT_EQ(rest_of(one), "one\n");
+    EXPECT_EQ(WEXITSTATUS(OLIBCPclose(one)), 1);
+    EXPECT_EQ(rest_of(two), "two\n");
+    EXPECT_EQ(WEXITSTATUS(OLIBCPclose(two)), 2);
+}
+
+TEST(platform_programs, streams_closed_by_the_standard_call_leave_the_next_ones_right) {
+    for (int i = 0; i < 40; i++) {  // more than may be open at once
+        FILE* plain = OLIBCPopen("/bin/sh", "r", "-c", "exit 7", nullptr);
+        ASSERT_NE(plain, nullptr);
+        (void)pclose(plain);
+        FILE* ours = OLIBCPopen("/bin/sh", "r", "-c", "echo x; exit 5", nullptr);
+        ASSERT_NE(ours, nullptr);
+        EXPECT_EQ(rest_of(ours), "x\n");
+        EXPECT_EQ(WEXITSTATUS(OLIBCPclose(ours)), 5);
+    }
+}
+
+TEST(platform_programs, a_program_gets_the_standard_descriptors_and_no_other) {
+    scratch_file file;  // open here, close-on-exec or not
+    const int inherited = dup(file.fd());
+    FILE* stream = OLIBCPopen("/bin/sh", "r", "-c",
+                              "for f in 0 1 2 3 4 5 6 7 8 9 10 $0; do"
+                              " test -e /proc/$$/fd/$f && echo $f; done",
+                              std::to_string(inherited).c_str(), nullptr);
+    ASSERT_NE(stream, nullptr);
+    EXPECT_GT(inherited, 2);
+    EXPECT_EQ(rest_of(stream), "0\n1\n2\n");
+    OLIBCPclose(stream);
+    close(inherited);
+}
+
+TEST(platform_programs, running_to_the_end_gives_the_exit_status) {
+    EXPECT_EQ(OLIBCExec("/bin/true", nullptr), 0);
+    EXPECT_EQ(OLIBCExec("/bin/sh", "-c", "exit $#", "name", "a", "b c", nullptr), 2);
+    EXPECT_EQ(OLIBCExec("/bin/sh", "-c", "kill -15 $$", nullptr), -1);
+    EXPECT_EQ(OLIBCExec("/nowhere/program", nullptr), -1);
+    const char* none = nullptr;
+    EXPECT_EQ(OLIBCExec(none, nullptr), -1);
+}
+
+TEST(platform_programs, no_shell_looks_at_the_arguments) {
+    const scratch_dir dir;
+    const std::string trap = dir.file("made");
+    EXPECT_EQ(OLIBCExec("/usr/bin/test", "-n", ("$(touch " + trap + ")").c_str(), nullptr), 0);
+    EXPECT_FALSE(file_exists(trap));
+}
+
+TEST(platform_error_slot, remembers_the_last_code) {
+    OLIBCErrSet(3328);
+    EXPECT_EQ(OLIBCErrGet(), 3328);
+    OLIBCErrSet(0);
+    EXPECT_EQ(OLIBCErrGet(), 0);
+}
+
+TEST(platform_fallocate, punches_and_refuses) {
+    scratch_file file(65536);
+    file.write_at(4096, uint32_t{0xFFFFFFFF});
+    EXPECT_GE(ORBAFSFallocate(file.fd(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 4096, 4096),
+              0);
+    EXPECT_EQ(file.read_at<uint32_t>(4096), 0U);
+    EXPECT_EQ(file.size(), 65536U);
+    EXPECT_LT(ORBAFSFallocate(-1, 0, 0, 1), 0);
+    EXPECT_LT(ORBAFSFallocate(file.fd(), 0, 0, 0), 0);
+}
