@@ -4,35 +4,21 @@
 #include <cstdlib>
 #include <new>
 
-#include "fri/fri_file.h"
 #include "store/descriptor.h"
 #include "store/roads.h"
 #include "tbl/tbl_entries.h"
 #include "tbl/tbl_file.h"
-#include "tbl/tbl_group_image.h"
 
 constexpr uint32_t NO_GROUP = ~uint32_t{0};
 constexpr uint32_t HASH_SHIFT = 64 - 15;
 static_assert(REF_SLOTS == 1u << 15);
-
-struct tbl_ref_counts {
-    ref_group_hook first_touch;
-    uint8_t* units;  // REF_UNITS * REF_UNIT_SIZE bytes, zero where unused
-    uint32_t units_used;
-    uint32_t group_count;
-    ref_group* last;            // the group of the latest reference; null: none
-    uint32_t slots[REF_SLOTS];  // number in `groups`, by hash of the group; NO_GROUP: empty
-    ref_group groups[REF_UNITS];
-    bool lost;              // an entry could not be written
-    tbl_group_image image;  // of the group being taken in or written
-};
 
 static void forget(tbl_ref_counts* counts) {
     memset(counts->units, 0, size_t{counts->units_used} * REF_UNIT_SIZE);
     std::fill_n(counts->slots, REF_SLOTS, NO_GROUP);
     counts->units_used = 0;
     counts->group_count = 0;
-    counts->last = nullptr;
+    std::fill_n(counts->direct, REF_DIRECT, nullptr);
 }
 
 tbl_ref_counts* tbl_ref_counts_open(ref_group_hook first_touch) {
@@ -85,27 +71,33 @@ static void fill_group(tbl_ref_counts* counts, ref_group* group, bool narrow) {
     memcpy(group->wide, counts->image.words, sizeof counts->image.words);
 }
 
-// Makes `number` the latest group, from the table when it is not in memory.
-static ref_result find_group(tbl_ref_counts* counts, uint64_t number) {
-    uint32_t* slot = slot_of(counts, number);
-    if (*slot != NO_GROUP) {
-        counts->last = &counts->groups[*slot];
-        return ref_result::counted;
-    }
+// Takes the group from the table into memory, behind *found.
+static ref_result take_group(tbl_ref_counts* counts, uint64_t number, ref_group** found) {
     if (counts->first_touch(number) < 0) {
         return ref_result::touch_failed;
     }
     if (!units_left(counts, 2)) {
         flush(counts);
-        slot = slot_of(counts, number);
     }
     if (!tbl_group_load(current_tbl.fd, &counts->image, number)) {
         return ref_result::no_entry;
     }
-    *slot = counts->group_count++;
-    counts->last = &counts->groups[*slot];
-    *counts->last = {number, nullptr, nullptr, 0};
-    fill_group(counts, counts->last, tbl_group_all_zero(&counts->image));
+    *slot_of(counts, number) = counts->group_count;
+    *found = &counts->groups[counts->group_count++];
+    **found = {number, nullptr, nullptr, 0};
+    fill_group(counts, *found, tbl_group_all_zero(&counts->image));
+    if (number < REF_DIRECT) {
+        counts->direct[number] = (*found)->narrow;
+    }
+    return ref_result::counted;
+}
+
+static ref_result find_group(tbl_ref_counts* counts, uint64_t number, ref_group** found) {
+    const uint32_t place = *slot_of(counts, number);
+    if (place == NO_GROUP) {
+        return take_group(counts, number, found);
+    }
+    *found = &counts->groups[place];
     return ref_result::counted;
 }
 
@@ -132,11 +124,8 @@ static void widen(tbl_ref_counts* counts, ref_group* group) {
         group->wide[offset] = narrow_word(group->narrow[offset]);
     }
     group->narrow = nullptr;
-}
-
-static void count_out_of_free() {
-    if (current_fri.fd != 0 && current_fri.header.fri_free_count != 0) {
-        current_fri.header.fri_free_count = current_fri.header.fri_free_count - 1;
+    if (group->group < REF_DIRECT) {
+        counts->direct[group->group] = nullptr;
     }
 }
 
@@ -149,7 +138,7 @@ static ref_result add_wide(ref_group* group, uint64_t lpa) {
     }
     if (count == 1) {
         tbl_entry_set_used(&entry);
-        count_out_of_free();
+        tbl_ref_counts_take_free();
     }
     tbl_entry_set_count(&entry, count);
     group->wide[offset] = entry.word;
@@ -157,29 +146,28 @@ static ref_result add_wide(ref_group* group, uint64_t lpa) {
     return ref_result::counted;
 }
 
-ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa) {
-    const uint64_t number = tbl_group_of(lpa);
-    if (counts->last == nullptr || counts->last->group != number) {
-        const ref_result found = find_group(counts, number);
-        if (found != ref_result::counted) {
-            return found;
-        }
+ref_result tbl_ref_counts_add_slowly(tbl_ref_counts* counts, uint64_t lpa) {
+    ref_group* group = nullptr;
+    const ref_result found = find_group(counts, tbl_group_of(lpa), &group);
+    if (found != ref_result::counted) {
+        return found;
     }
-    if (counts->last->narrow != nullptr) {
-        uint8_t* count = &counts->last->narrow[tbl_offset_in_group(lpa)];
-        if (*count < REF_NARROW_MAX) {
-            if (++*count == 1) {
-                count_out_of_free();
-            }
-            return ref_result::counted;
-        }
-        if (!units_left(counts, 2)) {
-            flush(counts);
-            return tbl_ref_counts_add(counts, lpa);  // now wide: the table has its counts
-        }
-        widen(counts, counts->last);
+    if (group->narrow == nullptr) {
+        return add_wide(group, lpa);
     }
-    return add_wide(counts->last, lpa);
+    uint8_t* count = &group->narrow[tbl_offset_in_group(lpa)];
+    if (*count < REF_NARROW_MAX) {
+        if (++*count == 1) {
+            tbl_ref_counts_take_free();
+        }
+        return ref_result::counted;
+    }
+    if (!units_left(counts, 2)) {
+        flush(counts);
+        return tbl_ref_counts_add_slowly(counts, lpa);  // now wide: the table has its counts
+    }
+    widen(counts, group);
+    return add_wide(group, lpa);
 }
 
 // Entry by entry: for a group whose blocks cannot be moved as a whole.
