@@ -74,7 +74,7 @@ static std::string compare_chunks(int fd, const file_image& expected) {
         if (!read_all(fd, found.data(), found.size(), part.offset)) {
             return std::string("cannot be read: ") + strerror(errno);
         }
-        const std::string difference = compare_chunk(part, found);
+        std::string difference = compare_chunk(part, found);
         if (!difference.empty()) {
             return difference;
         }
@@ -104,7 +104,7 @@ static std::string expect_zeros(int fd, uint64_t start, uint64_t end) {
 static std::string expect_zeros_between_chunks(int fd, const file_image& expected, uint64_t start,
                                                uint64_t end) {
     for (const chunk& part : expected.chunks) {
-        const std::string difference = expect_zeros(fd, start, std::min(end, part.offset));
+        std::string difference = expect_zeros(fd, start, std::min(end, part.offset));
         if (!difference.empty()) {
             return difference;
         }
@@ -125,7 +125,7 @@ static std::string compare_rest(int fd, const file_image& expected) {
         if (at < 0) {
             return std::string("cannot be searched: ") + strerror(errno);
         }
-        const std::string difference = expect_zeros_between_chunks(
+        std::string difference = expect_zeros_between_chunks(
             fd, expected, static_cast<uint64_t>(data), static_cast<uint64_t>(at));
         if (!difference.empty()) {
             return difference;
@@ -142,7 +142,7 @@ static std::string compare_open_file(int fd, const file_image& expected) {
         return "size: expected " + std::to_string(expected.size) + ", found " +
                std::to_string(status.st_size);
     }
-    const std::string difference = compare_chunks(fd, expected);
+    std::string difference = compare_chunks(fd, expected);
     return difference.empty() ? compare_rest(fd, expected) : difference;
 }
 

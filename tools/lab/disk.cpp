@@ -175,36 +175,51 @@ bool write_sample(const model& m, const std::string& directory, progress* bar) {
     return write_configuration(m, directory);
 }
 
-static bool read_line(const std::string& path, const std::string& line, parameters* out) {
-    const size_t equals = line.find(" = ");
-    if (equals == std::string::npos) {
-        return complain_of(path, "holds a line that is no parameter");
-    }
-    const std::string name = line.substr(0, equals);
-    const std::string value = line.substr(equals + 3);
-    if (name == "crash" && (value == "0" || value == "1")) {
-        out->crash = value == "1";
-        return true;
-    }
-    for (const parameter_row& row : PARAMETER_ROWS) {
-        if (name == row.name) {
-            return parse_parameter(row, value, out);
-        }
-    }
-    return complain_of(path, "names a parameter that is not known");
-}
+struct parameter_line {
+    std::string name;
+    std::string value;
+};
 
-bool read_parameters(const std::string& directory, parameters* out) {
-    const std::string path = directory + "/lab.conf";
+static bool read_lines(const std::string& path, std::vector<parameter_line>* lines) {
     std::ifstream file(path);
     if (!file) {
         return complain_of(path, "cannot be read: no sample stands here");
     }
     for (std::string line; std::getline(file, line);) {
-        if (!line.empty() && line[0] != '#' && !read_line(path, line, out)) {
-            return false;
+        const size_t equals = line.find(" = ");
+        if (equals != std::string::npos && line[0] != '#') {
+            lines->push_back({line.substr(0, equals), line.substr(equals + 3)});
         }
     }
+    return true;
+}
+
+static const std::string* value_of(const std::vector<parameter_line>& lines, const char* name) {
+    for (const parameter_line& line : lines) {
+        if (line.name == name) {
+            return &line.value;
+        }
+    }
+    return nullptr;
+}
+
+bool read_parameters(const std::string& directory, parameters* out) {
+    const std::string path = directory + "/lab.conf";
+    std::vector<parameter_line> lines;
+    if (!read_lines(path, &lines)) {
+        return false;
+    }
+    for (const parameter_row& row : PARAMETER_ROWS) {
+        const std::string* value = value_of(lines, row.name);
+        if (value == nullptr || !parse_parameter(row, *value, out)) {
+            return complain_of(path, (std::string("tells no ") + row.name).c_str());
+        }
+    }
+    const std::string* crash = value_of(lines, "crash");
+    if (crash == nullptr || (*crash != "0" && *crash != "1")) {
+        return complain_of(path, "tells no crash");
+    }
+    out->crash = *crash == "1";
     return true;
 }
 

@@ -29,7 +29,7 @@ std::string verify_sample(model* m, truth wanted, const std::string& directory, 
         const file_image expected = image_of(*m, file);
         const bool gone = file.kind == file_kind::journal && journal_may_be_gone(*m, wanted) &&
                           !exists(directory + "/" + expected.path);
-        const std::string difference = gone ? "" : compare_file(directory, expected);
+        std::string difference = gone ? "" : compare_file(directory, expected);
         if (!difference.empty()) {
             progress_end(bar);
             return difference;
