@@ -10,7 +10,8 @@ extern "C" {
 
 // Starts `program` (a path) without a shell. The arguments follow, ended by a null pointer; the
 // program's own name is put in front of them. mode is "r". Every descriptor but the three standard
-// ones is closed in the program. Returns a stream of its standard output, or null.
+// ones is closed in the program. Returns a stream of its standard output, or null. The stream may
+// also be closed with pclose(): the program is then waited for when another one is started.
 FILE* OLIBCPopen(const char* program, const char* mode, ...) __attribute__((sentinel));
 
 // Closes a stream of OLIBCPopen and waits for its program. Returns the wait status, -1 on failure.

@@ -5,11 +5,12 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/programs.h"
 #include "platform/report.h"
 
 static constexpr const char* DEFAULT_FILE = "/etc/tarn/platform.conf";
 static constexpr const char* DEFAULT_JOURNAL_ROOT = "/var/lib/tarn";
-static constexpr const char* BLANKS = " \t\r\n";
+static constexpr size_t LINE_SIZE = 2 * PLATFORM_VALUE_SIZE;
 
 static platform_config config;
 static enum { UNREAD, GOOD, WRONG } state = UNREAD;
@@ -18,13 +19,25 @@ static bool any_text(const char*) {
     return true;
 }
 
-// Absent or an absolute path.
 static bool path_or_empty(const char* value) {
     return value[0] == '\0' || value[0] == '/';
 }
 
-static bool absolute_path(const char* value) {
-    return value[0] == '/';
+// The first word of `text`, or its end.
+static const char* first_word(const char* text) {
+    return text + strspn(text, PLATFORM_BLANKS);
+}
+
+static const char* behind_word(const char* word) {
+    return first_word(word + strcspn(word, PLATFORM_BLANKS));
+}
+
+static bool program_line(const char* value) {
+    int words = 0;
+    for (const char* word = first_word(value); *word != '\0'; word = behind_word(word)) {
+        words++;
+    }
+    return value[0] == '/' && words <= PROGRAM_ARGUMENTS_MAX - 3;  // two more, and the null
 }
 
 static bool shift_in_range(const char* value) {
@@ -44,8 +57,8 @@ static constexpr key_row keys[] = {
     {"journal_root", &platform_config::journal_root, path_or_empty},
     {"volumes", &platform_config::volumes, any_text},
     {"extent_shift", &platform_config::extent_shift, shift_in_range},
-    {"service_pause", &platform_config::service_pause, absolute_path},
-    {"service_resume", &platform_config::service_resume, absolute_path},
+    {"service_pause", &platform_config::service_pause, program_line},
+    {"service_resume", &platform_config::service_resume, program_line},
 };
 
 static const key_row* find_key(const char* key) {
@@ -58,9 +71,9 @@ static const key_row* find_key(const char* key) {
 }
 
 static char* trimmed(char* text) {
-    text += strspn(text, BLANKS);
+    text += strspn(text, PLATFORM_BLANKS);
     size_t length = strlen(text);
-    while (length > 0 && strchr(BLANKS, text[length - 1]) != nullptr) {
+    while (length > 0 && strchr(PLATFORM_BLANKS, text[length - 1]) != nullptr) {
         length--;
     }
     text[length] = '\0';
@@ -95,18 +108,40 @@ static const char* take_line(char* line) {
     return nullptr;
 }
 
+// Reads one line, without its end. False at the end of the file. *wrong: null, or what keeps it
+// from being a line.
+static bool read_line(FILE* file, char* line, const char** wrong) {
+    *wrong = nullptr;
+    int c = getc(file);
+    if (c == EOF) {
+        return false;
+    }
+    size_t length = 0;
+    for (; c != EOF && c != '\n'; c = getc(file)) {
+        if (c == '\0' || length == LINE_SIZE - 1) {
+            *wrong = c == '\0' ? "zero byte" : "line too long";
+            return true;
+        }
+        line[length++] = static_cast<char>(c);
+    }
+    line[length] = '\0';
+    return true;
+}
+
 static bool take_file(FILE* file, const char* path) {
-    char line[2 * PLATFORM_VALUE_SIZE];
-    for (int number = 1; fgets(line, sizeof line, file) != nullptr; number++) {
-        const bool whole = strchr(line, '\n') != nullptr || strlen(line) < sizeof line - 1;
-        const char* wrong = whole ? take_line(line) : "line too long";
+    char line[LINE_SIZE];
+    const char* wrong = nullptr;
+    for (int number = 1; read_line(file, line, &wrong); number++) {
+        if (wrong == nullptr) {
+            wrong = take_line(line);
+        }
         if (wrong != nullptr) {
             platform_report("%s line %d: %s\n", path, number, wrong);
             return false;
         }
     }
     if (ferror(file) != 0) {
-        platform_report("%s line 0: cannot be read\n", path);
+        platform_report("%s line 0: cannot be read: %s\n", path, strerror(errno));
         return false;
     }
     return true;

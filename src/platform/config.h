@@ -1,11 +1,15 @@
 // The configuration of the default platform: /etc/tarn/platform.conf, or the file that the
 // environment variable TARN_PLATFORM_CONF names. Read once, at the first call that needs it.
-// Below: report.h. Above: every call that asks for a setting.
+// Below: report.h; programs.h for the longest argument list. Above: every call that asks for a
+// setting.
 #pragma once
 
 #include <cstddef>
 
 constexpr size_t PLATFORM_VALUE_SIZE = 8192;  // bytes of one value, the closing zero included
+
+// What stands around keys and values, and between the words of a value.
+constexpr const char* PLATFORM_BLANKS = " \t\r\n";
 
 // A key that stands in no file has its default here, or is not `given`.
 struct platform_setting {
@@ -17,11 +21,11 @@ struct platform_config {
     platform_setting journal_root;    // empty: there is none to be had
     platform_setting volumes;         // mount paths separated by blanks
     platform_setting extent_shift;    // decimal, 9..30
-    platform_setting service_pause;   // program and arguments, split at blanks
+    platform_setting service_pause;   // program and arguments separated by blanks
     platform_setting service_resume;  // the same
 };
 
-// Null when the file cannot be read or a line is wrong: told in the log, once.
+// Null when the file cannot be read or a line is wrong: told in the log once, by the first call.
 const platform_config* platform_config_get();
 // Forgets what was read: for tests.
 void platform_config_forget();

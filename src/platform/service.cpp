@@ -10,6 +10,7 @@
 
 static constexpr const char* SYSTEMCTL = "/usr/bin/systemctl";
 
+// What pause stopped, and how.
 static enum { NOTHING, BY_PROGRAM, BY_SYSTEMD } stopped = NOTHING;
 
 // Runs `command`, split at blanks, with service and reason behind its arguments. 0, or -1.
@@ -19,11 +20,9 @@ static int run_configured(const char* command, const char* service, const char* 
     char* argv[PROGRAM_ARGUMENTS_MAX];
     int count = 0;
     char* rest = nullptr;
-    for (char* word = strtok_r(words, " \t", &rest); word != nullptr;
-         word = strtok_r(nullptr, " \t", &rest)) {
-        if (count == PROGRAM_ARGUMENTS_MAX - 3) {
-            return -1;
-        }
+    char* word = strtok_r(words, PLATFORM_BLANKS, &rest);
+    for (; word != nullptr && count < PROGRAM_ARGUMENTS_MAX - 3;
+         word = strtok_r(nullptr, PLATFORM_BLANKS, &rest)) {
         argv[count++] = word;
     }
     argv[count++] = const_cast<char*>(service);
@@ -42,11 +41,12 @@ int OLIBServicePauseByReason(const char* service, const char* reason) {
         return -1;
     }
     if (config->service_pause.given) {
-        const int result = run_configured(config->service_pause.value, service, reason);
-        stopped = result == 0 ? BY_PROGRAM : NOTHING;
-        return result;
+        if (run_configured(config->service_pause.value, service, reason) != 0) {
+            return -1;
+        }
+        stopped = BY_PROGRAM;
+        return 0;
     }
-    stopped = NOTHING;
     if (!systemd_runs() || OLIBCExec(SYSTEMCTL, "is-active", "--quiet", service, nullptr) != 0) {
         return 0;  // nothing runs that would have to stop
     }
@@ -57,21 +57,27 @@ int OLIBServicePauseByReason(const char* service, const char* reason) {
     return 0;
 }
 
+static int start_again(const platform_config* config, const char* service, const char* reason) {
+    if (config->service_resume.given) {
+        return run_configured(config->service_resume.value, service, reason);
+    }
+    if (stopped == BY_SYSTEMD) {
+        return OLIBCExec(SYSTEMCTL, "start", service, nullptr) == 0 ? 0 : -1;
+    }
+    return 0;
+}
+
 int OLIBServiceResumeByReason(const char* service, const char* reason) {
     const platform_config* config = platform_config_get();
     if (config == nullptr || service == nullptr || reason == nullptr) {
         return -1;
     }
-    const auto was = stopped;
-    stopped = NOTHING;
-    if (was == NOTHING) {
+    if (stopped == NOTHING) {
         return 0;
     }
-    if (config->service_resume.given) {
-        return run_configured(config->service_resume.value, service, reason);
+    if (start_again(config, service, reason) != 0) {
+        return -1;  // still stopped: the call may be repeated
     }
-    if (was == BY_PROGRAM) {
-        return 0;  // only a program of the operator's knows how to undo the other
-    }
-    return OLIBCExec(SYSTEMCTL, "start", service, nullptr) == 0 ? 0 : -1;
+    stopped = NOTHING;
+    return 0;
 }

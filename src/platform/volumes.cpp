@@ -1,14 +1,14 @@
-// The mounted storage volumes, and how one is mounted.
+#include "platform/volumes.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sys/statvfs.h>
 
-#include "platform.h"
 #include "platform/config.h"
 #include "platform/volume_names.h"
 
-static constexpr size_t MOUNT_LINE_SIZE = 3 * 4096;
+static constexpr const char* MOUNT_TABLE = "/proc/self/mountinfo";
+static constexpr int MOUNT_LINE_SIZE = 3 * 4096;
 
 // One listed volume; the path stands behind the record.
 struct space_node {
@@ -37,24 +37,40 @@ static int list_configured(const char* volumes, ORBASpaceInfo** list) {
     snprintf(words, sizeof words, "%s", volumes);
     ORBASpaceInfo** tail = list;
     char* rest = nullptr;
-    for (char* word = strtok_r(words, " \t", &rest); word != nullptr && tail != nullptr;
-         word = strtok_r(nullptr, " \t", &rest)) {
+    for (char* word = strtok_r(words, PLATFORM_BLANKS, &rest); word != nullptr && tail != nullptr;
+         word = strtok_r(nullptr, PLATFORM_BLANKS, &rest)) {
         tail = append(tail, word, 0);
     }
     return tail != nullptr ? 0 : -1;
 }
 
-// The fifth field of a line of the mount table, decoded, in place. Null: the line has none.
+// The fifth field of a line of the mount table, decoded, in place. Null when the line has none, or
+// ends with it: then it may have been cut.
 static char* mount_point(char* line) {
     char* rest = nullptr;
     char* field = strtok_r(line, " ", &rest);
     for (int i = 0; i < 4 && field != nullptr; i++) {
         field = strtok_r(nullptr, " ", &rest);
     }
-    if (field != nullptr) {
-        decode_mount_path(field);
+    if (field == nullptr || *rest == '\0') {
+        return nullptr;
     }
+    decode_mount_path(field);
     return field;
+}
+
+// Reads a line, or as much of it as there is room for: the rest of it is passed over.
+static bool read_mount_line(FILE* mounts, char* line) {
+    if (fgets(line, MOUNT_LINE_SIZE, mounts) == nullptr) {
+        return false;
+    }
+    if (strchr(line, '\n') == nullptr) {
+        int c = 0;
+        do {
+            c = getc(mounts);
+        } while (c != EOF && c != '\n');
+    }
+    return true;
 }
 
 // Puts a volume in its place by number; one that is mounted over another stands once.
@@ -72,14 +88,14 @@ static bool insert_by_number(ORBASpaceInfo** list, const char* path, int number)
     return append(at, path, number) != nullptr;
 }
 
-static int list_mounted(ORBASpaceInfo** list) {
-    FILE* mounts = fopen("/proc/self/mountinfo", "re");
+int list_mounted_volumes(const char* mount_table, ORBASpaceInfo** list) {
+    FILE* mounts = fopen(mount_table, "re");
     if (mounts == nullptr) {
         return -1;
     }
     static char line[MOUNT_LINE_SIZE];
     bool good = true;
-    while (good && fgets(line, sizeof line, mounts) != nullptr) {
+    while (good && read_mount_line(mounts, line)) {
         const char* path = mount_point(line);
         const char* slash = path != nullptr ? strrchr(path, '/') : nullptr;
         const int number = slash != nullptr ? volume_number(slash + 1, strlen(slash + 1)) : -1;
@@ -99,8 +115,8 @@ int ORBASpaceInfoEnum(int kind, struct ORBASpaceInfo** list) {
     if (config == nullptr || kind != 1) {
         return -1;
     }
-    const int result =
-        config->volumes.given ? list_configured(config->volumes.value, list) : list_mounted(list);
+    const int result = config->volumes.given ? list_configured(config->volumes.value, list)
+                                             : list_mounted_volumes(MOUNT_TABLE, list);
     if (result < 0) {
         ORBASpaceInfoFree(*list);
         *list = nullptr;
@@ -114,14 +130,4 @@ void ORBASpaceInfoFree(struct ORBASpaceInfo* list) {
         free(reinterpret_cast<space_node*>(list));
         list = next;
     }
-}
-
-int ORBAMountVolInfoGet(const char* volume_path, struct ORBAMountVolInfo* info) {
-    struct statvfs status = {};
-    if (volume_path == nullptr || info == nullptr || statvfs(volume_path, &status) != 0) {
-        return -1;
-    }
-    snprintf(info->mount_path, sizeof info->mount_path, "%s", volume_path);
-    info->writable = (status.f_flag & ST_RDONLY) == 0 ? 1 : 0;
-    return 0;
 }

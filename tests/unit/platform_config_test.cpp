@@ -34,6 +34,13 @@ protected:
         EXPECT_EQ(line.rfind(conf + " line ", 0), 0U) << line;
         return line.substr(conf.size() + 1);
     }
+    bool accepted(const std::string& text) {
+        configure(text);
+        const log_capture log;
+        const bool good = platform_config_get() != nullptr;
+        EXPECT_EQ(log.lines().empty(), good);
+        return good;
+    }
     static std::string enumerated() {
         ORBASpaceInfo* list = nullptr;
         EXPECT_GE(ORBASpaceInfoEnum(1, &list), 0);
@@ -88,6 +95,28 @@ TEST_F(platform_calls, each_wrong_line_is_told_with_its_number) {
     EXPECT_EQ(reason("volumes = " + std::string(20000, 'x') + "\n"), "line 1: line too long\n");
 }
 
+TEST_F(platform_calls, the_longest_line_and_value_are_taken) {
+    const std::string path(8190, 'p');
+    EXPECT_TRUE(accepted("journal_root = /" + path + "\n"));
+    EXPECT_EQ(reason("journal_root = /p" + path + "\n"), "line 1: value out of range\n");
+    EXPECT_TRUE(accepted("#" + std::string(16382, '=') + "\nvolumes =\n"));
+    EXPECT_EQ(reason("#" + std::string(16383, '=') + "\n"), "line 1: line too long\n");
+}
+
+TEST_F(platform_calls, a_zero_byte_hides_nothing) {
+    EXPECT_EQ(reason(std::string("extent_shift = 20\0 and more\n", 28)), "line 1: zero byte\n");
+    EXPECT_EQ(reason(std::string("volumes =\n#\0\nbad\n", 17)), "line 2: zero byte\n");
+}
+
+TEST_F(platform_calls, a_service_program_has_61_words_at_most) {
+    std::string line = "service_pause = /bin/true";
+    for (int i = 2; i <= 61; i++) {
+        line += " x";
+    }
+    EXPECT_TRUE(accepted(line + "\n"));
+    EXPECT_EQ(reason(line + " x\n"), "line 1: value out of range\n");
+}
+
 TEST_F(platform_calls, a_named_file_that_cannot_be_read_is_told) {
     unlink(conf.c_str());
     const log_capture log;
@@ -97,7 +126,7 @@ TEST_F(platform_calls, a_named_file_that_cannot_be_read_is_told) {
     setenv("TARN_PLATFORM_CONF", dir.path().c_str(), 1);
     platform_config_forget();
     EXPECT_EQ(platform_config_get(), nullptr);  // a directory
-    EXPECT_EQ(log.last(), dir.path() + " line 0: cannot be read\n");
+    EXPECT_EQ(log.last(), dir.path() + " line 0: cannot be read: Is a directory\n");
 }
 
 TEST_F(platform_calls, every_call_that_needs_a_wrong_configuration_fails) {
@@ -225,4 +254,17 @@ TEST_F(platform_service, a_program_that_fails_or_is_missing_fails_the_call) {
     configure("service_pause = /bin/true\nservice_resume = /bin/false\n");
     EXPECT_EQ(OLIBServicePauseByReason("s", "r"), 0);
     EXPECT_EQ(OLIBServiceResumeByReason("s", "r"), -1);
+    configure(resume);
+    EXPECT_EQ(OLIBServiceResumeByReason("s", "r"), 0);  // still to be resumed
+    EXPECT_EQ(notes(), "resume\ns\nr\n");
+}
+
+TEST_F(platform_service, a_second_pause_that_fails_does_not_undo_the_first) {
+    configure(pause + resume);
+    EXPECT_EQ(OLIBServicePauseByReason("s", "r"), 0);
+    make_empty_file(dir.file("fail"));
+    EXPECT_EQ(OLIBServicePauseByReason("s", "r"), -1);
+    unlink(dir.file("fail").c_str());
+    EXPECT_EQ(OLIBServiceResumeByReason("s", "r"), 0);
+    EXPECT_EQ(notes(), "pause\ns\nr\npause\ns\nr\nresume\ns\nr\n");
 }
