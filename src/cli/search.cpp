@@ -21,8 +21,8 @@ static void tell_no_mode(const search_options* options) {
 }
 
 static constexpr search_option fri_table[] = {
-    {'m', 1, 0, nullptr, nullptr},
-    {'g', 2, 0, &search_request::group, nullptr},
+    {'m', 0, 1, nullptr, nullptr},
+    {'g', 0, 2, &search_request::group, nullptr},
     {},
 };
 static constexpr search_options fri_options = {"search_fri", "mg:p:", opt_ctx.fripath, fri_table,
@@ -61,10 +61,10 @@ int search_fri(int argc, char** argv, int) {
 }
 
 static constexpr search_option tbl_table[] = {
-    {'m', 1, 0, nullptr, nullptr},
-    {'g', 2, 'o', &search_request::group, nullptr},
-    {'o', 3, 'g', &search_request::offset, nullptr},
-    {'a', 4, 0, &search_request::address, nullptr},
+    {'m', 0, 1, nullptr, nullptr},
+    {'g', 'o', 2, &search_request::group, nullptr},
+    {'o', 'g', 3, &search_request::offset, nullptr},
+    {'a', 0, 4, &search_request::address, nullptr},
     {'l', 0, 0, nullptr, &search_request::list_entries},
     {'h', 0, 0, nullptr, &search_request::head_only},
     {},
@@ -111,8 +111,8 @@ int search_tbl(int argc, char** argv, int) {
 }
 
 static constexpr search_option map_table[] = {
-    {'m', 1, 0, nullptr, nullptr},
-    {'a', 2, 0, &search_request::address, nullptr},
+    {'m', 0, 1, nullptr, nullptr},
+    {'a', 0, 2, &search_request::address, nullptr},
     {},
 };
 static constexpr search_options map_options = {"search_map", "ma:p:", opt_ctx.mappath, map_table,
@@ -151,9 +151,9 @@ int search_map(int argc, char** argv, int) {
 }
 
 static constexpr search_option jnl_table[] = {
-    {'m', 1, 0, nullptr, nullptr},
-    {'b', 2, 0, &search_request::block, nullptr},
-    {'t', 3, 0, &search_request::trans_id, nullptr},
+    {'m', 0, 1, nullptr, nullptr},
+    {'b', 0, 2, &search_request::block, nullptr},
+    {'t', 0, 3, &search_request::trans_id, nullptr},
     {'s', 0, 0, &search_request::start, nullptr},
     {'d', 0, 0, nullptr, &search_request::dump_blocks},
     {'l', 0, 0, nullptr, &search_request::trace_blocks},

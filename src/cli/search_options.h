@@ -23,8 +23,8 @@ struct search_request {
 
 struct search_option {
     char letter;                       // 0 ends a table
-    int mode;                          // the display that it chooses; 0: it chooses none
     char partner;                      // the one option that it chooses a display together with
+    int mode;                          // the display that it chooses; 0: it chooses none
     uint64_t search_request::*number;  // where its argument goes
     bool search_request::*flag;        // what it switches on
 };
