@@ -214,6 +214,14 @@ TEST_F(jnl_replay_history, moves_inside_a_map_whose_count_is_set_keep_the_source
     EXPECT_EQ(files_.map(6), EMPTIED);
     EXPECT_EQ(files_.map(7), EMPTIED);
     EXPECT_EQ(files_.mapped_count(), 17u);
+    raw_history upward(64, 1);  // the same leas the other way
+    upward.commit({block.u64(68, 5).u64(76, 4), file_block({map_record(MAP, 60, 1, 17)})});
+    upward.load();
+    EXPECT_EQ(jnl_file_type_replay(MAP_FILE), 0);
+    EXPECT_EQ(files_.map(4), EMPTIED);
+    EXPECT_EQ(files_.map(5), EMPTIED);
+    EXPECT_EQ(files_.map(6), EMPTIED);
+    EXPECT_EQ(files_.map(7), MAPPED | 102);
 }
 
 TEST_F(jnl_replay_history, moves_inside_a_map_with_two_counts_are_a_conflict) {
