@@ -1,4 +1,4 @@
-// The newest complete transaction of the open journal. Part of jnl_commit.h.
+// The newest complete transaction of the open journal. Belongs to jnl_commit.h.
 #include <cstdio>
 
 #include "jnl/jnl_block.h"

@@ -1,4 +1,4 @@
-// Replay of FILE blocks. Part of jnl_replay_items.h.
+// Replay of FILE blocks. Belongs to jnl_replay_items.h.
 #include "jnl/jnl_replay_items.h"
 #include "jnl/jnl_target.h"
 #include "print.h"

@@ -1,4 +1,4 @@
-// Replay of the four kinds of history blocks. Part of jnl_replay_items.h.
+// Replay of the four kinds of history blocks. Belongs to jnl_replay_items.h.
 #include <algorithm>
 
 #include "jnl/jnl_replay_items.h"

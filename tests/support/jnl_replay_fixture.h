@@ -29,6 +29,13 @@ protected:
         }
         return result;
     }
+    // Runs a type that the newest block does not concern.
+    void expect_untouched(int32_t type) {
+        const std::string before = files_.all_bytes();
+        EXPECT_EQ(replay(type), 0);
+        EXPECT_EQ(lines_, log_lines({}));
+        EXPECT_EQ(files_.all_bytes(), before);
+    }
     // "ERR: __jnl_<kind>_type_replay(#) <text>\n"
     static std::string told(const std::string& kind, const std::string& text) {
         return "ERR: __jnl_" + kind + "_type_replay(#) " + text + "\n";
