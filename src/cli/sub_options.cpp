@@ -35,7 +35,8 @@ static int digit_value(char digit) {
 static void print_uuid(const uint8_t* uuid) {
     printf("Input UUID[");
     for (size_t i = 0; i < UUID_SIZE; i++) {
-        const int widened = static_cast<int8_t>(uuid[i]);  // 0x9A prints ffffff9a, deliberate
+        // The byte as a signed one, widened: 0x9A prints ffffff9a, deliberate.
+        const int widened = uuid[i] < 0x80 ? uuid[i] : uuid[i] - 0x100;
         printf("%02x", static_cast<unsigned>(widened));
     }
     printf("]\n");

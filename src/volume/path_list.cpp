@@ -31,9 +31,11 @@ int add_path_entry(const char* path, path_entry* list, uint32_t type) {
 }
 
 void free_path_list(path_entry* list) {
-    while (list->next != list) {
-        path_entry* entry = list->next;
-        remque(entry);
+    path_entry* entry = list->next;
+    while (entry != list) {
+        path_entry* next = entry->next;
         delete entry;
+        entry = next;
     }
+    init_path_list(list);
 }
