@@ -6,8 +6,8 @@
 #include "fri/fri_file.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
-#include "support/roads.h"
 #include "support/pool_files.h"
+#include "support/roads.h"
 #include "support/stdout_capture.h"
 
 class fri_check : public testing::Test {
