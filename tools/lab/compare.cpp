@@ -7,38 +7,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "lab/bytes.h"
 #include "lab/difference.h"
-#include "store/crc32c.h"
 
 namespace lab {
-
-// Bytes behind the end of the file read as zero, as they do for everyone else.
-static bool read_all(int fd, uint8_t* bytes, size_t length, uint64_t offset) {
-    memset(bytes, 0, length);
-    while (length > 0) {
-        const ssize_t done = pread(fd, bytes, length, static_cast<off_t>(offset));
-        if (done < 0) {
-            return false;
-        }
-        if (done == 0) {
-            return true;
-        }
-        bytes += done;
-        offset += static_cast<uint64_t>(done);
-        length -= static_cast<size_t>(done);
-    }
-    return true;
-}
-
-static bool is_zero(const uint8_t* bytes, size_t length) {
-    return length == 0 || (bytes[0] == 0 && memcmp(bytes, bytes + 1, length - 1) == 0);
-}
 
 // A block without entries that somebody has written: zero, with the checksum of zeros.
 static bool is_written_empty_block(const uint8_t* block) {
     uint8_t zeros[DATA_NODE_SIZE] = {};
-    uint32_t checksum = 0;
-    tarn_crc32c(zeros, sizeof zeros, &checksum);
+    const uint32_t checksum = checksum_of(zeros, sizeof zeros);
     memcpy(zeros + sizeof zeros - sizeof checksum, &checksum, sizeof checksum);
     return memcmp(block, zeros, sizeof zeros) == 0;
 }

@@ -1,4 +1,5 @@
-// Compares a file on the disk with what it ought to hold. Below: image.h, difference.h.
+// Compares a file on the disk with what it ought to hold. Below: image.h, bytes.h,
+// difference.h.
 #pragma once
 
 #include <string>

@@ -12,6 +12,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "lab/bytes.h"
+
 namespace lab {
 
 // The tool keeps a volume's directories in 64 bytes and a map's path in 128.
@@ -73,23 +75,6 @@ static bool make_parents(const std::string& directory, const std::string& path) 
         }
     }
     return true;
-}
-
-static bool write_all(int fd, const uint8_t* bytes, size_t length, uint64_t offset) {
-    while (length > 0) {
-        const ssize_t done = pwrite(fd, bytes, length, static_cast<off_t>(offset));
-        if (done <= 0) {
-            return false;
-        }
-        bytes += done;
-        offset += static_cast<uint64_t>(done);
-        length -= static_cast<size_t>(done);
-    }
-    return true;
-}
-
-static bool is_zero(const uint8_t* bytes, size_t length) {
-    return length == 0 || (bytes[0] == 0 && memcmp(bytes, bytes + 1, length - 1) == 0);
 }
 
 // Runs of blocks that hold something; the others stay holes.

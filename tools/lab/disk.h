@@ -1,5 +1,5 @@
 // Files and directories on the disk, and the sample's two configuration files.
-// Below: image.h. Failures are told on standard error where they are found.
+// Below: image.h, bytes.h. Failures are told on standard error where they are found.
 #pragma once
 
 #include <string>

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "store/crc32c.h"
+#include "lab/bytes.h"
 
 namespace lab {
 
@@ -19,12 +19,6 @@ constexpr size_t DATA_FILES = 2;  // of each volume
 constexpr size_t DECOYS = 2;      // files beside the maps that are none
 constexpr size_t CHECKSUM_OFFSET = DATA_NODE_SIZE - sizeof(uint32_t);
 constexpr size_t FOREIGN_OFFSET = 504;  // four bytes of a block that are not the service's
-
-static uint32_t checksum_of(const uint8_t* bytes, size_t length) {
-    uint32_t checksum = 0;
-    tarn_crc32c(bytes, static_cast<uint32_t>(length), &checksum);
-    return checksum;
-}
 
 static std::vector<uint8_t> noise_bytes(uint64_t noise, size_t length) {
     random_stream random = {noise};

@@ -1,0 +1,16 @@
+// Bytes of an open file, whole or not at all, and the checksum of a node. Below: the checksum.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace lab {
+
+// Bytes behind the end of the file read as zero, as they do for everyone else. False: errno tells.
+bool read_all(int fd, void* bytes, size_t length, uint64_t offset);
+bool write_all(int fd, const void* bytes, size_t length, uint64_t offset);
+
+bool is_zero(const uint8_t* bytes, size_t length);
+uint32_t checksum_of(const uint8_t* bytes, size_t length);
+
+}  // namespace lab
