@@ -1,8 +1,10 @@
-// tarn-lab: makes sample volumes whose truth is known, and compares volumes with that truth.
+// tarn-lab: makes sample volumes whose truth is known, damages them, and compares volumes with
+// that truth.
 // It has its own model of the storage service and writes the on-disk formats on its own.
 #include <cstdio>
 
 #include "lab/crash.h"
+#include "lab/damage.h"
 #include "lab/disk.h"
 #include "lab/options.h"
 #include "lab/sample.h"
@@ -63,12 +65,44 @@ static int verify(const options& asked) {
     return EXIT_DONE;
 }
 
+static int damage(const options& asked) {
+    constexpr uint64_t STREAM_DAMAGE = 3;
+    parameters sample;
+    if (!read_parameters(asked.directory, &sample)) {
+        return EXIT_DIFFERENCE;
+    }
+    progress bar = progress_of_terminal();
+    const model m = make_sample(sample, &bar);
+    if (asked.volume > m.volumes.size()) {
+        (void)refuse("the sample has no volume " + std::to_string(asked.volume));
+        return EXIT_DIFFERENCE;
+    }
+    damage_site site = {asked.directory, &m, static_cast<size_t>(asked.volume - 1),
+                        random_of(asked.seed, STREAM_DAMAGE)};
+    const std::string done = find_damage(asked.kind)->done_by(&site);
+    if (done.empty()) {
+        return EXIT_DIFFERENCE;
+    }
+    (void)printf("%s\n", done.c_str());
+    return EXIT_DONE;
+}
+
+static bool makes_sense(const options& asked) {
+    if (asked.what == command::damage && find_damage(asked.kind) == nullptr) {
+        (void)fprintf(stderr, "tarn-lab: no such kind of damage: %s\n", asked.kind.c_str());
+        return false;
+    }
+    return true;
+}
+
 static int run(const options& asked) {
     switch (asked.what) {
         case command::make:
             return make(asked);
         case command::expect:
             return expect(asked);
+        case command::damage:
+            return damage(asked);
         case command::verify:
             break;
     }
@@ -79,8 +113,8 @@ static int run(const options& asked) {
 
 int main(int argc, char** argv) {
     lab::options asked;
-    if (!lab::parse_options(argc, argv, &asked)) {
-        (void)fputs(lab::usage_text(), stderr);
+    if (!lab::parse_options(argc, argv, &asked) || !lab::makes_sense(asked)) {
+        (void)fprintf(stderr, "%s%s", lab::usage_text(), lab::damage_words().c_str());
         return lab::EXIT_USAGE;
     }
     return lab::run(asked);

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 namespace lab {
 
@@ -23,6 +24,10 @@ const char* usage_text() {
            "  tarn-lab verify DIR [--refused]\n"
            "      compares every file with what it ought to hold after recovery, or, with\n"
            "      --refused, with what it held before, and names the first difference.\n"
+           "  tarn-lab damage DIR KIND [--volume N] [--seed S]\n"
+           "      damages one place in the files of volume N (1), picked by the seed (1) among "
+           "those\n"
+           "      that suit, and tells what it changed; or says why nothing suits.\n"
            "\n"
            "Exit status: 0 done, or no difference; 1 a difference, or a failure; 2 usage.\n"
            "Run the tool on a sample with TARN_PLATFORM_CONF=DIR/platform.conf.\n";
@@ -33,7 +38,15 @@ static bool complain(const char* what, const char* word) {
     return false;
 }
 
-bool parse_parameter(const parameter_row& row, const std::string& text, parameters* out) {
+// An option that is a number: where it goes and what it may be.
+struct number_row {
+    const char* name;
+    uint64_t* value;
+    uint64_t least;
+    uint64_t most;
+};
+
+static bool parse_number(const number_row& row, const std::string& text) {
     if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos) {
         return complain("not a decimal number: ", text.c_str());
     }
@@ -42,8 +55,29 @@ bool parse_parameter(const parameter_row& row, const std::string& text, paramete
     if (errno != 0 || value < row.least || value > row.most) {
         return complain("out of range: ", (std::string(row.name) + " " + text).c_str());
     }
-    out->*row.value = value;
+    *row.value = value;
     return true;
+}
+
+static number_row number_of(const parameter_row& row, parameters* out) {
+    return {row.name, &(out->*row.value), row.least, row.most};
+}
+
+bool parse_parameter(const parameter_row& row, const std::string& text, parameters* out) {
+    return parse_number(number_of(row, out), text);
+}
+
+// The numbers that the command takes.
+static std::vector<number_row> numbers_of(options* out) {
+    std::vector<number_row> rows;
+    if (out->what == command::make) {
+        for (const parameter_row& row : PARAMETER_ROWS) {
+            rows.push_back(number_of(row, &out->sample));
+        }
+    } else if (out->what == command::damage) {
+        rows = {{"volume", &out->volume, 1, 64}, {"seed", &out->seed, 0, UINT64_MAX}};
+    }
+    return rows;
 }
 
 static bool command_of(const char* word, options* out) {
@@ -54,6 +88,7 @@ static bool command_of(const char* word, options* out) {
         {"make", command::make},
         {"verify", command::verify},
         {"expect", command::expect},
+        {"damage", command::damage},
     };
     for (const auto& row : rows) {
         if (strcmp(row.word, word) == 0) {
@@ -77,15 +112,15 @@ static bool parse_option(int argc, char** argv, int* i, options* out) {
     }
     const size_t equals = word.find('=');
     const std::string name = word.substr(0, equals);
-    for (const parameter_row& row : PARAMETER_ROWS) {
-        if (out->what != command::make || name != row.name) {
+    for (const number_row& row : numbers_of(out)) {
+        if (name != row.name) {
             continue;
         }
         if (equals != std::string::npos) {
-            return parse_parameter(row, word.substr(equals + 1), &out->sample);
+            return parse_number(row, word.substr(equals + 1));
         }
         *i += 1;
-        return *i < argc ? parse_parameter(row, argv[*i], &out->sample)
+        return *i < argc ? parse_number(row, argv[*i])
                          : complain("a number is missing behind --", row.name);
     }
     return complain("no such option here: ", argv[*i]);
@@ -105,9 +140,14 @@ bool parse_options(int argc, char** argv, options* out) {
             }
         } else if (out->directory.empty()) {
             out->directory = argv[i];
+        } else if (out->what == command::damage && out->kind.empty()) {
+            out->kind = argv[i];
         } else {
-            return complain("one directory only: ", argv[i]);
+            return complain("one word too many: ", argv[i]);
         }
+    }
+    if (out->what == command::damage && !out->directory.empty() && out->kind.empty()) {
+        return complain("a kind of damage is missing", "");
     }
     return !out->directory.empty() || complain("a directory is missing", "");
 }

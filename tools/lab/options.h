@@ -1,4 +1,4 @@
-// The words on the command line. Below: nothing.
+// The words on the command line. Below: nothing. What kinds of damage there are is not known here.
 #pragma once
 
 #include <cstdint>
@@ -6,7 +6,7 @@
 
 namespace lab {
 
-enum class command { make, verify, expect };
+enum class command { make, verify, expect, damage };
 
 // What a sample is made of: the same parameters give the same bytes.
 struct parameters {
@@ -38,6 +38,9 @@ struct options {
     std::string directory;
     parameters sample;     // make only
     bool refused = false;  // verify only
+    std::string kind;      // the three below: damage only; not checked here
+    uint64_t volume = 1;
+    uint64_t seed = 1;
 };
 
 // False when the words make no sense; then one line on standard error says why.

@@ -1,0 +1,53 @@
+#include "lab/damage.h"
+
+#include "lab/damage_kinds.h"
+
+namespace lab {
+
+constexpr damage_kind DAMAGE_KINDS[] = {
+    {"index-header-bit", "a flipped bit in a header node of the index", flip_index_header},
+    {"table-header-bit", "a flipped bit in a header node of the table", flip_table_header},
+    {"map-header-bit", "a flipped bit in a header node of a map", flip_map_header},
+    {"index-block-bit", "a flipped bit in the free list's head or count of a group that is listed",
+     flip_index_block},
+    {"table-block-bit", "a flipped bit in the used bit or count of a used extent",
+     flip_table_block},
+    {"map-node-bit", "a flipped bit in a data node of a map that maps something", flip_map_node},
+    {"index-lost", "EP_FRI is gone", lose_index},
+    {"table-lost", "EP_TBL is gone", lose_table},
+    {"both-lost", "EP_FRI and EP_TBL are gone", lose_both},
+    {"table-noise", "the table's header stands, every entry block is noise", drown_table},
+    {"reference-count", "the reference count of an extent is off by one", change_references},
+    {"list-loop", "a group's free list comes back to itself", loop_list},
+    {"list-used", "a group's free list runs into a used entry", lead_list_into_used},
+    {"list-tail", "a group's free list has lost its tail", cut_list_tail},
+    {"list-count", "the index has a wrong free count for a group", change_list_count},
+    {"group-loop", "the list of groups comes back to itself", loop_group_list},
+    {"free-count", "the index's header has a wrong free count", change_free_count},
+    {"mapped-count", "a map's header has a wrong mapped count", change_mapped_count},
+    {"pool-table", "a flipped bit in the pool table of a map", flip_pool_table},
+    {"map-truncated", "a map ends before its last mapped entry", truncate_map},
+    {"journal-block", "a recent block of the journal has a wrong checksum", flip_journal_block},
+};
+
+const damage_kind* find_damage(const std::string& word) {
+    for (const damage_kind& kind : DAMAGE_KINDS) {
+        if (word == kind.word) {
+            return &kind;
+        }
+    }
+    return nullptr;
+}
+
+std::string damage_words() {
+    constexpr size_t COLUMN = 22;
+    std::string text = "\nKinds of damage:\n";
+    for (const damage_kind& kind : DAMAGE_KINDS) {
+        std::string line = std::string("  ") + kind.word;
+        line.resize(COLUMN, ' ');
+        text += line + kind.meaning + "\n";
+    }
+    return text;
+}
+
+}  // namespace lab

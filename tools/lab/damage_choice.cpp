@@ -1,0 +1,89 @@
+#include "lab/damage_choice.h"
+
+#include <cstring>
+
+namespace lab {
+
+static const lun_map& map_of(const damage_site& site, size_t number) {
+    return site.sample->maps[volume_of(site).maps[number]];
+}
+
+map_file pick_map_file(damage_site* site) {
+    const size_t number = random_below(&site->random, volume_of(*site).maps.size());
+    const lun_map& map = map_of(*site, number);
+    return {map.path, &map};
+}
+
+static bool read_mapped(const damage_site& site, const lun_map& map, std::vector<uint64_t>* leas) {
+    std::vector<uint8_t> nodes(map_node_count(map.entries.size()) * DATA_NODE_SIZE);
+    if (!get_bytes(site, map.path, METADATA_DATA_OFFSET, nodes.data(), nodes.size())) {
+        return false;
+    }
+    for (uint64_t lea = 0; lea < map.entries.size(); lea++) {
+        map_entry entry;
+        memcpy(&entry, &nodes[offset_of_map(lea) - METADATA_DATA_OFFSET], sizeof entry);
+        if (map_entry_is_mapped(&entry) == 1) {
+            leas->push_back(lea);
+        }
+    }
+    return true;
+}
+
+map_place pick_mapped_place(damage_site* site) {
+    const size_t count = volume_of(*site).maps.size();
+    const size_t first = random_below(&site->random, count);
+    for (size_t i = 0; i < count; i++) {
+        const lun_map& map = map_of(*site, (first + i) % count);
+        std::vector<uint64_t> leas;
+        if (!read_mapped(*site, map, &leas)) {
+            return {"", 0};
+        }
+        if (!leas.empty()) {
+            return {map.path, leas[random_below(&site->random, leas.size())]};
+        }
+    }
+    return {refuse("no map of the volume maps anything"), 0};
+}
+
+std::vector<uint64_t> listed_groups(const pool_entries& pool) {
+    std::vector<uint64_t> groups;
+    std::vector<bool> met(pool.fri.size(), false);
+    uint64_t group = pool.group_head;
+    while (group < pool.fri.size() && !met[group] && fri_entry_is_init(&pool.fri[group])) {
+        met[group] = true;
+        groups.push_back(group);
+        group = fri_entry_next(&pool.fri[group]);
+    }
+    return groups;
+}
+
+std::vector<uint64_t> used_extents(const pool_entries& pool) {
+    std::vector<uint64_t> used;
+    for (uint64_t lpa = 0; lpa < pool.tbl.size(); lpa++) {
+        const tbl_entry entry = {pool.tbl[lpa]};
+        if (fri_entry_is_init(&pool.fri[tbl_group_of(lpa)]) && tbl_entry_is_used(&entry)) {
+            used.push_back(lpa);
+        }
+    }
+    return used;
+}
+
+std::vector<uint32_t> free_list(const pool_entries& pool, uint64_t group) {
+    std::vector<uint32_t> list;
+    uint32_t offset = fri_entry_head(&pool.fri[group]);
+    const size_t length = fri_entry_count(&pool.fri[group]);
+    while (list.size() < length && list.size() < TBL_GROUP_ENTRIES) {
+        const tbl_entry entry = {pool.tbl[tbl_lpa_of(group, offset)]};
+        if (tbl_entry_is_used(&entry)) {
+            break;
+        }
+        list.push_back(offset);
+        if (tbl_entry_is_tail(&entry)) {
+            break;
+        }
+        offset = tbl_entry_count(&entry);
+    }
+    return list;
+}
+
+}  // namespace lab

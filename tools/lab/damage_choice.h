@@ -1,0 +1,31 @@
+// What a damage picks among: maps of the volume and their mapped entries, listed groups, used
+// extents, all as they are on the disk. Below: damage_site.h. Above: the kinds of damage.
+#pragma once
+
+#include "lab/damage_site.h"
+
+namespace lab {
+
+struct map_file {
+    std::string path;  // below the sample's directory
+    const lun_map* known;
+};
+// A map that belongs to the volume; every volume has some.
+map_file pick_map_file(damage_site* site);
+
+struct map_place {
+    std::string path;  // empty: refused, or a file could not be had; told
+    uint64_t lea;
+};
+// A mapped entry of any of the volume's maps.
+map_place pick_mapped_place(damage_site* site);
+
+// Initialised groups in the order of the list of groups, until it ends, leaves what the sample
+// reached or comes back.
+std::vector<uint64_t> listed_groups(const pool_entries& pool);
+// Used extents of the initialised groups, ascending.
+std::vector<uint64_t> used_extents(const pool_entries& pool);
+// Offsets of the group's free list in its order, until it has its length or leaves the free ones.
+std::vector<uint32_t> free_list(const pool_entries& pool, uint64_t group);
+
+}  // namespace lab

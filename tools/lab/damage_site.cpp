@@ -1,0 +1,124 @@
+#include "lab/damage_site.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "lab/bytes.h"
+#include "lab/disk.h"
+
+namespace lab {
+
+const volume& volume_of(const damage_site& site) {
+    return site.sample->volumes[site.volume];
+}
+
+std::string index_of(const damage_site& site) {
+    return volume_of(site).root + "/@EP/EP_FRI";
+}
+
+std::string table_of(const damage_site& site) {
+    return volume_of(site).root + "/@EP/EP_TBL";
+}
+
+static bool complain_of_errno(const std::string& path) {
+    return complain_of(path, strerror(errno));
+}
+
+bool get_bytes(const damage_site& site, const std::string& path, uint64_t offset, void* bytes,
+               size_t length) {
+    const std::string whole = site.directory + "/" + path;
+    const int fd = open(whole.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return complain_of_errno(whole);
+    }
+    const bool good = read_all(fd, bytes, length, offset) || complain_of_errno(whole);
+    (void)close(fd);
+    return good;
+}
+
+bool put_bytes(const damage_site& site, const std::string& path, uint64_t offset, const void* bytes,
+               size_t length) {
+    const std::string whole = site.directory + "/" + path;
+    const int fd = open(whole.c_str(), O_WRONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return complain_of_errno(whole);
+    }
+    const bool good = write_all(fd, bytes, length, offset) || complain_of_errno(whole);
+    return (close(fd) == 0 || complain_of_errno(whole)) && good;
+}
+
+// A header node has its checksum in front, a block at its end.
+struct sealed_place {
+    uint64_t start;
+    size_t length;
+    size_t checksum;
+};
+
+static sealed_place place_of(uint64_t offset) {
+    if (offset < METADATA_DATA_OFFSET) {
+        return {offset - offset % META_NODE_SIZE, META_NODE_SIZE, 0};
+    }
+    return {offset - offset % DATA_NODE_SIZE, DATA_NODE_SIZE, DATA_NODE_SIZE - sizeof(uint32_t)};
+}
+
+bool put_sealed(const damage_site& site, const std::string& path, uint64_t offset,
+                const void* bytes, size_t length) {
+    const sealed_place place = place_of(offset);
+    uint8_t node[DATA_NODE_SIZE];
+    if (!get_bytes(site, path, place.start, node, place.length)) {
+        return false;
+    }
+    memcpy(node + (offset - place.start), bytes, length);
+    memset(node + place.checksum, 0, sizeof(uint32_t));
+    const uint32_t checksum = checksum_of(node, place.length);
+    memcpy(node + place.checksum, &checksum, sizeof checksum);
+    return put_bytes(site, path, place.start, node, place.length);
+}
+
+std::string refuse(const std::string& why) {
+    (void)fprintf(stderr, "tarn-lab: nothing was damaged: %s\n", why.c_str());
+    return "";
+}
+
+uint64_t offset_of_node(uint64_t node) {
+    constexpr uint64_t CONST_NODES = 2;  // of every kind of file
+    return (node < CONST_NODES ? node : META_VAR_NODE_BASE + node - CONST_NODES) * META_NODE_SIZE;
+}
+
+uint64_t offset_of_tbl(uint64_t lpa) {
+    return METADATA_DATA_OFFSET + tbl_block_of(lpa) * DATA_NODE_SIZE + tbl_byte_in_block(lpa);
+}
+
+uint64_t offset_of_fri(uint64_t group) {
+    return METADATA_DATA_OFFSET + fri_block_of(group) * DATA_NODE_SIZE + fri_byte_in_block(group);
+}
+
+uint64_t offset_of_map(uint64_t lea) {
+    return METADATA_DATA_OFFSET + map_node_of(lea) * DATA_NODE_SIZE + map_byte_in_node(lea);
+}
+
+bool read_pool(const damage_site& site, pool_entries* out) {
+    out->fri.assign(volume_of(site).fri.size(), fri_entry{});
+    out->tbl.assign(volume_of(site).tbl.size(), 0);
+    std::vector<uint8_t> index(offset_of_fri(out->fri.size()) + sizeof(fri_entry));
+    std::vector<uint8_t> table(offset_of_tbl(out->tbl.size()) + sizeof(tbl_entry));
+    if (!get_bytes(site, index_of(site), 0, index.data(), index.size()) ||
+        !get_bytes(site, table_of(site), 0, table.data(), table.size())) {
+        return false;
+    }
+    constexpr size_t IN_VAR_NODE = offsetof(fri_header, fri_group_head) - 2 * META_NODE_SIZE;
+    memcpy(&out->group_head, &index[offset_of_node(2) + IN_VAR_NODE], sizeof out->group_head);
+    for (uint64_t group = 0; group < out->fri.size(); group++) {
+        memcpy(&out->fri[group], &index[offset_of_fri(group)], sizeof(fri_entry));
+    }
+    for (uint64_t lpa = 0; lpa < out->tbl.size(); lpa++) {
+        memcpy(&out->tbl[lpa], &table[offset_of_tbl(lpa)], sizeof(tbl_entry));
+    }
+    return true;
+}
+
+}  // namespace lab
