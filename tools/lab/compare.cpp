@@ -25,7 +25,7 @@ static bool is_entry_part(const chunk& part) {
            part.kind == content::map_nodes;
 }
 
-static std::string compare_chunk(const chunk& part, const std::vector<uint8_t>& found) {
+std::string compare_chunk(const chunk& part, const std::vector<uint8_t>& found) {
     constexpr size_t STEP = DATA_NODE_SIZE;
     for (size_t at = 0; at < found.size(); at += STEP) {
         const size_t length = std::min(STEP, found.size() - at);
@@ -110,7 +110,9 @@ static std::string compare_rest(int fd, const file_image& expected) {
     }
 }
 
-static std::string compare_open_file(int fd, const file_image& expected) {
+enum class depth { frame, whole };
+
+static std::string compare_open_file(int fd, const file_image& expected, depth how_deep) {
     struct stat status = {};
     if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
         return "is no regular file";
@@ -119,19 +121,28 @@ static std::string compare_open_file(int fd, const file_image& expected) {
         return "size: expected " + std::to_string(expected.size) + ", found " +
                std::to_string(status.st_size);
     }
-    std::string difference = compare_chunks(fd, expected);
+    std::string difference = how_deep == depth::whole ? compare_chunks(fd, expected) : "";
     return difference.empty() ? compare_rest(fd, expected) : difference;
 }
 
-std::string compare_file(const std::string& directory, const file_image& expected) {
+static std::string compare(const std::string& directory, const file_image& expected,
+                           depth how_deep) {
     const std::string path = directory + "/" + expected.path;
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     std::string difference = fd < 0 ? std::string("cannot be opened: ") + strerror(errno)
-                                    : compare_open_file(fd, expected);
+                                    : compare_open_file(fd, expected, how_deep);
     if (fd >= 0) {
         (void)close(fd);
     }
     return difference.empty() ? "" : expected.path + ": " + difference;
+}
+
+std::string compare_file(const std::string& directory, const file_image& expected) {
+    return compare(directory, expected, depth::whole);
+}
+
+std::string compare_frame(const std::string& directory, const file_image& expected) {
+    return compare(directory, expected, depth::frame);
 }
 
 }  // namespace lab

@@ -1,7 +1,6 @@
 #include "lab/damage_site.h"
 
 #include <cerrno>
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -84,40 +83,15 @@ std::string refuse(const std::string& why) {
     return "";
 }
 
-uint64_t offset_of_node(uint64_t node) {
-    constexpr uint64_t CONST_NODES = 2;  // of every kind of file
-    return (node < CONST_NODES ? node : META_VAR_NODE_BASE + node - CONST_NODES) * META_NODE_SIZE;
-}
-
-uint64_t offset_of_tbl(uint64_t lpa) {
-    return METADATA_DATA_OFFSET + tbl_block_of(lpa) * DATA_NODE_SIZE + tbl_byte_in_block(lpa);
-}
-
-uint64_t offset_of_fri(uint64_t group) {
-    return METADATA_DATA_OFFSET + fri_block_of(group) * DATA_NODE_SIZE + fri_byte_in_block(group);
-}
-
-uint64_t offset_of_map(uint64_t lea) {
-    return METADATA_DATA_OFFSET + map_node_of(lea) * DATA_NODE_SIZE + map_byte_in_node(lea);
-}
-
 bool read_pool(const damage_site& site, pool_entries* out) {
-    out->fri.assign(volume_of(site).fri.size(), fri_entry{});
-    out->tbl.assign(volume_of(site).tbl.size(), 0);
-    std::vector<uint8_t> index(offset_of_fri(out->fri.size()) + sizeof(fri_entry));
-    std::vector<uint8_t> table(offset_of_tbl(out->tbl.size()) + sizeof(tbl_entry));
+    const uint64_t groups = volume_of(site).fri.size();
+    std::vector<uint8_t> index(index_length(groups));
+    std::vector<uint8_t> table(table_length(groups));
     if (!get_bytes(site, index_of(site), 0, index.data(), index.size()) ||
         !get_bytes(site, table_of(site), 0, table.data(), table.size())) {
         return false;
     }
-    constexpr size_t IN_VAR_NODE = offsetof(fri_header, fri_group_head) - 2 * META_NODE_SIZE;
-    memcpy(&out->group_head, &index[offset_of_node(2) + IN_VAR_NODE], sizeof out->group_head);
-    for (uint64_t group = 0; group < out->fri.size(); group++) {
-        memcpy(&out->fri[group], &index[offset_of_fri(group)], sizeof(fri_entry));
-    }
-    for (uint64_t lpa = 0; lpa < out->tbl.size(); lpa++) {
-        memcpy(&out->tbl[lpa], &table[offset_of_tbl(lpa)], sizeof(tbl_entry));
-    }
+    *out = decode_pool(index, table, groups);
     return true;
 }
 

@@ -1,5 +1,6 @@
 // Where a damage is done: the files of one volume of a sample, and the journal, as they lie on the
-// disk now. Reads and changes them by the formats alone. Below: model.h, bytes.h.
+// disk now. Reads and changes them by the formats alone. Below: model.h,
+// pool_entries.h, bytes.h.
 // Above: the kinds of damage.
 #pragma once
 
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "lab/model.h"
+#include "lab/pool_entries.h"
 
 namespace lab {
 
@@ -35,19 +37,7 @@ bool put_sealed(const damage_site& site, const std::string& path, uint64_t offse
 // Says why nothing was damaged; always empty.
 std::string refuse(const std::string& why);
 
-// Where a datum lies in its file.
-uint64_t offset_of_node(uint64_t node);  // of a header, constant nodes first
-uint64_t offset_of_tbl(uint64_t lpa);
-uint64_t offset_of_fri(uint64_t group);
-uint64_t offset_of_map(uint64_t lea);
-
-// Index and table of the volume as far as the sample ever reached. The count of references or the
-// link of an entry and its bits are the entry's own; nothing is checked.
-struct pool_entries {
-    uint64_t group_head;
-    std::vector<fri_entry> fri;
-    std::vector<uint16_t> tbl;
-};
+// Index and table of the volume as far as the sample ever reached.
 bool read_pool(const damage_site& site, pool_entries* out);
 
 }  // namespace lab

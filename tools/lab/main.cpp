@@ -47,6 +47,22 @@ static int expect(const options& asked) {
     return EXIT_DONE;
 }
 
+static truth truth_of(const options& asked) {
+    return asked.refused ? truth::untouched : asked.rebuilt ? truth::rebuilt : truth::recovered;
+}
+
+static const char* in_words(truth holds) {
+    switch (holds) {
+        case truth::untouched:
+            return "every file holds what it held before, and the journal is marked bad";
+        case truth::rebuilt:
+            return "every map holds what it ought to hold, and index and table agree with the maps";
+        case truth::recovered:
+            break;
+    }
+    return "every file holds what it ought to hold";
+}
+
 static int verify(const options& asked) {
     parameters sample;
     if (!read_parameters(asked.directory, &sample)) {
@@ -54,14 +70,13 @@ static int verify(const options& asked) {
     }
     progress bar = progress_of_terminal();
     model m = make_sample(sample, &bar);
-    const truth wanted = asked.refused ? truth::untouched : truth::recovered;
+    const truth wanted = truth_of(asked);
     const std::string difference = verify_sample(&m, wanted, asked.directory, &bar);
     if (!difference.empty()) {
         (void)printf("%s\n", difference.c_str());
         return EXIT_DIFFERENCE;
     }
-    (void)printf("%s: every file holds what it %s.\n", asked.directory.c_str(),
-                 asked.refused ? "held before, and the journal is marked bad" : "ought to hold");
+    (void)printf("%s: %s.\n", asked.directory.c_str(), in_words(wanted));
     return EXIT_DONE;
 }
 

@@ -21,9 +21,11 @@ const char* usage_text() {
            "  tarn-lab expect DIR\n"
            "      tells whether start-up replay recovers the sample: \"recovers\" or\n"
            "      \"refuses: REASON\".\n"
-           "  tarn-lab verify DIR [--refused]\n"
+           "  tarn-lab verify DIR [--refused | --rebuilt]\n"
            "      compares every file with what it ought to hold after recovery, or, with\n"
-           "      --refused, with what it held before, and names the first difference.\n"
+           "      --refused, with what it held before, and names the first difference. With\n"
+           "      --rebuilt index and table may have been built anew from the maps: references,\n"
+           "      lists and counts are exact, the order of a list is free.\n"
            "  tarn-lab damage DIR KIND [--volume N] [--seed S]\n"
            "      damages one place in the files of volume N (1), picked by the seed (1) among "
            "those\n"
@@ -108,7 +110,11 @@ static bool parse_option(int argc, char** argv, int* i, options* out) {
     }
     if (out->what == command::verify && word == "refused") {
         out->refused = true;
-        return true;
+        return !out->rebuilt || complain("not both: --refused and --rebuilt", "");
+    }
+    if (out->what == command::verify && word == "rebuilt") {
+        out->rebuilt = true;
+        return !out->refused || complain("not both: --refused and --rebuilt", "");
     }
     const size_t equals = word.find('=');
     const std::string name = word.substr(0, equals);

@@ -37,8 +37,9 @@ struct options {
     command what = command::make;
     std::string directory;
     parameters sample;     // make only
-    bool refused = false;  // verify only
-    std::string kind;      // the three below: damage only; not checked here
+    bool refused = false;  // verify only, as the next; not both
+    bool rebuilt = false;
+    std::string kind;  // the three below: damage only; not checked here
     uint64_t volume = 1;
     uint64_t seed = 1;
 };

@@ -5,6 +5,7 @@
 #include "journal_status.h"
 #include "lab/compare.h"
 #include "lab/crash.h"
+#include "lab/rebuilt.h"
 
 namespace lab {
 
@@ -15,7 +16,21 @@ static bool exists(const std::string& path) {
 
 // After a clean shutdown the journal stays as it is; a recovery may have deleted it.
 static bool journal_may_be_gone(const model& m, truth wanted) {
-    return m.sample.crash && wanted == truth::recovered;
+    return m.sample.crash && wanted != truth::untouched;
+}
+
+static std::string verify_file(const model& m, truth wanted, const std::string& directory,
+                               const file_ref& file) {
+    if (wanted == truth::rebuilt && file.kind == file_kind::tbl) {
+        return "";  // together with its index
+    }
+    if (wanted == truth::rebuilt && file.kind == file_kind::fri) {
+        return compare_rebuilt(m, file.index, directory);
+    }
+    const file_image expected = image_of(m, file);
+    const bool gone = file.kind == file_kind::journal && journal_may_be_gone(m, wanted) &&
+                      !exists(directory + "/" + expected.path);
+    return gone ? "" : compare_file(directory, expected);
 }
 
 std::string verify_sample(model* m, truth wanted, const std::string& directory, progress* bar) {
@@ -26,10 +41,7 @@ std::string verify_sample(model* m, truth wanted, const std::string& directory, 
     const std::vector<file_ref> files = list_files(*m);
     progress_start(bar, "comparing", files.size());
     for (const file_ref& file : files) {
-        const file_image expected = image_of(*m, file);
-        const bool gone = file.kind == file_kind::journal && journal_may_be_gone(*m, wanted) &&
-                          !exists(directory + "/" + expected.path);
-        std::string difference = gone ? "" : compare_file(directory, expected);
+        std::string difference = verify_file(*m, wanted, directory, file);
         if (!difference.empty()) {
             progress_end(bar);
             return difference;

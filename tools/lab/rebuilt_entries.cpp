@@ -1,0 +1,190 @@
+#include "lab/rebuilt_entries.h"
+
+#include "lab/choose.h"
+
+namespace lab {
+
+std::vector<uint32_t> count_references(const model& m, size_t volume_index, uint64_t groups) {
+    const volume& vol = m.volumes[volume_index];
+    std::vector<uint32_t> references(groups * TBL_GROUP_ENTRIES, 0);
+    for (const size_t map_index : vol.maps) {
+        for (const uint64_t word : m.maps[map_index].entries) {
+            if (is_mapped(word)) {
+                references[lpa_of(word)]++;
+            }
+        }
+    }
+    return references;
+}
+
+uint64_t limit_of(const pool_entries& pool) {
+    uint64_t limit = pool.fri.size();
+    while (limit > 0 && !fri_entry_is_init(&pool.fri[limit - 1])) {
+        limit--;
+    }
+    return limit;
+}
+
+static tbl_entry entry_at(const pool_entries& pool, uint64_t lpa) {
+    return {pool.tbl[lpa]};
+}
+
+static std::string told(const std::string& path, const char* what, uint64_t number,
+                        const std::string& rest) {
+    return path + ": " + what + " " + std::to_string(number) + ": " + rest;
+}
+
+static std::string check_references(const rebuilt_pool& pool) {
+    for (uint64_t lpa = 0; lpa < pool.found.tbl.size(); lpa++) {
+        const tbl_entry entry = entry_at(pool.found, lpa);
+        const uint32_t wanted = pool.references[lpa];
+        const bool used = tbl_entry_is_used(&entry);
+        if (used == (wanted > 0) && (!used || tbl_entry_count(&entry) == wanted)) {
+            continue;
+        }
+        const std::string expected =
+            wanted > 0 ? "used with " + std::to_string(wanted) + " references" : "free";
+        const std::string found =
+            used ? "used with " + std::to_string(tbl_entry_count(&entry)) : "free";
+        return told(pool.table, "lpa", lpa, "expected " + expected + ", found " + found);
+    }
+    return "";
+}
+
+// Groups that were never initialised hold nothing, and none of them stands in front of one that
+// was.
+static std::string check_initialised(const rebuilt_pool& pool) {
+    const uint64_t limit = limit_of(pool.found);
+    for (uint64_t group = 0; group < limit; group++) {
+        if (!fri_entry_is_init(&pool.found.fri[group])) {
+            return told(pool.index, "group", group, "expected initialised, found not");
+        }
+    }
+    for (uint64_t lpa = tbl_lpa_of(limit, 0); lpa < pool.found.tbl.size(); lpa++) {
+        constexpr unsigned OURS = TBL_USED_BIT | TBL_TAIL_BIT | TBL_COUNT_MASK;
+        if (pool.references[lpa] > 0) {
+            return told(pool.index, "group", tbl_group_of(lpa), "expected initialised, found not");
+        }
+        if ((pool.found.tbl[lpa] & OURS) != 0) {
+            return told(pool.table, "lpa", lpa, "expected nothing outside initialised groups");
+        }
+    }
+    for (uint64_t group = limit; group < pool.found.fri.size(); group++) {
+        const fri_entry& entry = pool.found.fri[group];
+        if (fri_entry_count(&entry) != 0 || fri_entry_head(&entry) != 0 ||
+            fri_entry_next(&entry) != 0) {
+            return told(pool.index, "group", group, "expected nothing, it is not initialised");
+        }
+    }
+    return "";
+}
+
+static uint32_t free_extents(const pool_entries& pool, uint64_t group) {
+    uint32_t count = 0;
+    for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
+        const tbl_entry entry = entry_at(pool, tbl_lpa_of(group, offset));
+        count += tbl_entry_is_used(&entry) ? 0 : 1;
+    }
+    return count;
+}
+
+// Marks what is on the list. The walk ends: it stops at the first offset that it meets again.
+static std::string walk_list(const pool_entries& pool, uint64_t group, std::vector<bool>* met) {
+    uint32_t offset = fri_entry_head(&pool.fri[group]);
+    for (;;) {
+        const tbl_entry entry = entry_at(pool, tbl_lpa_of(group, offset));
+        if (tbl_entry_is_used(&entry)) {
+            return "the free list leads to offset " + std::to_string(offset) + ", which is in use";
+        }
+        if ((*met)[offset]) {
+            return "the free list comes back to offset " + std::to_string(offset);
+        }
+        (*met)[offset] = true;
+        if (tbl_entry_is_tail(&entry)) {
+            return tbl_entry_count(&entry) == 0
+                       ? ""
+                       : "the tail at offset " + std::to_string(offset) + " has a next link";
+        }
+        offset = tbl_entry_count(&entry);
+    }
+}
+
+static std::string check_list(const rebuilt_pool& pool, uint64_t group) {
+    std::vector<bool> met(TBL_GROUP_ENTRIES, false);
+    const std::string wrong = walk_list(pool.found, group, &met);
+    if (!wrong.empty()) {
+        return told(pool.table, "group", group, wrong);
+    }
+    for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
+        const tbl_entry entry = entry_at(pool.found, tbl_lpa_of(group, offset));
+        if (!tbl_entry_is_used(&entry) && !met[offset]) {
+            return told(pool.table, "group", group,
+                        "free offset " + std::to_string(offset) + " is not on the free list");
+        }
+    }
+    return "";
+}
+
+static std::string check_group(const rebuilt_pool& pool, uint64_t group) {
+    const uint32_t free = free_extents(pool.found, group);
+    const uint32_t counted = fri_entry_count(&pool.found.fri[group]);
+    if (counted != free) {
+        return told(
+            pool.index, "group", group,
+            "free count: expected " + std::to_string(free) + ", found " + std::to_string(counted));
+    }
+    return free == 0 ? "" : check_list(pool, group);
+}
+
+static std::string not_a_member(const rebuilt_pool& pool, uint64_t group, uint64_t limit,
+                                const std::vector<bool>& met) {
+    const std::string which = ": the list of groups leads to group " + std::to_string(group) + ", ";
+    if (group >= limit) {
+        return pool.index + which + "which is not initialised, before it has named all";
+    }
+    if (met[group]) {
+        return pool.index + which + "where it has been before";
+    }
+    return fri_entry_count(&pool.found.fri[group]) == 0 ? pool.index + which + "which is full" : "";
+}
+
+// Every initialised group with free extents is named once. The list ends at the first group that
+// is not initialised. A rebuild whose last group is full leaves that end open: it links a group to
+// the one behind it only when that is one with free extents or follows the last one.
+static std::string check_group_list(const rebuilt_pool& pool) {
+    const uint64_t limit = limit_of(pool.found);
+    std::vector<bool> met(limit, false);
+    uint64_t group = pool.found.group_head;
+    uint64_t left = 0;
+    for (uint64_t i = 0; i < limit; i++) {
+        left += fri_entry_count(&pool.found.fri[i]) > 0 ? 1 : 0;
+    }
+    const bool any = left > 0;
+    for (; left > 0; left--) {
+        std::string wrong = not_a_member(pool, group, limit, met);
+        if (!wrong.empty()) {
+            return wrong;
+        }
+        met[group] = true;
+        group = fri_entry_next(&pool.found.fri[group]);
+    }
+    const bool end_is_open = any && fri_entry_count(&pool.found.fri[limit - 1]) == 0;
+    return group == limit || end_is_open
+               ? ""
+               : pool.index + ": the list of groups ends at group " + std::to_string(group) +
+                     ", expected " + std::to_string(limit);
+}
+
+std::string check_rebuilt_entries(const rebuilt_pool& pool) {
+    std::string difference = check_references(pool);
+    if (difference.empty()) {
+        difference = check_initialised(pool);
+    }
+    const uint64_t limit = limit_of(pool.found);
+    for (uint64_t group = 0; difference.empty() && group < limit; group++) {
+        difference = check_group(pool, group);
+    }
+    return difference.empty() ? check_group_list(pool) : difference;
+}
+
+}  // namespace lab
