@@ -1,48 +1,24 @@
 // Power failures: a sample volume is stopped anywhere, recovered by start-up replay, and compared
 // entry by entry with what it ought to hold; or it is one that start-up replay has to refuse, and
 // then nothing but the journal's status may have changed.
-#include <cstdio>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/wait.h>
 #include <vector>
 
 #include "support/scratch_file.h"
+#include "system/support/shell.h"
 
 static constexpr unsigned SEEDS_A_TEST = 50;
 
-// Runs a command line of the shell: its exit status, and what it printed.
-struct ran {
-    int status;
-    std::string text;
-};
-static ran run(const std::string& command) {
-    FILE* stream = popen((command + " 2>&1").c_str(), "r");
-    ran result = {-1, ""};
-    char part[4096];
-    while (stream != nullptr && fgets(part, sizeof part, stream) != nullptr) {
-        result.text += part;
-    }
-    const int status = stream != nullptr ? pclose(stream) : -1;
-    result.status = status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
-}
-
-static ran lab(const std::string& words) {
-    return run(std::string(TARN_LAB_PROGRAM) + " " + words);
-}
-
 static ran start_up_replay(const std::string& sample) {
-    return run("TARN_PLATFORM_CONF=" + sample + "/platform.conf " + TARN_PROGRAM +
-               " --startup-replay");
+    return tarn_on(sample, "--startup-replay");
 }
 
 static void expect_recovery(const std::string& sample) {
     const ran replay = start_up_replay(sample);
     EXPECT_EQ(replay.status, 0) << replay.text;
     EXPECT_FALSE(file_exists(sample + "/journal/EP_JNL"));
-    const ran verify = lab("verify " + sample);
+    const ran verify = tarn_lab("verify " + sample);
     EXPECT_EQ(verify.status, 0) << verify.text;
 }
 
@@ -63,9 +39,9 @@ TEST_P(power_failure, is_recovered_from_exactly_or_refused) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         const scratch_dir place;
         const std::string sample = place.file("sample");
-        const ran made = lab("make " + sample + " --crash --seed " + std::to_string(seed));
+        const ran made = tarn_lab("make " + sample + " --crash --seed " + std::to_string(seed));
         ASSERT_EQ(made.status, 0) << made.text;
-        const ran expected = lab("expect " + sample);
+        const ran expected = tarn_lab("expect " + sample);
         ASSERT_EQ(expected.status, 0) << expected.text;
         if (expected.text.rfind("recovers", 0) == 0) {
             expect_recovery(sample);
@@ -87,20 +63,20 @@ INSTANTIATE_TEST_SUITE_P(seeds_from, power_failure, testing::Range(1u, 351u, SEE
 TEST(power_failure_model, a_sample_that_was_shut_down_cleanly_holds_what_it_ought_to) {
     const scratch_dir place;
     const std::string sample = place.file("sample");
-    ASSERT_EQ(lab("make " + sample + " --seed 5").status, 0);
-    EXPECT_EQ(lab("verify " + sample).status, 0);
+    ASSERT_EQ(tarn_lab("make " + sample + " --seed 5").status, 0);
+    EXPECT_EQ(tarn_lab("verify " + sample).status, 0);
     EXPECT_EQ(start_up_replay(sample).status, 0);
     EXPECT_TRUE(file_exists(sample + "/journal/EP_JNL"));  // clean: only checked
-    EXPECT_EQ(lab("verify " + sample).status, 0);
+    EXPECT_EQ(tarn_lab("verify " + sample).status, 0);
 }
 
 TEST(power_failure_model, a_single_wrong_byte_is_found) {
     const scratch_dir place;
     const std::string sample = place.file("sample");
-    ASSERT_EQ(lab("make " + sample + " --seed 5").status, 0);
+    ASSERT_EQ(tarn_lab("make " + sample + " --seed 5").status, 0);
     const uint8_t wrong = 0x5A;
     write_file_bytes(sample + "/volume1/@EP/EP_TBL", 1048576 + 507, &wrong, 1);
-    const ran verify = lab("verify " + sample);
+    const ran verify = tarn_lab("verify " + sample);
     EXPECT_EQ(verify.status, 1);
     EXPECT_NE(verify.text.find("EP_TBL"), std::string::npos) << verify.text;
 }

@@ -1,0 +1,351 @@
+// The damages of tarn-lab: each changes what it says and nothing else, the same seed does the same,
+// and the tool's own checks find those that they are meant to find.
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "store/crc32c.h"
+#include "support/sample_maps.h"
+#include "support/scratch_file.h"
+#include "system/support/shell.h"
+#include "system/support/tree.h"
+
+namespace fs = std::filesystem;
+
+enum class change_kind {
+    bit,         // one bit of a header node or block; its checksum was right and is wrong
+    pool_bit,    // one bit of a pool table
+    entry,       // an entry or a field; its checksum was right and is right
+    noise,       // blocks from the first one on
+    shorter,     // the end of a file is gone
+    files_gone,  // and nothing else
+};
+struct kind_row {
+    const char* word;
+    const char* file;  // part of the path of every file that it may change
+    change_kind change;
+    size_t width;  // bytes of the entry or field
+};
+static constexpr kind_row KINDS[] = {
+    {"index-header-bit", "volume1/@EP/EP_FRI", change_kind::bit, 0},
+    {"table-header-bit", "volume1/@EP/EP_TBL", change_kind::bit, 0},
+    {"map-header-bit", "volume1/@", change_kind::bit, 0},
+    {"index-block-bit", "volume1/@EP/EP_FRI", change_kind::bit, 0},
+    {"table-block-bit", "volume1/@EP/EP_TBL", change_kind::bit, 0},
+    {"map-node-bit", "volume1/@", change_kind::bit, 0},
+    {"journal-block", "journal/EP_JNL", change_kind::bit, 0},
+    {"pool-table", "volume1/@", change_kind::pool_bit, 0},
+    {"index-lost", "volume1/@EP/EP_FRI", change_kind::files_gone, 0},
+    {"table-lost", "volume1/@EP/EP_TBL", change_kind::files_gone, 0},
+    {"both-lost", "volume1/@EP/EP_", change_kind::files_gone, 0},
+    {"table-noise", "volume1/@EP/EP_TBL", change_kind::noise, 0},
+    {"map-truncated", "volume1/@", change_kind::shorter, 0},
+    {"reference-count", "volume1/@EP/EP_TBL", change_kind::entry, 2},
+    {"list-loop", "volume1/@EP/EP_TBL", change_kind::entry, 2},
+    {"list-used", "volume1/@EP/EP_TBL", change_kind::entry, 2},
+    {"list-tail", "volume1/@EP/EP_TBL", change_kind::entry, 2},
+    {"list-count", "volume1/@EP/EP_FRI", change_kind::entry, 8},
+    {"group-loop", "volume1/@EP/EP_FRI", change_kind::entry, 8},
+    {"free-count", "volume1/@EP/EP_FRI", change_kind::entry, 8},
+    {"mapped-count", "volume1/@", change_kind::entry, 8},
+};
+
+static std::string make_sample(const scratch_dir& place, const std::string& name,
+                               unsigned seed = 5) {
+    const std::string sample = place.file(name);
+    const ran made = tarn_lab("make " + sample + " --seed " + std::to_string(seed));
+    EXPECT_EQ(made.status, 0) << made.text;
+    return sample;
+}
+
+static ran damage(const std::string& sample, const std::string& kind, unsigned seed,
+                  const std::string& more = "") {
+    return tarn_lab("damage " + sample + " " + kind + " --seed " + std::to_string(seed) + more);
+}
+
+static std::vector<std::string> changed_files(const std::map<std::string, std::string>& before,
+                                              const std::map<std::string, std::string>& after) {
+    std::vector<std::string> changed;
+    for (const auto& [path, content] : before) {
+        const auto found = after.find(path);
+        if (found == after.end() || found->second != content) {
+            changed.push_back(path);
+        }
+    }
+    for (const auto& [path, content] : after) {
+        if (before.count(path) == 0) {
+            changed.push_back(path);
+        }
+    }
+    return changed;
+}
+
+// "FILE: byte N, ...": N.
+static uint64_t byte_in(const std::string& line) {
+    const size_t at = line.find(": byte ");
+    EXPECT_NE(at, std::string::npos) << line;
+    return std::stoull(line.substr(at + 7));
+}
+
+struct node_place {
+    uint64_t start;
+    size_t length;
+    size_t checksum;
+};
+static node_place node_of(uint64_t byte) {
+    return byte < 1048576 ? node_place{byte / 64 * 64, 64, 0}
+                          : node_place{byte / 512 * 512, 512, 508};
+}
+
+static bool checksum_is_right(const node_place& place, std::vector<uint8_t> node) {
+    uint32_t stored = 0;
+    memcpy(&stored, &node[place.checksum], sizeof stored);
+    memset(&node[place.checksum], 0, sizeof stored);
+    uint32_t computed = 0;
+    tarn_crc32c(node.data(), static_cast<uint32_t>(node.size()), &computed);
+    return stored == computed;
+}
+
+static unsigned different_bits(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
+    unsigned bits = 0;
+    for (size_t i = 0; i < a.size(); i++) {
+        bits += static_cast<unsigned>(__builtin_popcount(static_cast<unsigned>(a[i] ^ b[i])));
+    }
+    return bits;
+}
+
+// Two samples were the same; the file of one of them was damaged. `file` is below either.
+struct damaged_pair {
+    std::string was;
+    std::string is;
+    std::string file;
+    std::string line;  // what the damage said
+    [[nodiscard]] std::vector<uint8_t> old_bytes(uint64_t at, size_t length) const {
+        return file_bytes(was + "/" + file, at, length);
+    }
+    [[nodiscard]] std::vector<uint8_t> new_bytes(uint64_t at, size_t length) const {
+        return file_bytes(is + "/" + file, at, length);
+    }
+    void put_back(uint64_t at, size_t length) const {
+        write_file_bytes(is + "/" + file, at, old_bytes(at, length).data(), length);
+    }
+};
+
+static void expect_bit(const damaged_pair& pair, bool sealed) {
+    const uint64_t byte = byte_in(pair.line);
+    EXPECT_EQ(different_bits(pair.old_bytes(byte, 1), pair.new_bytes(byte, 1)), 1u);
+    const node_place place = node_of(byte);
+    const std::vector<uint8_t> found = pair.new_bytes(place.start, place.length);
+    EXPECT_TRUE(!sealed || checksum_is_right(place, pair.old_bytes(place.start, place.length)));
+    EXPECT_TRUE(!sealed || !checksum_is_right(place, found));
+    pair.put_back(byte, 1);
+}
+
+static void expect_entry(const damaged_pair& pair, size_t width) {
+    const uint64_t byte = byte_in(pair.line);
+    const node_place place = node_of(byte);
+    EXPECT_NE(pair.old_bytes(byte, width), pair.new_bytes(byte, width));
+    EXPECT_TRUE(checksum_is_right(place, pair.new_bytes(place.start, place.length)));
+    pair.put_back(byte, width);
+    pair.put_back(place.start + place.checksum, sizeof(uint32_t));
+}
+
+static void expect_noise(const damaged_pair& pair) {
+    constexpr uint64_t FIRST = 1048576;
+    const std::string to = pair.line.substr(pair.line.find(" to ") + 4);
+    const size_t length = std::stoull(to) + 1 - FIRST;
+    ASSERT_EQ(length % 512, 0u);
+    for (uint64_t at = FIRST; at < FIRST + length; at += 512) {
+        ASSERT_FALSE(checksum_is_right(node_of(at), pair.new_bytes(at, 512))) << at;
+    }
+    pair.put_back(FIRST, length);
+}
+
+static void expect_shorter(const damaged_pair& pair) {
+    const uint64_t was = fs::file_size(pair.was + "/" + pair.file);
+    const uint64_t is = fs::file_size(pair.is + "/" + pair.file);
+    EXPECT_GE(is, 1048576u);
+    ASSERT_LT(is, was);
+    EXPECT_NE(pair.line.find("size " + std::to_string(was) + " -> " + std::to_string(is)),
+              std::string::npos);
+    pair.put_back(is, was - is);
+}
+
+class damage_kinds : public testing::TestWithParam<kind_row> {};
+
+TEST_P(damage_kinds, change_what_they_say_and_nothing_else) {
+    const kind_row row = GetParam();
+    const scratch_dir place;
+    const std::string was = make_sample(place, "was");
+    const std::string is = make_sample(place, "is");
+    const auto before = tree_of(is);
+    for (unsigned seed = 1; seed <= 4; seed++) {
+        SCOPED_TRACE(std::string(row.word) + " " + std::to_string(seed));
+        const ran done = damage(is, row.word, seed);
+        ASSERT_EQ(done.status, 0) << done.text;
+        const std::vector<std::string> changed = changed_files(before, tree_of(is));
+        ASSERT_EQ(changed.size(), std::string(row.word) == "both-lost" ? 2u : 1u);
+        const damaged_pair pair = {was, is, changed[0], done.text};
+        EXPECT_EQ(pair.file.rfind(row.file, 0), 0u) << pair.file;
+        EXPECT_EQ(done.text.rfind(pair.file + ": ", 0), 0u) << done.text;
+        EXPECT_EQ(done.text.find('\n'), done.text.size() - 1);
+        const ran verify = tarn_lab("verify " + is);
+        EXPECT_EQ(verify.status, 1);
+        EXPECT_EQ(verify.text.rfind(pair.file + ": ", 0), 0u) << verify.text;
+        switch (row.change) {
+            case change_kind::bit:
+            case change_kind::pool_bit:
+                expect_bit(pair, row.change == change_kind::bit);
+                break;
+            case change_kind::entry:
+                expect_entry(pair, row.width);
+                break;
+            case change_kind::noise:
+                expect_noise(pair);
+                break;
+            case change_kind::shorter:
+                expect_shorter(pair);
+                break;
+            case change_kind::files_gone:
+                for (const std::string& file : changed) {
+                    EXPECT_FALSE(file_exists(is + "/" + file));
+                }
+                return;
+        }
+        EXPECT_EQ(tree_of(is), before);  // with that put back
+    }
+}
+
+TEST_P(damage_kinds, do_the_same_for_the_same_seed) {
+    const kind_row row = GetParam();
+    const scratch_dir place;
+    std::string first;
+    std::map<std::string, std::string> tree;
+    for (const char* name : {"a", "b"}) {
+        const std::string sample = make_sample(place, name);
+        fs::remove(sample + "/platform.conf");  // the one file that names the directory
+        const ran done = damage(sample, row.word, 7);
+        ASSERT_EQ(done.status, 0) << done.text;
+        EXPECT_TRUE(first.empty() || first == done.text) << first << done.text;
+        EXPECT_TRUE(tree.empty() || tree == tree_of(sample));
+        first = done.text;
+        tree = tree_of(sample);
+    }
+}
+
+static std::string name_of(const testing::TestParamInfo<kind_row>& info) {
+    std::string name = info.param.word;
+    for (char& letter : name) {
+        letter = letter == '-' ? '_' : letter;
+    }
+    return name;
+}
+INSTANTIATE_TEST_SUITE_P(of, damage_kinds, testing::ValuesIn(KINDS), name_of);
+
+TEST(damage, picks_places_by_the_seed) {
+    const scratch_dir place;
+    std::map<std::string, unsigned> lines;
+    for (unsigned seed = 1; seed <= 8; seed++) {
+        const std::string sample = make_sample(place, std::to_string(seed));
+        lines[damage(sample, "reference-count", seed).text]++;
+    }
+    EXPECT_GE(lines.size(), 7u);
+}
+
+TEST(damage, goes_to_the_volume_that_is_asked_for) {
+    const scratch_dir place;
+    const std::string sample = make_sample(place, "s");
+    const ran done = damage(sample, "table-lost", 1, " --volume 2");
+    EXPECT_EQ(done.text, "volume2/@EP/EP_TBL: removed\n");
+    EXPECT_FALSE(file_exists(sample + "/volume2/@EP/EP_TBL"));
+    EXPECT_TRUE(file_exists(sample + "/volume1/@EP/EP_TBL"));
+}
+
+TEST(damage, refuses_what_it_cannot_do_and_changes_nothing) {
+    const scratch_dir place;
+    const std::string sample = make_sample(place, "s");
+    const auto before = tree_of(sample);
+    const ran unknown = damage(sample, "list-lop", 1);
+    EXPECT_EQ(unknown.status, 2);
+    EXPECT_EQ(unknown.text.rfind("tarn-lab: no such kind of damage: list-lop\n", 0), 0u);
+    EXPECT_NE(unknown.text.find("  list-loop "), std::string::npos) << unknown.text;
+    EXPECT_EQ(tarn_lab("damage " + sample).status, 2);
+    EXPECT_EQ(tarn_lab("damage " + sample + " list-loop list-loop").status, 2);
+    EXPECT_EQ(damage(sample, "list-loop", 1, " --volume 0").status, 2);
+    const ran volume = damage(sample, "list-loop", 1, " --volume 3");
+    EXPECT_EQ(volume.status, 1);
+    EXPECT_EQ(volume.text, "tarn-lab: nothing was damaged: the sample has no volume 3\n");
+    EXPECT_EQ(tree_of(sample), before);
+}
+
+TEST(damage, refuses_a_file_that_is_gone) {
+    const scratch_dir place;
+    const std::string sample = make_sample(place, "s");
+    ASSERT_EQ(damage(sample, "index-lost", 1).status, 0);
+    const auto before = tree_of(sample);
+    for (const char* kind : {"index-lost", "both-lost", "list-loop", "index-header-bit"}) {
+        const ran again = damage(sample, kind, 1);
+        EXPECT_EQ(again.status, 1) << kind;
+        EXPECT_EQ(again.text,
+                  "tarn-lab: " + sample + "/volume1/@EP/EP_FRI: No such file or directory\n");
+    }
+    EXPECT_EQ(tree_of(sample), before);
+}
+
+// One entry a map, no transaction: this seed leaves the volume as it was made.
+TEST(damage, says_that_no_place_suits) {
+    const scratch_dir place;
+    const std::string sample = place.file("s");
+    ASSERT_EQ(tarn_lab("make " + sample + " --seed 1 --luns 1 --extents 1 --transactions 0").status,
+              0);
+    const auto before = tree_of(sample);
+    const std::pair<const char*, const char*> rows[] = {
+        {"reference-count", "no extent is in use"},
+        {"table-block-bit", "no extent is in use"},
+        {"list-tail", "no listed group has free entries"},
+        {"list-used", "no listed group has both free and used entries"},
+        {"group-loop", "no initialised group is on the list of groups"},
+        {"index-block-bit", "no initialised group is on the list of groups"},
+        {"map-node-bit", "no map of the volume maps anything"},
+        {"map-truncated", "no map of the volume maps anything"},
+        {"journal-block", "the journal holds no block that anyone reads"},
+    };
+    for (const auto& [kind, why] : rows) {
+        const ran done = damage(sample, kind, 1);
+        EXPECT_EQ(done.status, 1) << kind;
+        EXPECT_EQ(done.text, std::string("tarn-lab: nothing was damaged: ") + why + "\n");
+    }
+    EXPECT_EQ(tree_of(sample), before);
+}
+
+static ran check_lists(const std::string& sample) {
+    const std::string files = sample + "/volume1/@EP/EP_";
+    return tarn_on(sample, "--freeck --fripath " + files + "FRI --tblpath " + files + "TBL");
+}
+
+TEST(damage, of_lists_is_found_by_the_check_of_free_lists) {
+    for (const char* kind : {"list-loop", "list-used", "list-tail", "list-count", "group-loop",
+                             "index-block-bit", "table-noise"}) {
+        for (unsigned seed = 1; seed <= 3; seed++) {
+            const scratch_dir place;
+            const std::string sample = make_sample(place, "s", seed);
+            EXPECT_EQ(check_lists(sample).status, 0);
+            ASSERT_EQ(damage(sample, kind, seed).status, 0);
+            EXPECT_EQ(check_lists(sample).status, 255) << kind << " " << seed;
+        }
+    }
+}
+
+TEST(damage, of_references_is_found_by_the_full_check) {
+    for (const char* kind : {"reference-count", "table-block-bit", "table-noise"}) {
+        for (unsigned seed = 1; seed <= 3; seed++) {
+            const scratch_dir place;
+            const std::string sample = make_sample(place, "s", seed);
+            ASSERT_EQ(damage(sample, kind, seed).status, 0);
+            EXPECT_EQ(tarn_on(sample, "--fullck --volpath " + sample + "/volume1").status, 255)
+                << kind << " " << seed;
+        }
+    }
+}
