@@ -148,9 +148,9 @@ static std::string not_a_member(const rebuilt_pool& pool, uint64_t group, uint64
     return fri_entry_count(&pool.found.fri[group]) == 0 ? pool.index + which + "which is full" : "";
 }
 
-// Every initialised group with free extents is named once. The list ends at the first group that
-// is not initialised. A rebuild whose last group is full leaves that end open: it links a group to
-// the one behind it only when that is one with free extents or follows the last one.
+// Every initialised group with free extents is named once, and behind them the list ends at the
+// first group that is not initialised. Where the last group is full the last link is not looked at:
+// a rebuild writes the end of the list only when it reaches it with that group.
 static std::string check_group_list(const rebuilt_pool& pool) {
     const uint64_t limit = limit_of(pool.found);
     std::vector<bool> met(limit, false);
