@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 #include <vector>
 
@@ -16,7 +17,15 @@
 #include "store/data_node.h"
 #include "tbl/tbl_format.h"
 
-static constexpr size_t RUN = 1024;  // blocks
+static constexpr size_t RUN =
+    512;  // blocks: a run stays in the second-level cache while it is used
+
+// How often each extent is referred to. Address space for every extent there can be; memory for
+// those that are counted.
+struct counts {
+    uint16_t* of;
+    uint64_t end;  // one past the highest extent counted
+};
 
 [[noreturn]] static void give_up(const char* what) {
     perror(what);
@@ -34,21 +43,30 @@ static void verify(const std::vector<data_node>& nodes, size_t count, uint32_t* 
     }
 }
 
-static void count_node(const data_node& node, std::vector<uint16_t>& references) {
+static counts no_counts() {
+    const size_t size = TBL_TOTAL_COUNT * sizeof(uint16_t);
+    void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (memory == MAP_FAILED) {
+        give_up("mmap");
+    }
+    madvise(memory, size, MADV_HUGEPAGE);
+    return {static_cast<uint16_t*>(memory), 0};
+}
+
+static void count_node(const data_node& node, counts& references) {
     for (size_t slot = 0; slot < MAP_NODE_ENTRIES; slot++) {
         uint64_t word = 0;
         memcpy(&word, node.payload + slot * sizeof word, sizeof word);
-        if ((word & MAP_MAPPED_BIT) != 0) {
-            const uint64_t lpa = word & MAP_LPA_MASK;
-            if (lpa >= references.size()) {
-                references.resize(std::max<size_t>(lpa + 1, 2 * references.size()));
-            }
-            references[lpa]++;
+        const uint64_t lpa = word & MAP_LPA_MASK;
+        if ((word & MAP_MAPPED_BIT) != 0 && lpa < TBL_TOTAL_COUNT) {
+            references.of[lpa]++;
+            references.end = std::max(references.end, lpa + 1);
         }
     }
 }
 
-static void read_map(const char* path, bool count_them, std::vector<uint16_t>& references) {
+static void read_map(const char* path, bool count_them, counts& references) {
     const int fd = open(path, O_RDONLY);
     if (fd < 0) {
         give_up(path);
@@ -74,26 +92,26 @@ static void read_map(const char* path, bool count_them, std::vector<uint16_t>& r
     close(fd);
 }
 
-static data_node table_block(const std::vector<uint16_t>& references, size_t block) {
+static data_node table_block(const counts& references, size_t block) {
     data_node node{};
     const size_t first = block * TBL_BLOCK_ENTRIES;
-    const size_t end = std::min<size_t>(first + TBL_BLOCK_ENTRIES, references.size());
+    const size_t end = std::min<size_t>(first + TBL_BLOCK_ENTRIES, references.end);
     for (size_t entry = first; entry < end; entry++) {
-        const auto word =
-            static_cast<uint16_t>(references[entry] != 0 ? TBL_USED_BIT | references[entry] : 0);
+        const auto word = static_cast<uint16_t>(
+            references.of[entry] != 0 ? TBL_USED_BIT | references.of[entry] : 0);
         memcpy(node.payload + (entry - first) * sizeof word, &word, sizeof word);
     }
     return node;
 }
 
-static void write_table(const std::vector<uint16_t>& references) {
+static void write_table(const counts& references) {
     const int fd = open("bench-limit.out", O_RDWR | O_CREAT | O_TRUNC, 0644);
     if (fd < 0) {
         give_up("bench-limit.out");
     }
     std::vector<data_node> nodes(RUN);
     uint32_t checksums[RUN];
-    const size_t blocks = (references.size() + TBL_BLOCK_ENTRIES - 1) / TBL_BLOCK_ENTRIES;
+    const size_t blocks = (references.end + TBL_BLOCK_ENTRIES - 1) / TBL_BLOCK_ENTRIES;
     for (size_t block = 0; block < blocks; block += RUN) {
         const size_t count = std::min(RUN, blocks - block);
         for (size_t i = 0; i < count; i++) {
@@ -141,7 +159,7 @@ int main(int argc, char** argv) {
         return 0;
     }
     const bool read_only = argc > 1 && strcmp(argv[1], "--read-only") == 0;
-    std::vector<uint16_t> references;
+    counts references = no_counts();
     for (int i = read_only ? 2 : 1; i < argc; i++) {
         read_map(argv[i], !read_only, references);
     }

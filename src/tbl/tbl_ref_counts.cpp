@@ -1,24 +1,36 @@
 #include "tbl/tbl_ref_counts.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <new>
 
 #include "store/descriptor.h"
 #include "store/roads.h"
+#include "store/zero_memory.h"
 #include "tbl/tbl_entries.h"
 #include "tbl/tbl_file.h"
 
+constexpr size_t NEAR_SIZE = REF_NEAR_EXTENTS;
+constexpr size_t UNITS_SIZE = size_t{REF_UNITS} * REF_UNIT_SIZE;
 constexpr uint32_t NO_GROUP = ~uint32_t{0};
 constexpr uint32_t HASH_SHIFT = 64 - 15;
-static_assert(REF_SLOTS == 1u << 15);
+static_assert(REF_SLOTS == 1u << 15 && REF_GROUPS < REF_SLOTS);
 
 static void forget(tbl_ref_counts* counts) {
-    memset(counts->units, 0, size_t{counts->units_used} * REF_UNIT_SIZE);
+    for (uint32_t i = 0; i < counts->group_count; i++) {
+        if (counts->groups[i].group < REF_NEAR_GROUPS) {
+            memset(counts->near + counts->groups[i].group * TBL_GROUP_ENTRIES, REF_COUNTER_NONE,
+                   TBL_GROUP_ENTRIES);
+        }
+    }
     std::fill_n(counts->slots, REF_SLOTS, NO_GROUP);
     counts->units_used = 0;
     counts->group_count = 0;
-    std::fill_n(counts->direct, REF_DIRECT, nullptr);
+}
+
+static void free_counts(tbl_ref_counts* counts) {
+    zero_memory_free(counts->near, NEAR_SIZE);
+    zero_memory_free(counts->units, UNITS_SIZE);
+    delete counts;
 }
 
 tbl_ref_counts* tbl_ref_counts_open(ref_group_hook first_touch) {
@@ -29,16 +41,24 @@ tbl_ref_counts* tbl_ref_counts_open(ref_group_hook first_touch) {
     if (counts == nullptr) {
         return nullptr;
     }
-    counts->units = static_cast<uint8_t*>(calloc(REF_UNITS, REF_UNIT_SIZE));
-    if (counts->units == nullptr) {
-        delete counts;
+    counts->near = static_cast<uint8_t*>(zero_memory(NEAR_SIZE));
+    counts->units = static_cast<uint8_t*>(zero_memory(UNITS_SIZE));
+    if (counts->near == nullptr || counts->units == nullptr) {
+        free_counts(counts);
         return nullptr;
     }
     counts->first_touch = first_touch;
-    counts->units_used = 0;
+    counts->group_count = 0;
     counts->lost = false;
     forget(counts);
     return counts;
+}
+
+void tbl_ref_counts_take_free(uint64_t extents) {
+    if (current_fri.fd != 0) {
+        const uint64_t free_count = current_fri.header.fri_free_count;
+        current_fri.header.fri_free_count = free_count - std::min(extents, free_count);
+    }
 }
 
 static uint32_t* slot_of(tbl_ref_counts* counts, uint64_t group) {
@@ -61,14 +81,20 @@ static bool units_left(const tbl_ref_counts* counts, uint32_t wanted) {
     return counts->units_used + wanted <= REF_UNITS;
 }
 
-// Takes the group in `counts->image` into memory; a wide one needs two units.
-static void fill_group(tbl_ref_counts* counts, ref_group* group, bool narrow) {
-    if (narrow) {
-        group->narrow = take_units(counts, 1);
-        return;
-    }
+// The group in `counts->image` has nothing in it: counters, from zero on.
+static void fill_narrow(tbl_ref_counts* counts, ref_group* group) {
+    group->narrow = group->group < REF_NEAR_GROUPS ? counts->near + group->group * TBL_GROUP_ENTRIES
+                                                   : take_units(counts, 1);
+    memset(group->narrow, REF_COUNTER_ZERO, TBL_GROUP_ENTRIES);
+}
+
+// The near counters of a group that is wide tell so.
+static void fill_wide(tbl_ref_counts* counts, ref_group* group) {
     group->wide = reinterpret_cast<uint16_t*>(take_units(counts, 2));
-    memcpy(group->wide, counts->image.words, sizeof counts->image.words);
+    if (group->group < REF_NEAR_GROUPS) {
+        memset(counts->near + group->group * TBL_GROUP_ENTRIES, REF_COUNTER_WIDE,
+               TBL_GROUP_ENTRIES);
+    }
 }
 
 // Takes the group from the table into memory, behind *found.
@@ -85,9 +111,11 @@ static ref_result take_group(tbl_ref_counts* counts, uint64_t number, ref_group*
     *slot_of(counts, number) = counts->group_count;
     *found = &counts->groups[counts->group_count++];
     **found = {number, nullptr, nullptr, 0};
-    fill_group(counts, *found, tbl_group_all_zero(&counts->image));
-    if (number < REF_DIRECT) {
-        counts->direct[number] = (*found)->narrow;
+    if (tbl_group_all_zero(&counts->image)) {
+        fill_narrow(counts, *found);
+    } else {
+        fill_wide(counts, *found);
+        memcpy((*found)->wide, counts->image.words, sizeof counts->image.words);
     }
     return ref_result::counted;
 }
@@ -101,7 +129,8 @@ static ref_result find_group(tbl_ref_counts* counts, uint64_t number, ref_group*
     return ref_result::counted;
 }
 
-static uint16_t narrow_word(uint8_t count) {
+static uint16_t narrow_word(uint8_t counter) {
+    const unsigned count = counter - unsigned{REF_COUNTER_ZERO};
     return static_cast<uint16_t>(count != 0 ? TBL_USED_BIT | count : 0);
 }
 
@@ -109,7 +138,7 @@ static uint16_t narrow_word(uint8_t count) {
 static uint32_t counted_blocks(const ref_group* group) {
     uint32_t blocks = 0;
     for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
-        if (group->narrow[offset] != 0) {
+        if (group->narrow[offset] != REF_COUNTER_ZERO) {
             blocks |= tbl_group_block_bit(group->group, offset);
         }
     }
@@ -118,15 +147,14 @@ static uint32_t counted_blocks(const ref_group* group) {
 
 // A byte no longer holds the count. Needs two units.
 static void widen(tbl_ref_counts* counts, ref_group* group) {
-    group->changed = counted_blocks(group);
-    group->wide = reinterpret_cast<uint16_t*>(take_units(counts, 2));
+    uint16_t words[TBL_GROUP_ENTRIES];
     for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
-        group->wide[offset] = narrow_word(group->narrow[offset]);
+        words[offset] = narrow_word(group->narrow[offset]);
     }
+    group->changed = counted_blocks(group);
     group->narrow = nullptr;
-    if (group->group < REF_DIRECT) {
-        counts->direct[group->group] = nullptr;
-    }
+    fill_wide(counts, group);
+    memcpy(group->wide, words, sizeof words);
 }
 
 static ref_result add_wide(ref_group* group, uint64_t lpa) {
@@ -138,7 +166,7 @@ static ref_result add_wide(ref_group* group, uint64_t lpa) {
     }
     if (count == 1) {
         tbl_entry_set_used(&entry);
-        tbl_ref_counts_take_free();
+        tbl_ref_counts_take_free(1);
     }
     tbl_entry_set_count(&entry, count);
     group->wide[offset] = entry.word;
@@ -146,7 +174,7 @@ static ref_result add_wide(ref_group* group, uint64_t lpa) {
     return ref_result::counted;
 }
 
-ref_result tbl_ref_counts_add_slowly(tbl_ref_counts* counts, uint64_t lpa) {
+ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa) {
     ref_group* group = nullptr;
     const ref_result found = find_group(counts, tbl_group_of(lpa), &group);
     if (found != ref_result::counted) {
@@ -155,16 +183,17 @@ ref_result tbl_ref_counts_add_slowly(tbl_ref_counts* counts, uint64_t lpa) {
     if (group->narrow == nullptr) {
         return add_wide(group, lpa);
     }
-    uint8_t* count = &group->narrow[tbl_offset_in_group(lpa)];
-    if (*count < REF_NARROW_MAX) {
-        if (++*count == 1) {
-            tbl_ref_counts_take_free();
+    uint8_t* counter = &group->narrow[tbl_offset_in_group(lpa)];
+    if (ref_counter_has_room(*counter)) {
+        if (*counter == REF_COUNTER_ZERO) {
+            tbl_ref_counts_take_free(1);
         }
+        ++*counter;
         return ref_result::counted;
     }
     if (!units_left(counts, 2)) {
         flush(counts);
-        return tbl_ref_counts_add_slowly(counts, lpa);  // now wide: the table has its counts
+        return tbl_ref_counts_add(counts, lpa);  // now wide: the table has its counts
     }
     widen(counts, group);
     return add_wide(group, lpa);
@@ -221,7 +250,6 @@ int tbl_ref_counts_close(tbl_ref_counts* counts) {
     }
     write_groups(counts);
     const int result = counts->lost ? -1 : 0;
-    free(counts->units);
-    delete counts;
+    free_counts(counts);
     return result;
 }

@@ -8,17 +8,26 @@
 #include "tbl/tbl_format.h"
 #include "tbl/tbl_group_image.h"
 
-// A group in memory is narrow (a byte an entry: its count; the group was all zero before) until a
+// A group in memory is narrow (a byte an entry, its counter; the group was all zero before) until a
 // count outgrows the byte, or wide (the entries' words) from then on or when it was not all zero.
-constexpr uint32_t REF_UNIT_SIZE = TBL_GROUP_ENTRIES;  // bytes; a wide group takes two units
-constexpr uint32_t REF_UNITS = 16384;                  // 64 MiB: 67 million extents, narrow
-constexpr uint32_t REF_SLOTS = 2 * REF_UNITS;
-constexpr uint32_t REF_NARROW_MAX = 254;
-constexpr uint32_t REF_DIRECT = 65536;  // groups found by their number alone: 268 million extents
+// A counter holds the count and REF_COUNTER_ZERO, or one of the two values around those.
+constexpr uint8_t REF_COUNTER_NONE = 0;  // the group is not in memory
+constexpr uint8_t REF_COUNTER_ZERO = 1;
+constexpr uint8_t REF_COUNTER_FULL = 254;  // counts no further: the group is widened
+constexpr uint8_t REF_COUNTER_WIDE = 255;  // the group is wide
+
+// The counters of the first groups have each its place, found by the extent's number alone; other
+// narrow groups, and wide ones, take units: a narrow group one, a wide one two.
+constexpr uint64_t REF_NEAR_GROUPS = 16384;  // 64 MiB: 67 million extents
+constexpr uint64_t REF_NEAR_EXTENTS = REF_NEAR_GROUPS * TBL_GROUP_ENTRIES;
+constexpr uint32_t REF_UNIT_SIZE = TBL_GROUP_ENTRIES;  // bytes
+constexpr uint32_t REF_UNITS = 6144;                   // 24 MiB
+constexpr uint32_t REF_GROUPS = static_cast<uint32_t>(REF_NEAR_GROUPS) + REF_UNITS;
+constexpr uint32_t REF_SLOTS = 32768;
 
 struct ref_group {
     uint64_t group;
-    uint8_t* narrow;   // counts; null: wide
+    uint8_t* narrow;   // counters; null: wide
     uint16_t* wide;    // words; null: narrow
     uint32_t changed;  // wide: bit i: block i of the group; narrow: every block with a count
 };
@@ -26,17 +35,17 @@ struct ref_group {
 // Called before the first reference into a group is counted in memory: 0, or negative, logged.
 using ref_group_hook = int (*)(uint64_t group);
 
-// One rebuild's counts, about 67 MiB at the most, taken as they are used. Its fields are this
+// One rebuild's counts, about 89 MiB at the most, taken as they are used. Its fields are this
 // file's own.
 struct tbl_ref_counts {
     ref_group_hook first_touch;
-    uint8_t* units;  // REF_UNITS * REF_UNIT_SIZE bytes, zero where unused
+    uint8_t* near;   // REF_NEAR_EXTENTS counters
+    uint8_t* units;  // REF_UNITS of REF_UNIT_SIZE bytes
     uint32_t units_used;
     uint32_t group_count;
-    bool lost;                    // an entry could not be written
-    uint8_t* direct[REF_DIRECT];  // counts of the narrow groups among the first; null: none
-    uint32_t slots[REF_SLOTS];    // number in `groups`, by hash of the group
-    ref_group groups[REF_UNITS];
+    bool lost;                  // an entry could not be written
+    uint32_t slots[REF_SLOTS];  // number in `groups`, by hash of the group
+    ref_group groups[REF_GROUPS];
     tbl_group_image image;  // of the group being taken in or written
 };
 
@@ -50,33 +59,21 @@ enum class ref_result {
                // blocks cannot be read
     full,      // the entry has 4095 references
 };
-// By way of the group's hash, and of the table when the group is not in memory.
-ref_result tbl_ref_counts_add_slowly(tbl_ref_counts* counts, uint64_t lpa);
+// Counts one reference to `lpa`, of whatever group.
+ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa);
 
-// An extent is in use from now on.
-inline void tbl_ref_counts_take_free() {
-    if (current_fri.fd != 0 && current_fri.header.fri_free_count != 0) {
-        current_fri.header.fri_free_count = current_fri.header.fri_free_count - 1;
-    }
+// The counter of one of the first extents, null of another one. What stands from REF_COUNTER_ZERO
+// up to below REF_COUNTER_FULL may be counted up in place, by who tells tbl_ref_counts_take_free
+// how many extents got their first reference; everything else is for tbl_ref_counts_add.
+inline uint8_t* tbl_ref_counts_counter(tbl_ref_counts* counts, uint64_t lpa) {
+    return lpa < REF_NEAR_EXTENTS ? counts->near + lpa : nullptr;
+}
+constexpr bool ref_counter_has_room(uint8_t counter) {
+    return static_cast<uint8_t>(counter - REF_COUNTER_ZERO) < REF_COUNTER_FULL - REF_COUNTER_ZERO;
 }
 
-// Counts one reference to `lpa`.
-inline ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa) {
-    const uint64_t group = tbl_group_of(lpa);
-    if (group < REF_DIRECT && counts->direct[group] != nullptr) {
-        uint8_t* count = &counts->direct[group][tbl_offset_in_group(lpa)];
-        if (*count != 0 && *count < REF_NARROW_MAX) {
-            ++*count;
-            return ref_result::counted;
-        }
-        if (*count == 0) {
-            *count = 1;
-            tbl_ref_counts_take_free();
-            return ref_result::counted;
-        }
-    }
-    return tbl_ref_counts_add_slowly(counts, lpa);
-}
+// So many extents are in use from now on; the index's free count stops at 0.
+void tbl_ref_counts_take_free(uint64_t extents);
 
 // Writes everything that was counted and frees the counts. Groups whose blocks cannot be moved as a
 // whole are written entry by entry. 0, or -1 when an entry could not be written, logged. Null: 0.
