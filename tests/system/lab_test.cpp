@@ -115,6 +115,10 @@ TEST(lab, words_that_make_no_sense_are_usage_errors) {
         {"make", "/scratch/s", "--volumes", "0"},
         {"make", "/scratch/s", "--refused"},
         {"verify", "/scratch/s", "--crash"},
+        {"verify", "/scratch/s", "--refused", "--rebuilt"},
+        {"verify", "/scratch/s", "--rebuilt", "--refused"},
+        {"damage", "/scratch/s"},
+        {"damage", "/scratch/s", "list-loop", "--luns", "3"},
     };
     for (const auto& words : wrong) {
         const run_result result = lab(box, words);

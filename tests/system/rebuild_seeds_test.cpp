@@ -182,7 +182,7 @@ TEST_F(rebuilt_volume, that_counts_a_reference_too_many_is_told_apart) {
     set_tbl_word(table_of(sample_), lpa, static_cast<uint16_t>(TBL_USED_BIT | (count + 1)));
     expect_difference(TABLE + "lpa " + std::to_string(lpa) + ": expected used with " +
                       std::to_string(count) + " references, found used with " +
-                      std::to_string(count + 1));
+                      std::to_string(count + 1) + " references");
 }
 
 TEST_F(rebuilt_volume, whose_list_loops_is_told_apart) {

@@ -34,19 +34,20 @@ static std::string told(const std::string& path, const char* what, uint64_t numb
     return path + ": " + what + " " + std::to_string(number) + ": " + rest;
 }
 
+static std::string in_words(bool used, uint32_t references) {
+    return used ? "used with " + std::to_string(references) + " references" : "free";
+}
+
 static std::string check_references(const rebuilt_pool& pool) {
     for (uint64_t lpa = 0; lpa < pool.found.tbl.size(); lpa++) {
         const tbl_entry entry = entry_at(pool.found, lpa);
         const uint32_t wanted = pool.references[lpa];
         const bool used = tbl_entry_is_used(&entry);
-        if (used == (wanted > 0) && (!used || tbl_entry_count(&entry) == wanted)) {
-            continue;
+        if (used != (wanted > 0) || (used && tbl_entry_count(&entry) != wanted)) {
+            std::string rest = "expected " + in_words(wanted > 0, wanted);
+            rest += ", found " + in_words(used, tbl_entry_count(&entry));
+            return told(pool.table, "lpa", lpa, rest);
         }
-        const std::string expected =
-            wanted > 0 ? "used with " + std::to_string(wanted) + " references" : "free";
-        const std::string found =
-            used ? "used with " + std::to_string(tbl_entry_count(&entry)) : "free";
-        return told(pool.table, "lpa", lpa, "expected " + expected + ", found " + found);
     }
     return "";
 }
