@@ -1,7 +1,9 @@
-// bench-volume ROOT MAPPINGS sequential|scattered [DECLARED]: a volume of 2^20-byte extents whose
-// LUN maps hold MAPPINGS mapped entries in all, over 16 LUNs, each extent referred to once. Table
-// and index get headers only: the rebuild under test fills them. DECLARED: entries that the maps'
-// headers claim beyond those, in a hole.
+// bench-volume ROOT MAPPINGS [--scattered] [--luns N] [--declared N] [--one-in N]: a volume of
+// 2^20-byte extents whose LUN maps hold MAPPINGS mapped entries in all, each extent referred to
+// once. Table and index get headers only: the rebuild under test fills them.
+//   --luns N      maps that share the mappings (16)
+//   --declared N  entries that the maps' headers claim beyond those, in a hole
+//   --one-in N    of N stretches of the maps one holds mappings, the others are holes
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -14,13 +16,14 @@
 
 #include "fri/fri_format.h"
 #include "map/map_format.h"
+#include "spread.h"
 #include "store/crc32c.h"
 #include "store/data_node.h"
 #include "store/meta_node.h"
 #include "tbl/tbl_format.h"
 
-static constexpr uint64_t LUNS = 16;
 static constexpr uint64_t NODES_A_WRITE = 1024;
+static constexpr uint64_t NODES_A_STRETCH = 8;  // a page of the file
 static const uint8_t POOL_UUID[UUID_SIZE] = {0x7a, 0x52, 0x11, 0x04};
 
 [[noreturn]] static void give_up(const std::string& what) {
@@ -95,103 +98,108 @@ static void make_data_file(const std::string& path) {
     close(fd);
 }
 
-// A permutation of 0 .. 2^bits - 1: four rounds of mixing the two halves of the number.
-static uint64_t permuted(uint64_t x, unsigned bits) {
-    const unsigned low_bits = bits / 2;
-    const uint64_t low_mask = (uint64_t{1} << low_bits) - 1;
-    const uint64_t high_mask = (uint64_t{1} << (bits - low_bits)) - 1;
-    uint64_t low = x & low_mask;
-    uint64_t high = x >> low_bits;
-    for (uint64_t round = 1; round <= 4; round++) {
-        high ^= ((low + round) * 0x9E3779B97F4A7C15 >> 20) & high_mask;
-        low ^= ((high + round) * 0xC2B2AE3D27D4EB4F >> 20) & low_mask;
-    }
-    return high << low_bits | low;
-}
-
-struct layout {
-    uint64_t mappings;
-    bool scattered;
-    unsigned bits;  // 2^bits is the first power of two not below `mappings`
+struct plan {
+    std::string root;
+    spread mappings;
+    uint64_t luns;
+    uint64_t declared;
+    uint64_t one_in;
 };
 
-// The extent of mapping `i`: the next one, or anywhere.
-static uint64_t extent_of(const layout& layout, uint64_t i) {
-    if (!layout.scattered) {
-        return i;
-    }
-    uint64_t x = permuted(i, layout.bits);
-    while (x >= layout.mappings) {  // stays a permutation of 0 .. mappings - 1
-        x = permuted(x, layout.bits);
-    }
-    return x;
-}
-
-static data_node filled_node(const layout& layout, uint64_t first, uint64_t count) {
+static data_node filled_node(const spread& mappings, uint64_t first, uint64_t count) {
     data_node node{};
     for (uint64_t slot = 0; slot < count; slot++) {
-        const uint64_t word = MAP_MAPPED_BIT | extent_of(layout, first + slot);
+        const uint64_t word = MAP_MAPPED_BIT | spread_extent(mappings, first + slot);
         memcpy(node.payload + slot * sizeof word, &word, sizeof word);
     }
     data_node_seal(&node);
     return node;
 }
 
-static void write_nodes(int fd, const layout& layout, uint64_t first, uint64_t count) {
+// `count` mappings from number `first` on, one stretch of nodes in plan.one_in.
+static void write_nodes(int fd, const plan& plan, uint64_t first, uint64_t count) {
+    const uint64_t run = plan.one_in == 1 ? NODES_A_WRITE : NODES_A_STRETCH;
+    const uint64_t all = map_node_count(count);
     std::vector<data_node> nodes;
-    for (uint64_t node = 0; node < map_node_count(count); node += nodes.size()) {
-        nodes.resize(std::min(NODES_A_WRITE, map_node_count(count) - node));
+    for (uint64_t node = 0; node < all; node += nodes.size()) {
+        nodes.resize(std::min(run, all - node));
         for (uint64_t i = 0; i < nodes.size(); i++) {
-            const uint64_t lea = (node + i) * MAP_NODE_ENTRIES;
-            nodes[i] = filled_node(layout, first + lea, std::min(MAP_NODE_ENTRIES, count - lea));
+            const uint64_t done = (node + i) * MAP_NODE_ENTRIES;
+            const uint64_t here = std::min(MAP_NODE_ENTRIES, count - done);
+            nodes[i] = filled_node(plan.mappings, first + done, here);
         }
-        write_all(fd, nodes.data(), nodes.size() * sizeof(data_node), data_node_offset(node));
+        write_all(fd, nodes.data(), nodes.size() * sizeof(data_node),
+                  data_node_offset(node * plan.one_in));
     }
 }
 
-static void make_map(const std::string& path, uint64_t number, const layout& layout,
-                     uint64_t declared) {
-    const uint64_t first = layout.mappings * number / LUNS;
-    const uint64_t count = layout.mappings * (number + 1) / LUNS - first;
+static void make_map(const plan& plan, uint64_t number) {
+    const uint64_t first = plan.mappings.mappings * number / plan.luns;
+    const uint64_t count = plan.mappings.mappings * (number + 1) / plan.luns - first;
+    const uint64_t entries = count * plan.one_in + plan.declared / plan.luns;
     map_header header{};
     header.map_version = 1;
     header.map_magic_code = METADATA_MAGIC_CODE;
     header.map_type = FILE_TYPE_MAP;
     header.map_uuid[0] = static_cast<uint8_t>(number + 1);
     header.map_uuid[15] = 0x4d;
-    header.map_total_count = count + declared;
+    header.map_total_count = entries;
     header.map_mapped_count = count;
     header.map_pool_cnt = 1;
     uint32_t checksum = 0;
     tarn_crc32c(POOL_UUID, UUID_SIZE, &checksum);
     header.map_pool_cksum = checksum;
-    const int fd =
-        create(path, METADATA_DATA_OFFSET + map_node_count(count + declared) * DATA_NODE_SIZE);
+    const int fd = create(plan.root + "/@iSCSITrg/LUN_Extent_" + std::to_string(number),
+                          METADATA_DATA_OFFSET + map_node_count(entries) * DATA_NODE_SIZE);
     write_header(fd, &header, MAP_CONST_NODES, MAP_VAR_NODES);
     write_all(fd, POOL_UUID, UUID_SIZE, MAP_POOL_TABLE_OFFSET);
-    write_nodes(fd, layout, first, count);
+    write_nodes(fd, plan, first, count);
     close(fd);
 }
 
+[[noreturn]] static void refuse() {
+    fprintf(stderr,
+            "usage: bench-volume ROOT MAPPINGS [--scattered] [--luns N] [--declared N] "
+            "[--one-in N]\n");
+    exit(2);
+}
+
+static plan read_plan(int argc, char** argv) {
+    if (argc < 3) {
+        refuse();
+    }
+    plan plan = {argv[1], {strtoull(argv[2], nullptr, 10), false}, 16, 0, 1};
+    for (int i = 3; i < argc; i++) {
+        const std::string option = argv[i];
+        if (option == "--scattered") {
+            plan.mappings.scattered = true;
+            continue;
+        }
+        uint64_t* number = option == "--luns"       ? &plan.luns
+                           : option == "--declared" ? &plan.declared
+                           : option == "--one-in"   ? &plan.one_in
+                                                    : nullptr;
+        if (number == nullptr || i + 1 == argc) {
+            refuse();
+        }
+        *number = strtoull(argv[++i], nullptr, 10);
+    }
+    if (plan.luns == 0 || plan.one_in == 0) {
+        refuse();
+    }
+    return plan;
+}
+
 int main(int argc, char** argv) {
-    if (argc < 4) {
-        fprintf(stderr, "usage: bench-volume ROOT MAPPINGS sequential|scattered [DECLARED]\n");
-        return 2;
-    }
-    const std::string root = argv[1];
-    layout layout = {strtoull(argv[2], nullptr, 10), strcmp(argv[3], "scattered") == 0, 1};
-    while (uint64_t{1} << layout.bits < layout.mappings) {
-        layout.bits++;
-    }
-    const uint64_t declared = argc > 4 ? strtoull(argv[4], nullptr, 10) / LUNS : 0;
+    const plan plan = read_plan(argc, argv);
     for (const char* directory : {"", "/@EP", "/@iSCSITrg", "/@EP_trash", "/@Snapshot"}) {
-        mkdir((root + directory).c_str(), 0755);
+        mkdir((plan.root + directory).c_str(), 0755);
     }
-    make_table(root + "/@EP/EP_TBL");
-    make_index(root + "/@EP/EP_FRI");
-    make_data_file(root + "/@EP/EP_DAT_00000");
-    for (uint64_t lun = 0; lun < LUNS; lun++) {
-        make_map(root + "/@iSCSITrg/LUN_Extent_" + std::to_string(lun), lun, layout, declared);
+    make_table(plan.root + "/@EP/EP_TBL");
+    make_index(plan.root + "/@EP/EP_FRI");
+    make_data_file(plan.root + "/@EP/EP_DAT_00000");
+    for (uint64_t number = 0; number < plan.luns; number++) {
+        make_map(plan, number);
     }
     return 0;
 }

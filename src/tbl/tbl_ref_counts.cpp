@@ -27,7 +27,10 @@ static void forget(tbl_ref_counts* counts) {
     counts->group_count = 0;
 }
 
-static void free_counts(tbl_ref_counts* counts) {
+void tbl_ref_counts_drop(tbl_ref_counts* counts) {
+    if (counts == nullptr) {
+        return;
+    }
     zero_memory_free(counts->near, NEAR_SIZE);
     zero_memory_free(counts->units, UNITS_SIZE);
     delete counts;
@@ -44,11 +47,12 @@ tbl_ref_counts* tbl_ref_counts_open(ref_group_hook first_touch) {
     counts->near = static_cast<uint8_t*>(zero_memory(NEAR_SIZE));
     counts->units = static_cast<uint8_t*>(zero_memory(UNITS_SIZE));
     if (counts->near == nullptr || counts->units == nullptr) {
-        free_counts(counts);
+        tbl_ref_counts_drop(counts);
         return nullptr;
     }
     counts->first_touch = first_touch;
     counts->group_count = 0;
+    counts->written = false;
     counts->lost = false;
     forget(counts);
     return counts;
@@ -129,11 +133,6 @@ static ref_result find_group(tbl_ref_counts* counts, uint64_t number, ref_group*
     return ref_result::counted;
 }
 
-static uint16_t narrow_word(uint8_t counter) {
-    const unsigned count = counter - unsigned{REF_COUNTER_ZERO};
-    return static_cast<uint16_t>(count != 0 ? TBL_USED_BIT | count : 0);
-}
-
 // Blocks of a narrow group in which something was counted.
 static uint32_t counted_blocks(const ref_group* group) {
     uint32_t blocks = 0;
@@ -149,7 +148,7 @@ static uint32_t counted_blocks(const ref_group* group) {
 static void widen(tbl_ref_counts* counts, ref_group* group) {
     uint16_t words[TBL_GROUP_ENTRIES];
     for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
-        words[offset] = narrow_word(group->narrow[offset]);
+        words[offset] = ref_counter_word(group->narrow[offset]);
     }
     group->changed = counted_blocks(group);
     group->narrow = nullptr;
@@ -216,7 +215,7 @@ static void write_group(tbl_ref_counts* counts, const ref_group* group) {
     const bool loaded = tbl_group_load(current_tbl.fd, image, group->group);
     if (group->narrow != nullptr) {
         for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
-            image->words[offset] = narrow_word(group->narrow[offset]);
+            image->words[offset] = ref_counter_word(group->narrow[offset]);
         }
         tbl_group_mark_nonzero(image);
     } else {
@@ -230,17 +229,21 @@ static void write_group(tbl_ref_counts* counts, const ref_group* group) {
     }
 }
 
-static void write_groups(tbl_ref_counts* counts) {
-    ref_group* end = counts->groups + counts->group_count;
-    std::sort(counts->groups, end,
+void tbl_ref_counts_sort(tbl_ref_counts* counts) {
+    std::sort(counts->groups, counts->groups + counts->group_count,
               [](const ref_group& a, const ref_group& b) { return a.group < b.group; });
-    for (const ref_group* group = counts->groups; group != end; group++) {
-        write_group(counts, group);
+}
+
+static void write_groups(tbl_ref_counts* counts) {
+    tbl_ref_counts_sort(counts);
+    for (uint32_t i = 0; i < counts->group_count; i++) {
+        write_group(counts, &counts->groups[i]);
     }
 }
 
 static void flush(tbl_ref_counts* counts) {
     write_groups(counts);
+    counts->written = true;
     forget(counts);
 }
 
@@ -250,6 +253,6 @@ int tbl_ref_counts_close(tbl_ref_counts* counts) {
     }
     write_groups(counts);
     const int result = counts->lost ? -1 : 0;
-    free_counts(counts);
+    tbl_ref_counts_drop(counts);
     return result;
 }

@@ -43,6 +43,7 @@ struct tbl_ref_counts {
     uint8_t* units;  // REF_UNITS of REF_UNIT_SIZE bytes
     uint32_t units_used;
     uint32_t group_count;
+    bool written;               // some of it, to make room
     bool lost;                  // an entry could not be written
     uint32_t slots[REF_SLOTS];  // number in `groups`, by hash of the group
     ref_group groups[REF_GROUPS];
@@ -72,9 +73,20 @@ constexpr bool ref_counter_has_room(uint8_t counter) {
     return static_cast<uint8_t>(counter - REF_COUNTER_ZERO) < REF_COUNTER_FULL - REF_COUNTER_ZERO;
 }
 
+// The entry that a narrow group's counter stands for.
+constexpr uint16_t ref_counter_word(uint8_t counter) {
+    const unsigned count = counter - unsigned{REF_COUNTER_ZERO};
+    return static_cast<uint16_t>(count != 0 ? TBL_USED_BIT | count : 0);
+}
+
 // So many extents are in use from now on; the index's free count stops at 0.
 void tbl_ref_counts_take_free(uint64_t extents);
 
+// Puts the groups into ascending order, for a look at all of them: the next that may be done with
+// the counts is to close or to drop them.
+void tbl_ref_counts_sort(tbl_ref_counts* counts);
+// Frees the counts without writing what is in memory. Null is let pass.
+void tbl_ref_counts_drop(tbl_ref_counts* counts);
 // Writes everything that was counted and frees the counts. Groups whose blocks cannot be moved as a
 // whole are written entry by entry. 0, or -1 when an entry could not be written, logged. Null: 0.
 int tbl_ref_counts_close(tbl_ref_counts* counts);

@@ -1,14 +1,17 @@
 #include "volume/import_volume.h"
 
 #include <cstdio>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include "fri/fri_entries.h"
 #include "fri/fri_file.h"
 #include "map/map_file.h"
 #include "options.h"
+#include "store/descriptor.h"
 #include "store/log.h"
 #include "tbl/tbl_file.h"
+#include "tbl/tbl_ref_compare.h"
 #include "tbl/tbl_ref_counts.h"
 #include "volume/discovery.h"
 #include "volume/import.h"
@@ -83,7 +86,20 @@ static int import_listed_map(const path_entry* map, tbl_ref_counts* counts) {
     return result;
 }
 
-static int import_all_maps() {
+// Whether the live table says what was counted. What it cannot tell, the comparison on disk does.
+static bool agrees_with(const char* live_tbl, tbl_ref_counts* counts) {
+    const int fd = counts != nullptr ? io_open(live_tbl, O_RDONLY, 0) : -1;
+    const uint64_t groups = current_fri.header.fri_group_count;
+    const bool agrees =
+        fd > 0 && groups <= FRI_GROUP_CAPACITY && tbl_ref_counts_agree(counts, fd, groups);
+    if (fd > 0) {
+        io_close(fd);
+    }
+    return agrees;
+}
+
+// Null `agrees`: nothing is compared.
+static int import_all_maps(const rebuild_paths* paths, bool* agrees) {
     path_entry maps = {};
     init_path_list(&maps);
     int result = enum_all_vaai_luns(&maps);
@@ -95,15 +111,18 @@ static int import_all_maps() {
     for (const path_entry* map = maps.next; map != &maps && result == 0; map = map->next) {
         result = import_listed_map(map, counts);
     }
-    if (tbl_ref_counts_close(counts) != 0) {
+    if (agrees != nullptr && result == 0 && agrees_with(paths->old_tbl, counts)) {
+        *agrees = true;
+        tbl_ref_counts_drop(counts);
+    } else if (tbl_ref_counts_close(counts) != 0) {
         result = -1;
     }
     free_path_list(&maps);
     return result;
 }
 
-static int rebuild_in(const rebuild_paths* paths) {
-    if (create_files(paths) != 0 || import_all_maps() != 0) {
+static int rebuild_in(const rebuild_paths* paths, bool* agrees) {
+    if (create_files(paths) != 0 || import_all_maps(paths, agrees) != 0) {
         return -1;
     }
     printf("TARN_INFO: Rebuild EP_TBL: (%s/EP_TBL)\n", paths->dir);
@@ -111,18 +130,27 @@ static int rebuild_in(const rebuild_paths* paths) {
     return 0;
 }
 
-int do_import_volume(const char* dir_name) {
+static int import_volume(const char* dir_name, bool* agrees) {
     rebuild_paths paths;
     if (is_vaai_volume(opt_ctx.volpath) != 1 || form_paths(&paths, dir_name) != 0) {
         return -1;
     }
     if (mkdir(paths.dir, WORK_DIR_MODE) != 0) {  // an existing one, or a link, is never entered
-        log_err("Fail to mkdir(%s)\n", paths.dir);
+        log_err_as("do_import_volume", "Fail to mkdir(%s)\n", paths.dir);
         return -1;
     }
     printf("TARN_INFO: import volume %s\n", opt_ctx.volpath);
-    const int result = rebuild_in(&paths);
+    const int result = rebuild_in(&paths, agrees);
     close_tbl();
     close_fri();
     return result;
+}
+
+int do_import_volume(const char* dir_name) {
+    return import_volume(dir_name, nullptr);
+}
+
+int do_import_volume_to_compare(const char* dir_name, bool* agrees) {
+    *agrees = false;
+    return import_volume(dir_name, agrees);
 }

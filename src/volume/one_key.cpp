@@ -10,7 +10,6 @@
 #include "tbl/tbl_file.h"
 #include "volume/discovery.h"
 #include "volume/full_check.h"
-#include "volume/import_volume.h"
 #include "volume/map_check.h"
 #include "volume/path_list.h"
 #include "volume/reconstruct.h"
@@ -59,9 +58,9 @@ int one_key_repair(int argc, char** argv, int) {
 }
 
 static int check_table() {
-    const bool consistent = do_import_volume(CHECK_DIR) >= 0 && do_check_full_tbl_consistent() >= 0;
+    const int result = rebuild_and_compare();
     remove_work_dir(CHECK_DIR);
-    return consistent ? 0 : -1;
+    return result;
 }
 
 static int check_listed_map(const path_entry* map) {

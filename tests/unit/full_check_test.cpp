@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
 #include "options.h"
 #include "support/io_faults.h"
@@ -139,6 +140,42 @@ TEST_F(full_check_command, leaves_its_directory_behind_after_a_mismatch) {
     EXPECT_EQ(check_full_volume(), -1);
     EXPECT_TRUE(log_.has("TBL: used bit mismatch, lpa(5), (old, new)=(0, 1)\n"));
     EXPECT_TRUE(file_exists(rebuilt()));
+}
+
+TEST_F(full_check_command, leaves_the_rebuilt_entries_for_inspection) {
+    stdout_capture out;
+    EXPECT_EQ(check_full_volume(), -1);
+    EXPECT_EQ(tbl_word_of(rebuilt(), 5), 0x8001);
+}
+
+// The map refers to groups 0 and 3: what lies between counts, what lies beyond does not.
+TEST_F(full_check_command, looks_at_groups_that_no_map_refers_to_up_to_the_highest_one) {
+    make_filled_map(root() + "/@iSCSITrg/LUN_Extent_1", 63, 2, {{0, 5}, {1, 3 * 4096}});
+    set_tbl_word(live(), 5, 0x8001);
+    set_tbl_word(live(), 3 * 4096, 0x8001);
+    set_tbl_word(live(), 4 * 4096, 0x8001);
+    stdout_capture out;
+    EXPECT_EQ(check_full_volume(), 0);
+    set_tbl_word(live(), 2 * 4096 - 1, 0x8001);
+    EXPECT_EQ(check_full_volume(), -1);
+    EXPECT_TRUE(log_.has("TBL: used bit mismatch, lpa(8191), (old, new)=(1, 0)\n"));
+}
+
+TEST_F(full_check_command, holds_counts_exactly_where_a_byte_does_not) {
+    for (const uint64_t references : {252, 253, 254, 255, 256, 257, 600}) {
+        std::vector<sample_entry> entries;
+        for (uint64_t lea = 0; lea < references; lea++) {
+            entries.push_back({lea, 5});
+        }
+        make_filled_map(root() + "/@iSCSITrg/LUN_Extent_1", 630, references, entries);
+        stdout_capture out;
+        for (const int off_by : {0, 1, -1}) {
+            set_tbl_word(live(), 5,
+                         static_cast<uint16_t>(0x8000 + static_cast<int>(references) + off_by));
+            EXPECT_EQ(check_full_volume(), off_by == 0 ? 0 : -1) << references << " " << off_by;
+            std::filesystem::remove_all(root() + "/@EP_CHK");
+        }
+    }
 }
 
 TEST_F(full_check_command, leaves_its_directory_behind_after_a_failed_rebuild) {
