@@ -130,6 +130,7 @@ TEST_F(map_scan_of_file, holes_are_passed_over_in_one_step) {
     put(1000000, 2);
     put(1000001, 3);
     put(3000000, 4);
+    ASSERT_EQ(truncate(file_.path(), static_cast<off_t>(node_offset(4000000))), 0);
     const io_fault_at reads(0, 0, {io_call::read});
     const shown_nodes shown = scan_all(file_.fd(), 5000000, file_);
     EXPECT_EQ(shown.last, map_scan_result::end);
@@ -141,6 +142,14 @@ TEST_F(map_scan_of_file, holes_are_passed_over_in_one_step) {
     for (const uint64_t node : {5, 1000000, 1000001, 3000000}) {
         EXPECT_TRUE(std::binary_search(shown.with_data.begin(), shown.with_data.end(), node));
     }
+}
+
+TEST_F(map_scan_of_file, data_behind_the_last_node_asked_for_is_not_shown) {
+    put(5, 1);
+    put(3000000, 2);
+    const shown_nodes shown = scan_all(file_.fd(), 100000, file_);
+    EXPECT_EQ(shown.last, map_scan_result::end);
+    EXPECT_EQ(shown.end, 100000u);
 }
 
 TEST_F(map_scan_of_file, a_file_without_data_nodes_is_one_hole) {

@@ -292,6 +292,8 @@ TEST_F(ref_counts, are_written_when_the_memory_is_full_and_go_on) {
 // The step from a byte to a word takes memory as well.
 TEST_F(ref_counts, stay_exact_when_the_memory_is_full_as_a_byte_overflows) {
     constexpr uint64_t most = REF_UNITS + 4;
+    add(7);  // what lies beside that memory
+    add(4096 + 7, 2);
     for (uint64_t i = 0; i < most; i++) {
         const uint64_t lpa = (FAR_GROUP + i) * 4096;
         add(lpa);
@@ -307,6 +309,9 @@ TEST_F(ref_counts, stay_exact_when_the_memory_is_full_as_a_byte_overflows) {
         ASSERT_EQ(pool_.tbl(lpa + 1), i + 12 > most ? 0x8000 + 260 : 0) << i;
     }
     EXPECT_EQ(pool_.tbl(5 * 4096 + 9), 0x8000 + 11 * 260);
+    EXPECT_EQ(pool_.tbl(7), 0x8001);
+    EXPECT_EQ(pool_.tbl(8), 0);
+    EXPECT_EQ(pool_.tbl(4096 + 7), 0x8002);
 }
 
 // Who finds room in a counter may count by himself; where there is none he may not.
