@@ -84,6 +84,7 @@ TEST_F(ref_counts, stay_exact_where_a_byte_no_longer_holds_them) {
         for (size_t i = 0; i < all.size(); i++) {
             const uint64_t lpa = (base + i) * 4096 + 61 * i;
             add(lpa + 1, 3);
+            add(lpa + 2000, 2);  // in another block, and never again
             add(lpa, all[i]);
             add(lpa + 2, 4);
         }
@@ -95,6 +96,7 @@ TEST_F(ref_counts, stay_exact_where_a_byte_no_longer_holds_them) {
             EXPECT_EQ(pool_.tbl(lpa), 0x8000 | all[i]);
             EXPECT_EQ(pool_.tbl(lpa + 1), 0x8003);
             EXPECT_EQ(pool_.tbl(lpa + 2), 0x8004);
+            EXPECT_EQ(pool_.tbl(lpa + 2000), 0x8002);
             EXPECT_EQ(pool_.tbl(lpa + 3), 0);
         }
     }
