@@ -6,6 +6,7 @@
 #include "print.h"
 #include "store/descriptor.h"
 #include "store/file.h"
+#include "store/header_file.h"
 #include "store/log.h"
 #include "store/meta_node.h"
 #include "store/uuid.h"
@@ -77,31 +78,19 @@ int create_fri(const char* newpath, const char* oldpath) {
     return 0;
 }
 
-static int give_up(fri_handle* handle) {
-    delete[] handle->buffer;
-    handle->buffer = nullptr;
-    io_close(handle->fd);
-    handle->fd = 0;
-    return -1;
-}
-
 int load_fri_handle(fri_handle* handle, const char* name) {
     if (name == nullptr) {
         log_err("%s NULL pointer\n", "name");
-        return handle == nullptr ? -1 : give_up(handle);
+        return handle == nullptr ? -1 : drop_handle(&handle->fd, &handle->buffer);
     }
     if (handle == nullptr) {
         log_err("%s NULL pointer\n", "handle");
         return -1;
     }
-    handle->fd = open_file(name);
-    if (handle->fd == 0) {
-        log_err("fri file descriptor is invalid\n");
-        return give_up(handle);
-    }
     fri_header header;
-    if (tarn_load_meta_nodes(handle->fd, &header, FRI_CONST_NODES, FRI_VAR_NODES) != 0) {
-        return give_up(handle);  // logged there
+    handle->fd = open_with_header(__func__, "fri", name, &header, FRI_CONST_NODES, FRI_VAR_NODES);
+    if (handle->fd == 0) {
+        return drop_handle(&handle->fd, &handle->buffer);  // logged there
     }
     (void)meta_hdr_d2m(&header);  // deliberate: a wrong magic code is logged, the handle loads
     handle->header = header;
@@ -114,10 +103,7 @@ int close_fri_handle(fri_handle* handle) {
         log_err("%s NULL pointer\n", "handle");
         return -1;
     }
-    delete[] handle->buffer;
-    handle->buffer = nullptr;
-    close_synced(handle->fd);
-    handle->fd = 0;
+    end_handle(&handle->fd, &handle->buffer);
     return 0;
 }
 
@@ -130,13 +116,10 @@ int extract_fri_uuid(const char* name, uint8_t* uuid_out) {
         log_err("%s NULL pointer\n", "uuid");
         return -1;
     }
-    const scoped_fd file(open_file(name));
-    if (file.get() == 0) {
-        log_err("fri file descriptor is invalid\n");
-        return -1;
-    }
     fri_header header;
-    if (tarn_load_meta_nodes(file.get(), &header, FRI_CONST_NODES, FRI_VAR_NODES) != 0) {
+    const scoped_fd file(
+        open_with_header(__func__, "fri", name, &header, FRI_CONST_NODES, FRI_VAR_NODES));
+    if (file.get() == 0) {
         return -1;  // logged there
     }
     (void)meta_hdr_d2m(&header);  // deliberate: a wrong magic code is logged, the uuid taken

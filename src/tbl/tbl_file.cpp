@@ -7,6 +7,7 @@
 #include "print.h"
 #include "store/descriptor.h"
 #include "store/file.h"
+#include "store/header_file.h"
 #include "store/log.h"
 #include "store/meta_node.h"
 #include "store/uuid.h"
@@ -91,31 +92,19 @@ int create_tbl(const char* newpath, const char* oldpath) {
     return 0;
 }
 
-static int give_up(tbl_handle* handle) {
-    delete[] handle->buffer;
-    handle->buffer = nullptr;
-    io_close(handle->fd);
-    handle->fd = 0;
-    return -1;
-}
-
 int load_tbl_handle(tbl_handle* handle, const char* name) {
     if (name == nullptr) {
         log_err("%s NULL pointer\n", "name");
-        return handle == nullptr ? -1 : give_up(handle);
+        return handle == nullptr ? -1 : drop_handle(&handle->fd, &handle->buffer);
     }
     if (handle == nullptr) {
         log_err("%s NULL pointer\n", "handle");
         return -1;
     }
-    handle->fd = open_file(name);
-    if (handle->fd == 0) {
-        log_err("tbl file descriptor is invalid\n");
-        return give_up(handle);
-    }
     tbl_header header;
-    if (tarn_load_meta_nodes(handle->fd, &header, TBL_CONST_NODES, TBL_VAR_NODES) != 0) {
-        return give_up(handle);  // logged there
+    handle->fd = open_with_header(__func__, "tbl", name, &header, TBL_CONST_NODES, TBL_VAR_NODES);
+    if (handle->fd == 0) {
+        return drop_handle(&handle->fd, &handle->buffer);  // logged there
     }
     (void)meta_hdr_d2m(&header);  // deliberate: a wrong magic code is logged, the handle loads
     handle->header = header;
@@ -128,10 +117,7 @@ int close_tbl_handle(tbl_handle* handle) {
         log_err("%s NULL pointer\n", "handle");
         return -1;
     }
-    delete[] handle->buffer;
-    handle->buffer = nullptr;
-    close_synced(handle->fd);
-    handle->fd = 0;
+    end_handle(&handle->fd, &handle->buffer);
     return 0;
 }
 

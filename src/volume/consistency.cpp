@@ -10,7 +10,6 @@
 #include "store/log.h"
 #include "tbl/tbl_file.h"
 #include "volume/discovery.h"
-#include "volume/path_list.h"
 #include "volume/volume_paths.h"
 
 static int check_head_group() {
@@ -50,25 +49,18 @@ static bool has_all_three_files() {
            is_regular_file(opt_ctx.fripath) == 1;
 }
 
+static int check_volume(const char* root, int argc, char** argv) {
+    snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", root);
+    set_live_table_paths(root);
+    if (!has_all_three_files()) {
+        printf("TARN_INFO: SKIP VAAI CONSISTENT CHECK, volume %s\n", root);
+        return 0;
+    }
+    return check_metadata_consistent(argc, argv) < 0 ? -1 : 0;
+}
+
 int check_all_vol_metadata_consistent(int argc, char** argv) {
-    path_entry volumes = {};
-    init_path_list(&volumes);
-    int result = enum_all_volumes(&volumes);
-    if (result != 0) {
-        log_err("Fail to enum all volumes\n");
-    }
-    for (const path_entry* volume = volumes.next; volume != &volumes && result == 0;
-         volume = volume->next) {
-        snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", volume->name);
-        set_live_table_paths(volume->name);
-        if (!has_all_three_files()) {
-            printf("TARN_INFO: SKIP VAAI CONSISTENT CHECK, volume %s\n", volume->name);
-        } else if (check_metadata_consistent(argc, argv) < 0) {
-            result = -1;
-        }
-    }
-    free_path_list(&volumes);
-    return result;
+    return for_each_volume(__func__, check_volume, argc, argv);
 }
 
 static int check_group_list() {
@@ -83,30 +75,25 @@ static int check_group_list() {
     return result;
 }
 
-int check_freelist_consistent() {
+// Runs `step` over the index and the table that the options name, as far as both load.
+static int with_loaded_tables(const char* caller, int (*step)()) {
     int result = -1;
     if (load_fri(opt_ctx.fripath) != 0) {
-        log_err("Fail to load FRI %s\n", opt_ctx.fripath);
+        log_err_as(caller, "Fail to load FRI %s\n", opt_ctx.fripath);
     } else if (load_tbl(opt_ctx.tblpath) != 0) {
-        log_err("Fail to load TBL %s\n", opt_ctx.tblpath);
+        log_err_as(caller, "Fail to load TBL %s\n", opt_ctx.tblpath);
     } else {
-        result = check_group_list();
+        result = step();
     }
     close_fri();
     close_tbl();
     return result;
 }
 
+int check_freelist_consistent() {
+    return with_loaded_tables(__func__, check_group_list);
+}
+
 int fix_fri_tbl_metadata_to_consistent() {
-    int result = -1;
-    if (load_fri(opt_ctx.fripath) != 0) {
-        log_err("Fail to load FRI %s\n", opt_ctx.fripath);
-    } else if (load_tbl(opt_ctx.tblpath) != 0) {
-        log_err("Fail to load TBL %s\n", opt_ctx.tblpath);
-    } else {
-        result = fix_fri_group_head();
-    }
-    close_fri();
-    close_tbl();
-    return result;
+    return with_loaded_tables(__func__, fix_fri_group_head);
 }

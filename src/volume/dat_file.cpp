@@ -2,20 +2,10 @@
 
 #include <cstdio>
 
-#include "store/descriptor.h"
-#include "store/file.h"
+#include "store/header_file.h"
 #include "store/log.h"
 #include "store/meta_node.h"
 #include "volume/volume_paths.h"
-
-// After a failure: nothing stays open.
-static int give_up(dat_handle* handle) {
-    delete[] handle->buffer;
-    handle->buffer = nullptr;
-    io_close(handle->fd);
-    handle->fd = 0;
-    return -1;
-}
 
 int load_dat_handle(dat_handle* handle, const char* path) {
     if (path == nullptr) {
@@ -26,15 +16,10 @@ int load_dat_handle(dat_handle* handle, const char* path) {
         log_err("%s NULL pointer\n", "handle");
         return -1;
     }
-    handle->fd = open_file(path);
-    if (handle->fd == 0) {
-        log_err("dat file descriptor is invalid\n");
-        return give_up(handle);
-    }
     dat_header header{};
-    if (tarn_load_meta_nodes(handle->fd, &header, DAT_CONST_NODES, DAT_VAR_NODES) != 0 ||
-        meta_hdr_d2m(&header) != 0) {
-        return give_up(handle);
+    handle->fd = open_with_header(__func__, "dat", path, &header, DAT_CONST_NODES, DAT_VAR_NODES);
+    if (handle->fd == 0 || meta_hdr_d2m(&header) != 0) {
+        return drop_handle(&handle->fd, &handle->buffer);  // logged there
     }
     handle->header = header;
     snprintf(handle->name, sizeof handle->name, "%s", path);
@@ -46,10 +31,7 @@ int close_dat_handle(dat_handle* handle) {
         log_err("%s NULL pointer\n", "handle");
         return -1;
     }
-    delete[] handle->buffer;
-    handle->buffer = nullptr;
-    close_synced(handle->fd);
-    handle->fd = 0;
+    end_handle(&handle->fd, &handle->buffer);
     return 0;
 }
 

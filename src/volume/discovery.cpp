@@ -137,3 +137,18 @@ int enum_all_vaai_luns(path_entry* list) {
     }
     return add_volume_map("ROD", "EP_ROD", MAP_KIND_ROD, list);
 }
+
+int for_each_volume(const char* caller, volume_step step, int argc, char** argv) {
+    path_entry volumes = {};
+    init_path_list(&volumes);
+    int result = enum_all_volumes(&volumes);
+    if (result != 0) {
+        log_err_as(caller, "Fail to enum all volumes\n");
+    }
+    for (const path_entry* volume = volumes.next; volume != &volumes && result == 0;
+         volume = volume->next) {
+        result = step(volume->name, argc, argv);
+    }
+    free_path_list(&volumes);
+    return result;
+}

@@ -6,7 +6,6 @@
 #include "platform.h"
 #include "store/log.h"
 #include "volume/discovery.h"
-#include "volume/path_list.h"
 
 int tarn_set_journal_status(uint32_t status) {
     int result = -1;
@@ -34,7 +33,7 @@ int tarn_get_journal_status(uint32_t* status) {
 }
 
 // 1 read-only, 0 writable, -1 unknown; logged under the name that operators know: the caller's.
-static int is_read_only(const char* volume) {
+static int is_read_only(const char* volume, int, char**) {
     static constexpr const char* name = "is_read_only_volume_exist";
     ORBAMountVolInfo info = {};
     if (ORBAMountVolInfoGet(volume, &info) < 0) {
@@ -49,18 +48,7 @@ static int is_read_only(const char* volume) {
 }
 
 int is_read_only_volume_exist() {
-    path_entry volumes = {};
-    init_path_list(&volumes);
-    int result = enum_all_volumes(&volumes);
-    if (result != 0) {
-        log_err("Fail to enum all volumes\n");
-    }
-    for (const path_entry* volume = volumes.next; volume != &volumes && result == 0;
-         volume = volume->next) {
-        result = is_read_only(volume->name);
-    }
-    free_path_list(&volumes);
-    return result;
+    return for_each_volume(__func__, is_read_only, 0, nullptr);
 }
 
 int set_journal_ro_bad_when_ro_volume_exist() {

@@ -122,7 +122,7 @@ static void choose_volume(const char* root) {
     snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", root);
 }
 
-static int check_volume(int argc, char** argv, const char* root) {
+static int check_volume(const char* root, int argc, char** argv) {
     choose_volume(root);
     (void)get_jnl_root_path();                // deliberate: the replay tells what is missing
     (void)replay_vol_journal(argc, argv, 0);  // deliberate: checked all the same
@@ -136,16 +136,5 @@ static int check_volume(int argc, char** argv, const char* root) {
 }
 
 int one_key_check_all_vol(int argc, char** argv, int) {
-    path_entry volumes = {};
-    init_path_list(&volumes);
-    int result = enum_all_volumes(&volumes);
-    if (result != 0) {
-        log_err("Fail to enum all volumes\n");
-    }
-    for (const path_entry* volume = volumes.next; volume != &volumes && result == 0;
-         volume = volume->next) {
-        result = check_volume(argc, argv, volume->name);
-    }
-    free_path_list(&volumes);
-    return result;
+    return for_each_volume(__func__, check_volume, argc, argv);
 }

@@ -133,17 +133,9 @@ int replay_vol_journal(int argc, char** argv, int) {
     return result;
 }
 
-using volume_driver = int (*)(int argc, char** argv, int argument);
-
-// Runs `driver` over every volume, up to the first that fails. 0 or -1.
-static int for_each_volume(const path_entry* volumes, volume_driver driver, int argc, char** argv) {
-    for (const path_entry* volume = volumes->next; volume != volumes; volume = volume->next) {
-        snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", volume->name);
-        if (driver(argc, argv, 0) < 0) {
-            return -1;
-        }
-    }
-    return 0;
+static int check_volume(const char* root, int argc, char** argv) {
+    snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", root);
+    return check_vol_journal(argc, argv, 0) < 0 ? -1 : 0;
 }
 
 int check_all_vol_journal(int argc, char** argv) {
@@ -151,16 +143,12 @@ int check_all_vol_journal(int argc, char** argv) {
     if (parse_sub_options(argc, argv) != 0) {
         return -1;
     }
-    path_entry volumes = {};
-    init_path_list(&volumes);
-    int result = enum_all_volumes(&volumes);
-    if (result != 0) {
-        log_err("Fail to enum all volumes\n");
-    } else {
-        result = for_each_volume(&volumes, check_vol_journal, argc, argv);
-    }
-    free_path_list(&volumes);
-    return result;
+    return for_each_volume(__func__, check_volume, argc, argv);
+}
+
+static int replay_volume(const char* root, int argc, char** argv) {
+    snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", root);
+    return replay_vol_journal(argc, argv, 0) < 0 ? -1 : 0;
 }
 
 int replay_all_vol_journal(int argc, char** argv, int) {
@@ -168,14 +156,5 @@ int replay_all_vol_journal(int argc, char** argv, int) {
     if (parse_sub_options(argc, argv) != 0) {
         return -1;
     }
-    path_entry volumes = {};
-    init_path_list(&volumes);
-    int result = enum_all_volumes(&volumes);
-    if (result != 0) {
-        log_err("Fail to enum all volumes\n");
-    } else {
-        result = for_each_volume(&volumes, replay_vol_journal, argc, argv);
-    }
-    free_path_list(&volumes);
-    return result;
+    return for_each_volume(__func__, replay_volume, argc, argv);
 }
