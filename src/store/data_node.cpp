@@ -22,11 +22,20 @@ int tarn_write_data_node(int fd, data_node* node, uint64_t node_num) {
     return 0;
 }
 
+// A read that stops short before the end of the file would blank the entries behind it. 0 bytes are
+// the end itself.
+static bool short_of_the_end(int fd, uint64_t offset, int got, size_t len) {
+    uint8_t next = 0;
+    return got > 0 && static_cast<size_t>(got) < len &&
+           read_fd(fd, &next, offset + static_cast<uint64_t>(got), sizeof next) != 0;
+}
+
 int tarn_read_data_node(int fd, data_node* node, uint64_t node_num) {
-    const int got = read_fd(fd, node, data_node_offset(node_num), sizeof *node);
-    if (got < 0) {
+    const uint64_t offset = data_node_offset(node_num);
+    const int got = read_fd(fd, node, offset, sizeof *node);
+    if (got < 0 || short_of_the_end(fd, offset, got, sizeof *node)) {
         log_err("read_fd(%d)\n", got);
-        return got;
+        return got < 0 ? got : -1;
     }
     const uint32_t stored = node->checksum;
     if (stored == 0) {
@@ -43,18 +52,11 @@ int tarn_read_data_node(int fd, data_node* node, uint64_t node_num) {
     return 0;
 }
 
-// A read that stops short before the end of the file would blank the entries behind it.
-static bool short_of_the_end(int fd, uint64_t offset, int got, size_t len) {
-    uint8_t next = 0;
-    return static_cast<size_t>(got) < len &&
-           read_fd(fd, &next, offset + static_cast<uint64_t>(got), sizeof next) != 0;
-}
-
 int read_data_bytes(int fd, uint64_t node_num, size_t at, void* bytes, size_t len) {
     memset(bytes, 0, len);
     const uint64_t offset = data_node_offset(node_num) + at;
     const int got = read_fd(fd, bytes, offset, static_cast<uint32_t>(len));
-    if (got > 0 && short_of_the_end(fd, offset, got, len)) {
+    if (short_of_the_end(fd, offset, got, len)) {
         return -1;
     }
     return got;

@@ -32,7 +32,8 @@ int tarn_write_data_node(int fd, data_node* node, uint64_t node_num);
 // Reads data node `node_num` into `node`, which the caller has cleared: a read at the end of the
 // file fills less of it and is no error. A stored checksum of 0 means that the node carries none,
 // so sparse space reads as an empty node. Returns 0 valid or unchecked; 1 checksum mismatch,
-// logged, payload kept as read; negative: read_fd's result, logged. Leaves the checksum field 0.
+// logged, payload kept as read; negative when the read fails, logged, also when it stops short
+// before the end of the file. Leaves the checksum field 0.
 int tarn_read_data_node(int fd, data_node* node, uint64_t node_num);
 
 // Reads `len` payload bytes at `at` in node `node_num`: the way that single entries of table and
