@@ -1,0 +1,70 @@
+#include "map/map_create.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+
+#include "map/map_file.h"
+#include "support/hex.h"
+#include "support/log_capture.h"
+#include "support/sample_volumes.h"
+#include "support/scratch_file.h"
+
+namespace {
+
+class map_create : public testing::Test {
+protected:
+    map_create() : old_(dir_.file("old")), new_(dir_.file("new")) {
+        make_empty_file(old_);
+        make_map(old_, uuid_of(0x11), uuid_of(0x9A));
+    }
+    scratch_dir dir_;
+    std::string old_, new_;
+    log_capture log_;
+};
+
+}  // namespace
+
+TEST_F(map_create, computes_the_checksum_of_the_pool_table_afresh) {
+    const std::string right = hex_of(file_bytes(old_, 4096 + 64, 64));
+    ASSERT_EQ(load_map(old_.c_str()), 0);
+    current_map.header.map_pool_cksum = 0x12345678;
+    ASSERT_EQ(save_map(), 0);
+    close_map();
+    ASSERT_NE(hex_of(file_bytes(old_, 4096 + 64, 64)), right);
+    EXPECT_EQ(create_map(new_.c_str(), old_.c_str()), 0);
+    EXPECT_EQ(hex_of(file_bytes(new_, 4096 + 64, 64)), right);
+    EXPECT_EQ(log_.lines(), log_lines({}));
+    EXPECT_EQ(current_map.fd, 0);
+}
+
+TEST_F(map_create, tells_a_missing_old_map) {
+    EXPECT_EQ(create_map(new_.c_str(), "/nonexistent"), -1);
+    EXPECT_EQ(log_.last(), "ERR: create_map(#) Fail to load old map /nonexistent\n");
+    EXPECT_FALSE(file_exists(new_));
+}
+
+TEST_F(map_create, a_pool_table_that_the_old_file_cuts_or_that_no_file_holds_fails) {
+    ASSERT_EQ(load_map(old_.c_str()), 0);
+    current_map.header.map_pool_cnt = 0xFFFFFFFF;
+    ASSERT_EQ(save_map(), 0);
+    close_map();
+    EXPECT_EQ(create_map(new_.c_str(), old_.c_str()), -1);
+    EXPECT_EQ(log_.lines(),
+              log_lines({"ERR: clone_map_pool_table(#) map_pool_cnt 4294967295 reaches past "
+                         "the first mebibyte\n"}));
+    make_map(old_, uuid_of(0x11), uuid_of(0x9A));
+    std::filesystem::resize_file(old_, 8192 + 15);
+    log_.clear();
+    EXPECT_EQ(create_map(new_.c_str(), old_.c_str()), -1);
+    EXPECT_EQ(log_.lines(), log_lines({"ERR: clone_map_pool_table(#) Fail to read the pool "
+                                       "table, 16 bytes\n"}));
+    EXPECT_EQ(current_map.fd, 0);
+}
+
+TEST_F(map_create, the_clone_of_a_pool_table_needs_both_files) {
+    uint32_t checksum = 0;
+    EXPECT_EQ(clone_map_pool_table(0, 0, 1, &checksum), -1);
+    EXPECT_EQ(clone_map_pool_table(99, 0, 1, &checksum), -1);
+    EXPECT_EQ(log_.lines(), log_lines({"ERR: clone_map_pool_table(#) fd NULL pointer\n",
+                                       "ERR: clone_map_pool_table(#) ofd NULL pointer\n"}));
+}
