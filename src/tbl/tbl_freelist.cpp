@@ -6,6 +6,7 @@
 #include "store/log.h"
 #include "tbl/tbl_entries.h"
 #include "tbl/tbl_group_image.h"
+#include "tbl/tbl_group_reader.h"
 
 // A free entry of the group, and where it lies; the one before it is held until its next is known.
 struct free_entry {
@@ -93,15 +94,6 @@ int link_free_tbl_entry_in_group(uint64_t group, uint16_t* head) {
     return link_by_entries(group, head);
 }
 
-// One entry of the group: from its image, or from the file where there is none.
-static int read_listed(const tbl_group_image* image, tbl_entry* entry, uint64_t lpa) {
-    if (image == nullptr) {
-        return tbl_entry_read(entry, lpa);
-    }
-    *entry = tbl_group_get(image, tbl_offset_in_group(lpa));
-    return sizeof *entry;
-}
-
 // A walk along one free list: where it began, where it stands, and what it has counted.
 struct list_walk {
     uint64_t group;
@@ -144,13 +136,13 @@ int tbl_check_group_free_count(uint64_t group, uint64_t offset, uint16_t expecte
         log_err("tbl_check_group_free_count read error\n");
         return -1;
     }
-    tbl_group_image image;
-    const bool loaded = tbl_group_load(current_tbl.fd, &image, group);
+    tbl_group_reader entries;
+    tbl_group_reader_open(&entries, group);
     list_walk walk = {group, offset, offset, 0, expected};
     while (walk.count <= TBL_GROUP_ENTRIES) {  // a list that is longer loops
         const uint64_t lpa = tbl_lpa_of(group, walk.offset);
         tbl_entry entry{};
-        if (read_listed(loaded ? &image : nullptr, &entry, lpa) < 0) {
+        if (tbl_group_reader_get(&entries, &entry, lpa) < 0) {
             log_err("tbl_check_group_free_count read error\n");
             return -1;
         }

@@ -5,6 +5,7 @@
 #include "print.h"
 #include "store/log.h"
 #include "tbl/tbl_entries.h"
+#include "tbl/tbl_group_reader.h"
 
 void show_tbl_entry(const tbl_entry* entry) {
     if (entry == nullptr) {
@@ -41,10 +42,10 @@ int show_tbl_group_offset(uint64_t group, uint64_t offset) {
 // What is known of an offset after all entries of its group were read; 0: nothing links to it.
 enum offset_mark : uint8_t { MARK_USED = 1, MARK_LINKED = 2 };
 
-static int mark_offsets(uint64_t group, uint8_t* marks) {
+static int mark_offsets(const tbl_group_reader* entries, uint64_t group, uint8_t* marks) {
     for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
         tbl_entry entry{};
-        if (tbl_entry_read(&entry, tbl_lpa_of(group, offset)) < 0) {
+        if (tbl_group_reader_get(entries, &entry, tbl_lpa_of(group, offset)) < 0) {
             return -1;  // logged there
         }
         if (tbl_entry_is_used(&entry)) {
@@ -65,12 +66,13 @@ static void list_heads(uint64_t group, const uint8_t* marks) {
     }
 }
 
-static int list_from(uint64_t group, uint32_t head, bool show_entries, bool first_only) {
+static int list_from(const tbl_group_reader* entries, uint64_t group, uint32_t head,
+                     bool show_entries, bool first_only) {
     printf("TARN_INFO: LIST in Group %llu\n", ull(group));
     uint64_t lpa = tbl_lpa_of(group, head);
     for (uint32_t i = 0; i < TBL_GROUP_ENTRIES; i++) {
         tbl_entry entry{};
-        if (tbl_entry_read(&entry, lpa) < 0) {
+        if (tbl_group_reader_get(entries, &entry, lpa) < 0) {
             return -1;  // logged there
         }
         printf("TARN_INFO: [%u] offset %u, LPA %llu\n", i, tbl_offset_in_group(lpa), ull(lpa));
@@ -92,8 +94,10 @@ int list_tbl_group_freelist(uint64_t group, bool show_entries, bool first_only) 
         log_err("no table holds group_num %llu\n", ull(group));
         return -1;
     }
+    tbl_group_reader entries;
+    tbl_group_reader_open(&entries, group);
     uint8_t marks[TBL_GROUP_ENTRIES] = {};
-    if (mark_offsets(group, marks) != 0) {
+    if (mark_offsets(&entries, group, marks) != 0) {
         return -1;  // logged there
     }
     uint32_t heads = 0;
@@ -112,5 +116,5 @@ int list_tbl_group_freelist(uint64_t group, bool show_entries, bool first_only) 
         list_heads(group, marks);
         return -1;
     }
-    return list_from(group, head, show_entries, first_only);
+    return list_from(&entries, group, head, show_entries, first_only);
 }

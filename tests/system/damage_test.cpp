@@ -29,6 +29,9 @@ struct kind_row {
     change_kind change;
     size_t width;  // bytes of the entry or field
 };
+static void PrintTo(const kind_row& row, std::ostream* out) {  // the test framework's name for it
+    *out << row.word;
+}
 static constexpr kind_row KINDS[] = {
     {"index-header-bit", "volume1/@EP/EP_FRI", change_kind::bit, 0},
     {"table-header-bit", "volume1/@EP/EP_TBL", change_kind::bit, 0},

@@ -21,6 +21,7 @@
 #include "support/stdout_capture.h"
 #include "tbl/tbl_file.h"
 #include "tbl/tbl_ref_counts.h"
+#include "tbl/tbl_show.h"
 #include "volume/consistency.h"
 #include "volume/finalize.h"
 #include "volume/full_check.h"
@@ -146,6 +147,8 @@ static std::string contents_of(const std::string& root) {
     return all;
 }
 
+static uint64_t volume_seed;  // of the volume that a procedure runs on
+
 struct outcome {
     int result;
     std::string output;
@@ -179,14 +182,38 @@ static int rebuild_for_repair() {
     return do_import_volume(FIX_DIR);
 }
 
-// Against a live table that a reconstruction left, and that is right where the maps are sound.
-static int check_rebuilt() {
+// Live files that a reconstruction left, and that are right where the maps are sound.
+static void put_rebuilt_in_place() {
     const std::string root = opt_ctx.volpath;
     if (do_reconstruct_volume() == 0) {
         std::filesystem::rename(root + "/@EP_FIX/EP_TBL", root + "/@EP/EP_TBL");
         std::filesystem::rename(root + "/@EP_FIX/EP_FRI", root + "/@EP/EP_FRI");
     }
+}
+
+static int check_rebuilt() {
+    put_rebuilt_in_place();
     return check_full_volume();
+}
+
+// One entry of the live table changed; where it is free before and after, nothing is wrong.
+static int check_with_one_entry_changed() {
+    const std::string table = opt_ctx.tblpath;
+    put_rebuilt_in_place();
+    randomness random(volume_seed);
+    const uint64_t lpa = below(random, 5 * TBL_GROUP_ENTRIES);
+    const auto flipped = static_cast<uint16_t>(1u << below(random, 16));
+    set_tbl_word(table, lpa, static_cast<uint16_t>(tbl_word_of(table, lpa) ^ flipped));
+    return check_full_volume();
+}
+
+static int list_groups() {
+    int result = load_tbl(opt_ctx.tblpath);
+    for (uint64_t group = 0; group < 5 && result == 0; group++) {
+        (void)list_tbl_group_freelist(group, true, false);
+    }
+    close_tbl();
+    return result;
 }
 
 struct procedure {
@@ -208,6 +235,8 @@ static const procedure procedures[] = {
     {"check of the free lists", check_freelist_consistent, MAP_KIND_LUN, 0},
     {"repair of the index", fix_fri_tbl_metadata_to_consistent, MAP_KIND_LUN, 0},
     {"full check", check_rebuilt, MAP_KIND_LUN, 0},
+    {"full check after a change", check_with_one_entry_changed, MAP_KIND_LUN, 0},
+    {"listing of the free lists", list_groups, MAP_KIND_LUN, 0},
     {"reconstruction", do_reconstruct_volume, MAP_KIND_LUN, 0},
 };
 
@@ -222,6 +251,7 @@ static void set_options(const std::string& root, const procedure& procedure) {
 }
 
 static outcome run_on(const std::string& root, uint64_t seed, const procedure& procedure) {
+    volume_seed = seed;
     put_volume(root, seed);
     set_options(root, procedure);
     log_capture log;

@@ -7,6 +7,7 @@
 #include "support/io_faults.h"
 #include "support/log_capture.h"
 #include "support/pool_files.h"
+#include "support/roads.h"
 #include "support/stdout_capture.h"
 
 TEST(tbl_show, an_entry_prints_its_three_fields) {
@@ -126,6 +127,7 @@ TEST(tbl_list, a_list_without_a_tail_ends_after_4096_elements_in_red) {
 }
 
 TEST(tbl_list, an_entry_that_cannot_be_read_ends_it) {
+    const entry_road_scope entry_by_entry;
     pool_files pool;
     lay_out_list(&pool);
     for (const uint64_t n : {1, 4096, 4097, 4099}) {  // the marking, then the walk
@@ -135,4 +137,18 @@ TEST(tbl_list, an_entry_that_cannot_be_read_ends_it) {
         EXPECT_EQ(list_tbl_group_freelist(1, false, false), -1) << n;
         EXPECT_EQ(log.count("tbl read error"), 1u) << n;
     }
+}
+
+TEST(tbl_list, a_group_that_cannot_be_read_whole_is_read_entry_by_entry) {
+    pool_files pool;
+    lay_out_list(&pool);
+    log_capture log;
+    stdout_capture whole;
+    ASSERT_EQ(list_tbl_group_freelist(1, true, false), 0);
+    const std::string wanted = whole.text();
+    stdout_capture out;
+    const io_fault_at fault(1, EIO, {io_call::read});
+    EXPECT_EQ(list_tbl_group_freelist(1, true, false), 0);
+    EXPECT_EQ(out.text(), wanted);
+    EXPECT_EQ(log.lines(), log_lines({}));
 }
