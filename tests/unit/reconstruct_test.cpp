@@ -159,3 +159,51 @@ TEST_F(reconstruct, a_write_that_fails_without_a_result_leaves_no_work_directory
     }
     EXPECT_TRUE(log_.has("1 writes or syncs of " + root() + " failed\n"));
 }
+
+TEST_F(reconstruct, whichever_file_does_not_open_nothing_half_done_is_left) {
+    bool no_index = false;
+    bool no_table = false;
+    bool fired = true;
+    for (uint64_t n = 1; fired; n++) {
+        fs::remove_all(root() + "/@EP_FIX");
+        stdout_capture out;
+        const io_fault_at fault(n, EIO, {io_call::open});
+        const int result = do_reconstruct_volume();
+        fired = fault.fired();
+        EXPECT_EQ(file_exists(root() + "/@EP_FIX"), result == 0) << n;
+        no_index |= out.text().find("TARN_INFO: Fail to load FRI " + fix("EP_FRI") + "\n") !=
+                    std::string::npos;
+        no_table |= out.text().find("TARN_INFO: Fail to load TBL " + fix("EP_TBL") + "\n") !=
+                    std::string::npos;
+    }
+    EXPECT_TRUE(no_index);
+    EXPECT_TRUE(no_table);
+}
+
+TEST_F(reconstruct, whichever_write_fails_no_work_directory_is_left) {
+    fs::remove(live("EP_FRI"));  // the rebuilt index gets its uuid, and is saved, on its own
+    bool not_saved = false;
+    bool fired = true;
+    for (uint64_t n = 1; fired; n++) {
+        fs::remove_all(root() + "/@EP_FIX");
+        stdout_capture out;
+        const io_fault_at fault(n, ENOSPC, {io_call::write});
+        const int result = do_reconstruct_volume();
+        fired = fault.fired();
+        EXPECT_EQ(result, fired ? -1 : 0) << n;
+        EXPECT_EQ(file_exists(root() + "/@EP_FIX"), !fired) << n;
+        not_saved |= out.text().find("TARN_INFO: Fail to save FRI " + fix("EP_FRI") + "\n") !=
+                     std::string::npos;
+        io_forget_failed_writes();
+    }
+    EXPECT_TRUE(not_saved);
+}
+
+TEST_F(reconstruct, a_path_that_would_be_cut_creates_nothing) {
+    const std::string before = root();
+    const std::string longer = root() + "/" + std::string(250, '/');
+    snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", longer.c_str());
+    stdout_capture out;
+    EXPECT_EQ(do_reconstruct_volume(), -1);
+    EXPECT_FALSE(file_exists(before + "/@EP_FIX"));
+}
