@@ -75,6 +75,26 @@ TEST_F(rebuild, import_counts_into_the_files_that_are_given) {
     EXPECT_EQ(fri_group_count_of(live("EP_FRI")), 1u);
 }
 
+TEST_F(rebuild, import_takes_the_kind_of_the_map_from_its_options) {
+    make_filled_map(live("EP_BUF"), 63, 1, {{0, 7}, {9, 8}});  // ends at its first unmapped entry
+    const std::vector<std::string> words = {
+        "--import",           "--fripath",           "/volume1/@EP/EP_FRI",
+        "--tblpath",          "/volume1/@EP/EP_TBL", "--mappath",
+        "/volume1/@EP/EP_BUF"};
+    std::vector<std::string> as_buffer = words;
+    as_buffer.push_back("--unmap");
+    EXPECT_EQ(box_.run(as_buffer).status, 0);
+    EXPECT_EQ(tbl_word_of(live("EP_TBL"), 7), 0x8001);
+    EXPECT_EQ(tbl_word_of(live("EP_TBL"), 8), 0);
+    const run_result as_lun = box_.run(words);
+    EXPECT_EQ(as_lun.status, 255);
+    EXPECT_TRUE(as_lun.logged("ERR: import_map(#) mapped_cnt is wrong\n"));
+    std::vector<std::string> as_rod = words;
+    as_rod.push_back("--rod");
+    EXPECT_NE(box_.run(as_rod).out.find("TARN_INFO: Try to import 1/540672 mappings\n"),
+              std::string::npos);
+}
+
 TEST_F(rebuild, a_stray_word_behind_import_is_named) {
     const run_result run = box_.run({"--import", "x"});
     EXPECT_EQ(run.status, 255);

@@ -557,6 +557,10 @@ TEST_F(jnl_dump_transaction, that_fills_the_whole_ring_unfinished_ends_after_a_l
     }
     EXPECT_EQ(search(journal, 21, 0, &text), 0);
     EXPECT_EQ(text, "TARN_INFO: SEARCH TRANSACTION 21 START @block 0\n");
+    EXPECT_EQ(dump(journal, 21, 0, 0, 1, 0, &text), 0);
+    EXPECT_TRUE(
+        text.ends_with("TARN_INFO: SEARCH TRANSACTION 21 SEQ 65535 @block 65535\n"
+                       "TARN_INFO: SEARCH TRANSACTION 21 SEQ 0 @block 0\n"));
 }
 
 TEST_F(jnl_dump_transaction, in_a_ring_without_blocks_is_none) {

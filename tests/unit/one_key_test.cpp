@@ -179,3 +179,30 @@ TEST_F(one_key_check, fails_without_a_live_index) {
     EXPECT_EQ(check(), -1);
     EXPECT_TRUE(log_.has("ERR: one_key_check_all_vol(#) Fail to load FRI " + live("EP_FRI")));
 }
+
+// The first volume's replay reads the option; the second volume starts at the configured journal
+// again.
+TEST_F(one_key_check, takes_the_configured_journal_for_every_volume_anew) {
+    set_tbl_word(live("EP_TBL"), 1, 0x8001);
+    make_volume(2);
+    set_tbl_word(live("EP_TBL", 2), 1, 0x8001);
+    EXPECT_EQ(check({"--jnlpath", "/nowhere/EP_JNL"}), 0);
+    const std::string fails = "Fail to load JNL ";
+    EXPECT_TRUE(log_.has(fails + "/nowhere/EP_JNL\n"));
+    EXPECT_TRUE(log_.has(fails + volumes_.journal() + "\n"));
+}
+
+TEST_F(one_key_check, looks_at_no_map_of_a_volume_whose_table_is_wrong) {
+    EXPECT_EQ(check(), -1);
+    EXPECT_FALSE(printed("data-node"));
+    EXPECT_FALSE(printed("Free-List CONSISTENCY"));
+}
+
+TEST_F(one_key_check, takes_each_map_as_what_it_is) {
+    set_tbl_word(live("EP_TBL"), 1, 0x8001);
+    set_tbl_word(live("EP_TBL"), 2, 0x8001);
+    make_filled_map(live("EP_BUF"), 63, 1, {{0, 2}, {5, 3}});  // ends at its first unmapped entry
+    EXPECT_EQ(check(), 0);
+    EXPECT_TRUE(printed("TARN_INFO: mapped_cnt matched: (1), on-disk(1)\n"));
+    EXPECT_FALSE(printed("mismatched"));
+}

@@ -16,6 +16,7 @@
 #include "options.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
+#include "support/roads.h"
 #include "support/sample_maps.h"
 #include "support/sample_volumes.h"
 #include "support/scratch_file.h"
@@ -158,6 +159,28 @@ TEST_F(punch, of_all_groups_is_empty_when_the_index_cannot_be_read) {
     EXPECT_EQ(dat_cal_end_lpa(root().c_str(), true, 0, 0), 0);
     EXPECT_TRUE(out.text().ends_with(" 0/0 (Success/Planned), lpa from '0' to '0'\n"));
     EXPECT_TRUE(log_.has("ERR: dat_cal_end_lpa(#) Fail to read fri entry, group_num 0\n"));
+}
+
+TEST_F(punch, of_all_groups_is_empty_when_a_later_group_cannot_be_read) {
+    const entry_road_scope road;
+    set_header_u64(fri(), 64, 72, 3);
+    set_fri_word(fri(), 0, uint64_t{1} << 63);
+    set_fri_word(fri(), 1, uint64_t{1} << 63);
+    ASSERT_EQ(load_tbl(tbl().c_str()), 0);
+    ASSERT_EQ(load_fri(fri().c_str()), 0);
+    stdout_capture out;
+    const io_fault_at fault(2, EIO, {io_call::read});
+    EXPECT_EQ(dat_cal_end_lpa(root().c_str(), true, 0, 0), 0);
+    EXPECT_TRUE(out.text().ends_with(" 0/0 (Success/Planned), lpa from '0' to '0'\n"));
+    EXPECT_TRUE(log_.has("ERR: dat_cal_end_lpa(#) Fail to read fri entry, group_num 1\n"));
+}
+
+TEST_F(punch, of_all_groups_ends_at_the_index_s_group_count) {
+    set_header_u64(fri(), 64, 72, 1);
+    set_fri_word(fri(), 0, uint64_t{1} << 63);
+    set_fri_word(fri(), 1, uint64_t{1} << 63);
+    EXPECT_EQ(punch_range(true, 0, 0), 0);
+    EXPECT_TRUE(text_.ends_with(" lpa from '0' to '4096'\n")) << text_;
 }
 
 TEST_F(punch, stops_at_an_entry_of_the_table_that_cannot_be_read) {
