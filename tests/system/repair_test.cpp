@@ -1,9 +1,15 @@
 // The repair guide's rows about table, index and free lists: damage, the command that finds it, the
 // commands that repair it, and what tarn-lab says of the result. Maps: repair_maps_test.cpp.
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
+#include "store/data_node.h"
 #include "support/sample_maps.h"
+#include "support/sample_volumes.h"
 #include "support/scratch_file.h"
 #include "system/support/damaged_server.h"
 #include "system/support/tree.h"
@@ -302,3 +308,56 @@ TEST(repair, begins_with_copies_of_the_metadata) {
     EXPECT_EQ(copy.status, 0) << copy.err;
     EXPECT_EQ(copy.err, "");
 }
+
+// The groups that have free extents, the others full, of a volume with one map. The last group in
+// use is full: the rebuild leaves the end of the list open.
+class full_last_group : public testing::TestWithParam<std::vector<uint64_t>> {};
+
+static std::vector<sample_entry> all_but(const std::vector<uint64_t>& free_extents, uint64_t end) {
+    std::vector<sample_entry> entries;
+    for (uint64_t lpa = 0; lpa < end; lpa++) {
+        if (std::find(free_extents.begin(), free_extents.end(), lpa) == free_extents.end()) {
+            entries.push_back({entries.size(), lpa});
+        }
+    }
+    return entries;
+}
+
+TEST_P(full_last_group, has_its_list_closed_by_hand) {
+    const uint64_t groups = 4;
+    damaged_server server("--seed 1");
+    server.set_journal_aside();
+    const std::string volume = server.file("/volume1");
+    std::filesystem::remove_all(volume);
+    make_sample_volume(volume, 0x11);
+    make_dat(volume + "/@EP/EP_DAT_00000", 0x11, 0);
+    const std::vector<sample_entry> entries = all_but(GetParam(), groups * 4096);
+    make_filled_map(volume + "/@iSCSITrg/LUN_Extent_1", 5 * 4096, entries.size(), entries);
+    ASSERT_EQ(server.guide(REPAIR).status, 0);
+    ASSERT_EQ(server.guide(LIST_CHECK).status, 255);
+
+    server.set("L", std::to_string(GetParam().back() / 4096));
+    const run_result closed = server.guide(
+        "    G=$((L + 1))\n"
+        "    while tarn --search fri -p $V/@EP/EP_FRI -g $G | grep -q 'init.1.'; do G=$((G + 1)); "
+        "done\n"
+        "    for B in $((G % 256)) $((G / 256 % 256)) $((G / 65536 % 256)) $((G / 16777216)); do\n"
+        "        printf \"\\\\$(printf %o $B)\"\n"
+        "    done | dd of=$V/@EP/EP_FRI bs=1 seek=$((1048576 + 512 * (L / 63) + 8 * (L % 63))) "
+        "conv=notrunc\n"
+        "    tarn --finalize --fripath $V/@EP/EP_FRI --tblpath $V/@EP/EP_TBL");
+    EXPECT_EQ(closed.status, 0) << closed.out;
+    EXPECT_EQ(fri_word_of(server.file(INDEX), GetParam().back() / 4096) & 0xFFFFFFFF, groups);
+    data_node block;
+    const std::vector<uint8_t> bytes = file_bytes(server.file(INDEX), 1048576, sizeof block);
+    memcpy(&block, bytes.data(), sizeof block);
+    const uint32_t checksum = block.checksum;
+    data_node_seal(&block);
+    EXPECT_EQ(checksum, block.checksum);
+    server.expect_checks_pass();
+}
+
+INSTANTIATE_TEST_SUITE_P(of, full_last_group,
+                         testing::Values(std::vector<uint64_t>{7},  // its list loops
+                                         std::vector<uint64_t>{4096, 4100,
+                                                               8195}));  // group 0: full
