@@ -125,6 +125,15 @@ TEST_F(one_key_run, check_with_repair_mends_the_maps) {
     EXPECT_EQ(mapped_count_of(box_.volume(2) + "/@iSCSITrg/LUN_Extent_1"), 1u);
 }
 
+// No scan of the options stands in front of the pause; the replay's own is passed over.
+TEST_F(one_key_run, check_is_not_stopped_by_a_stray_word) {
+    const run_result run = box_.run({"--onekeycheck", "word"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_NE(run.out.find("none-option argv element:word \n"), std::string::npos);
+    EXPECT_TRUE(run.out.ends_with("TARN_INFO: One Key check has successfully completed\n"));
+    EXPECT_EQ(service_calls(), CHECKING);
+}
+
 TEST_F(one_key_run, ckvbuf_counts_the_volumes_whose_buffer_is_not_empty) {
     EXPECT_EQ(box_.run({"--ckvbuf"}).status, 255);
     make_filled_map(live("EP_BUF", 1), 63, 0, {});
@@ -132,4 +141,5 @@ TEST_F(one_key_run, ckvbuf_counts_the_volumes_whose_buffer_is_not_empty) {
     const run_result run = box_.run({"--ckvbuf"});
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.out, "TARN_INFO: volumes with unmapped buffer         1\n");
+    EXPECT_EQ(box_.run({"--ckvbuf", "word"}).out, run.out);  // it reads no options
 }
