@@ -20,8 +20,9 @@ static uint32_t block_checksum(const jnl_block* block) {  // of the block with i
 }
 
 static bool block_is_empty(const jnl_block* block) {
-    static constexpr jnl_block empty = {};
-    return memcmp(block, &empty, sizeof empty) == 0;
+    static constexpr uint8_t empty[sizeof *block] = {};
+    const void* bytes = block;  // the record is packed: no byte of it is padding
+    return memcmp(bytes, empty, sizeof empty) == 0;
 }
 
 static bool is_known_entry(uint32_t type) {

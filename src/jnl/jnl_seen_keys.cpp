@@ -63,9 +63,11 @@ static int no_room(jnl_seen_keys* keys) {
 }
 
 int jnl_seen_keys_test_and_add(jnl_seen_keys* keys, uint64_t key, uint64_t rank) {
-    jnl_key_slot* slot =
-        keys->slot_count == 0 ? nullptr : slot_of(keys->slots, keys->slot_count, key);
-    if (slot != nullptr && slot->rank != JNL_NO_RANK) {
+    if (keys->slot_count == 0 && !grow(keys)) {
+        return no_room(keys);
+    }
+    jnl_key_slot* slot = slot_of(keys->slots, keys->slot_count, key);
+    if (slot->rank != JNL_NO_RANK) {
         if (slot->rank <= rank) {
             return 1;
         }
