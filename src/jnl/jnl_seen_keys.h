@@ -5,7 +5,8 @@
 #include <cstdint>
 
 constexpr uint64_t JNL_NO_RANK = ~uint64_t{0};
-constexpr uint64_t JNL_SEEN_SLOTS_MAX = uint64_t{1} << 22;  // 64 MiB, whatever the ring holds
+// Whatever the ring holds: 64 MiB, half as much again while they grow to it.
+constexpr uint64_t JNL_SEEN_SLOTS_MAX = uint64_t{1} << 22;
 
 struct jnl_key_slot {
     uint64_t key;

@@ -201,6 +201,16 @@ TEST_F(platform_calls, the_extent_size_is_configured_or_the_table_s) {
     EXPECT_LT(ORBAiSCSIVAAIExtentSizeAndShiftGet(dir.path().c_str(), &size, &shift), 0);
 }
 
+TEST_F(platform_calls, a_pipe_in_the_table_s_place_is_not_waited_for) {
+    make_directories(dir.file("@EP"));
+    ASSERT_EQ(mkfifo(dir.file("@EP/EP_TBL").c_str(), 0600), 0);
+    uint32_t size = 0;
+    uint32_t shift = 0;
+    alarm(20);  // ends a call that waits for a writer
+    EXPECT_LT(ORBAiSCSIVAAIExtentSizeAndShiftGet(dir.path().c_str(), &size, &shift), 0);
+    alarm(0);
+}
+
 class platform_service : public platform_calls {
 protected:
     platform_service() {
