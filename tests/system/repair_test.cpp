@@ -361,3 +361,23 @@ INSTANTIATE_TEST_SUITE_P(of, full_last_group,
                          testing::Values(std::vector<uint64_t>{7},  // its list loops
                                          std::vector<uint64_t>{4096, 4100,
                                                                8195}));  // group 0: full
+
+// What the guide has counted when a rebuild does not end: one entry far behind all others.
+TEST(repair, of_a_far_entry_is_stopped_and_its_groups_counted) {
+    damaged_server server("--seed 1");
+    server.set_journal_aside();
+    const std::string volume = server.file("/volume1");
+    std::filesystem::remove_all(volume);
+    make_sample_volume(volume, 0x11);
+    make_dat(volume + "/@EP/EP_DAT_00000", 0x11, 0);
+    make_filled_map(volume + "/@iSCSITrg/LUN_Extent_1", 63, 2, {{0, 5}, {1, 5000 * 4096}});
+    make_directories(volume + "/@EP_FIX");  // of the rebuild that was stopped
+    const run_result counted = server.guide(
+        "rm -rf $V/@EP_FIX\n"
+        "tarn --import-volume --volpath $V\n"
+        "tarn --search fri -p $V/@EP_FIX/EP_FRI -m | grep group_count\n"
+        "rm -r $V/@EP_FIX");
+    EXPECT_EQ(counted.status, 0);
+    EXPECT_NE(counted.out.find("fri_group_count 5001\n"), std::string::npos) << counted.out;
+    EXPECT_FALSE(file_exists(volume + "/@EP_FIX"));
+}
