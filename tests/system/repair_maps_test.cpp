@@ -200,7 +200,7 @@ static const char* const TAKE_HEAD = "dd if=$COPY of=$MAP bs=1M count=1 conv=not
 
 // A copy of the map that is older than its newest entries.
 static std::string copy_of(const damaged_server& server, const std::string& inside) {
-    const std::string copy = "/scratch/copy";
+    std::string copy = "/scratch/copy";
     fs::copy_file(server.file(inside), server.file(copy));
     set_header_u64(server.file(copy), 4096, 4100, 17);
     return copy;

@@ -16,10 +16,10 @@
 
 static const std::string TABLE = "/volume1/@EP/EP_TBL";
 static const std::string INDEX = "/volume1/@EP/EP_FRI";
-static const char* const FULL_CHECK = "tarn --fullck --volpath $V";
-static const char* const LIST_CHECK =
+static constexpr const char* FULL_CHECK = "tarn --fullck --volpath $V";
+static constexpr const char* LIST_CHECK =
     "tarn --freeck --fripath $V/@EP/EP_FRI --tblpath $V/@EP/EP_TBL";
-static const char* const REPAIR = "tarn --onekeyrepair --volpath $V";
+static constexpr const char* REPAIR = "tarn --onekeyrepair --volpath $V";
 
 static void expect_found(const damaged_server& server, const char* check, const char* line) {
     const run_result found = server.guide(check);
@@ -208,8 +208,9 @@ TEST(repair, of_a_wrong_sum_of_free_extents_is_seen_beside_a_rebuild) {
         const std::string field = "TARN_INFO: fri_free_count  ";
         const uint64_t wrong = fri_free_count_of(server.file(INDEX));
         EXPECT_NE(wrong, right);
-        EXPECT_TRUE(shown.out.ends_with(field + std::to_string(wrong) + "\n" + field +
-                                        std::to_string(right) + "\n"));
+        std::string both = field + std::to_string(wrong) + "\n";
+        both += field + std::to_string(right) + "\n";
+        EXPECT_TRUE(shown.out.ends_with(both));
         expect_repaired(server);
         server.expect_rebuilt();
     }

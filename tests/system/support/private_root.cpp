@@ -102,7 +102,7 @@ static std::string fill(const std::string& root, const std::vector<bound_path>& 
     fs::create_directories(root + "/tmp", error);
     fs::create_symlink("pts/ptmx", root + "/dev/ptmx", error);
     for (const bound_path& binding : bindings) {
-        const std::string problem = bind(root, binding);
+        std::string problem = bind(root, binding);
         if (!problem.empty()) {
             return problem;
         }
