@@ -49,7 +49,7 @@ void damaged_server::set(const std::string& name, const std::string& value) {
 run_result damaged_server::run(const std::string& commands) const {
     std::string script = "PATH=" + fs::path(TARN_PROGRAM).parent_path().string() + ":$PATH\n";
     for (const auto& [name, value] : variables_) {
-        script += name + "='" + value + "'\n";
+        script.append(name).append("='").append(value).append("'\n");
     }
     return box_.run_program("/bin/sh", {"-c", script + commands}, {});
 }

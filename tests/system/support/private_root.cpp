@@ -93,7 +93,7 @@ static std::string fill(const std::string& root, const std::vector<bound_path>& 
     for (const char* path :
          {"/usr", "/bin", "/sbin", "/lib", "/lib64", "/etc", "/proc", "/sys", "/dev/null",
           "/dev/zero", "/dev/full", "/dev/urandom", "/dev/tty", "/dev/pts"}) {
-        const std::string problem = bind_system(root, path);
+        std::string problem = bind_system(root, path);
         if (!problem.empty()) {
             return problem;
         }
