@@ -44,6 +44,35 @@ static bool one_in(randomness& random, uint64_t n) {
     return below(random, n) == 0;
 }
 
+// Bits beside the extent's number: rows that the pool table does not have, marks of a replay, and
+// an extent that no table holds.
+static void put_stray_bits(std::vector<sample_entry>* entries, randomness& random) {
+    for (sample_entry& entry : *entries) {
+        if (one_in(random, 40)) {
+            entry.lpa |= below(random, 4096) << 48;
+        }
+        if (one_in(random, 40)) {
+            entry.lpa |= below(random, 8) << 60;
+        }
+        if (one_in(random, 200)) {
+            entry.lpa |= uint64_t{1} << 47;
+        }
+    }
+}
+
+// Nodes one behind the other with a wrong checksum, and a file that ends inside a node.
+static void put_damage_into_nodes(const std::string& path, uint64_t nodes, randomness& random) {
+    if (one_in(random, 8)) {
+        for (uint64_t node = below(random, nodes); node < nodes && !one_in(random, 6); node++) {
+            spoil_node(path, node);
+        }
+    }
+    if (one_in(random, 10)) {
+        std::filesystem::resize_file(
+            path, data_node_offset(below(random, nodes)) + below(random, DATA_NODE_SIZE));
+    }
+}
+
 // A map of random entries: runs and scattered ones, some extents shared.
 static void put_map(const std::string& path, randomness& random) {
     const uint64_t total = 1 + below(random, 700);
@@ -58,6 +87,9 @@ static void put_map(const std::string& path, randomness& random) {
             entries.push_back({lea, lpa});
         }
     }
+    if (one_in(random, 8)) {
+        put_stray_bits(&entries, random);
+    }
     uint64_t mapped = entries.size();
     if (one_in(random, 6)) {
         mapped += below(random, 5);
@@ -67,6 +99,7 @@ static void put_map(const std::string& path, randomness& random) {
     while (one_in(random, 4)) {
         spoil_node(path, below(random, map_node_count(total)));
     }
+    put_damage_into_nodes(path, map_node_count(total), random);
     if (one_in(random, 10)) {
         std::filesystem::resize_file(path,
                                      METADATA_DATA_OFFSET + below(random, 6 * DATA_NODE_SIZE));
@@ -207,6 +240,40 @@ static int check_with_one_entry_changed() {
     return check_full_volume();
 }
 
+// Lists of a rebuilt volume that run into used entries, loop, end early or end in a used tail, and
+// groups whose next one lies outside the index. Every other volume stays as it was rebuilt.
+static void damage_rebuilt_lists() {
+    const option_record live = opt_ctx;  // a reconstruction turns the paths to its own files
+    put_rebuilt_in_place();
+    opt_ctx = live;
+    randomness random(volume_seed);
+    if (one_in(random, 2)) {
+        return;
+    }
+    for (uint64_t i = 1 + below(random, 4); i > 0; i--) {
+        const uint64_t lpa = below(random, GROUPS * TBL_GROUP_ENTRIES);
+        const uint64_t next = below(random, TBL_GROUP_ENTRIES);
+        const uint64_t marks =
+            uint64_t{TBL_USED_BIT} * below(random, 2) | uint64_t{TBL_TAIL_BIT} * below(random, 2);
+        set_tbl_word(opt_ctx.tblpath, lpa, static_cast<uint16_t>(next | marks));
+    }
+    if (one_in(random, 3)) {
+        const uint64_t group = below(random, GROUPS);
+        set_fri_word(opt_ctx.fripath, group,
+                     fri_word_of(opt_ctx.fripath, group) ^ (1 + below(random, 7)) << 32);
+    }
+}
+
+static int check_damaged_lists() {
+    damage_rebuilt_lists();
+    return check_freelist_consistent();
+}
+
+static int repair_damaged_lists() {
+    damage_rebuilt_lists();
+    return fix_fri_tbl_metadata_to_consistent();
+}
+
 static int list_groups() {
     int result = load_tbl(opt_ctx.tblpath);
     for (uint64_t group = 0; group < 5 && result == 0; group++) {
@@ -214,6 +281,11 @@ static int list_groups() {
     }
     close_tbl();
     return result;
+}
+
+static int list_damaged_groups() {
+    damage_rebuilt_lists();
+    return list_groups();
 }
 
 struct procedure {
@@ -237,6 +309,9 @@ static const procedure procedures[] = {
     {"full check", check_rebuilt, MAP_KIND_LUN, 0},
     {"full check after a change", check_with_one_entry_changed, MAP_KIND_LUN, 0},
     {"listing of the free lists", list_groups, MAP_KIND_LUN, 0},
+    {"check of damaged free lists", check_damaged_lists, MAP_KIND_LUN, 0},
+    {"repair of an index of damaged lists", repair_damaged_lists, MAP_KIND_LUN, 0},
+    {"listing of damaged free lists", list_damaged_groups, MAP_KIND_LUN, 0},
     {"reconstruction", do_reconstruct_volume, MAP_KIND_LUN, 0},
 };
 
