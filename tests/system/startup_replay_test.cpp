@@ -194,10 +194,11 @@ TEST(startup_replay, a_second_run_finds_nothing_to_do) {
     const run_result first = box.run({"--startup-replay"});
     EXPECT_EQ(first.status, 0);
     const std::string history_ends = "jnl_block_read(#) jnl block all zero value @block 63\n";
-    EXPECT_EQ(first.log, (lines{"vaai_startup_replay(#) Start to replaying Journal\n", history_ends,
-                                history_ends, history_ends, history_ends,  // 2 files a volume
-                                "vaai_startup_replay(#) Journal Consistent, Remove "
-                                "/var/lib/tarn/EP_JNL\n"}));
+    const std::string start = "vaai_startup_replay(#) Start to replaying Journal\n";
+    const std::string removed =
+        "vaai_startup_replay(#) Journal Consistent, Remove /var/lib/tarn/EP_JNL\n";
+    EXPECT_EQ(first.log, (lines{start, history_ends, history_ends,  // 2 files a volume
+                                history_ends, history_ends, removed}));
     const auto before = all_trees(box);
     const run_result again = box.run({"--startup-replay"});
     EXPECT_EQ(again.status, 0);
