@@ -192,6 +192,17 @@ TEST(repair, of_a_lost_table_takes_the_header_from_another_volume) {
     }
 }
 
+TEST(repair, of_a_damaged_table_header_takes_it_from_another_volume) {
+    damaged_server server("--seed 5");
+    SCOPED_TRACE(server.damage("table-header-bit"));
+    server.set_journal_aside();
+    server.expect_refused("Fail to create TBL /volume1/@EP_FIX/EP_TBL from " + TABLE);
+    EXPECT_EQ(server.guide("mv $V/@EP/EP_TBL $V/@EP/EP_TBL.damaged").status, 0);
+    create_from_other_volume(server);
+    expect_repaired(server);
+    server.expect_rebuilt();
+}
+
 TEST(repair, of_a_wrong_sum_of_free_extents_is_seen_beside_a_rebuild) {
     for (unsigned seed = 1; seed <= 3; seed++) {
         damaged_server server("--seed 5");
