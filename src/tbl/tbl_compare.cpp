@@ -16,12 +16,10 @@ struct block_run {
     data_node other[RUN_BLOCKS];
 };
 
-// What counts of an entry: nothing of a free one, used bit and references of a used one.
 static unsigned meaning(const uint8_t* payload, size_t slot) {
     uint16_t word = 0;
     memcpy(&word, payload + slot * sizeof word, sizeof word);
-    const unsigned used = 0u - (word >> 15);  // all ones or none
-    return word & used & (TBL_USED_BIT | TBL_COUNT_MASK);
+    return tbl_word_meaning(word);
 }
 
 static bool blocks_agree(const data_node& one, const data_node& other) {

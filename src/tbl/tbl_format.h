@@ -69,6 +69,12 @@ constexpr bool tbl_entry_is_used(const tbl_entry* entry) {
 constexpr bool tbl_entry_is_tail(const tbl_entry* entry) {
     return (entry->word & TBL_TAIL_BIT) != 0;
 }
+// What a comparison of tables holds against an entry: nothing of a free one, used bit and
+// references of a used one. Without a branch, since it is asked of whole tables.
+constexpr unsigned tbl_word_meaning(uint16_t word) {
+    const unsigned used = 0u - (word >> 15);  // all ones or none
+    return word & used & (TBL_USED_BIT | TBL_COUNT_MASK);
+}
 constexpr void tbl_entry_set_tail(tbl_entry* entry) {
     entry->word = static_cast<uint16_t>(entry->word | TBL_TAIL_BIT);
 }

@@ -4,12 +4,6 @@
 
 #include "store/descriptor.h"
 
-// What counts of an entry: nothing of a free one, used bit and references of a used one.
-static unsigned meaning(uint16_t word) {
-    const unsigned used = 0u - (word >> 15);  // all ones or none
-    return word & used & (TBL_USED_BIT | TBL_COUNT_MASK);
-}
-
 static bool all_free(const tbl_group_image* image) {
     unsigned any = 0;
     for (const uint16_t word : image->words) {
@@ -21,7 +15,7 @@ static bool all_free(const tbl_group_image* image) {
 static bool narrow_agrees(const tbl_group_image* image, const uint8_t* counters) {
     unsigned differences = 0;
     for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
-        differences |= meaning(image->words[offset]) ^ ref_counter_word(counters[offset]);
+        differences |= tbl_word_meaning(image->words[offset]) ^ ref_counter_word(counters[offset]);
     }
     return differences == 0;
 }
@@ -29,7 +23,7 @@ static bool narrow_agrees(const tbl_group_image* image, const uint8_t* counters)
 static bool wide_agrees(const tbl_group_image* image, const uint16_t* words) {
     unsigned differences = 0;
     for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
-        differences |= meaning(image->words[offset]) ^ meaning(words[offset]);
+        differences |= tbl_word_meaning(image->words[offset]) ^ tbl_word_meaning(words[offset]);
     }
     return differences == 0;
 }
