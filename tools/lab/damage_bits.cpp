@@ -50,14 +50,11 @@ std::string flip_map_header(damage_site* site) {
 // Of the entry's 64 bits: the head in 36 to 47, the count in 48 to 61.
 std::string flip_index_block(damage_site* site) {
     pool_entries pool;
-    if (!read_pool(*site, &pool)) {
+    std::vector<uint64_t> groups;
+    if (!read_listed_groups(*site, &pool, &groups)) {
         return "";
     }
-    const std::vector<uint64_t> groups = listed_groups(pool);
-    if (groups.empty()) {
-        return refuse("no initialised group is on the list of groups");
-    }
-    const uint64_t group = groups[random_below(&site->random, groups.size())];
+    const uint64_t group = pick(site, groups);
     const uint64_t bit = random_between(&site->random, 36, 61);
     return flip(*site, index_of(*site), offset_of_fri(group) + bit / 8,
                 static_cast<unsigned>(bit % 8), "group " + std::to_string(group));
@@ -65,16 +62,12 @@ std::string flip_index_block(damage_site* site) {
 
 std::string flip_table_block(damage_site* site) {
     pool_entries pool;
-    if (!read_pool(*site, &pool)) {
+    uint64_t lpa = 0;
+    if (!pick_used_extent(site, &pool, &lpa)) {
         return "";
-    }
-    const std::vector<uint64_t> used = used_extents(pool);
-    if (used.empty()) {
-        return refuse("no extent is in use");
     }
     constexpr uint64_t COUNT_BITS = 12;
     constexpr uint64_t USED_BIT = 15;
-    const uint64_t lpa = used[random_below(&site->random, used.size())];
     const uint64_t picked = random_below(&site->random, COUNT_BITS + 1);
     const uint64_t bit = picked == COUNT_BITS ? USED_BIT : picked;
     return flip(*site, table_of(*site), offset_of_tbl(lpa) + bit / 8,
@@ -129,7 +122,7 @@ std::string flip_journal_block(damage_site* site) {
     if (recent.empty()) {
         return refuse("the journal holds no block that anyone reads");
     }
-    const uint64_t block = recent[random_below(&site->random, recent.size())];
+    const uint64_t block = pick(site, recent);
     const uint64_t bit = random_below(&site->random, 32);
     const uint64_t checksum =
         METADATA_DATA_OFFSET + block * sizeof(jnl_block) + offsetof(jnl_block, checksum);

@@ -39,7 +39,7 @@ map_place pick_mapped_place(damage_site* site) {
             return {"", 0};
         }
         if (!leas.empty()) {
-            return {map.path, leas[random_below(&site->random, leas.size())]};
+            return {map.path, pick(site, leas)};
         }
     }
     return {refuse("no map of the volume maps anything"), 0};
@@ -66,6 +66,35 @@ std::vector<uint64_t> used_extents(const pool_entries& pool) {
         }
     }
     return used;
+}
+
+uint64_t pick(damage_site* site, const std::vector<uint64_t>& among) {
+    return among[random_below(&site->random, among.size())];
+}
+
+bool pick_used_extent(damage_site* site, pool_entries* pool, uint64_t* lpa) {
+    if (!read_pool(*site, pool)) {
+        return false;
+    }
+    const std::vector<uint64_t> used = used_extents(*pool);
+    if (used.empty()) {
+        (void)refuse("no extent is in use");
+        return false;
+    }
+    *lpa = pick(site, used);
+    return true;
+}
+
+bool read_listed_groups(const damage_site& site, pool_entries* pool,
+                        std::vector<uint64_t>* groups) {
+    if (!read_pool(site, pool)) {
+        return false;
+    }
+    *groups = listed_groups(*pool);
+    if (groups->empty()) {
+        (void)refuse("no initialised group is on the list of groups");
+    }
+    return !groups->empty();
 }
 
 std::vector<uint32_t> free_list(const pool_entries& pool, uint64_t group) {

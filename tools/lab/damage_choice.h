@@ -20,6 +20,12 @@ struct map_place {
 // A mapped entry of any of the volume's maps.
 map_place pick_mapped_place(damage_site* site);
 
+uint64_t pick(damage_site* site, const std::vector<uint64_t>& among);  // not of none
+// Reads the pool and picks one of its used extents; or reads it and lists its groups. False: a file
+// could not be had, or there is none; told.
+bool pick_used_extent(damage_site* site, pool_entries* pool, uint64_t* lpa);
+bool read_listed_groups(const damage_site& site, pool_entries* pool, std::vector<uint64_t>* groups);
+
 // Initialised groups in the order of the list of groups, until it ends, leaves what the sample
 // reached or comes back.
 std::vector<uint64_t> listed_groups(const pool_entries& pool);

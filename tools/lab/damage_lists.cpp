@@ -9,10 +9,6 @@
 
 namespace lab {
 
-static uint64_t pick(damage_site* site, const std::vector<uint64_t>& among) {
-    return among[random_below(&site->random, among.size())];
-}
-
 // A group whose free list is the one to damage, and that list. No entries: refused or told.
 struct list_place {
     uint64_t group;
@@ -131,12 +127,9 @@ std::string change_list_count(damage_site* site) {
 
 std::string loop_group_list(damage_site* site) {
     pool_entries pool;
-    if (!read_pool(*site, &pool)) {
+    std::vector<uint64_t> groups;
+    if (!read_listed_groups(*site, &pool, &groups)) {
         return "";
-    }
-    const std::vector<uint64_t> groups = listed_groups(pool);
-    if (groups.empty()) {
-        return refuse("no initialised group is on the list of groups");
     }
     const uint64_t last = random_below(&site->random, groups.size());
     const uint64_t group = groups[last];

@@ -1,6 +1,5 @@
 // Where a damage is done: the files of one volume of a sample, and the journal, as they lie on the
-// disk now. Reads and changes them by the formats alone. Below: model.h,
-// pool_entries.h, bytes.h.
+// disk now. Reads and changes them by the formats alone. Below: model.h, pool_entries.h, bytes.h.
 // Above: the kinds of damage.
 #pragma once
 

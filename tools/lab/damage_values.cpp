@@ -24,14 +24,10 @@ static std::string told(const std::string& path, uint64_t offset, const std::str
 
 std::string change_references(damage_site* site) {
     pool_entries pool;
-    if (!read_pool(*site, &pool)) {
+    uint64_t lpa = 0;
+    if (!pick_used_extent(site, &pool, &lpa)) {
         return "";
     }
-    const std::vector<uint64_t> used = used_extents(pool);
-    if (used.empty()) {
-        return refuse("no extent is in use");
-    }
-    const uint64_t lpa = used[random_below(&site->random, used.size())];
     tbl_entry entry = {pool.tbl[lpa]};
     const uint64_t from = tbl_entry_count(&entry);
     const uint64_t to = off_by_one(site, from, 1, TBL_COUNT_MAX);
