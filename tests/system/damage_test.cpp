@@ -11,6 +11,7 @@
 #include "support/sample_maps.h"
 #include "support/scratch_file.h"
 #include "system/support/shell.h"
+#include "system/support/test_name.h"
 #include "system/support/tree.h"
 
 namespace fs = std::filesystem;
@@ -250,11 +251,7 @@ TEST_P(damage_kinds, do_the_same_for_the_same_seed) {
 }
 
 static std::string name_of(const testing::TestParamInfo<kind_row>& info) {
-    std::string name = info.param.word;
-    for (char& letter : name) {
-        letter = letter == '-' ? '_' : letter;
-    }
-    return name;
+    return test_name(info.param.word);
 }
 INSTANTIATE_TEST_SUITE_P(of, damage_kinds, testing::ValuesIn(KINDS), name_of);
 

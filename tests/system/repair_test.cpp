@@ -12,6 +12,7 @@
 #include "support/sample_volumes.h"
 #include "support/scratch_file.h"
 #include "system/support/damaged_server.h"
+#include "system/support/test_name.h"
 #include "system/support/tree.h"
 
 static const std::string TABLE = "/volume1/@EP/EP_TBL";
@@ -69,11 +70,7 @@ TEST_P(repair_by_one_command, finds_rebuilds_and_loses_nothing) {
 }
 
 static std::string name_of(const testing::TestParamInfo<row>& info) {
-    std::string name = info.param.kind;
-    for (char& letter : name) {
-        letter = letter == '-' ? '_' : letter;
-    }
-    return name;
+    return test_name(info.param.kind);
 }
 INSTANTIATE_TEST_SUITE_P(of, repair_by_one_command, testing::ValuesIn(ROWS), name_of);
 
@@ -321,6 +318,15 @@ TEST(repair, begins_with_copies_of_the_metadata) {
     EXPECT_EQ(copy.err, "");
 }
 
+// The first volume with nothing in it yet: where its files lie.
+static std::string empty_volume(const damaged_server& server) {
+    std::string volume = server.file("/volume1");
+    std::filesystem::remove_all(volume);
+    make_sample_volume(volume, 0x11);
+    make_dat(volume + "/@EP/EP_DAT_00000", 0x11, 0);
+    return volume;
+}
+
 // The groups that have free extents, the others full, of a volume with one map. The last group in
 // use is full: the rebuild leaves the end of the list open.
 class full_last_group : public testing::TestWithParam<std::vector<uint64_t>> {};
@@ -339,10 +345,7 @@ TEST_P(full_last_group, has_its_list_closed_by_hand) {
     const uint64_t groups = 4;
     damaged_server server("--seed 1");
     server.set_journal_aside();
-    const std::string volume = server.file("/volume1");
-    std::filesystem::remove_all(volume);
-    make_sample_volume(volume, 0x11);
-    make_dat(volume + "/@EP/EP_DAT_00000", 0x11, 0);
+    const std::string volume = empty_volume(server);
     const std::vector<sample_entry> entries = all_but(GetParam(), groups * 4096);
     make_filled_map(volume + "/@iSCSITrg/LUN_Extent_1", 5 * 4096, entries.size(), entries);
     ASSERT_EQ(server.guide(REPAIR).status, 0);
@@ -378,10 +381,7 @@ INSTANTIATE_TEST_SUITE_P(of, full_last_group,
 TEST(repair, of_a_far_entry_is_stopped_and_its_groups_counted) {
     damaged_server server("--seed 1");
     server.set_journal_aside();
-    const std::string volume = server.file("/volume1");
-    std::filesystem::remove_all(volume);
-    make_sample_volume(volume, 0x11);
-    make_dat(volume + "/@EP/EP_DAT_00000", 0x11, 0);
+    const std::string volume = empty_volume(server);
     make_filled_map(volume + "/@iSCSITrg/LUN_Extent_1", 63, 2, {{0, 5}, {1, 5000 * 4096}});
     make_directories(volume + "/@EP_FIX");  // of the rebuild that was stopped
     const run_result counted = server.guide(
