@@ -186,6 +186,16 @@ TEST_F(full_check_command, leaves_its_directory_behind_after_a_failed_rebuild) {
     EXPECT_TRUE(file_exists(rebuilt()));
 }
 
+TEST_F(full_check_command, leaves_what_was_counted_before_a_failure_also_where_the_table_agrees) {
+    set_tbl_word(live(), 5, 0x8001);
+    make_filled_map(root() + "/@EP/EP_BUF", 100, 1, {{0, 5}});
+    write_file_bytes(root() + "/@EP/EP_BUF", 10, "x", 1);
+    stdout_capture out;
+    EXPECT_EQ(check_full_volume(), -1);
+    EXPECT_TRUE(log_.has("Fail to load MAP " + root() + "/@EP/EP_BUF\n"));
+    EXPECT_EQ(tbl_word_of(rebuilt(), 5), 0x8001);
+}
+
 TEST_F(full_check_command, of_a_volume_without_references_succeeds_at_once) {
     std::filesystem::remove(root() + "/@iSCSITrg/LUN_Extent_1");
     stdout_capture out;
