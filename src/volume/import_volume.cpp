@@ -90,8 +90,7 @@ static int import_listed_map(const path_entry* map, tbl_ref_counts* counts) {
 static bool agrees_with(const char* live_tbl, tbl_ref_counts* counts) {
     const int fd = counts != nullptr ? io_open(live_tbl, O_RDONLY, 0) : -1;
     const uint64_t groups = current_fri.header.fri_group_count;
-    const bool agrees =
-        fd > 0 && tbl_ref_counts_agree(counts, fd, groups);
+    const bool agrees = fd > 0 && tbl_ref_counts_agree(counts, fd, groups);
     if (fd > 0) {
         io_close(fd);
     }

@@ -105,6 +105,54 @@ TEST_P(import_of_a_map, an_unmap_buffer_ends_at_its_first_unmapped_entry) {
     EXPECT_EQ(out.text(), "TARN_INFO: Try to import 10/630 mappings\n" + progress_lines(0, 2));
 }
 
+// A progress line is due every 630 entries of these maps, so most of their nodes have none.
+static constexpr uint64_t LARGE = 63000;
+
+TEST_P(import_of_a_map, counts_exactly_between_two_progress_lines) {
+    constexpr uint64_t FAR = uint64_t{20000} * 4096;  // no counter of its own in memory
+    std::vector<sample_entry> entries;
+    for (uint64_t lea = 63; lea < 63 + 300; lea++) {  // more than a byte holds
+        entries.push_back({lea, 5});
+    }
+    entries.push_back({400, 4096 + 1});
+    entries.push_back({401, FAR});
+    entries.push_back({402, FAR});
+    entries.push_back({403, 6});
+    load(LARGE, entries.size(), entries);
+    stdout_capture out;
+    EXPECT_EQ(import_it(MAP_KIND_LUN), 0);
+    EXPECT_EQ(tbl_word_of(tbl(), 5), 0x8000 + 300);
+    EXPECT_EQ(tbl_word_of(tbl(), 6), 0x8001);
+    EXPECT_EQ(tbl_word_of(tbl(), 7), 0);
+    EXPECT_EQ(tbl_word_of(tbl(), 4096 + 1), 0x8001);
+    EXPECT_EQ(tbl_word_of(tbl(), FAR), 0x8002);
+    EXPECT_EQ(fri_word_of(fri(), 0), INIT_BIT);
+    EXPECT_EQ(fri_word_of(fri(), 1), INIT_BIT);
+    EXPECT_EQ(fri_word_of(fri(), 20000), INIT_BIT);
+    EXPECT_EQ(fri_free_count_of(fri()), EVERY_EXTENT - 4);
+    EXPECT_EQ(out.text(), "TARN_INFO: Try to import 304/63000 mappings\n" + progress_lines(0, 100));
+    EXPECT_EQ(log_.lines(), log_lines({}));
+}
+
+TEST_P(import_of_a_map, more_entries_than_the_header_counts_fail_between_two_progress_lines_too) {
+    load(LARGE, 2, {{70, 5}, {71, 6}, {72, 5}, {73, 6}});
+    stdout_capture out;
+    EXPECT_EQ(import_it(MAP_KIND_LUN), -1);
+    EXPECT_EQ(log_.lines(), log_lines({"ERR: import_map(#) mapped_cnt is wrong\n"}));
+    EXPECT_EQ(tbl_word_of(tbl(), 5), 0x8001);
+    EXPECT_EQ(tbl_word_of(tbl(), 6), 0x8001);
+}
+
+TEST_P(import_of_a_map, an_unmap_buffer_ends_between_two_progress_lines_too) {
+    std::vector<sample_entry> entries = run_of_entries(70, 40);
+    entries.push_back({71, 200});
+    load(LARGE, 71, entries);
+    stdout_capture out;
+    EXPECT_EQ(import_it(MAP_KIND_UNMAP_BUFFER), 0);
+    EXPECT_EQ(tbl_word_of(tbl(), 109), 0x8001);
+    EXPECT_EQ(tbl_word_of(tbl(), 200), 0);
+}
+
 TEST_P(import_of_a_map, a_rod_map_is_scanned_over_the_formula_whatever_its_header_says) {
     load(63, 1, {{540671, 5}});
     stdout_capture out;
