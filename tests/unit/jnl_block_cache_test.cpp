@@ -1,0 +1,100 @@
+#include "jnl/jnl_block_cache.h"
+
+#include <gtest/gtest.h>
+
+#include "jnl/jnl_block.h"
+#include "jnl/jnl_file.h"
+#include "support/hex.h"
+#include "support/io_faults.h"
+#include "support/jnl_builder.h"
+#include "support/log_capture.h"
+
+// Two blocks with one place to be kept in lie so far apart.
+static constexpr uint64_t SAME_PLACE = 16384;
+
+class jnl_block_cache : public testing::Test {
+protected:
+    jnl_block_cache() { history_.load(); }
+
+    // That what is read as block `n` of the open journal is what lies in that journal's file.
+    static void expect_read(const raw_history& history, uint64_t n) {
+        jnl_block block;
+        EXPECT_EQ(jnl_block_read(&block, n), 512);
+        EXPECT_EQ(hex_of(block), hex_of(file_bytes(history.journal.path(), (n + 2048) * 512, 512)));
+    }
+    // Transfers that reading block `n` takes.
+    static uint64_t reads_of(uint64_t n) {
+        const io_fault_at count(0, 0, {io_call::read});
+        jnl_block block;
+        (void)jnl_block_read(&block, n);
+        return count.calls();
+    }
+    static raw_block recording(uint16_t word) { return file_block({tbl_record(POOL, 5, word)}); }
+
+    raw_history history_{8};
+    log_capture log_;
+};
+
+TEST_F(jnl_block_cache, keeps_a_block_as_long_as_a_scope_lives) {
+    history_.journal.put(3, recording(0x8001));
+    EXPECT_EQ(reads_of(3), 1u);
+    EXPECT_EQ(reads_of(3), 1u);
+    {
+        const jnl_block_cache_scope outer;
+        EXPECT_EQ(reads_of(3), 1u);
+        {
+            const jnl_block_cache_scope inner;
+            EXPECT_EQ(reads_of(3), 0u);
+        }
+        EXPECT_EQ(reads_of(3), 0u);
+        expect_read(history_, 3);
+    }
+    EXPECT_EQ(reads_of(3), 1u);
+}
+
+TEST_F(jnl_block_cache, takes_no_block_for_another_one_that_has_its_place) {
+    history_.journal.put(3, recording(0x8001));
+    history_.journal.put(3 + SAME_PLACE, recording(0x8002));
+    const jnl_block_cache_scope scope;
+    for (unsigned round = 0; round < 2; round++) {
+        expect_read(history_, 3);
+        expect_read(history_, 3 + SAME_PLACE);
+    }
+}
+
+TEST_F(jnl_block_cache, takes_no_block_of_one_journal_for_one_of_another) {
+    history_.journal.put(3, recording(0x8001));
+    raw_history other(8);
+    other.journal.put(3, recording(0x8002));
+    const jnl_block_cache_scope scope;
+    for (unsigned round = 0; round < 2; round++) {
+        history_.load();
+        expect_read(history_, 3);
+        other.load();
+        expect_read(other, 3);
+    }
+}
+
+TEST_F(jnl_block_cache, keeps_blocks_while_one_journal_is_closed_and_opened) {
+    history_.journal.put(3, recording(0x8001));
+    const jnl_block_cache_scope scope;
+    history_.load();
+    EXPECT_EQ(reads_of(3), 1u);
+    history_.load();
+    EXPECT_EQ(reads_of(3), 0u);
+}
+
+TEST_F(jnl_block_cache, never_keeps_what_there_was_something_to_say_about) {
+    history_.journal.put_damaged(3, recording(0x8001));
+    history_.journal.put(4, unmap_block(MAP, 0, 255, 0));  // counts more entries than it holds
+    const jnl_block_cache_scope scope;
+    for (const uint64_t n : {2, 3, 4}) {  // 2 was never written
+        log_.clear();
+        EXPECT_EQ(reads_of(n), 1u) << n;
+        const std::vector<std::string> first = log_.lines();
+        EXPECT_EQ(first.size(), 1u) << n;
+        log_.clear();
+        EXPECT_EQ(reads_of(n), 1u) << n;
+        EXPECT_EQ(log_.lines(), first) << n;
+    }
+}
