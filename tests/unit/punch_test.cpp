@@ -111,6 +111,17 @@ TEST_F(punch, past_the_data_files_fails_with_the_wrong_index) {
               "TARN_INFO: Wrong index('1') of DAT file\n");
 }
 
+// A hole of one size at steps of another would reach into extents in use.
+TEST_F(punch, of_extents_whose_size_is_no_power_of_two_punches_nothing) {
+    constexpr uint64_t ENTRY_SIZE = uint64_t{2} << 32;  // stands behind the extent size
+    set_header_u64(tbl(), 64, 68, ENTRY_SIZE | 3u << 20);
+    EXPECT_EQ(punch_range(false, 1, 1), -1);
+    EXPECT_EQ(text_, "TARN_INFO: There are '1' DAT files\n");
+    EXPECT_EQ(log_.lines(),
+              log_lines({"ERR: punch_extent(#) no extent size of " + root() + " to punch by\n"}));
+    EXPECT_TRUE(extent_is(1, 0xd5));
+}
+
 TEST_F(punch, without_a_data_file_fails_with_the_wrong_index) {
     unlink(dat().c_str());
     EXPECT_EQ(punch_range(false, 1, 1), -1);
