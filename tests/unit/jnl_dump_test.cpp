@@ -53,7 +53,7 @@ protected:
         EXPECT_EQ(load_jnl(journal.path()), 0);
         stdout_capture out;
         EXPECT_EQ(dump_jnl_block(0, detail), 0);
-        const std::string text = out.text();
+        std::string text = out.text();
         close_jnl();
         return text;
     }
@@ -65,7 +65,7 @@ protected:
         EXPECT_EQ(load_jnl(journal.path()), 0);
         stdout_capture out;
         EXPECT_EQ(dump_jnl_meta(), 0);
-        const std::string text = out.text();
+        std::string text = out.text();
         close_jnl();
         return text;
     }
