@@ -97,9 +97,7 @@ TEST_F(create, never_empties_the_old_file) {
     for (const auto& [operation, path, message] : rows) {
         const std::string kept = hex_of(file_bytes(path, 0, 8448));
         EXPECT_EQ(run(operation, {"--path", path, "--oldpath", path}), -1);
-        std::string line = message;
-        line.append(path).append(" from ").append(path).append("\n");
-        EXPECT_EQ(last_log(), line);
+        EXPECT_EQ(last_log(), message + path + " from " + path + "\n");
         EXPECT_EQ(hex_of(file_bytes(path, 0, 8448)), kept);
     }
 }
