@@ -8,8 +8,7 @@
 #include "journal_status.h"
 #include "options.h"
 #include "print.h"
-#include "store/descriptor.h"
-#include "store/log.h"
+#include "store/keep_journal.h"
 #include "volume/consistency.h"
 #include "volume/journal_state.h"
 #include "volume/volume_journal.h"
@@ -88,9 +87,10 @@ static int mark_journal_bad() {
 // What the journal says may be forgotten only when everything that was written is on the disk.
 static int remove_journal() {
     constexpr const char* name = "vaai_startup_replay";
-    if (io_failed_writes() != 0) {
-        log_err_as(name, "Keep journal %s, failed writes %llu\n", opt_ctx.jnlpath,
-                   ull(io_failed_writes()));
+    const keep_reasons reasons = keep_journal_reasons();
+    if (reasons.count != 0) {
+        log_err_as(name, "Keep journal %s, reasons %llu, the first: %s\n", opt_ctx.jnlpath,
+                   ull(reasons.count), reasons.first);
         return mark_journal_bad();
     }
     tarn_log("%s(%d) Journal Consistent, Remove %s\n", name, __LINE__, opt_ctx.jnlpath);

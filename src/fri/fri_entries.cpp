@@ -4,8 +4,7 @@
 
 #include "print.h"
 #include "store/data_node.h"
-#include "store/descriptor.h"
-#include "store/log.h"
+#include "store/keep_journal.h"
 
 int fri_entry_read(fri_entry* entry, uint64_t group) {
     const int got = read_data_bytes(current_fri.fd, fri_block_of(group), fri_byte_in_block(group),
@@ -16,30 +15,34 @@ int fri_entry_read(fri_entry* entry, uint64_t group) {
     return got;
 }
 
-int fri_entry_write(const fri_entry* entry, uint64_t group) {
+int fri_entry_write_over(const fri_entry* entry, uint64_t group, node_mismatch* before) {
+    constexpr const char* name = "fri_entry_write";
     if (current_fri.fd == 0) {
-        log_err("fri file descriptor is invalid\n");
-        io_count_failed_write();
+        log_keep_as(name, keep_reason::failed_write, "fri file descriptor is invalid\n");
         return -1;
     }
     if (group >= FRI_GROUP_CAPACITY) {
-        log_err("write fri error, group_num %llu\n", ull(group));
-        io_count_failed_write();
+        log_keep_as(name, keep_reason::failed_write, "write fri error, group_num %llu\n",
+                    ull(group));
         return -1;
     }
     switch (patch_data_node(current_fri.fd, fri_block_of(group), fri_byte_in_block(group), entry,
-                            sizeof *entry)) {
+                            sizeof *entry, before)) {
         case patch_result::done:
             return 0;
         case patch_result::read_failed:
-            log_err("read fri error before write fri entry, group_num %llu\n", ull(group));
-            io_count_failed_write();  // nothing was tried below, and the change is lost
+            log_keep_as(name, keep_reason::failed_write,  // nothing was tried: the change is lost
+                        "read fri error before write fri entry, group_num %llu\n", ull(group));
             return -1;
         case patch_result::write_failed:
             break;
     }
-    log_err("write fri error, group_num %llu\n", ull(group));
+    log_err_as(name, "write fri error, group_num %llu\n", ull(group));
     return -1;
+}
+
+int fri_entry_write(const fri_entry* entry, uint64_t group) {
+    return fri_entry_write_over(entry, group, nullptr);
 }
 
 int tarn_fri_set_init_bit(uint64_t group) {

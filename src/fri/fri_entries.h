@@ -9,6 +9,8 @@
 int fri_entry_read(fri_entry* entry, uint64_t group);
 // Writes it. 0, or -1, logged; a group past the index's capacity is refused.
 int fri_entry_write(const fri_entry* entry, uint64_t group);
+// The same; stores through `before` whether the block's old checksum matched.
+int fri_entry_write_over(const fri_entry* entry, uint64_t group, node_mismatch* before);
 
 // Sets the init bit of a group, and raises fri_group_count (saved at once) when it is the highest.
 // 0, or -1, logged.

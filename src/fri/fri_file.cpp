@@ -78,6 +78,12 @@ int create_fri(const char* newpath, const char* oldpath) {
     return 0;
 }
 
+static void take_header(fri_handle* handle, const fri_header* header, const char* name) {
+    (void)meta_hdr_d2m(header);  // deliberate: a wrong magic code is logged, the handle loads
+    handle->header = *header;
+    snprintf(handle->path, sizeof handle->path, "%s", name);
+}
+
 int load_fri_handle(fri_handle* handle, const char* name) {
     if (name == nullptr) {
         log_err("%s NULL pointer\n", "name");
@@ -92,9 +98,18 @@ int load_fri_handle(fri_handle* handle, const char* name) {
     if (handle->fd == 0) {
         return drop_handle(&handle->fd, &handle->buffer);  // logged there
     }
-    (void)meta_hdr_d2m(&header);  // deliberate: a wrong magic code is logged, the handle loads
-    handle->header = header;
-    snprintf(handle->path, sizeof handle->path, "%s", name);
+    take_header(handle, &header, name);
+    return 0;
+}
+
+int take_fri_handle(fri_handle* handle, const opened_file* file) {
+    fri_header header;
+    if (meta_header_load(&file->header, &header, FRI_CONST_NODES, FRI_VAR_NODES) != 0) {
+        io_close(file->fd);
+        return -1;  // logged there
+    }
+    handle->fd = file->fd;
+    take_header(handle, &header, file->path);
     return 0;
 }
 

@@ -6,6 +6,7 @@
 #include "fri/fri_format.h"
 #include "store/data_node.h"
 #include "store/handle_prefix.h"
+#include "store/header_file.h"
 
 // The current index. fd 0: none is open. The counters change in memory and reach the disk by
 // save_fri only.
@@ -46,6 +47,8 @@ int create_fri(const char* newpath, const char* oldpath);
 
 int load_fri_handle(fri_handle* handle, const char* name);  // a wrong magic code is only logged
 int close_fri_handle(fri_handle* handle);
+// Makes a handle of a file that is open already; closes it on failure.
+int take_fri_handle(fri_handle* handle, const opened_file* file);
 
 // Reads the uuid of any metadata file (a table's too).
 int extract_fri_uuid(const char* name, uint8_t* uuid_out);

@@ -4,7 +4,9 @@
 
 #include "fri/fri_entries.h"
 #include "print.h"
-#include "store/log.h"
+#include "store/descriptor.h"
+#include "store/keep_journal.h"
+#include "tbl/tbl_format.h"
 #include "tbl/tbl_freelist.h"
 
 int fri_mismatch_report = 0;
@@ -37,10 +39,25 @@ int fri_entry_check(const fri_entry* entry, uint64_t group) {
     return 0;
 }
 
+static void note_damaged_block(uint64_t block, const node_mismatch* before) {
+    char name[IO_NAME_SIZE];
+    const uint64_t first = block * FRI_BLOCK_ENTRIES;
+    log_keep_as(
+        "fri_entry_replay", keep_reason::damage,
+        "%s: block %llu, lpa %llu to %llu, is damaged and gets a fresh checksum: on-disk(%08x) "
+        "!= (%08x)\n",
+        io_name(current_fri.fd, name, sizeof name), ull(block), ull(tbl_lpa_of(first, 0)),
+        ull(tbl_lpa_of(first + FRI_BLOCK_ENTRIES, 0) - 1), before->stored, before->computed);
+}
+
 int fri_entry_replay(const fri_entry* entry, uint64_t group) {
-    if (fri_entry_write(entry, group) != 0) {
+    node_mismatch before = {};
+    if (fri_entry_write_over(entry, group, &before) != 0) {
         log_err("fri entry replay fail, group_num %llu\n", ull(group));
         return -1;
+    }
+    if (before.found) {
+        note_damaged_block(fri_block_of(group), &before);
     }
     return 0;
 }
@@ -49,6 +66,7 @@ int fri_entry_replay_link(const fri_entry* entry, const fri_entry* other, uint64
     if (!fri_entry_is_init(entry) || fri_entry_is_init(other)) {
         return 0;
     }
+    tbl_note_damage_before_link(group);
     uint16_t head = 0;  // the record's own image carries the head
     return link_free_tbl_entry_in_group(group, &head);
 }

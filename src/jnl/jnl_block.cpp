@@ -7,9 +7,8 @@
 #include "print.h"
 #include "store/crc32c.h"
 #include "store/data_node.h"
-#include "store/descriptor.h"
 #include "store/file.h"
-#include "store/log.h"
+#include "store/keep_journal.h"
 
 static uint32_t block_checksum(const jnl_block* block) {  // of the block with its checksum field 0
     jnl_block blank = *block;
@@ -51,30 +50,48 @@ static bool nothing_to_report(const jnl_block* block) {
                        [](const jnl_file_entry& entry) { return is_known_entry(entry.type); });
 }
 
-int jnl_block_read(jnl_block* block, uint64_t n) {
+// Reads the block's bytes. False: not all that the file has of it. What the block records may go
+// unwritten then.
+static bool read_bytes(jnl_block* block, uint64_t n) {
+    const uint64_t offset = data_node_offset(n);
+    const int got = read_fd(current_jnl.fd, block, offset, sizeof *block);
+    if (got >= 0 && !read_stopped_early(current_jnl.fd, offset, got, sizeof *block)) {
+        return true;
+    }
+    log_keep_as("jnl_block_read", keep_reason::unread, "jnl read error, block_num[%llu]\n", ull(n));
+    return false;
+}
+
+jnl_block_state jnl_block_get(jnl_block* block, uint64_t n) {
+    constexpr const char* name = "jnl_block_read";
     *block = {};
     if (jnl_block_cache_get(n, block)) {
-        return sizeof *block;
+        return jnl_block_state::good;
     }
-    const int got = read_fd(current_jnl.fd, block, data_node_offset(n), sizeof *block);
-    if (got < 0) {
-        log_err("jnl read error, block_num[%llu]\n", ull(n));
-        io_count_failed_write();  // what the block records may go unwritten
-    } else {
+    const bool read = read_bytes(block, n);
+    if (read) {
         tarn_jnl_block_d2m(block);
     }
-    if (block->checksum == block_checksum(block)) {
-        if (got == sizeof *block && nothing_to_report(block)) {
+    if (read && block->checksum == block_checksum(block)) {
+        if (nothing_to_report(block)) {
             jnl_block_cache_put(n, block);
         }
-        return got;
+        return jnl_block_state::good;
     }
-    if (block_is_empty(block)) {
-        log_note("jnl block all zero value @block %llu\n", ull(n));
+    const bool empty = block_is_empty(block);
+    if (empty) {
+        log_note_as(name, "jnl block all zero value @block %llu\n", ull(n));
     } else {
-        log_err("jnl checksum error @block %llu\n", ull(n));
+        log_err_as(name, "jnl checksum error @block %llu\n", ull(n));
     }
-    return -1;
+    if (!read) {
+        return jnl_block_state::unread;
+    }
+    return empty ? jnl_block_state::empty : jnl_block_state::damaged;
+}
+
+int jnl_block_read(jnl_block* block, uint64_t n) {
+    return jnl_block_get(block, n) == jnl_block_state::good ? static_cast<int>(sizeof *block) : -1;
 }
 
 void tarn_jnl_block_d2m(const jnl_block* block) {

@@ -4,9 +4,19 @@
 
 #include "jnl/jnl_format.h"
 
+// What a read of a block found.
+enum class jnl_block_state {
+    good,
+    empty,    // all zero: never written
+    damaged,  // its checksum differs
+    unread,   // the read failed, or stopped before the end of block and file
+};
+
 // Reads block `n` of the open journal into `block`, which always ends up holding what was read,
-// with the stored checksum in place (0: the block was never written). Returns the bytes read; -1
-// when the read failed, the checksum differs or the block is all zero, each logged.
+// with the stored checksum in place. What is not good is logged; `unread` is a reason to keep the
+// journal.
+jnl_block_state jnl_block_get(jnl_block* block, uint64_t n);
+// The same. Returns the bytes read; -1 for a block that is not good.
 int jnl_block_read(jnl_block* block, uint64_t n);
 
 // Reports, to the log only, counts and entry types that a block may not have. Nothing is rejected:

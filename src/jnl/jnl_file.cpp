@@ -1,6 +1,7 @@
 #include "jnl/jnl_file.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <limits>
 
 #include "jnl/jnl_block_cache.h"
@@ -19,7 +20,11 @@ int load_jnl(const char* path) {
         log_err("%s NULL pointer\n", "name");
         return -1;
     }
-    current_jnl.fd = open_file(path);
+    current_jnl.fd = jnl_kept_file_take(path);
+    if (current_jnl.fd == 0) {
+        current_jnl.fd = open_file(path);
+    }
+    snprintf(current_jnl.path, sizeof current_jnl.path, "%s", path);
     if (current_jnl.fd == 0) {
         log_err("jnl file descriptor is invalid\n");
         return -1;
@@ -35,7 +40,9 @@ int load_jnl(const char* path) {
 }
 
 void close_jnl() {
-    close_synced(current_jnl.fd);
+    if (current_jnl.fd != 0 && !jnl_kept_file_put(current_jnl.fd, current_jnl.path)) {
+        close_synced(current_jnl.fd);
+    }
     current_jnl.fd = 0;
 }
 

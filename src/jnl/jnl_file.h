@@ -8,13 +8,16 @@
 struct jnl_file {
     int fd;  // 0: no journal is open
     jnl_header header;
+    char path[PATH_TEXT_SIZE];  // as it was opened, cut to fit
 };
 extern jnl_file current_jnl;
 
 // Opens `path`. 0, or -1, logged; after a failure the descriptor that was opened stays set: the
 // caller closes.
 int load_jnl(const char* path);
-void close_jnl();  // syncs and closes; nothing to do when none is open
+// Closes; nothing to do when none is open. While blocks are kept, the file stays open for the next
+// load of the same path.
+void close_jnl();
 
 // The shutdown tag as a signed value (JNL_STATUS_ABNORMAL reads as -1); -1, logged, when no
 // journal is open.

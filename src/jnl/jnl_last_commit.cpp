@@ -5,7 +5,7 @@
 #include "jnl/jnl_commit.h"
 #include "jnl/jnl_file.h"
 #include "print.h"
-#include "store/log.h"
+#include "store/keep_journal.h"
 
 static constexpr const char* NAME = "last_complete_commit";  // its steps speak in its name
 
@@ -54,18 +54,26 @@ static int commit_at_or_before(uint64_t block, uint32_t id, jnl_commit* commit, 
     return found(commit);
 }
 
+static int cannot_read() {
+    log_err_as(NAME, "Can't read last jnl commit\n");
+    return -1;
+}
+
+// Whether a block that is not good may be taken for one that was never written: it carries no
+// checksum. What the disk did not give back may be anything.
+static bool decides_nothing(jnl_block_state state, const jnl_block* block) {
+    return state != jnl_block_state::unread && block->checksum == 0;
+}
+
 // The block that the header names was never written: the record goes up to the one before it.
 static int commit_before_unwritten(uint64_t record, jnl_commit* commit, uint64_t total) {
     const uint64_t before = jnl_previous_block(record, total);
     printf("TARN_INFO: Re-Search last commit from %llu\n", ull(before));
-    if (jnl_block_read(&commit->last_block, before) >= 0) {
+    const jnl_block_state state = jnl_block_get(&commit->last_block, before);
+    if (state == jnl_block_state::good) {
         return commit_at_or_before(before, commit->last_block.ej_header.jnl_transid, commit, total);
     }
-    if (commit->last_block.checksum != 0) {
-        log_err_as(NAME, "Can't read last jnl commit\n");
-        return -1;
-    }
-    return conflict_end();
+    return decides_nothing(state, &commit->last_block) ? conflict_end() : cannot_read();
 }
 
 // The block that the header names belongs to another transaction than the header says.
@@ -90,6 +98,21 @@ static int commit_before_conflict(uint64_t record, jnl_commit* commit, uint64_t 
     return found(commit);
 }
 
+// From the block that the header names. As last_complete_commit.
+static int search_from(uint64_t record, jnl_commit* commit, uint64_t total) {
+    const jnl_block_state state = jnl_block_get(&commit->last_block, record);
+    if (state != jnl_block_state::good) {
+        return decides_nothing(state, &commit->last_block)
+                   ? commit_before_unwritten(record, commit, total)
+                   : cannot_read();
+    }
+    const uint32_t id = commit->last_block.ej_header.jnl_transid;
+    if (id != current_jnl.header.jnl_last_trans_id) {
+        return commit_before_conflict(record, commit, total);
+    }
+    return commit_at_or_before(record, id, commit, total);
+}
+
 int last_complete_commit(jnl_commit* commit, uint64_t total) {
     if (current_jnl.fd == 0) {
         log_err("jnl file descriptor is invalid\n");
@@ -103,17 +126,14 @@ int last_complete_commit(jnl_commit* commit, uint64_t total) {
         return -1;
     }
     const uint64_t record = current_jnl.header.jnl_last_record_start;
+    if (record >= total) {
+        log_err("jnl_last_record_start %llu is past the ring of %llu blocks\n", ull(record),
+                ull(total));
+        return -1;
+    }
     printf("TARN_INFO: jnl_last_record_start = %llu\n", ull(record));
-    if (jnl_block_read(&commit->last_block, record) < 0) {
-        if (commit->last_block.checksum != 0) {
-            log_err("Can't read last jnl commit\n");
-            return -1;
-        }
-        return commit_before_unwritten(record, commit, total);
-    }
-    const uint32_t id = commit->last_block.ej_header.jnl_transid;
-    if (id != current_jnl.header.jnl_last_trans_id) {
-        return commit_before_conflict(record, commit, total);
-    }
-    return commit_at_or_before(record, id, commit, total);
+    const uint64_t unread_before = keep_journal_failures().count;
+    const int result = search_from(record, commit, total);
+    // An older commit is not the answer where a newer one only could not be read.
+    return result >= 0 && keep_journal_failures().count != unread_before ? cannot_read() : result;
 }

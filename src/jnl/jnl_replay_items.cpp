@@ -3,8 +3,7 @@
 #include "fri/fri_journal.h"
 #include "map/map_entries.h"
 #include "print.h"
-#include "store/descriptor.h"
-#include "store/log.h"
+#include "store/keep_journal.h"
 #include "tbl/tbl_entries.h"
 
 bool replay_is_seen(const jnl_replay_block* at, uint64_t key, uint64_t rank) {
@@ -37,7 +36,9 @@ int replay_tbl_item(const jnl_replay_block* at, uint64_t lpa, tbl_entry image, u
 int replay_fri_item(const jnl_replay_block* at, uint64_t group, fri_entry old_image,
                     fri_entry new_image, uint64_t rank) {
     if (fri_entry_replay_link(&new_image, &old_image, group) < 0) {
-        io_count_failed_write();  // the replay goes on, and the group's list is not what it was
+        // Logged there. The replay goes on, and the group's list is not what it was.
+        keep_journal(keep_reason::failed_write, "free list of group_num %llu not linked",
+                     ull(group));
     }
     if (replay_is_seen(at, group, rank)) {
         return 0;

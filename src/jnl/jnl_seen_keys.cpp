@@ -3,8 +3,7 @@
 #include <new>
 
 #include "print.h"
-#include "store/descriptor.h"
-#include "store/log.h"
+#include "store/keep_journal.h"
 
 static constexpr uint64_t FIRST_SLOT_COUNT = 1024;
 
@@ -54,9 +53,9 @@ static bool grow(jnl_seen_keys* keys) {
 
 static int no_room(jnl_seen_keys* keys) {
     if (!keys->full) {
-        log_err_as("jnl_seen_keys_test_and_add", "no room for more than %llu keys\n",
-                   ull(keys->used));
-        io_count_failed_write();  // what the journal says of the key is not done
+        // What the journal says of the key is not done.
+        log_keep_as("jnl_seen_keys_test_and_add", keep_reason::unread,
+                    "no room for more than %llu keys\n", ull(keys->used));
         keys->full = true;
     }
     return -1;

@@ -9,10 +9,12 @@
 int map_entry_read(map_entry* entry, uint64_t lea);
 // 1 mapped, 0 unmapped, -1 on failure, logged. Stores the lpa through `lpa` unless it is null.
 int tarn_get_mapped_lpa(uint64_t lea, uint64_t* lpa);
-// 0, or negative, logged: also for a lea that neither the map's count nor its file reaches.
+// 0, or negative, logged: also for a lea that neither the map's count nor its file reaches, unless
+// the map is a volume's ROD map and has an entry for it by the volume's extent size.
 int map_entry_write(const map_entry* entry, uint64_t lea);
 
-// The journal's side. Check: 1 equal, 0 different, -1 unreadable, logged. Replay: 0 or -1, logged.
+// The journal's side. Check: 1 equal, 0 different, -1 unreadable, logged. Replay: 0 or -1, logged;
+// a node whose checksum did not match is logged, and is a reason to keep the journal.
 int map_entry_check(const map_entry* entry, uint64_t lea);
 int map_entry_replay(const map_entry* entry, uint64_t lea);
 int map_count_check(uint64_t count);   // 1 when it is the header's mapped count, else 0

@@ -8,7 +8,7 @@
 #include "store/log.h"
 #include "store/meta_node.h"
 
-map_file current_map = {0, {}, {{}, NO_NODE}};
+map_file current_map = {0, {}, {{}, NO_NODE}, {}};
 
 int load_map(const char* path) {
     if (path == nullptr) {
@@ -26,6 +26,7 @@ int load_map(const char* path) {
     }
     (void)meta_hdr_d2m(&header);  // deliberate: a wrong magic code is only logged
     current_map.header = header;
+    snprintf(current_map.path, sizeof current_map.path, "%s", path);
     tarn_cache_node_init(&current_map.cache);
     return 0;
 }

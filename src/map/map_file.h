@@ -10,6 +10,7 @@ struct map_file {
     int fd;
     map_header header;
     node_cache cache;
+    char path[PATH_TEXT_SIZE];  // as it was opened, cut to fit
 };
 extern map_file current_map;
 

@@ -93,6 +93,15 @@ constexpr void map_entry_set_flag(map_entry* entry) {
     entry->word |= MAP_FLAG_BIT;
 }
 
+// Entries of a ROD map on a volume of extents of 2^shift bytes; the map's header is not asked. The
+// power is formed in 32 bits, and is 0 when bit 5 of its exponent is set.
+constexpr uint64_t rod_entry_count(uint32_t shift) {
+    const uint32_t exponent = 30 - shift;
+    const uint32_t power = (exponent & 32) != 0 ? 0 : uint32_t{1} << (exponent & 31);
+    return (uint64_t{power} + 32) * 512;
+}
+static_assert(rod_entry_count(20) == 540672);
+
 // Placement: 63 entries a data node; bytes 504 to 507 of a node are not ours and stay as they are.
 constexpr uint64_t MAP_NODE_ENTRIES = 63;
 

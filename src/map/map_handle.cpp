@@ -44,9 +44,10 @@ static int load_pools(map_handle* handle, uint32_t count, const char* path) {
 }
 
 // Loads everything from the open file. 0, or -1, logged.
-static int load_contents(map_handle* handle, const char* path) {
+static int load_contents(map_handle* handle, const opened_file* file) {
+    const char* path = file->path;
     map_header header;
-    if (tarn_load_meta_nodes(handle->fd, &header, MAP_CONST_NODES, MAP_VAR_NODES) != 0) {
+    if (meta_header_load(&file->header, &header, MAP_CONST_NODES, MAP_VAR_NODES) != 0) {
         return -1;  // logged there
     }
     (void)meta_hdr_d2m(&header);  // deliberate: a wrong magic code is only logged
@@ -73,13 +74,21 @@ int load_map_handle(map_handle* handle, const char* path) {
         log_err("%s NULL pointer\n", "handle");
         return -1;
     }
-    handle->pools = nullptr;
-    handle->fd = open_file(path);
-    if (handle->fd == 0) {
+    opened_file file;
+    file.path = path;
+    file.fd = open_file(path);
+    if (file.fd == 0) {
         log_err("map file descriptor is invalid\n");
         return -1;
     }
-    if (load_contents(handle, path) != 0) {
+    meta_header_read(file.fd, &file.header);
+    return take_map_handle(handle, &file);
+}
+
+int take_map_handle(map_handle* handle, const opened_file* file) {
+    handle->pools = nullptr;
+    handle->fd = file->fd;
+    if (load_contents(handle, file) != 0) {
         free(handle->pools);
         handle->pools = nullptr;
         io_close(handle->fd);  // the field keeps its stale value: a handle that failed is let go

@@ -4,6 +4,7 @@
 
 #include "map/map_format.h"
 #include "store/handle_prefix.h"
+#include "store/header_file.h"
 #include "store/node_cache.h"
 
 // Its owner allocates it zeroed and frees it. It begins like handle_prefix.
@@ -22,4 +23,6 @@ static_assert(offsetof(map_handle, header) == offsetof(handle_prefix, head));
 // 0, or -1, logged. A wrong magic code and more than EC_MAX_VOL_NUM pools are only logged; a pool
 // table that reaches past the first mebibyte, is short or does not match its checksum fails.
 int load_map_handle(map_handle* handle, const char* path);
+// The same of a file that is open already; closes it on failure.
+int take_map_handle(map_handle* handle, const opened_file* file);
 int close_map_handle(map_handle* handle);  // syncs and closes; -1 for null, logged

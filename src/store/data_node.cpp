@@ -22,18 +22,19 @@ int tarn_write_data_node(int fd, data_node* node, uint64_t node_num) {
     return 0;
 }
 
-// A read that stops short before the end of the file would blank the entries behind it. 0 bytes are
-// the end itself.
-static bool short_of_the_end(int fd, uint64_t offset, int got, size_t len) {
-    uint8_t next = 0;
-    return got > 0 && static_cast<size_t>(got) < len &&
-           read_fd(fd, &next, offset + static_cast<uint64_t>(got), sizeof next) != 0;
+node_mismatch mismatch_of(const data_node* node) {
+    if (node->checksum == 0) {
+        return {};
+    }
+    data_node sealed = *node;
+    data_node_seal(&sealed);
+    return {sealed.checksum != node->checksum, node->checksum, sealed.checksum};
 }
 
 int tarn_read_data_node(int fd, data_node* node, uint64_t node_num) {
     const uint64_t offset = data_node_offset(node_num);
     const int got = read_fd(fd, node, offset, sizeof *node);
-    if (got < 0 || short_of_the_end(fd, offset, got, sizeof *node)) {
+    if (got < 0 || read_stopped_early(fd, offset, got, sizeof *node)) {
         log_err("read_fd(%d)\n", got);
         return got < 0 ? got : -1;
     }
@@ -56,18 +57,22 @@ int read_data_bytes(int fd, uint64_t node_num, size_t at, void* bytes, size_t le
     memset(bytes, 0, len);
     const uint64_t offset = data_node_offset(node_num) + at;
     const int got = read_fd(fd, bytes, offset, static_cast<uint32_t>(len));
-    if (short_of_the_end(fd, offset, got, len)) {
+    if (read_stopped_early(fd, offset, got, len)) {
         return -1;
     }
     return got;
 }
 
-patch_result patch_data_node(int fd, uint64_t node_num, size_t at, const void* bytes, size_t len) {
+patch_result patch_data_node(int fd, uint64_t node_num, size_t at, const void* bytes, size_t len,
+                             node_mismatch* before) {
     data_node node{};
     const uint64_t offset = data_node_offset(node_num);
     const int got = read_fd(fd, &node, offset, sizeof node);
-    if (got < 0 || short_of_the_end(fd, offset, got, sizeof node)) {
+    if (got < 0 || read_stopped_early(fd, offset, got, sizeof node)) {
         return patch_result::read_failed;
+    }
+    if (before != nullptr) {
+        *before = mismatch_of(&node);
     }
     memcpy(node.payload + at, bytes, len);
     data_node_seal(&node);

@@ -45,7 +45,18 @@ int read_data_bytes(int fd, uint64_t node_num, size_t at, void* bytes, size_t le
 
 enum class patch_result { done, read_failed, write_failed };
 
+// A node whose stored checksum, not 0, was not that of its bytes.
+struct node_mismatch {
+    bool found;
+    uint32_t stored;
+    uint32_t computed;
+};
+// Of `node` as it was read; its checksum field stays.
+node_mismatch mismatch_of(const data_node* node);
+
 // Replaces `len` payload bytes at `at` in node `node_num`, whose other bytes stay as they are, and
-// writes the node with a fresh checksum: the way that single entries of table and index go. The
-// old checksum is not looked at. Logs nothing: the caller knows what the bytes meant.
-patch_result patch_data_node(int fd, uint64_t node_num, size_t at, const void* bytes, size_t len);
+// writes the node with a fresh checksum: the way that single entries of table and index go. Logs
+// nothing: the caller knows what the bytes meant. The old checksum is compared only for `before`,
+// which may be null.
+patch_result patch_data_node(int fd, uint64_t node_num, size_t at, const void* bytes, size_t len,
+                             node_mismatch* before = nullptr);

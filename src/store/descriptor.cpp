@@ -1,18 +1,36 @@
 #include "store/descriptor.h"
 
 #include <algorithm>
+#include <bitset>
 #include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <limits>
-#include <sys/stat.h>
+#include <sys/file.h>
 #include <unistd.h>
+
+#include "store/keep_journal.h"
 
 io_fault_hook io_fault = nullptr;
 
-static uint64_t failed_writes = 0;
+// Descriptors with writes that no sync has covered. Those past the end count as written.
+static std::bitset<65536> written;
+
+static void set_written(int fd, bool value) {
+    if (fd >= 0 && static_cast<size_t>(fd) < written.size()) {
+        written[static_cast<size_t>(fd)] = value;
+    }
+}
+
+bool io_was_written(int fd) {
+    return fd < 0 || static_cast<size_t>(fd) >= written.size() || written[static_cast<size_t>(fd)];
+}
 
 // Asks the test's hook. False: the call fails with the errno that is now set.
-static bool let_through(io_call call, size_t* len) {
+static bool allow(io_call call, size_t* len) {
     if (io_fault == nullptr) {
         return true;
     }
@@ -22,36 +40,37 @@ static bool let_through(io_call call, size_t* len) {
     return verdict.error == 0;
 }
 
-static bool let_through(io_call call) {
+bool io_allow(io_call call) {
     size_t nothing = 0;
-    return let_through(call, &nothing);
+    return allow(call, &nothing);
 }
 
 int io_open(const char* path, int flags, unsigned mode) {
-    if (!let_through(io_call::open)) {
+    if (!io_allow(io_call::open)) {
         return -1;
     }
-    return open64(path, flags | O_CLOEXEC, mode);
+    const int fd = open64(path, flags | O_CLOEXEC, mode);
+    set_written(fd, false);
+    return fd;
 }
 
 ssize_t io_read(int fd, void* buf, size_t len) {
-    if (!let_through(io_call::read, &len)) {
+    if (!allow(io_call::read, &len)) {
         return -1;
     }
     return read(fd, buf, len);
 }
 
 ssize_t io_write(int fd, const void* buf, size_t len) {
-    const size_t wanted = len;
-    const ssize_t done = let_through(io_call::write, &len) ? write(fd, buf, len) : -1;
-    if (done < 0 || static_cast<size_t>(done) != wanted) {
-        io_count_failed_write();
+    if (!allow(io_call::write, &len)) {
+        return -1;
     }
-    return done;
+    set_written(fd, true);
+    return write(fd, buf, len);
 }
 
 int64_t io_seek(int fd, uint64_t offset) {
-    if (!let_through(io_call::seek)) {
+    if (!io_allow(io_call::seek)) {
         return -1;
     }
     if (offset > static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) {
@@ -62,26 +81,28 @@ int64_t io_seek(int fd, uint64_t offset) {
 }
 
 int io_sync(int fd) {
-    const int result = let_through(io_call::sync) ? fsync(fd) : -1;
-    if (result != 0) {
-        io_count_failed_write();
-    }
-    return result;
+    return io_allow(io_call::sync) ? fsync(fd) : -1;
+}
+
+int io_sync_file_system(int fd) {
+    return io_allow(io_call::sync) ? syncfs(fd) : -1;
 }
 
 int io_truncate(int fd, uint64_t size) {
-    if (!let_through(io_call::truncate)) {
+    if (!io_allow(io_call::truncate)) {
         return -1;
     }
     if (size > static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) {
         errno = EFBIG;
         return -1;
     }
+    set_written(fd, true);
     return ftruncate64(fd, static_cast<int64_t>(size));
 }
 
 void io_close(int fd) {
     if (fd != 0) {
+        set_written(fd, false);
         (void)close(fd);  // what close can still report, the sync before it has reported
     }
 }
@@ -89,6 +110,46 @@ void io_close(int fd) {
 int64_t io_size(int fd) {
     struct stat64 status = {};
     return fstat64(fd, &status) == 0 ? status.st_size : -1;
+}
+
+int io_set_owner(int fd, uid_t uid, gid_t gid) {
+    return io_allow(io_call::owner) ? fchown(fd, uid, gid) : -1;
+}
+
+int io_set_mode(int fd, mode_t mode) {
+    return io_allow(io_call::owner) ? fchmod(fd, mode) : -1;
+}
+
+int io_lock(int fd) {
+    return io_allow(io_call::lock) ? flock(fd, LOCK_EX | LOCK_NB) : -1;
+}
+
+int io_stat(const char* path, struct stat64* status) {
+    return io_allow(io_call::stat) ? stat64(path, status) : -1;
+}
+
+int io_lstat(const char* path, struct stat64* status) {
+    return io_allow(io_call::stat) ? lstat64(path, status) : -1;
+}
+
+int io_rename(const char* from, const char* to) {
+    return io_allow(io_call::rename) ? rename(from, to) : -1;
+}
+
+int io_link(const char* from, const char* to) {
+    return io_allow(io_call::link) ? link(from, to) : -1;
+}
+
+int io_unlink(const char* path) {
+    return io_allow(io_call::unlink) ? unlink(path) : -1;
+}
+
+int io_mkdir(const char* path, mode_t mode) {
+    return io_allow(io_call::mkdir) ? mkdir(path, mode) : -1;
+}
+
+char* io_real_path(const char* path, char* out) {
+    return io_allow(io_call::stat) ? realpath(path, out) : nullptr;
 }
 
 io_file_id io_identity(int fd) {
@@ -99,8 +160,20 @@ io_file_id io_identity(int fd) {
 bool io_same_file(const char* one, const char* other) {
     struct stat64 a = {};
     struct stat64 b = {};
-    return one != nullptr && other != nullptr && stat64(one, &a) == 0 && stat64(other, &b) == 0 &&
+    return one != nullptr && other != nullptr && io_stat(one, &a) == 0 && io_stat(other, &b) == 0 &&
            a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+const char* io_name(int fd, char* out, size_t size) {
+    char link[32];
+    snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    const ssize_t length = readlink(link, out, size - 1);
+    if (length > 0) {
+        out[length] = '\0';
+    } else {
+        snprintf(out, size, "descriptor %d", fd);
+    }
+    return out;
 }
 
 uint64_t io_next_data(int fd, uint64_t offset, uint64_t end) {
@@ -116,21 +189,15 @@ uint64_t io_next_hole(int fd, uint64_t offset, uint64_t end) {
     return found < 0 ? end : std::min(static_cast<uint64_t>(found), end);
 }
 
-uint64_t io_failed_writes() {
-    return failed_writes;
-}
-
-void io_count_failed_write() {
-    failed_writes++;
-}
-
-void io_forget_failed_writes() {
-    failed_writes = 0;
-}
-
 void close_synced(int fd) {
-    if (fd != 0) {
-        (void)io_sync(fd);  // counted there
-        io_close(fd);
+    if (fd == 0) {
+        return;
     }
+    if (io_was_written(fd) && io_sync(fd) != 0) {
+        const int error = errno;
+        char name[IO_NAME_SIZE];
+        log_keep(keep_reason::failed_write, "Fail to sync %s: %s\n", io_name(fd, name, sizeof name),
+                 strerror(error));
+    }
+    io_close(fd);
 }

@@ -1,15 +1,33 @@
-// The one place that talks to the system about open files: open, read, write, seek, sync,
-// truncate, close. Above it every transfer goes through file.h. A test sets `io_fault` and makes
-// the n-th call fail; a failed write or sync is counted here, whoever asked for it.
+// The one place that talks to the system about files: open files (open, read, write, seek, sync,
+// truncate, close) and names (status, rename, link, unlink, directories, locks). Above it every
+// transfer goes through file.h. A test sets `io_fault` and makes the n-th call fail.
 // 0 is never an open file anywhere in this program.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <utility>
 
-enum class io_call { open, read, write, seek, sync, truncate, close };
+enum class io_call {
+    open,
+    read,
+    write,
+    seek,
+    sync,      // of a file, a directory or a file system
+    truncate,  // to a size, also when a file is created
+    allocate,
+    stat,  // status and real path of a name
+    rename,
+    link,
+    unlink,
+    mkdir,
+    list,   // reading a directory
+    owner,  // setting owner or mode
+    lock,
+    spawn,  // starting a program
+};
 
 // What a fault does to one call: error 0 lets it through with at most `limit` bytes.
 struct io_verdict {
@@ -19,6 +37,10 @@ struct io_verdict {
 using io_fault_hook = io_verdict (*)(io_call call, size_t wanted);
 extern io_fault_hook io_fault;  // null: nothing is injected; tests only
 
+// For calls that the platform makes for this program (a program that is started, space that is
+// given back): false when the test's hook makes this one fail, errno set.
+bool io_allow(io_call call);
+
 // Each returns what the system call of its name returns, errno set. Descriptors are closed in
 // every program that is started.
 int io_open(const char* path, int flags, unsigned mode);
@@ -26,9 +48,25 @@ ssize_t io_read(int fd, void* buf, size_t len);
 ssize_t io_write(int fd, const void* buf, size_t len);
 int64_t io_seek(int fd, uint64_t offset);  // from the start; an offset past 2^63 - 1 is EINVAL
 int io_sync(int fd);
+int io_sync_file_system(int fd);  // everything on the file system of `fd`
 int io_truncate(int fd, uint64_t size);
 void io_close(int fd);
 int64_t io_size(int fd);  // bytes, -1 on failure; leaves no trace on the descriptor
+int io_set_owner(int fd, uid_t uid, gid_t gid);
+int io_set_mode(int fd, mode_t mode);
+int io_lock(int fd);  // exclusive, without waiting: EWOULDBLOCK when another process holds it
+
+int io_stat(const char* path, struct stat64* status);   // of what a link leads to
+int io_lstat(const char* path, struct stat64* status);  // of a link itself
+int io_rename(const char* from, const char* to);
+int io_link(const char* from, const char* to);
+int io_unlink(const char* path);
+int io_mkdir(const char* path, mode_t mode);
+// The path without links, "." and "..": PATH_MAX bytes through `out`. Null on failure.
+char* io_real_path(const char* path, char* out);
+
+// Whether something was written through this descriptor, or its size set, since it was opened.
+bool io_was_written(int fd);
 
 // Which file a descriptor stands for; all zero for none.
 struct io_file_id {
@@ -40,18 +78,18 @@ io_file_id io_identity(int fd);
 // Whether both paths name one existing file, through links too. A null path names none.
 bool io_same_file(const char* one, const char* other);
 
+// The path that `fd` was opened by, for messages: cut to fit, "descriptor <fd>" when the system
+// does not say. Returns `out`.
+const char* io_name(int fd, char* out, size_t size);
+constexpr size_t IO_NAME_SIZE = 256;
+
 // Where the next byte at or after `offset` that is not in a hole lies, and where the next hole
 // begins; `end` at the most. A file system that knows no holes says that everything is data.
 uint64_t io_next_data(int fd, uint64_t offset, uint64_t end);
 uint64_t io_next_hole(int fd, uint64_t offset, uint64_t end);
 
-// Writes (short ones too) and syncs of files that failed in this process, and writes refused
-// before they were tried. Start-up replay deletes no journal while this is not 0.
-uint64_t io_failed_writes();
-void io_count_failed_write();
-void io_forget_failed_writes();  // tests only: each stands for a process of its own
-
-// Syncs and closes a descriptor; 0 is let pass. Failures are counted, not told.
+// Closes a descriptor, and syncs it first when something was written through it; 0 is skipped. A
+// failed sync is logged, and is a reason to keep the journal.
 void close_synced(int fd);
 
 // Closes its descriptor at the end of its scope.

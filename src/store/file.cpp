@@ -6,7 +6,7 @@
 
 #include "print.h"
 #include "store/descriptor.h"
-#include "store/log.h"
+#include "store/keep_journal.h"
 
 static constexpr unsigned FILE_MODE = 0666;  // before the process umask
 
@@ -59,11 +59,21 @@ int write_fd(int fd, const void* buf, uint64_t offset, uint32_t len) {
         return -1;
     }
     if (io_seek(fd, offset) < 0) {
-        log_err("fail seek to %llu\n", ull(offset));
-        io_count_failed_write();
+        log_keep(keep_reason::failed_write, "fail seek to %llu\n", ull(offset));
         return -1;
     }
-    return static_cast<int>(io_write(fd, buf, len));
+    const ssize_t put = io_write(fd, buf, len);
+    if (put < 0) {  // the caller, who knows what the bytes mean, logs it
+        const int error = errno;
+        char name[IO_NAME_SIZE];
+        keep_journal(keep_reason::failed_write, "write of %u bytes at byte %llu of %s: %s", len,
+                     ull(offset), io_name(fd, name, sizeof name), strerror(error));
+    } else if (static_cast<size_t>(put) != len) {
+        char name[IO_NAME_SIZE];
+        log_keep(keep_reason::failed_write, "only %zd of %u bytes written at byte %llu of %s\n",
+                 put, len, ull(offset), io_name(fd, name, sizeof name));
+    }
+    return static_cast<int>(put);
 }
 
 int read_fd(int fd, void* buf, uint64_t offset, uint32_t len) {
@@ -80,6 +90,13 @@ int read_fd(int fd, void* buf, uint64_t offset, uint32_t len) {
         return -1;
     }
     return static_cast<int>(io_read(fd, buf, len));
+}
+
+// 0 bytes are the end itself.
+bool read_stopped_early(int fd, uint64_t offset, int got, size_t len) {
+    uint8_t next = 0;
+    return got > 0 && static_cast<size_t>(got) < len &&
+           read_fd(fd, &next, offset + static_cast<uint64_t>(got), sizeof next) != 0;
 }
 
 bool read_fd_run(int fd, void* buf, uint64_t offset, size_t len) {

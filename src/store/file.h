@@ -19,12 +19,18 @@ int open_file(const char* path);
 
 // One write or read of `len` bytes at byte `offset`. Returns the bytes moved, which may be fewer
 // (a read at the end of the file); -1 for descriptor 0, a null buffer or a failing seek, all
-// logged, and for a failing transfer, which the caller logs.
+// logged, and for a failing transfer, which the caller logs. A write that fails or is short
+// (logged) is a reason to keep the journal.
 int write_fd(int fd, const void* buf, uint64_t offset, uint32_t len);
 int read_fd(int fd, void* buf, uint64_t offset, uint32_t len);
 
+// Whether a read of `len` bytes at `offset` that moved `got` bytes stopped before the end of the
+// file. What it left out is not what the file holds.
+bool read_stopped_early(int fd, uint64_t offset, int got, size_t len);
+
 // As many transfers as `len` bytes at `offset` take: for procedures that move many blocks at once.
 // Reads what the file has, the rest of `buf` becoming zero, and returns true; false, nothing
-// logged, when a transfer fails: the caller goes entry by entry then, and that road tells.
+// logged, when a transfer fails: the caller goes entry by entry then, and that path logs it. A
+// failure is no reason to keep the journal before the single entries have failed as well.
 bool read_fd_run(int fd, void* buf, uint64_t offset, size_t len);
 bool write_fd_run(int fd, const void* buf, uint64_t offset, size_t len);

@@ -10,14 +10,14 @@
 #include "store/meta_node.h"
 #include "tbl/tbl_file.h"
 
-static int load_tbl_kind(handle_prefix* handle, const char* path) {
-    return load_tbl_handle(reinterpret_cast<tbl_handle*>(handle), path);
+static int take_tbl_kind(handle_prefix* handle, const opened_file* file) {
+    return take_tbl_handle(reinterpret_cast<tbl_handle*>(handle), file);
 }
-static int load_fri_kind(handle_prefix* handle, const char* path) {
-    return load_fri_handle(reinterpret_cast<fri_handle*>(handle), path);
+static int take_fri_kind(handle_prefix* handle, const opened_file* file) {
+    return take_fri_handle(reinterpret_cast<fri_handle*>(handle), file);
 }
-static int load_map_kind(handle_prefix* handle, const char* path) {
-    return load_map_handle(reinterpret_cast<map_handle*>(handle), path);
+static int take_map_kind(handle_prefix* handle, const opened_file* file) {
+    return take_map_handle(reinterpret_cast<map_handle*>(handle), file);
 }
 static int close_tbl_kind(handle_prefix* handle) {
     return close_tbl_handle(reinterpret_cast<tbl_handle*>(handle));
@@ -33,14 +33,14 @@ struct kind_row {
     uint32_t type;
     const char* word;
     size_t size;
-    int (*load)(handle_prefix* handle, const char* path);
+    int (*take)(handle_prefix* handle, const opened_file* file);
     int (*close)(handle_prefix* handle);
 };
 static constexpr kind_row kinds[] = {
     // in the order in which the set is closed
-    {FILE_TYPE_TBL, "tbl", sizeof(tbl_handle), load_tbl_kind, close_tbl_kind},
-    {FILE_TYPE_FRI, "fri", sizeof(fri_handle), load_fri_kind, close_fri_kind},
-    {FILE_TYPE_MAP, "map", sizeof(map_handle), load_map_kind, close_map_kind},
+    {FILE_TYPE_TBL, "tbl", sizeof(tbl_handle), take_tbl_kind, close_tbl_kind},
+    {FILE_TYPE_FRI, "fri", sizeof(fri_handle), take_fri_kind, close_fri_kind},
+    {FILE_TYPE_MAP, "map", sizeof(map_handle), take_map_kind, close_map_kind},
 };
 constexpr int KIND_COUNT = sizeof kinds / sizeof kinds[0];
 static_assert(kinds[HANDLE_TBL].type == FILE_TYPE_TBL);
@@ -90,16 +90,19 @@ static const kind_row* kind_of_type(uint32_t type) {
     return nullptr;
 }
 
-// The type that the header of the file at `path` names. 0, or -1, logged.
-static int read_type(const char* path, uint32_t* type) {
-    const scoped_fd file(open_file(path));
-    if (file.get() == 0) {
+// Opens the file at `path` and reads its header and its type. 0; -1, logged, and nothing is open.
+static int open_and_read_type(opened_file* file, const char* path, uint32_t* type) {
+    file->path = path;
+    file->fd = open_file(path);
+    if (file->fd == 0) {
         log_err_as("load_as_handle", "open file %s fail\n", path);
         return -1;
     }
+    meta_header_read(file->fd, &file->header);
     meta_node node;
-    if (tarn_read_meta_node(file.get(), &node, 0) < 0) {
+    if (meta_header_node(&file->header, &node, 0) < 0) {
         log_err_as("load_as_handle", "const meta node[0] read from %s fail\n", path);
+        io_close(file->fd);
         return -1;
     }
     (void)meta_hdr_d2m(&node);  // deliberate: a wrong magic code is only logged
@@ -109,15 +112,17 @@ static int read_type(const char* path, uint32_t* type) {
     return 0;
 }
 
-// Opens the file as a handle of its kind, linked when the set is initialised. 0, or -1, logged.
-static int load_kind(const kind_row* kind, const char* path) {
+// Makes the file a handle of its kind, linked when the set is initialised. 0; -1, logged, and the
+// file is closed.
+static int take_kind(const kind_row* kind, const opened_file* file) {
     auto* handle = static_cast<handle_prefix*>(calloc(1, kind->size));
     if (handle == nullptr) {
         log_err_as("load_as_handle", "Fail to allocate tbl handle\n");  // the words of every kind
+        io_close(file->fd);
         return -1;
     }
     handle->link = {&handle->link, &handle->link};
-    if (kind->load(handle, path) != 0) {
+    if (kind->take(handle, file) != 0) {
         free(handle);
         return -1;  // logged there
     }
@@ -135,20 +140,22 @@ int load_as_handle(const char* path) {
         log_err("%s NULL pointer\n", "name");
         return -1;
     }
+    opened_file file;
     uint32_t type = 0;
-    if (read_type(path, &type) != 0) {
+    if (open_and_read_type(&file, path, &type) != 0) {
         return -1;  // logged there
     }
     const kind_row* kind = kind_of_type(type);
-    if (kind == nullptr && (type == 0 || type > FILE_TYPE_HIGHEST)) {
+    if (kind != nullptr) {
+        return take_kind(kind, &file);
+    }
+    io_close(file.fd);
+    if (type == 0 || type > FILE_TYPE_HIGHEST) {
         log_err("Unrecognized file type %d\n", static_cast<int>(type));
-        return -1;
-    }
-    if (kind == nullptr) {
+    } else {
         log_err("Not support file type %d load to handle\n", static_cast<int>(type));
-        return -1;
     }
-    return load_kind(kind, path);
+    return -1;
 }
 
 static handle_prefix* find_in_list(list_link* list, const uint8_t* uuid) {

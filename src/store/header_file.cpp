@@ -3,7 +3,6 @@
 #include "store/descriptor.h"
 #include "store/file.h"
 #include "store/log.h"
-#include "store/meta_node.h"
 
 int open_with_header(const char* caller, const char* kind, const char* path, void* header,
                      int const_nodes, int var_nodes) {

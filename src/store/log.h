@@ -12,8 +12,9 @@
 #define log_err_as(name, message, ...) \
     tarn_log("ERR: %s(%d) " message, name, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 // "<function>(<line>) " and the message: for what is told and is no failure of this function.
-#define log_note(message, ...) \
-    tarn_log("%s(%d) " message, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+#define log_note(message, ...) log_note_as(__func__, message __VA_OPT__(, ) __VA_ARGS__)
+#define log_note_as(name, message, ...) \
+    tarn_log("%s(%d) " message, name, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 // "tarn:<line>" and the message: the service messages.
 #define log_service(message, ...) \
     tarn_log("%s:%d" message, "tarn", __LINE__ __VA_OPT__(, ) __VA_ARGS__)

@@ -35,27 +35,33 @@ int tarn_write_var_meta_node(int fd, meta_node* node, uint32_t j) {
     return tarn_write_meta_node(fd, node, static_cast<uint32_t>(META_VAR_NODE_BASE) + j);
 }
 
-int tarn_read_meta_node(int fd, meta_node* node, uint32_t k) {
-    *node = {};
-    int result = read_fd(fd, node, meta_node_offset(k), sizeof *node);
-    if (result < 0) {
-        log_err("tarn_read_meta_node(%d)\n", result);
-        node->checksum = 0;
-        return result;
-    }
+// What a read of `got` bytes into `node` is worth: the result of tarn_read_meta_node.
+static int judge_node(meta_node* node, int got) {
     const uint32_t stored = node->checksum;
     const uint32_t computed = node_checksum(node);
     if (stored != 0 && stored != computed) {
-        log_err("tarn_read_meta_node checksum error !\n");
-        result = -1;
+        log_err_as("tarn_read_meta_node", "tarn_read_meta_node checksum error !\n");
+        got = -1;
     } else if (stored == 0 && node_is_empty(node)) {
-        result = 0;
+        got = 0;
     } else if (stored == 0) {
-        log_err("tarn_read_meta_node(%d) checksum error (checksum corrupted) !\n", -1);
-        result = -1;
+        log_err_as("tarn_read_meta_node",
+                   "tarn_read_meta_node(%d) checksum error (checksum corrupted) !\n", -1);
+        got = -1;
     }
     node->checksum = computed;
-    return result;
+    return got;
+}
+
+int tarn_read_meta_node(int fd, meta_node* node, uint32_t k) {
+    *node = {};
+    const int got = read_fd(fd, node, meta_node_offset(k), sizeof *node);
+    if (got < 0) {
+        log_err("tarn_read_meta_node(%d)\n", got);
+        node->checksum = 0;
+        return got;
+    }
+    return judge_node(node, got);
 }
 
 int tarn_read_const_meta_node(int fd, meta_node* node, uint32_t i) {
@@ -104,6 +110,54 @@ int tarn_save_meta_nodes(int fd, void* nodes, int const_nodes, int var_nodes) {
     return 0;
 }
 
+void meta_header_read(int fd, meta_header* header) {
+    *header = {};
+    while (header->got < sizeof header->bytes) {
+        const int got = read_fd(fd, header->bytes + header->got, header->got,
+                                static_cast<uint32_t>(sizeof header->bytes - header->got));
+        if (got < 0) {
+            return;  // the first node that is missing reports it
+        }
+        header->got = got == 0 ? sizeof header->bytes : header->got + static_cast<size_t>(got);
+    }
+}
+
+int meta_header_node(const meta_header* header, meta_node* node, uint32_t k) {
+    const uint64_t offset = meta_node_offset(k);
+    *node = {};
+    if (offset + sizeof *node > header->got) {
+        log_err_as("tarn_read_meta_node", "tarn_read_meta_node(%d)\n", -1);
+        return -1;
+    }
+    *node = take_node(header->bytes + offset);
+    return judge_node(node, static_cast<int>(sizeof *node));
+}
+
+int meta_header_load(const meta_header* header, void* nodes, int const_nodes, int var_nodes) {
+    constexpr const char* name = "tarn_load_meta_nodes";
+    auto* at = static_cast<uint8_t*>(nodes);
+    for (int i = 0; i < const_nodes; i++, at += META_NODE_SIZE) {
+        meta_node node;
+        const int got = meta_header_node(header, &node, static_cast<uint32_t>(i));
+        memcpy(at, &node, sizeof node);
+        if (got < 0) {
+            log_err_as(name, "const meta node[%d] read fail\n", i);
+            return -1;
+        }
+    }
+    for (int j = 0; j < var_nodes; j++, at += META_NODE_SIZE) {
+        meta_node node;
+        const uint32_t k = static_cast<uint32_t>(META_VAR_NODE_BASE) + static_cast<uint32_t>(j);
+        const int got = meta_header_node(header, &node, k);
+        memcpy(at, &node, sizeof node);
+        if (got < 0) {
+            log_err_as(name, "var meta node[%d] read fail\n", j);
+            return -1;
+        }
+    }
+    return 0;
+}
+
 int tarn_load_meta_nodes(int fd, void* nodes, int const_nodes, int var_nodes) {
     if (fd == 0) {
         log_err("%s NULL pointer\n", "fd");
@@ -113,26 +167,9 @@ int tarn_load_meta_nodes(int fd, void* nodes, int const_nodes, int var_nodes) {
         log_err("%s NULL pointer\n", "nodes");
         return -1;
     }
-    auto* at = static_cast<uint8_t*>(nodes);
-    for (int i = 0; i < const_nodes; i++, at += META_NODE_SIZE) {
-        meta_node node;
-        const int got = tarn_read_const_meta_node(fd, &node, static_cast<uint32_t>(i));
-        memcpy(at, &node, sizeof node);
-        if (got < 0) {
-            log_err("const meta node[%d] read fail\n", i);
-            return -1;
-        }
-    }
-    for (int j = 0; j < var_nodes; j++, at += META_NODE_SIZE) {
-        meta_node node;
-        const int got = tarn_read_var_meta_node(fd, &node, static_cast<uint32_t>(j));
-        memcpy(at, &node, sizeof node);
-        if (got < 0) {
-            log_err("var meta node[%d] read fail\n", j);
-            return -1;
-        }
-    }
-    return 0;
+    meta_header header;
+    meta_header_read(fd, &header);
+    return meta_header_load(&header, nodes, const_nodes, var_nodes);
 }
 
 int meta_hdr_d2m(const void* header) {

@@ -30,8 +30,20 @@ int tarn_read_meta_node(int fd, meta_node* node, uint32_t k);
 int tarn_read_const_meta_node(int fd, meta_node* node, uint32_t i);
 int tarn_read_var_meta_node(int fd, meta_node* node, uint32_t j);
 
+// The first bytes of a file, which hold the header of every kind, read with one transfer.
+constexpr size_t META_HEADER_NODES = META_VAR_NODE_BASE + 3;
+struct meta_header {
+    size_t got;  // bytes that could be read; past the end of the file they are zero
+    uint8_t bytes[META_HEADER_NODES * META_NODE_SIZE];
+};
+void meta_header_read(int fd, meta_header* header);
+// As tarn_read_meta_node and tarn_load_meta_nodes, from what was read: k below META_HEADER_NODES.
+int meta_header_node(const meta_header* header, meta_node* node, uint32_t k);
+int meta_header_load(const meta_header* header, void* nodes, int const_nodes, int var_nodes);
+
 // Saves or loads a whole header of `const_nodes` + `var_nodes` nodes at `nodes`. Returns 0; -1 at
-// the first node that fails, logged. No sync: the close of the file syncs.
+// the first node that fails, logged. No sync: the close of the file syncs. At most
+// three variable nodes.
 int tarn_save_meta_nodes(int fd, void* nodes, int const_nodes, int var_nodes);
 int tarn_load_meta_nodes(int fd, void* nodes, int const_nodes, int var_nodes);
 

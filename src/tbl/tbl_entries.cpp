@@ -4,7 +4,7 @@
 #include "print.h"
 #include "store/data_node.h"
 #include "store/descriptor.h"
-#include "store/log.h"
+#include "store/keep_journal.h"
 
 static int read_entry(int fd, tbl_entry* entry, uint64_t lpa) {
     return read_data_bytes(fd, tbl_block_of(lpa), tbl_byte_in_block(lpa), entry, sizeof *entry);
@@ -30,30 +30,33 @@ int tbl_handle_entry_read(tbl_handle* handle, tbl_entry* entry, uint64_t lpa) {
     return got;
 }
 
-int tbl_entry_write(const tbl_entry* entry, uint64_t lpa) {
+static int write_entry(const tbl_entry* entry, uint64_t lpa, node_mismatch* before) {
+    constexpr const char* name = "tbl_entry_write";
     if (current_tbl.fd == 0) {
-        log_err("tbl file descriptor is invalid\n");
-        io_count_failed_write();
+        log_keep_as(name, keep_reason::failed_write, "tbl file descriptor is invalid\n");
         return 0;
     }
     if (lpa >= TBL_TOTAL_COUNT) {
-        log_err("write tbl error, lpa %llu\n", ull(lpa));
-        io_count_failed_write();
+        log_keep_as(name, keep_reason::failed_write, "write tbl error, lpa %llu\n", ull(lpa));
         return 0;
     }
     switch (patch_data_node(current_tbl.fd, tbl_block_of(lpa), tbl_byte_in_block(lpa), entry,
-                            sizeof *entry)) {
+                            sizeof *entry, before)) {
         case patch_result::done:
             break;
         case patch_result::read_failed:
-            log_err("read tbl error before write tbl entry, lpa %llu\n", ull(lpa));
-            io_count_failed_write();  // nothing was tried below, and the change is lost
+            log_keep_as(name, keep_reason::failed_write,  // nothing was tried: the change is lost
+                        "read tbl error before write tbl entry, lpa %llu\n", ull(lpa));
             break;
         case patch_result::write_failed:
-            log_err("write tbl error, lpa %llu\n", ull(lpa));
+            log_err_as(name, "write tbl error, lpa %llu\n", ull(lpa));
             break;
     }
     return 0;
+}
+
+int tbl_entry_write(const tbl_entry* entry, uint64_t lpa) {
+    return write_entry(entry, lpa, nullptr);
 }
 
 int tbl_entry_ref_inc(uint64_t lpa) {
@@ -86,10 +89,25 @@ int tbl_entry_check(const tbl_entry* entry, uint64_t lpa) {
     return on_disk.word == entry->word ? 1 : 0;
 }
 
+void tbl_note_damaged_block(uint64_t block, const node_mismatch* before) {
+    char name[IO_NAME_SIZE];
+    const uint64_t first = block * TBL_BLOCK_ENTRIES;
+    log_keep_as(
+        "tbl_entry_replay", keep_reason::damage,
+        "%s: block %llu, lpa %llu to %llu, is damaged and gets a fresh checksum: on-disk(%08x) "
+        "!= (%08x)\n",
+        io_name(current_tbl.fd, name, sizeof name), ull(block), ull(first),
+        ull(first + TBL_BLOCK_ENTRIES - 1), before->stored, before->computed);
+}
+
 int tbl_entry_replay(const tbl_entry* entry, uint64_t lpa) {
-    if (tbl_entry_write(entry, lpa) < 0) {
+    node_mismatch before = {};
+    if (write_entry(entry, lpa, &before) < 0) {
         log_err("tbl entry replay fail, lpa %llu\n", ull(lpa));
         return -1;
+    }
+    if (before.found) {
+        tbl_note_damaged_block(tbl_block_of(lpa), &before);
     }
     return 0;
 }

@@ -21,6 +21,10 @@ int tbl_entry_write(const tbl_entry* entry, uint64_t lpa);
 // Returns 0, or -1, logged, when the entry cannot be read or no table holds the lpa.
 int tbl_entry_ref_inc(uint64_t lpa);
 
-// The journal's side. Check: 1 equal, 0 different, -1 unreadable, logged. Replay: 0 or -1.
+// The journal's side. Check: 1 equal, 0 different, -1 unreadable, logged. Replay: 0 or -1; a block
+// whose checksum did not match is logged, and is a reason to keep the journal.
 int tbl_entry_check(const tbl_entry* entry, uint64_t lpa);
 int tbl_entry_replay(const tbl_entry* entry, uint64_t lpa);
+// Logs and records that block `block` of the current table was damaged before the replay rewrote
+// it.
+void tbl_note_damaged_block(uint64_t block, const node_mismatch* before);

@@ -92,6 +92,12 @@ int create_tbl(const char* newpath, const char* oldpath) {
     return 0;
 }
 
+static void take_header(tbl_handle* handle, const tbl_header* header, const char* name) {
+    (void)meta_hdr_d2m(header);  // deliberate: a wrong magic code is logged, the handle loads
+    handle->header = *header;
+    snprintf(handle->path, sizeof handle->path, "%s", name);
+}
+
 int load_tbl_handle(tbl_handle* handle, const char* name) {
     if (name == nullptr) {
         log_err("%s NULL pointer\n", "name");
@@ -106,9 +112,18 @@ int load_tbl_handle(tbl_handle* handle, const char* name) {
     if (handle->fd == 0) {
         return drop_handle(&handle->fd, &handle->buffer);  // logged there
     }
-    (void)meta_hdr_d2m(&header);  // deliberate: a wrong magic code is logged, the handle loads
-    handle->header = header;
-    snprintf(handle->path, sizeof handle->path, "%s", name);
+    take_header(handle, &header, name);
+    return 0;
+}
+
+int take_tbl_handle(tbl_handle* handle, const opened_file* file) {
+    tbl_header header;
+    if (meta_header_load(&file->header, &header, TBL_CONST_NODES, TBL_VAR_NODES) != 0) {
+        io_close(file->fd);
+        return -1;  // logged there
+    }
+    handle->fd = file->fd;
+    take_header(handle, &header, file->path);
     return 0;
 }
 

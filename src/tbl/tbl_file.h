@@ -6,6 +6,7 @@
 
 #include "store/data_node.h"
 #include "store/handle_prefix.h"
+#include "store/header_file.h"
 #include "tbl/tbl_format.h"
 
 // The current table. fd 0: none is open. The header reaches the disk by save_tbl only.
@@ -46,6 +47,8 @@ int create_tbl(const char* newpath, const char* oldpath);
 
 int load_tbl_handle(tbl_handle* handle, const char* name);  // a wrong magic code is only logged
 int close_tbl_handle(tbl_handle* handle);
+// Makes a handle of a file that is open already; closes it on failure.
+int take_tbl_handle(tbl_handle* handle, const opened_file* file);
 
 int dump_tbl_meta();  // prints the current header
 // Replaces the uuid of the current header and prints it before and after; the caller saves.

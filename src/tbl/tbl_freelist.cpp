@@ -94,6 +94,20 @@ int link_free_tbl_entry_in_group(uint64_t group, uint16_t* head) {
     return link_by_entries(group, head);
 }
 
+void tbl_note_damage_before_link(uint64_t group) {
+    tbl_group_image image;
+    if (!tbl_group_load(current_tbl.fd, &image, group)) {
+        return;  // the relink finds the same and logs it
+    }
+    tbl_group_mark_free(&image);
+    for (uint32_t i = 0; i < image.block_count; i++) {
+        const node_mismatch found = mismatch_of(&image.blocks[i]);
+        if ((image.changed >> i & 1) != 0 && found.found) {
+            tbl_note_damaged_block(image.first_block + i, &found);
+        }
+    }
+}
+
 // A walk along one free list: where it began, where it stands, and what it has counted.
 struct list_walk {
     uint64_t group;

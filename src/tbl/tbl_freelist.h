@@ -9,6 +9,10 @@
 // entries (0..4096); -1 when an entry cannot be read or the group is past the table, logged.
 int link_free_tbl_entry_in_group(uint64_t group, uint16_t* head);
 
+// Before such a relink by the journal's replay: logs and records each block that the relink will
+// rewrite although its checksum does not match. Changes nothing.
+void tbl_note_damage_before_link(uint64_t group);
+
 // Walks the free list of `group` from `offset` (0..4095), printing where it starts and whether its
 // length is `expected`. Visits 4097 entries at most. 0 when it matches, -1 otherwise, logged.
 int tbl_check_group_free_count(uint64_t group, uint64_t offset, uint16_t expected);

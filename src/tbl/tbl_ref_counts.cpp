@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <new>
 
-#include "store/descriptor.h"
+#include "store/keep_journal.h"
 #include "store/roads.h"
 #include "store/zero_memory.h"
 #include "tbl/tbl_entries.h"
@@ -223,9 +223,9 @@ static void write_group(tbl_ref_counts* counts, const ref_group* group) {
         image->changed = group->changed;
     }
     if (!loaded || !tbl_group_store(current_tbl.fd, image)) {
-        const uint64_t failed_before = io_failed_writes();
+        const uint64_t failed_before = keep_journal_failures().count;
         write_entries(image, group->group);
-        counts->lost = counts->lost || io_failed_writes() != failed_before;
+        counts->lost = counts->lost || keep_journal_failures().count != failed_before;
     }
 }
 

@@ -10,8 +10,7 @@
 #include "map/map_scan.h"
 #include "options.h"
 #include "print.h"
-#include "store/descriptor.h"
-#include "store/log.h"
+#include "store/keep_journal.h"
 #include "tbl/tbl_entries.h"
 #include "tbl/tbl_file.h"
 #include "tbl/tbl_ref_counts.h"
@@ -45,8 +44,8 @@ static int add_single_reference(uint64_t lpa) {
                    TBL_COUNT_MAX);
         return -1;
     }
-    const uint64_t failed_before = io_failed_writes();
-    return tbl_entry_ref_inc(lpa) == 0 && io_failed_writes() == failed_before ? 0 : -1;
+    const uint64_t failed_before = keep_journal_failures().count;
+    return tbl_entry_ref_inc(lpa) == 0 && keep_journal_failures().count == failed_before ? 0 : -1;
 }
 
 // Marks the group and adds the reference, in memory where that can be.

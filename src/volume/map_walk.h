@@ -4,15 +4,6 @@
 
 #include <cstdint>
 
-// Entries of a ROD map on a volume of extents of 2^shift bytes; the map's header is not asked. The
-// power is formed in 32 bits, and is 0 when bit 5 of its exponent is set.
-constexpr uint64_t rod_entry_count(uint32_t shift) {
-    const uint32_t exponent = 30 - shift;
-    const uint32_t power = (exponent & 32) != 0 ? 0 : uint32_t{1} << (exponent & 31);
-    return (uint64_t{power} + 32) * 512;
-}
-static_assert(rod_entry_count(20) == 540672);
-
 // Asks the platform for the extent shift of the volume `root`. 0, or -1, logged.
 int get_extent_shift(const char* root, uint32_t* shift);
 

@@ -5,8 +5,7 @@
 #include <new>
 #include <search.h>
 
-#include "store/descriptor.h"
-#include "store/log.h"
+#include "store/keep_journal.h"
 
 void init_path_list(path_entry* list) {
     list->next = list;
@@ -21,9 +20,8 @@ int add_path_entry(const char* path, path_entry* list, uint32_t type) {
     }
     snprintf(entry->name, sizeof entry->name, "%s", path);
     if (strlen(path) >= sizeof entry->name) {
-        log_err("path %s is cut to %s\n", path, entry->name);
-        io_count_failed_write();  // the file of the whole path gets nothing of what was meant for
-                                  // it
+        // The file of the whole path gets nothing of what was meant for it.
+        log_keep(keep_reason::unread, "path %s is cut to %s\n", path, entry->name);
     }
     entry->type = type;
     insque(entry, list->prev);

@@ -6,8 +6,7 @@
 #include "fri/fri_link.h"
 #include "options.h"
 #include "print.h"
-#include "store/descriptor.h"
-#include "store/log.h"
+#include "store/keep_journal.h"
 #include "tbl/tbl_file.h"
 #include "volume/dat_file.h"
 #include "volume/import_volume.h"
@@ -76,24 +75,24 @@ static int rebuild_and_link(const live_paths* live, const dat_handle* dat) {
 }
 
 // Some writes fail without a result of their own: a table that misses one must replace no other.
-static int all_written_since(uint64_t failed_before) {
-    const uint64_t failed = io_failed_writes() - failed_before;
+static int all_done_since(uint64_t failed_before) {
+    const uint64_t failed = keep_journal_failures().count - failed_before;
     if (failed != 0) {
-        log_err_as("do_reconstruct_volume", "%llu writes or syncs of %s failed\n", ull(failed),
-                   opt_ctx.volpath);
+        log_err_as("do_reconstruct_volume", "%llu reads, writes or syncs of %s failed\n",
+                   ull(failed), opt_ctx.volpath);
         return -1;
     }
     return 0;
 }
 
 static int reconstruct_with(const live_paths* live, dat_handle* dat) {
-    const uint64_t failed_before = io_failed_writes();
+    const uint64_t failed_before = keep_journal_failures().count;
     int result = rebuild_and_link(live, dat);
     close_fri();
     close_tbl();
     (void)close_dat_handle(dat);
     if (result == 0) {
-        result = all_written_since(failed_before);
+        result = all_done_since(failed_before);
     }
     if (result != 0) {
         remove_work_dir(FIX_DIR);

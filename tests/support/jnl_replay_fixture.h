@@ -5,6 +5,7 @@
 
 #include "jnl/jnl_replay.h"
 #include "store/descriptor.h"
+#include "store/keep_journal.h"
 #include "support/jnl_builder.h"
 #include "support/log_capture.h"
 #include "support/stdout_capture.h"
@@ -13,8 +14,8 @@ enum : int32_t { TBL_FILE = 1, FRI_FILE = 2, VAR0 = 3, MAP_FILE = 4 };
 
 class jnl_replay_fixture : public testing::Test {
 protected:
-    jnl_replay_fixture() { io_forget_failed_writes(); }
-    ~jnl_replay_fixture() override { io_forget_failed_writes(); }
+    jnl_replay_fixture() { keep_journal_forget(); }
+    ~jnl_replay_fixture() override { keep_journal_forget(); }
 
     // Keeps the lines but those about the unwritten block where the history ends.
     int replay(int32_t type) {

@@ -15,6 +15,7 @@
 #include "store/crc32c.h"
 #include "store/data_node.h"
 #include "store/descriptor.h"
+#include "store/keep_journal.h"
 #include "store/meta_node.h"
 #include "support/scratch_file.h"
 
@@ -57,7 +58,7 @@ sample_volumes::sample_volumes() {
                        "service_resume = /bin/sh " + service + " resume\n");
     opt_ctx = option_record{};
     optind = 0;
-    io_forget_failed_writes();
+    keep_journal_forget();
 }
 
 sample_volumes::~sample_volumes() {

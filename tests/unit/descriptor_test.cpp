@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "store/keep_journal.h"
 #include "support/io_faults.h"
 #include "support/scratch_file.h"
 
@@ -90,12 +91,12 @@ TEST(descriptor, closing_no_file_leaves_descriptor_0_alone) {
 TEST(descriptor, a_failing_sync_is_counted_and_the_file_closed_all_the_same) {
     const scratch_file file;
     const int fd = io_open(file.path(), O_RDWR, 0);
-    const uint64_t before = io_failed_writes();
+    const uint64_t before = keep_journal_reasons().count;
     const io_fault_at fault(1, EIO, {io_call::sync});
     close_synced(fd);
-    EXPECT_EQ(io_failed_writes(), before + 1);
+    EXPECT_EQ(keep_journal_reasons().count, before + 1);
     EXPECT_FALSE(is_open(fd));
-    io_forget_failed_writes();
+    keep_journal_forget();
 }
 
 TEST(scoped_fd, closes_at_the_end_of_its_scope_unless_it_was_released) {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "store/descriptor.h"
+#include "store/keep_journal.h"
 #include "support/hex.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
@@ -172,12 +173,12 @@ TEST(file, a_read_at_the_end_is_short_and_past_it_is_0) {
 TEST(file, an_offset_that_no_file_reaches_fails_to_seek_and_a_write_there_is_counted) {
     scratch_file file(8);
     uint8_t byte = 1;
-    const uint64_t failed = io_failed_writes();
+    const uint64_t failed = keep_journal_reasons().count;
     log_capture log;
     EXPECT_EQ(read_fd(file.fd(), &byte, uint64_t{1} << 63, 1), -1);
-    EXPECT_EQ(io_failed_writes(), failed);
+    EXPECT_EQ(keep_journal_reasons().count, failed);
     EXPECT_EQ(write_fd(file.fd(), &byte, ~uint64_t{0}, 1), -1);
-    EXPECT_EQ(io_failed_writes(), failed + 1);
+    EXPECT_EQ(keep_journal_reasons().count, failed + 1);
     EXPECT_EQ(log.lines(), log_lines({"ERR: read_fd(#) fail seek to 9223372036854775808\n",
                                       "ERR: write_fd(#) fail seek to 18446744073709551615\n"}));
 }
@@ -185,29 +186,29 @@ TEST(file, an_offset_that_no_file_reaches_fails_to_seek_and_a_write_there_is_cou
 TEST(file, a_failing_transfer_says_nothing_and_a_failing_write_is_counted) {
     scratch_file file(8);
     uint32_t word = 1;
-    const uint64_t failed = io_failed_writes();
+    const uint64_t failed = keep_journal_reasons().count;
     log_capture log;
     {
         const io_fault_at fault(1, EIO, {io_call::read});
         EXPECT_EQ(read_fd(file.fd(), &word, 0, 4), -1);
     }
-    EXPECT_EQ(io_failed_writes(), failed);
+    EXPECT_EQ(keep_journal_reasons().count, failed);
     {
         const io_fault_at fault(1, EIO, {io_call::write});
         EXPECT_EQ(write_fd(file.fd(), &word, 0, 4), -1);
     }
-    EXPECT_EQ(io_failed_writes(), failed + 1);
+    EXPECT_EQ(keep_journal_reasons().count, failed + 1);
     EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(file, a_short_write_is_one_write_and_is_counted) {
     scratch_file file(8);
     const uint32_t word = 0x11223344;
-    const uint64_t failed = io_failed_writes();
+    const uint64_t failed = keep_journal_reasons().count;
     const io_fault_at fault(1, 0, {io_call::write});
     EXPECT_EQ(write_fd(file.fd(), &word, 0, 4), 2);
     EXPECT_EQ(fault.calls(), 1u);
-    EXPECT_EQ(io_failed_writes(), failed + 1);
+    EXPECT_EQ(keep_journal_reasons().count, failed + 1);
     EXPECT_EQ(hex_of(file.bytes(0, 4)), "44 33 00 00 ");
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "store/descriptor.h"
+#include "store/keep_journal.h"
 #include "support/hex.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
@@ -67,12 +68,12 @@ TEST(fri_entries, a_group_that_cannot_be_read_is_told) {
 TEST(fri_entries, a_group_past_the_capacity_or_no_index_is_a_counted_failure) {
     pool_files pool;
     const fri_entry entry{0, 0, 0x8000};
-    const uint64_t failed = io_failed_writes();
+    const uint64_t failed = keep_journal_reasons().count;
     log_capture log;
     EXPECT_EQ(fri_entry_write(&entry, 0x1F800000), -1);
     close_fri();
     EXPECT_EQ(fri_entry_write(&entry, 0), -1);
-    EXPECT_EQ(io_failed_writes(), failed + 2);
+    EXPECT_EQ(keep_journal_reasons().count, failed + 2);
     EXPECT_EQ(log.lines(),
               log_lines({"ERR: fri_entry_write(#) write fri error, group_num 528482304\n",
                          "ERR: fri_entry_write(#) fri file descriptor is invalid\n"}));
@@ -89,13 +90,13 @@ TEST(fri_entries, whichever_call_of_a_write_fails_it_is_returned_told_and_counte
         "ERR: fri_entry_write(#) write fri error, group_num 1\n"};
     uint64_t n = 1;
     for (bool fired = true; fired; n++) {
-        const uint64_t failed = io_failed_writes();
+        const uint64_t failed = keep_journal_reasons().count;
         log_capture log;
         const io_fault_at fault(n, EIO);
         const int result = fri_entry_write(&entry, 1);
         fired = fault.fired();
         EXPECT_EQ(result, fired ? -1 : 0) << n;
-        EXPECT_EQ(io_failed_writes(), failed + (fired ? 1 : 0)) << n;
+        EXPECT_EQ(keep_journal_reasons().count, failed + (fired ? 1 : 0)) << n;
         if (fired) {
             EXPECT_EQ(log.lines().back(), lines[n <= 2 ? 0 : 1]) << n;
         }
@@ -134,11 +135,11 @@ TEST(fri_init_bit, a_group_past_the_capacity_fails) {
 
 TEST(fri_init_bit, a_failing_save_is_counted_and_passed_over) {
     pool_files pool;
-    const uint64_t failed = io_failed_writes();
+    const uint64_t failed = keep_journal_reasons().count;
     log_capture log;
     const io_fault_at fault(2, EIO, {io_call::write});  // the entry's block, then the header
     EXPECT_EQ(tarn_fri_set_init_bit(9), 0);
-    EXPECT_EQ(io_failed_writes(), failed + 1);
+    EXPECT_EQ(keep_journal_reasons().count, failed + 1);
     EXPECT_TRUE(log.has("const meta node[0] save fail"));
     EXPECT_EQ(current_fri.header.fri_group_count, 10u);
 }

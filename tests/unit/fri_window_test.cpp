@@ -7,6 +7,7 @@
 #include "fri/fri_file.h"
 #include "fri/fri_link.h"
 #include "store/descriptor.h"
+#include "store/keep_journal.h"
 #include "support/hex.h"
 #include "support/io_faults.h"
 #include "support/io_outage.h"
@@ -217,5 +218,5 @@ TEST(fri_window, an_index_that_cannot_be_read_is_told_as_on_the_entry_road) {
                                      "ERR: tarn_link_fri_group(#) Fail to read fri entry, "
                                      "group_num 0\n",
                                      ""}));
-    io_forget_failed_writes();
+    keep_journal_forget();
 }

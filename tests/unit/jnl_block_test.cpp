@@ -5,6 +5,7 @@
 
 #include "jnl/jnl_file.h"
 #include "store/descriptor.h"
+#include "store/keep_journal.h"
 #include "support/hex.h"
 #include "support/io_faults.h"
 #include "support/jnl_builder.h"
@@ -19,7 +20,7 @@ static jnl_block record_of(const raw_block& block) {
 class jnl_block_test : public testing::Test {
 protected:
     jnl_block_test() {
-        io_forget_failed_writes();
+        keep_journal_forget();
         history_.load();
     }
     std::string on_disk(uint64_t n) const {
@@ -71,7 +72,7 @@ TEST_F(jnl_block_test, a_read_that_fails_leaves_zeros_and_keeps_the_journal) {
     EXPECT_EQ(read(3, -1), log_lines({"ERR: jnl_block_read(#) jnl read error, block_num[3]\n",
                                       "jnl_block_read(#) jnl block all zero value @block 3\n"}));
     EXPECT_EQ(hex_of(block_), hex_of(std::vector<uint8_t>(512, 0)));
-    EXPECT_EQ(io_failed_writes(), 1u);
+    EXPECT_EQ(keep_journal_reasons().count, 1u);
 }
 
 TEST_F(jnl_block_test, a_short_read_is_a_damaged_block) {

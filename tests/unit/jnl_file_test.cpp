@@ -5,6 +5,7 @@
 
 #include "journal_status.h"
 #include "store/descriptor.h"
+#include "store/keep_journal.h"
 #include "support/hex.h"
 #include "support/io_faults.h"
 #include "support/jnl_builder.h"
@@ -16,7 +17,7 @@ static std::string no_journal(const std::string& name) {
 
 class jnl_file_test : public testing::Test {
 protected:
-    jnl_file_test() { io_forget_failed_writes(); }
+    jnl_file_test() { keep_journal_forget(); }
     ~jnl_file_test() override { close_jnl(); }
 
     std::string meta_bytes() const {
@@ -146,11 +147,11 @@ TEST_F(jnl_file_test, a_status_that_cannot_be_written_is_0_all_the_same_and_coun
     const std::string before = meta_bytes();
     ASSERT_EQ(load_jnl(journal_.path()), 0);
     for (const int error : {EIO, 0}) {  // 0: half of the bytes
-        io_forget_failed_writes();
+        keep_journal_forget();
         io_fault_at fault(1, error, {io_call::write});
         EXPECT_EQ(set_journal_status(JNL_STATUS_ABNORMAL), 0);
         EXPECT_TRUE(fault.fired());
-        EXPECT_EQ(io_failed_writes(), 1u);
+        EXPECT_EQ(keep_journal_reasons().count, 1u);
     }
     {
         io_fault_at fault(1, EIO, {io_call::write});
@@ -180,6 +181,6 @@ TEST_F(jnl_file_test, closing_syncs_and_counts_a_sync_that_fails) {
     io_fault_at fault(1, EIO, {io_call::sync});
     close_jnl();
     EXPECT_TRUE(fault.fired());
-    EXPECT_EQ(io_failed_writes(), 1u);
+    EXPECT_EQ(keep_journal_reasons().count, 1u);
     EXPECT_EQ(current_jnl.fd, 0);
 }

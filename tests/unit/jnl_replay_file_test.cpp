@@ -5,6 +5,7 @@
 #include "jnl/jnl_file.h"
 #include "jnl/jnl_seen_keys.h"
 #include "map/map_file.h"
+#include "store/keep_journal.h"
 #include "support/io_faults.h"
 #include "support/jnl_replay_fixture.h"
 #include "support/sample_maps.h"
@@ -152,7 +153,7 @@ TEST_F(jnl_replay_file, a_free_list_that_cannot_be_built_lets_the_replay_go_on_a
               "group_num 1152921504606846976\n");
     EXPECT_EQ(lines_[3], told("file", "Fail to replay FRI, group_num 1152921504606846976"));
     EXPECT_EQ(lines_[4], blames_entry(2, 1, 0));
-    EXPECT_GE(io_failed_writes(), 2u);
+    EXPECT_GE(keep_journal_reasons().count, 2u);
 }
 
 TEST_F(jnl_replay_file, a_lea_that_the_map_cannot_hold_fails) {
@@ -170,7 +171,7 @@ TEST_F(jnl_replay_file, an_lpa_that_no_table_holds_is_logged_and_counted) {
     const uint64_t size = files_.pool.tbl_file.size();
     EXPECT_EQ(replay(TBL_FILE), 0);
     EXPECT_EQ(lines_.size(), 1u);
-    EXPECT_EQ(io_failed_writes(), 1u);
+    EXPECT_EQ(keep_journal_reasons().count, 1u);
     EXPECT_EQ(files_.pool.tbl_file.size(), size);
 }
 
@@ -249,7 +250,7 @@ TEST_F(jnl_replay_file, no_failing_call_goes_unnoticed) {
             files.set_map(70, 0);
             set_header_u64(files.map_path, 4096, 4100, 0);
             history_.load();
-            io_forget_failed_writes();
+            keep_journal_forget();
             int result = 0;
             bool fired = false;
             {
@@ -263,7 +264,7 @@ TEST_F(jnl_replay_file, no_failing_call_goes_unnoticed) {
                 EXPECT_GT(n, 10u);
                 break;
             }
-            EXPECT_TRUE(result != 0 || io_failed_writes() != 0 || is_done(type))
+            EXPECT_TRUE(result != 0 || keep_journal_reasons().count != 0 || is_done(type))
                 << "type " << type << " call " << n;
             EXPECT_EQ(jnl_file_type_replay(type), 0);
             EXPECT_TRUE(is_done(type)) << "type " << type << " call " << n;

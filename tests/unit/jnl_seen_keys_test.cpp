@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "store/descriptor.h"
+#include "store/keep_journal.h"
 #include "support/log_capture.h"
 
 class jnl_seen_keys_test : public testing::Test {
@@ -45,7 +46,7 @@ TEST_F(jnl_seen_keys_test, growing_keeps_keys_and_ranks) {
 }
 
 TEST_F(jnl_seen_keys_test, a_set_at_its_limit_takes_no_more_and_says_so_once) {
-    io_forget_failed_writes();
+    keep_journal_forget();
     log_capture log;
     constexpr uint64_t most = JNL_SEEN_SLOTS_MAX / 4 * 3;
     for (uint64_t i = 0; i < most; i++) {
@@ -56,12 +57,12 @@ TEST_F(jnl_seen_keys_test, a_set_at_its_limit_takes_no_more_and_says_so_once) {
     EXPECT_EQ(add(most, 1), -1);
     EXPECT_EQ(add(most + 1, 1), -1);
     EXPECT_TRUE(keys_.full);
-    EXPECT_EQ(io_failed_writes(), 1u);
+    EXPECT_EQ(keep_journal_reasons().count, 1u);
     EXPECT_EQ(log.lines(), log_lines({"ERR: jnl_seen_keys_test_and_add(#) no room for more than "
                                       "3145728 keys\n"}));
     EXPECT_EQ(add(0, 1), 1);  // what is known stays known
     EXPECT_EQ(keys_.slot_count, uint64_t{1} << 22);
-    io_forget_failed_writes();
+    keep_journal_forget();
 }
 
 TEST_F(jnl_seen_keys_test, a_freed_set_is_an_empty_one) {

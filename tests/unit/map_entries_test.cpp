@@ -6,6 +6,7 @@
 
 #include "map/map_file.h"
 #include "store/descriptor.h"
+#include "store/keep_journal.h"
 #include "support/hex.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
@@ -99,7 +100,7 @@ TEST_F(map_entries, without_a_map_each_is_told) {
     close_map();
     map_entry entry{5};
     uint64_t lpa = 7;
-    const uint64_t failed = io_failed_writes();
+    const uint64_t failed = keep_journal_reasons().count;
     EXPECT_EQ(map_entry_read(&entry, 0), -1);
     EXPECT_EQ(tarn_get_mapped_lpa(0, &lpa), -1);
     EXPECT_EQ(lpa, 7u);
@@ -112,7 +113,8 @@ TEST_F(map_entries, without_a_map_each_is_told) {
                          "ERR: map_entry_check(#) map entry check fail, lea 9\n",
                          "ERR: map_entry_write(#) " + NO_MAP, "ERR: map_entry_write(#) " + NO_MAP,
                          "ERR: map_entry_replay(#) map entry replay fail, lea 9\n"}));
-    EXPECT_EQ(io_failed_writes(), failed + 2);  // the journal that asked for them must stay
+    EXPECT_EQ(keep_journal_reasons().count,
+              failed + 2);  // the journal that asked for them must stay
     stdout_capture out;
     EXPECT_EQ(dump_map_entry(0), -1);
     EXPECT_EQ(out.text(), "");
@@ -121,7 +123,7 @@ TEST_F(map_entries, without_a_map_each_is_told) {
 TEST_F(map_entries, an_entry_that_neither_count_nor_file_reaches_is_not_written) {
     std::filesystem::resize_file(path_, 1048576 + 2 * 512);
     const map_entry entry{MAPPED | 5};
-    const uint64_t failed = io_failed_writes();
+    const uint64_t failed = keep_journal_reasons().count;
     EXPECT_EQ(map_entry_replay(&entry, 199), 0);  // the count reaches it, the file did not
     EXPECT_EQ(map_entry_replay(&entry, 251), 0);  // its node is in the file now
     EXPECT_EQ(map_entry_replay(&entry, 252), -1);
@@ -132,7 +134,7 @@ TEST_F(map_entries, an_entry_that_neither_count_nor_file_reaches_is_not_written)
                                        "18446744073709551615\n",
                                        "ERR: map_entry_replay(#) map entry replay fail, lea "
                                        "18446744073709551615\n"}));
-    EXPECT_EQ(io_failed_writes(), failed + 2);
+    EXPECT_EQ(keep_journal_reasons().count, failed + 2);
     EXPECT_EQ(bytes(1048576 + 4 * 512, 8), "00 00 00 00 00 00 00 00 ");
 }
 

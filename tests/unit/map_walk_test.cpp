@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include "map/map_format.h"
 #include "support/sample_maps.h"
 #include "support/stdout_capture.h"
 

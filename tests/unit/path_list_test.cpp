@@ -4,6 +4,7 @@
 #include <string>
 
 #include "store/descriptor.h"
+#include "store/keep_journal.h"
 #include "support/log_capture.h"
 
 class path_list : public testing::Test {
@@ -51,11 +52,11 @@ TEST_F(path_list, a_path_of_127_characters_is_stored_whole) {
 
 TEST_F(path_list, a_longer_path_is_cut_logged_and_counted_as_a_failed_write) {
     const std::string path = std::string(127, 'a') + "b";
-    const uint64_t failed = io_failed_writes();
+    const uint64_t failed = keep_journal_reasons().count;
     log_capture log;
     EXPECT_EQ(add_path_entry(path.c_str(), &list_, 0), 0);
     EXPECT_EQ(list_.next->name, std::string(127, 'a'));
     EXPECT_EQ(log.lines(), log_lines({"ERR: add_path_entry(#) path " + path + " is cut to " +
                                       std::string(127, 'a') + "\n"}));
-    EXPECT_EQ(io_failed_writes(), failed + 1);
+    EXPECT_EQ(keep_journal_reasons().count, failed + 1);
 }

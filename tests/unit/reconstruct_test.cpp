@@ -7,6 +7,7 @@
 
 #include "fri/fri_file.h"
 #include "options.h"
+#include "store/keep_journal.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
 #include "support/roads.h"
@@ -194,7 +195,7 @@ TEST_F(reconstruct, whichever_write_fails_no_work_directory_is_left) {
         EXPECT_EQ(file_exists(root() + "/@EP_FIX"), !fired) << n;
         not_saved |= out.text().find("TARN_INFO: Fail to save FRI " + fix("EP_FRI") + "\n") !=
                      std::string::npos;
-        io_forget_failed_writes();
+        keep_journal_forget();
     }
     EXPECT_TRUE(not_saved);
 }

@@ -8,6 +8,7 @@
 #include "journal_status.h"
 #include "options.h"
 #include "store/descriptor.h"
+#include "store/keep_journal.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
 #include "support/sample_volumes.h"
@@ -240,7 +241,7 @@ TEST_F(status_commands, a_journal_is_never_removed_after_a_write_or_sync_that_fa
         make_sample_volume(volumes_.volume(1), 0x11);
         make_jnl(jnl_, JNL_STATUS_ABNORMAL, {tbl_block(uuid_of(0x11), 5, 0x8003)});
         log_.clear();
-        io_forget_failed_writes();
+        keep_journal_forget();
         io_fault_at fault(n, EIO, {io_call::write, io_call::sync});
         const int result = replay();
         if (!fault.fired()) {

@@ -6,6 +6,7 @@
 
 #include "fri/fri_file.h"
 #include "store/descriptor.h"
+#include "store/keep_journal.h"
 #include "support/hex.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
@@ -55,9 +56,9 @@ TEST(tbl_entries, reading_without_a_table_is_told_and_leaves_the_entry) {
     tbl_entry entry{0x1234};
     EXPECT_EQ(tbl_entry_read(&entry, 0), 0);
     EXPECT_EQ(entry.word, 0x1234);
-    const uint64_t failed = io_failed_writes();
+    const uint64_t failed = keep_journal_reasons().count;
     EXPECT_EQ(tbl_entry_write(&entry, 0), 0);
-    EXPECT_EQ(io_failed_writes(), failed + 1);
+    EXPECT_EQ(keep_journal_reasons().count, failed + 1);
     EXPECT_EQ(log.lines(), log_lines({"ERR: tbl_entry_read(#) tbl file descriptor is invalid\n",
                                       "ERR: tbl_entry_write(#) tbl file descriptor is invalid\n"}));
 }
@@ -75,10 +76,10 @@ TEST(tbl_entries, an_lpa_that_no_offset_reaches_is_a_read_error) {
 TEST(tbl_entries, an_lpa_that_no_table_holds_is_not_written) {
     pool_files pool;
     const tbl_entry entry{0x8001};
-    const uint64_t failed = io_failed_writes();
+    const uint64_t failed = keep_journal_reasons().count;
     log_capture log;
     EXPECT_EQ(tbl_entry_write(&entry, 0x1F800000000), 0);
-    EXPECT_EQ(io_failed_writes(), failed + 1);
+    EXPECT_EQ(keep_journal_reasons().count, failed + 1);
     EXPECT_EQ(log.lines(),
               log_lines({"ERR: tbl_entry_write(#) write tbl error, lpa 2164663517184\n"}));
     EXPECT_EQ(pool.tbl_file.size(), 1048576u);
@@ -103,12 +104,12 @@ TEST(tbl_entries, a_failing_write_returns_0_is_told_and_counted_once) {
     pool.tbl_file.write_at(1048576 + 508, uint32_t{0});
     uint64_t n = 1;
     for (bool fired = true; fired; n++) {
-        const uint64_t failed = io_failed_writes();
+        const uint64_t failed = keep_journal_reasons().count;
         log_capture log;
         const io_fault_at fault(n, EIO);
         EXPECT_EQ(tbl_entry_write(&entry, 7), 0);
         fired = fault.fired();
-        EXPECT_EQ(io_failed_writes(), failed + (fired ? 1 : 0)) << n;
+        EXPECT_EQ(keep_journal_reasons().count, failed + (fired ? 1 : 0)) << n;
         EXPECT_EQ(pool.tbl(7), fired ? 0 : 0x8001) << n;
         if (fired) {
             EXPECT_EQ(log.lines().back(), lines[n <= 2 ? 0 : 1]) << n;

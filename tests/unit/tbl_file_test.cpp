@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "store/descriptor.h"
+#include "store/keep_journal.h"
 #include "support/hex.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
@@ -95,9 +96,9 @@ TEST_F(table_file, a_close_after_a_creation_that_failed_touches_no_other_file) {
         EXPECT_EQ(create_tbl(dir_.file("EP_TBL").c_str(), old_.path()), -1);
     }
     const int other = open("/dev/null", O_RDWR);  // takes the number that was closed
-    const uint64_t failed = io_failed_writes();
+    const uint64_t failed = keep_journal_reasons().count;
     close_tbl();
-    EXPECT_EQ(io_failed_writes(), failed);
+    EXPECT_EQ(keep_journal_reasons().count, failed);
     EXPECT_NE(fcntl(other, F_GETFD), -1);
     close(other);
 }
@@ -122,7 +123,7 @@ TEST_F(table_file, whichever_call_of_a_creation_fails_it_is_told_or_counted) {
     uint64_t n = 1;
     for (bool fired = true; fired; n++) {
         scratch_dir dir;
-        const uint64_t failed = io_failed_writes();
+        const uint64_t failed = keep_journal_reasons().count;
         log_capture log;
         stdout_capture out;
         const io_fault_at fault(n, EIO);
@@ -132,7 +133,7 @@ TEST_F(table_file, whichever_call_of_a_creation_fails_it_is_told_or_counted) {
         fired = fault.fired();
         if (fired) {
             // The uuid that cannot be read is replaced by a fresh one, and the reason is told.
-            EXPECT_TRUE(!log.lines().empty() || io_failed_writes() > failed) << n;
+            EXPECT_TRUE(!log.lines().empty() || keep_journal_reasons().count > failed) << n;
         } else {
             EXPECT_TRUE(done);
             EXPECT_TRUE(log.lines().empty());
@@ -168,13 +169,13 @@ TEST_F(table_file, without_an_open_table_its_operations_say_so) {
 
 TEST_F(table_file, closing_never_reports_and_a_failed_sync_is_counted) {
     ASSERT_EQ(load_tbl(old_.path()), 0);
-    const uint64_t failed = io_failed_writes();
+    const uint64_t failed = keep_journal_reasons().count;
     log_capture log;
     const io_fault_at fault(1, EIO, {io_call::sync});
     close_tbl();
     close_tbl();
     EXPECT_EQ(fault.calls(), 1u);
-    EXPECT_EQ(io_failed_writes(), failed + 1);
+    EXPECT_EQ(keep_journal_reasons().count, failed + 1);
     EXPECT_TRUE(log.lines().empty());
 }
 

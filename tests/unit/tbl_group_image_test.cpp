@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "store/descriptor.h"
+#include "store/keep_journal.h"
 #include "support/hex.h"
 #include "support/io_faults.h"
 #include "support/io_outage.h"
@@ -207,7 +208,7 @@ TEST_F(tbl_group_image_file, a_transfer_that_fails_is_a_result_and_no_line) {
             break;
         }
     }
-    io_forget_failed_writes();
+    keep_journal_forget();
 }
 
 // Whole groups are linked in an image; whichever call fails, going on entry by entry gives the
@@ -239,7 +240,7 @@ TEST_F(tbl_group_image_file, a_relink_whose_call_fails_ends_as_the_entry_road_do
         }
     }
     EXPECT_TRUE(log_.lines().empty());
-    io_forget_failed_writes();
+    keep_journal_forget();
 }
 
 TEST_F(tbl_group_image_file, a_relink_without_a_disk_tells_what_the_entry_road_tells) {
@@ -256,5 +257,5 @@ TEST_F(tbl_group_image_file, a_relink_without_a_disk_tells_what_the_entry_road_t
         EXPECT_EQ(told, log_.lines());
         EXPECT_FALSE(told.empty());
     }
-    io_forget_failed_writes();
+    keep_journal_forget();
 }

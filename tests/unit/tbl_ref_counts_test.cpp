@@ -8,6 +8,7 @@
 #include "fri/fri_file.h"
 #include "store/data_node.h"
 #include "store/descriptor.h"
+#include "store/keep_journal.h"
 #include "support/hex.h"
 #include "support/io_faults.h"
 #include "support/io_outage.h"
@@ -37,7 +38,7 @@ protected:
     }
     ~ref_counts() override {
         EXPECT_EQ(tbl_ref_counts_close(counts_), 0);
-        io_forget_failed_writes();
+        keep_journal_forget();
     }
 
     void add(uint64_t lpa, unsigned times = 1) {

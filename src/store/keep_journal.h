@@ -1,0 +1,41 @@
+// The reasons to keep the journal: whatever went wrong in this run, or was found in doubt, so that
+// the journal may still be needed. Recorded where the doubt arises, logged there as well; asked by
+// start-up replay before it deletes the journal, by the rebuilds, and by main.
+// Below: log.h. Above: everything that reads or writes metadata.
+#pragma once
+
+#include <cstdint>
+
+#include "store/log.h"
+
+enum class keep_reason {
+    failed_write,  // a write or sync of metadata failed or was short, or was refused before it
+    unread,        // something that had to be read, or asked for, was not: I/O error, no room
+    damage,        // damage was found, and what replaced it may hide it
+};
+
+// Records a reason. Its text, without a line end, is kept for the first reason of the run. The
+// caller logs; log_keep does both.
+[[gnu::format(printf, 2, 3)]] void keep_journal(keep_reason kind, const char* format, ...);
+
+// Logs `message` as log_err does, and records it as a reason.
+#define log_keep(kind, message, ...)                            \
+    do {                                                        \
+        log_err(message __VA_OPT__(, ) __VA_ARGS__);            \
+        keep_journal(kind, message __VA_OPT__(, ) __VA_ARGS__); \
+    } while (0)
+// The same under another operation's name.
+#define log_keep_as(name, kind, message, ...)                   \
+    do {                                                        \
+        log_err_as(name, message __VA_OPT__(, ) __VA_ARGS__);   \
+        keep_journal(kind, message __VA_OPT__(, ) __VA_ARGS__); \
+    } while (0)
+
+// What was recorded so far: how many, and the text of the first, "" without any.
+struct keep_reasons {
+    uint64_t count;
+    const char* first;
+};
+keep_reasons keep_journal_reasons();
+keep_reasons keep_journal_failures();  // of them, those that are not damage
+void keep_journal_forget();            // tests only: each is a process of its own
