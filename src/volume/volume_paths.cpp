@@ -1,14 +1,14 @@
 #include "volume/volume_paths.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <initializer_list>
-#include <sys/stat.h>
 
 #include "options.h"
 #include "platform.h"
-#include "store/log.h"
+#include "store/descriptor.h"
+#include "store/keep_journal.h"
 
 static constexpr size_t VOLUME_DIR_SIZE = 64;      // a directory right below a volume's root
 static constexpr size_t JOURNAL_ROOT_SIZE = 256;   // what the iSCSI configuration answers with
@@ -28,9 +28,46 @@ int form_path(char* out, size_t size, const char* format, ...) {
     return 0;
 }
 
-static bool is_directory(const char* path) {
+static path_kind kind_of_status(int result, const struct stat64* status) {
+    if (result != 0) {
+        return errno == ENOENT || errno == ENOTDIR || errno == ENAMETOOLONG ? path_kind::absent
+                                                                            : path_kind::unknown;
+    }
+    if (S_ISDIR(status->st_mode)) {
+        return path_kind::directory;
+    }
+    return S_ISREG(status->st_mode) ? path_kind::file : path_kind::other;
+}
+
+path_kind kind_of_path(const char* caller, const char* path) {
     struct stat64 status = {};
-    return stat64(path, &status) == 0 && S_ISDIR(status.st_mode);
+    const path_kind kind = kind_of_status(io_stat(path, &status), &status);
+    if (kind == path_kind::unknown) {
+        log_keep_as(caller, keep_reason::unread, "Fail to get the status of %s: %s\n", path,
+                    strerror(errno));
+    }
+    return kind;
+}
+
+static constexpr const char* VAAI_DIRECTORIES[] = {EP_DIR, "@iSCSITrg"};
+
+bool may_be_vaai_volume(const char* path) {
+    if (strstr(path, "/volume") == nullptr) {
+        return false;
+    }
+    for (const char* name : VAAI_DIRECTORIES) {
+        char directory[VOLUME_DIR_SIZE];
+        const int length = snprintf(directory, sizeof directory, "%s/%s", path, name);
+        if (length < 0 || static_cast<size_t>(length) >= sizeof directory) {
+            return false;  // never entered
+        }
+        struct stat64 status = {};
+        const path_kind kind = kind_of_status(io_stat(directory, &status), &status);
+        if (kind != path_kind::directory && kind != path_kind::unknown) {
+            return false;
+        }
+    }
+    return true;
 }
 
 int is_vaai_volume(const char* path) {
@@ -39,13 +76,14 @@ int is_vaai_volume(const char* path) {
         printf(no_volume, path);
         return 0;
     }
-    for (const char* name : {"@EP", "@iSCSITrg"}) {
+    for (const char* name : VAAI_DIRECTORIES) {
         char directory[VOLUME_DIR_SIZE];
         if (form_path(directory, sizeof directory, "%s/%s", path, name) != 0) {
+            keep_journal(keep_reason::unread, "volume root %s is too long", path);
             printf(no_volume, path);
             return 0;
         }
-        if (!is_directory(directory)) {
+        if (kind_of_path("is_directory", directory) != path_kind::directory) {
             printf(no_volume, directory);
             return 0;
         }
@@ -54,13 +92,13 @@ int is_vaai_volume(const char* path) {
 }
 
 int is_regular_file(const char* path) {
-    struct stat64 status = {};
-    return stat64(path, &status) == 0 && S_ISREG(status.st_mode) ? 1 : 0;
+    return kind_of_path(__func__, path) == path_kind::file ? 1 : 0;
 }
 
 int get_jnl_root_path() {
     char root[JOURNAL_ROOT_SIZE] = {};
     if (ORBAiSCSIConfJournalRootPathGet(root, sizeof root, 0) < 0) {
+        log_err("Fail to get the journal root\n");
         return -1;
     }
     return form_path(opt_ctx.jnlpath, sizeof opt_ctx.jnlpath, "%s/EP_JNL", root);

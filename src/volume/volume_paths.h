@@ -13,11 +13,25 @@ constexpr const char* CHECK_DIR = "@EP_CHK";
 // the path does not fit, so that no cut path is ever used.
 [[gnu::format(printf, 3, 4)]] int form_path(char* out, size_t size, const char* format, ...);
 
+// What a name leads to, through links.
+enum class path_kind {
+    absent,  // nothing there, or no path at all
+    directory,
+    file,
+    other,
+    unknown,  // the system does not say: I/O error, no permission, a loop of links
+};
+// `unknown` is logged under `caller`, and is a reason to keep the journal.
+path_kind kind_of_path(const char* caller, const char* path);
+
 // 1 when `path` contains "/volume" and holds "@EP" and "@iSCSITrg", each path of 63 characters at
-// most; else 0, told on standard output.
+// most; else 0, reported on standard output. A root too long for that, and a name of unknown kind,
+// are logged as well, and are reasons to keep the journal.
 int is_vaai_volume(const char* path);
-int is_regular_file(const char* path);  // 1 or 0
-// Sets opt_ctx.jnlpath from the iSCSI configuration. 0; -1, jnlpath untouched.
+// The same question without a word: true even if the answer is not certain.
+bool may_be_vaai_volume(const char* path);
+int is_regular_file(const char* path);  // 1; 0 also when unknown, see kind_of_path
+// Sets opt_ctx.jnlpath from the iSCSI configuration. 0; -1, logged, jnlpath untouched.
 int get_jnl_root_path();
 // Fills an empty opt_ctx.jnlpath, and notes a journal that is no file. 0, or -1.
 int prepare_jnl_path();

@@ -1,0 +1,36 @@
+// One writing run at a time: a command that writes into a volume holds an advisory lock on the
+// volume's root directory, one that works with the journal also on the journal's directory. No file
+// is made, and the system gives the locks back when the process ends.
+// Below: descriptor.h, the platform's list of volumes. Above: the commands, start-up replay.
+#pragma once
+
+#include <cstdint>
+
+#include "store/descriptor.h"
+
+struct run_lock_dir {
+    int fd;  // open for reading while the lock is held
+    io_file_id id;
+};
+
+// The directories that are held, each once. Zero at start; run_lock_release at the end.
+struct run_lock {
+    run_lock_dir* dirs;
+    uint32_t count;
+    uint32_t room;
+};
+
+// Each adds directories to the lock. 0, also for a directory that is not there (the command reports
+// what it misses) and on a file system without locks (logged); -1 when another run holds one of
+// them, or it cannot be locked for another reason, logged: nothing may be written then.
+
+// Stores the open descriptor through `fd` (0: there is no such directory), unless that is null.
+int run_lock_add(run_lock* lock, const char* directory, int* fd);
+// The volumes that carry LUN metadata, of all that the platform lists.
+int run_lock_all_volumes(run_lock* lock);
+// The volume that holds the file at `path`, which need not exist; none for a path outside volumes.
+int run_lock_file(run_lock* lock, const char* path);
+// The directory of the journal at `path`; none for an empty path.
+int run_lock_journal(run_lock* lock, const char* path, int* fd);
+
+void run_lock_release(run_lock* lock);
