@@ -36,7 +36,10 @@ struct ORBASpaceInfo {
 };
 
 // Lists the mounted storage volumes (kind 1), in enumeration order; *list is null for none.
-// 0 or more on success, negative on failure.
+// 0 or more on success, negative on failure. ORBA_SPACES_NAMED says that the volumes are those that
+// a configuration names, not those that are found mounted: each of them is meant to be there, and
+// no volume is meant to be there where it names none.
+enum { ORBA_SPACES_NAMED = 0x4E414D45 };
 int ORBASpaceInfoEnum(int kind, struct ORBASpaceInfo** list);
 void ORBASpaceInfoFree(struct ORBASpaceInfo* list);  // null is allowed
 

@@ -19,6 +19,7 @@
 #include "volume/map_check.h"
 #include "volume/one_key.h"
 #include "volume/reconstruct.h"
+#include "volume/startup_replay.h"
 #include "volume/unmap_buffer.h"
 #include "volume/volume_journal.h"
 #include "volume/volume_paths.h"

@@ -152,6 +152,24 @@ char* io_real_path(const char* path, char* out) {
     return io_allow(io_call::stat) ? realpath(path, out) : nullptr;
 }
 
+DIR* io_open_directory(const char* path) {
+    return io_allow(io_call::list) ? opendir(path) : nullptr;
+}
+
+int io_next_entry(DIR* directory, const char** name) {
+    *name = nullptr;
+    if (!io_allow(io_call::list)) {
+        return -1;
+    }
+    errno = 0;
+    const dirent64* entry = readdir64(directory);
+    if (entry == nullptr) {
+        return errno == 0 ? 0 : -1;
+    }
+    *name = entry->d_name;
+    return 0;
+}
+
 io_file_id io_identity(int fd) {
     struct stat64 status = {};
     return fstat64(fd, &status) == 0 ? io_file_id{status.st_dev, status.st_ino} : io_file_id{};

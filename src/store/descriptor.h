@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <dirent.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <utility>
@@ -64,6 +65,11 @@ int io_unlink(const char* path);
 int io_mkdir(const char* path, mode_t mode);
 // The path without links, "." and "..": PATH_MAX bytes through `out`. Null on failure.
 char* io_real_path(const char* path, char* out);
+
+// Opens a directory for reading; the caller closes it with closedir(). Null on failure.
+DIR* io_open_directory(const char* path);
+// Stores the next entry's name, valid until the next call; null at the end. 0, or -1 on failure.
+int io_next_entry(DIR* directory, const char** name);
 
 // Whether something was written through this descriptor, or its size set, since it was opened.
 bool io_was_written(int fd);

@@ -29,30 +29,6 @@ int enum_all_volumes(path_entry* list) {
     return result;
 }
 
-static bool keep_extent(const char* file_name) {
-    return strstr(file_name, "_Extent_") != nullptr;
-}
-
-static bool keep_every(const char*) {
-    return true;
-}
-
-static bool keep_family(const char* file_name) {
-    return strncmp(file_name, "FAMILY_", 7) == 0;
-}
-
-// Where map files of LUNs stand below a volume's root, in the order of the list.
-struct lun_search {
-    const char* directory;
-    bool files_only;  // else every entry, directories too
-    bool (*keep)(const char* file_name);
-};
-static constexpr lun_search lun_searches[] = {
-    {"@iSCSITrg", true, keep_extent},
-    {"@EP_trash", true, keep_every},
-    {"@Snapshot", false, keep_family},  // without a type filter, deliberate
-};
-
 static FILE* start_find(const char* directory, bool files_only) {
     FILE* stream = files_only ? OLIBCPopen("/usr/bin/find", "r", directory, "-type", "f", nullptr)
                               : OLIBCPopen("/usr/bin/find", "r", directory, nullptr);
@@ -132,10 +108,10 @@ int enum_all_vaai_luns(path_entry* list) {
             return -1;
         }
     }
-    if (add_volume_map("UNMAP", "EP_BUF", MAP_KIND_UNMAP_BUFFER, list) != 0) {
+    if (add_volume_map("UNMAP", UNMAP_BUFFER_NAME, MAP_KIND_UNMAP_BUFFER, list) != 0) {
         return -1;
     }
-    return add_volume_map("ROD", "EP_ROD", MAP_KIND_ROD, list);
+    return add_volume_map("ROD", ROD_MAP_NAME, MAP_KIND_ROD, list);
 }
 
 int for_each_volume(const char* caller, volume_step step, int argc, char** argv) {
