@@ -59,7 +59,7 @@ static fri_header new_header(const uint8_t* uuid) {
 
 int create_fri(const char* newpath, const char* oldpath) {
     close_fri();  // as in load_fri
-    if (io_same_file(newpath, oldpath)) {
+    if (would_empty(__func__, newpath, oldpath)) {
         log_err("%s would be emptied to create itself\n", newpath);
         return -1;
     }

@@ -81,8 +81,9 @@ struct io_file_id {
     bool operator==(const io_file_id&) const = default;
 };
 io_file_id io_identity(int fd);
-// Whether both paths name one existing file, through links too. A null path names none.
-bool io_same_file(const char* one, const char* other);
+// 1 when both paths name one existing file, through links too; 0 when not, or one is null or names
+// nothing; -1 when the system does not say.
+int io_same_file(const char* one, const char* other);
 
 // The path that `fd` was opened by, for messages: cut to fit, "descriptor <fd>" when the system
 // does not say. Returns `out`.

@@ -74,7 +74,7 @@ int create_tbl(const char* newpath, const char* oldpath) {
     }
     const uint32_t extent_size = current_tbl.header.tbl_extent_size;
     close_tbl();
-    if (io_same_file(newpath, oldpath)) {
+    if (would_empty(__func__, newpath, oldpath)) {
         log_err("%s would be emptied to create itself\n", newpath);
         return -1;
     }
