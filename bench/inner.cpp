@@ -62,7 +62,7 @@ static void count_references(benchmark::State& state, bool scattered) {
     for ([[maybe_unused]] auto _ : state) {
         tbl_ref_counts* counts = tbl_ref_counts_open([](uint64_t) { return 0; });
         for (const uint64_t lpa : extents) {
-            benchmark::DoNotOptimize(tbl_ref_counts_add(counts, lpa));
+            benchmark::DoNotOptimize(tbl_ref_counts_add(counts, lpa, 0));
         }
         tbl_ref_counts_drop(counts);
     }

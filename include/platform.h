@@ -35,10 +35,10 @@ struct ORBASpaceInfo {
     struct ORBASpaceInfo* next;
 };
 
-// Lists the mounted storage volumes (kind 1), in enumeration order; *list is null for none.
-// 0 or more on success, negative on failure. ORBA_SPACES_NAMED says that the volumes are those that
-// a configuration names, not those that are found mounted: each of them is meant to be there, and
-// no volume is meant to be there where it names none.
+// Lists the storage volumes (kind 1), in enumeration order; *list is null for none. Negative on
+// failure. ORBA_SPACES_NAMED: a configuration names them, so what it names must be there, and none
+// means that there is to be none. Every other result: they were found by looking at what is mounted
+// now, and a volume that is not mounted is missing from the list.
 enum { ORBA_SPACES_NAMED = 0x4E414D45 };
 int ORBASpaceInfoEnum(int kind, struct ORBASpaceInfo** list);
 void ORBASpaceInfoFree(struct ORBASpaceInfo* list);  // null is allowed
@@ -59,7 +59,8 @@ int ORBAVolIDParse(const char* path);
 // The directory of the journal, as text. flags is 0. Negative on failure or when it does not fit.
 int ORBAiSCSIConfJournalRootPathGet(char* buffer, uint32_t size, int flags);
 
-// Extent size in bytes and its shift (size = 2^shift) of the volume at `root`; negative on failure.
+// Extent size in bytes and its shift (size = 2^shift) of the volume at `root`; negative on failure,
+// also when the configuration and the volume's table say different sizes.
 int ORBAiSCSIVAAIExtentSizeAndShiftGet(const char* root, uint32_t* size, uint32_t* shift);
 
 // fallocate(2): 0 or more on success, negative on failure.

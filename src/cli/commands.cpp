@@ -1,8 +1,11 @@
 #include "cli/commands.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <getopt.h>
+#include <iterator>
 
 #include "cli/long_options.h"
 #include "cli/punch.h"
@@ -11,6 +14,8 @@
 #include "cli/type_words.h"
 #include "cli/usage.h"
 #include "options.h"
+#include "print.h"
+#include "store/keep_journal.h"
 #include "volume/consistency.h"
 #include "volume/finalize.h"
 #include "volume/full_check.h"
@@ -171,6 +176,29 @@ static constexpr command_row commands[] = {
 };
 static_assert(sizeof commands / sizeof commands[0] == 25);
 
+// Commands that write nothing, whatever their options. --check-map writes with --repair only.
+static constexpr const char* READERS[] = {"ckjnl",  "ckvjnl", "vaaick", "metack", "freeck",
+                                          "search", "ckvbuf", "help",   "advhelp"};
+
+static bool writes(const command_row* command) {
+    if (command->run == run_check_map) {
+        return opt_ctx.repair != 0;
+    }
+    return std::none_of(std::begin(READERS), std::end(READERS),
+                        [command](const char* name) { return strcmp(command->name, name) == 0; });
+}
+
+// What a command that writes answers when something of it may not be on the disk, or was not read.
+static int answer_for_failures(int result) {
+    const keep_reasons failures = keep_journal_failures();
+    if (failures.count == 0) {
+        return result;
+    }
+    log_err_as("main", "This run is not complete, failures %llu, the first: %s\n",
+               ull(failures.count), failures.first);
+    return -1;
+}
+
 static int refuse_wrong_option() {
     printf("\x1b[31m%s\x1b[0m", "TARN_RPT: VAAI Wrong option...\n");
     print_usage(program_invocation_short_name);
@@ -189,5 +217,6 @@ int run_command(int argc, char** argv) {
     if (command->reader == TABLE_READS && parse_sub_options(argc, argv) != 0) {
         return -1;
     }
-    return command->run(argc, argv, argument);
+    const int result = command->run(argc, argv, argument);
+    return writes(command) ? answer_for_failures(result) : result;
 }

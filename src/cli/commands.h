@@ -1,5 +1,6 @@
 // The command table and its dispatch. Below: every procedure that a command names.
 #pragma once
 
-// Reads the command, runs it, and returns what main returns.
+// Reads the command, runs it, and returns what main returns: the command's own result; -1, logged
+// in one line, when the command is one that writes and a write, a sync or a read failed on its way.
 int run_command(int argc, char** argv);

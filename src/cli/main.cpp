@@ -15,24 +15,15 @@ static bool is_closed(int fd) {
     return fcntl(fd, F_GETFD) == -1 && errno == EBADF;
 }
 
-// Opens `fd` on /dev/null. Whatever other descriptor that needs is closed again: a closed standard
-// input stays closed. False on failure.
+// The standard descriptors are taken in their order, so that each is the lowest that is free.
 static bool open_on_null(int fd) {
-    const int null = open("/dev/null", O_RDWR);
-    if (null == fd) {
-        return true;
-    }
-    if (null < 0) {
-        return false;
-    }
-    const bool opened = dup2(null, fd) == fd;
-    close(null);
-    return opened;
+    return open("/dev/null", fd == STDIN_FILENO ? O_RDONLY : O_RDWR) == fd;
 }
 
-// A metadata file that got descriptor 1 or 2 would be overwritten with report lines.
+// A metadata file that got descriptor 1 or 2 would be overwritten with report lines; one that got
+// descriptor 0 would be taken for no file.
 static bool hold_standard_descriptors() {
-    for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (is_closed(fd) && !open_on_null(fd)) {
             log_err("Fail to open descriptor %d on /dev/null\n", fd);
             return false;
@@ -48,5 +39,6 @@ int main(int argc, char** argv) {
         return -1;
     }
     signal(SIGPIPE, SIG_IGN);  // a closed pipe on standard output never stops a repair halfway
+    signal(SIGXFSZ, SIG_IGN);  // nor does a limit of file sizes: the write fails, and is reported
     return run_command(argc, argv);
 }

@@ -24,6 +24,14 @@ static int64_t decimal(const char* text) {
     return strtoll(text, nullptr, 10);
 }
 
+// A path that does not fit is cut, as the other options cut theirs.
+static void copy_volume_path(const char* argument) {
+    const int length = snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", argument);
+    if (length < 0 || static_cast<size_t>(length) >= sizeof opt_ctx.volpath) {
+        log_err_as("punch_hole", "path is cut to %zu characters\n", sizeof opt_ctx.volpath - 1);
+    }
+}
+
 // The scanner's "?" names the letter: one of ours stands without its argument.
 static int refuse_option(int letter) {
     switch (letter) {
@@ -49,7 +57,7 @@ static int take_option(punch_options* options, int found) {
             options->all_groups = true;
             return 0;
         case 'p':
-            snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", optarg);
+            copy_volume_path(optarg);
             return 0;
         case 'o':
             options->offset = decimal(optarg);

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/programs.h"
 #include "platform/report.h"
@@ -147,6 +149,32 @@ static bool take_file(FILE* file, const char* path) {
     return true;
 }
 
+// This file names programs that root runs: null, or why root must not follow it.
+static const char* distrusted(FILE* file) {
+    if (geteuid() != 0) {
+        return nullptr;
+    }
+    struct stat status = {};
+    if (fstat(fileno(file), &status) != 0) {
+        return "its owner cannot be read";
+    }
+    if (status.st_uid != 0) {
+        return "another user owns it";
+    }
+    const bool group_writes = (status.st_mode & S_IWGRP) != 0 && status.st_gid != 0;
+    return group_writes || (status.st_mode & S_IWOTH) != 0 ? "others may write it" : nullptr;
+}
+
+// All of an open file. False, reported.
+static bool take_trusted_file(FILE* file, const char* path) {
+    const char* reason = distrusted(file);
+    if (reason != nullptr) {
+        platform_report("%s line 0: refused: %s\n", path, reason);
+        return false;
+    }
+    return take_file(file, path);
+}
+
 static bool read_config() {
     config = {};
     const char* named = secure_getenv("TARN_PLATFORM_CONF");
@@ -157,7 +185,7 @@ static bool read_config() {
         return false;
     }
     if (file != nullptr) {
-        const bool good = take_file(file, path);
+        const bool good = take_trusted_file(file, path);
         (void)fclose(file);
         if (!good) {
             return false;

@@ -1,5 +1,6 @@
 // The configuration of the default platform: /etc/tarn/platform.conf, or the file that the
-// environment variable TARN_PLATFORM_CONF names. Read once, at the first call that needs it.
+// environment variable TARN_PLATFORM_CONF names. Read once, at the first call that needs it. Run as
+// root, a file that somebody else may change is refused.
 // Below: report.h; programs.h for the longest argument list. Above: every call that asks for a
 // setting.
 #pragma once
@@ -25,7 +26,8 @@ struct platform_config {
     platform_setting service_resume;  // the same
 };
 
-// Null when the file cannot be read or a line is wrong: told in the log once, by the first call.
+// Null when the file cannot be read or is refused, or a line is wrong: reported in the log once, by
+// the first call.
 const platform_config* platform_config_get();
 // Forgets what was read: for tests.
 void platform_config_forget();

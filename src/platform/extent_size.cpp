@@ -1,4 +1,5 @@
-// The extent size of a volume: configured for all, or as its extent table's header says.
+// The extent size of a volume: configured for all, or as its extent table's header says. A
+// configuration that contradicts the table is refused.
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -6,18 +7,19 @@
 
 #include "platform.h"
 #include "platform/config.h"
+#include "platform/report.h"
 #include "tbl/tbl_format.h"
 
 static constexpr uint32_t SHIFT_MIN = 9;
 static constexpr uint32_t SHIFT_MAX = 30;
 
-// The extent size, in bytes, of the table of the volume at `root`. False: it cannot be read.
-static bool read_extent_size(const char* root, uint32_t* size) {
-    char path[PATH_TEXT_SIZE];
-    const int length = snprintf(path, sizeof path, "%s/@EP/EP_TBL", root);
-    if (length < 0 || static_cast<size_t>(length) >= sizeof path) {
-        return false;
-    }
+static int table_path(char* path, size_t size, const char* root) {
+    const int length = snprintf(path, size, "%s/@EP/EP_TBL", root);
+    return length < 0 || static_cast<size_t>(length) >= size ? -1 : 0;
+}
+
+// The extent size, in bytes, that the table at `path` says. False: it cannot be read.
+static bool read_extent_size(const char* path, uint32_t* size) {
     const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // a pipe has no one to wait for
     if (fd < 0) {
         return false;
@@ -29,26 +31,40 @@ static bool read_extent_size(const char* root, uint32_t* size) {
     return whole;
 }
 
+// The shift that the table of the volume at `root` says. 0: it cannot be read, or says no power of
+// two in range.
+static uint32_t shift_of_table(const char* root) {
+    char path[PATH_TEXT_SIZE];
+    uint32_t size = 0;
+    if (table_path(path, sizeof path, root) != 0 || !read_extent_size(path, &size)) {
+        return 0;
+    }
+    for (uint32_t shift = SHIFT_MIN; shift <= SHIFT_MAX; shift++) {
+        if (size == uint32_t{1} << shift) {
+            return shift;
+        }
+    }
+    return 0;
+}
+
 int ORBAiSCSIVAAIExtentSizeAndShiftGet(const char* root, uint32_t* size, uint32_t* shift) {
     const platform_config* config = platform_config_get();
     if (config == nullptr || root == nullptr || size == nullptr || shift == nullptr) {
         return -1;
     }
+    const uint32_t of_table = shift_of_table(root);
+    uint32_t wanted = of_table;
     if (config->extent_shift.given) {
-        *shift = static_cast<uint32_t>(strtoul(config->extent_shift.value, nullptr, 10));
-        *size = uint32_t{1} << *shift;
-        return 0;
+        wanted = static_cast<uint32_t>(strtoul(config->extent_shift.value, nullptr, 10));
     }
-    uint32_t read_size = 0;
-    if (!read_extent_size(root, &read_size)) {
+    if (of_table != 0 && of_table != wanted) {
+        platform_report("extent_shift = %u, but the table of %s says %u\n", wanted, root, of_table);
         return -1;
     }
-    for (uint32_t s = SHIFT_MIN; s <= SHIFT_MAX; s++) {
-        if (read_size == uint32_t{1} << s) {
-            *size = read_size;
-            *shift = s;
-            return 0;
-        }
+    if (wanted == 0) {
+        return -1;
     }
-    return -1;
+    *shift = wanted;
+    *size = uint32_t{1} << wanted;
+    return 0;
 }

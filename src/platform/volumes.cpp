@@ -115,13 +115,15 @@ int ORBASpaceInfoEnum(int kind, struct ORBASpaceInfo** list) {
     if (config == nullptr || kind != 1) {
         return -1;
     }
-    const int result = config->volumes.given ? list_configured(config->volumes.value, list)
-                                             : list_mounted_volumes(MOUNT_TABLE, list);
+    const bool named = config->volumes.given;
+    const int result = named ? list_configured(config->volumes.value, list)
+                             : list_mounted_volumes(MOUNT_TABLE, list);
     if (result < 0) {
         ORBASpaceInfoFree(*list);
         *list = nullptr;
+        return result;
     }
-    return result;
+    return named ? ORBA_SPACES_NAMED : 0;
 }
 
 void ORBASpaceInfoFree(struct ORBASpaceInfo* list) {

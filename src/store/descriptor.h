@@ -85,8 +85,8 @@ io_file_id io_identity(int fd);
 // nothing; -1 when the system does not say.
 int io_same_file(const char* one, const char* other);
 
-// The path that `fd` was opened by, for messages: cut to fit, "descriptor <fd>" when the system
-// does not say. Returns `out`.
+// The path that `fd` was opened by, as log_text shows a name: cut to fit, "descriptor <fd>" when
+// the system does not say. Returns `out`.
 const char* io_name(int fd, char* out, size_t size);
 constexpr size_t IO_NAME_SIZE = 256;
 

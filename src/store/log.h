@@ -2,6 +2,18 @@
 // standard output. Lines go out at LOG_ERR; the log is never opened first.
 #pragma once
 
+#include <cstddef>
+
+// Puts a name that was found on disk into `out` as a log line may carry it: byte for byte, a
+// control byte as \x and two hexadecimal digits, so that no name ends a line or reaches a terminal.
+// Cut to fit. Null is "(null)". Returns `out`.
+const char* log_text(const char* name, char* out, size_t size);
+// The same for one argument of a line: log_err("... %s\n", shown_name(path).text).
+struct shown_name {
+    explicit shown_name(const char* name) { log_text(name, text, sizeof text); }
+    char text[4 * 4096];  // every byte of the longest path escaped
+};
+
 // The one way out; the macros below put the names in front.
 [[gnu::format(printf, 1, 2)]] void tarn_log(const char* format, ...);
 

@@ -54,6 +54,7 @@ tbl_ref_counts* tbl_ref_counts_open(ref_group_hook first_touch) {
     counts->group_count = 0;
     counts->written = false;
     counts->lost = false;
+    counts->lost_lea = 0;
     forget(counts);
     return counts;
 }
@@ -73,7 +74,7 @@ static uint32_t* slot_of(tbl_ref_counts* counts, uint64_t group) {
     return &counts->slots[slot];
 }
 
-static void flush(tbl_ref_counts* counts);
+static bool make_room(tbl_ref_counts* counts);
 
 static uint8_t* take_units(tbl_ref_counts* counts, uint32_t wanted) {
     uint8_t* taken = counts->units + size_t{counts->units_used} * REF_UNIT_SIZE;
@@ -102,19 +103,20 @@ static void fill_wide(tbl_ref_counts* counts, ref_group* group) {
 }
 
 // Takes the group from the table into memory, behind *found.
-static ref_result take_group(tbl_ref_counts* counts, uint64_t number, ref_group** found) {
+static ref_result take_group(tbl_ref_counts* counts, uint64_t number, uint64_t lea,
+                             ref_group** found) {
     if (counts->first_touch(number) < 0) {
         return ref_result::touch_failed;
     }
-    if (!units_left(counts, 2)) {
-        flush(counts);
+    if (!units_left(counts, 2) && !make_room(counts)) {
+        return ref_result::lost;
     }
     if (!tbl_group_load(current_tbl.fd, &counts->image, number)) {
         return ref_result::no_entry;
     }
     *slot_of(counts, number) = counts->group_count;
     *found = &counts->groups[counts->group_count++];
-    **found = {number, nullptr, nullptr, 0};
+    **found = {number, nullptr, nullptr, 0, lea};
     if (tbl_group_all_zero(&counts->image)) {
         fill_narrow(counts, *found);
     } else {
@@ -124,10 +126,11 @@ static ref_result take_group(tbl_ref_counts* counts, uint64_t number, ref_group*
     return ref_result::counted;
 }
 
-static ref_result find_group(tbl_ref_counts* counts, uint64_t number, ref_group** found) {
+static ref_result find_group(tbl_ref_counts* counts, uint64_t number, uint64_t lea,
+                             ref_group** found) {
     const uint32_t place = *slot_of(counts, number);
     if (place == NO_GROUP) {
-        return take_group(counts, number, found);
+        return take_group(counts, number, lea, found);
     }
     *found = &counts->groups[place];
     return ref_result::counted;
@@ -173,9 +176,12 @@ static ref_result add_wide(ref_group* group, uint64_t lpa) {
     return ref_result::counted;
 }
 
-ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa) {
+ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa, uint64_t lea) {
+    if (counts->lost) {
+        return ref_result::lost;
+    }
     ref_group* group = nullptr;
-    const ref_result found = find_group(counts, tbl_group_of(lpa), &group);
+    const ref_result found = find_group(counts, tbl_group_of(lpa), lea, &group);
     if (found != ref_result::counted) {
         return found;
     }
@@ -191,26 +197,33 @@ ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa) {
         return ref_result::counted;
     }
     if (!units_left(counts, 2)) {
-        flush(counts);
-        return tbl_ref_counts_add(counts, lpa);  // now wide: the table has its counts
+        return make_room(counts) ? tbl_ref_counts_add(counts, lpa, lea)  // now wide: it has counts
+                                 : ref_result::lost;
     }
     widen(counts, group);
     return add_wide(group, lpa);
 }
 
-// Entry by entry: for a group whose blocks cannot be moved as a whole.
-static void write_entries(const tbl_group_image* image, uint64_t group) {
+// Entry by entry: for a group whose blocks cannot be moved as a whole. False at the first entry
+// that could not be written, logged there.
+static bool write_entries(const tbl_group_image* image, uint64_t group) {
+    const uint64_t failed_before = keep_journal_failures().count;
     for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
         const uint64_t lpa = tbl_lpa_of(group, offset);
         const tbl_entry wanted = tbl_group_get(image, offset);
         tbl_entry present{};
-        if (tbl_entry_read(&present, lpa) < 0 || present.word != wanted.word) {
-            (void)tbl_entry_write(&wanted, lpa);  // always 0; what fails is logged there
+        if (tbl_entry_read(&present, lpa) >= 0 && present.word == wanted.word) {
+            continue;
+        }
+        (void)tbl_entry_write(&wanted, lpa);  // always 0
+        if (keep_journal_failures().count != failed_before) {
+            return false;
         }
     }
+    return true;
 }
 
-static void write_group(tbl_ref_counts* counts, const ref_group* group) {
+static bool write_group(tbl_ref_counts* counts, const ref_group* group) {
     tbl_group_image* image = &counts->image;
     const bool loaded = tbl_group_load(current_tbl.fd, image, group->group);
     if (group->narrow != nullptr) {
@@ -222,11 +235,7 @@ static void write_group(tbl_ref_counts* counts, const ref_group* group) {
         memcpy(image->words, group->wide, sizeof image->words);
         image->changed = group->changed;
     }
-    if (!loaded || !tbl_group_store(current_tbl.fd, image)) {
-        const uint64_t failed_before = keep_journal_failures().count;
-        write_entries(image, group->group);
-        counts->lost = counts->lost || keep_journal_failures().count != failed_before;
-    }
+    return (loaded && tbl_group_store(current_tbl.fd, image)) || write_entries(image, group->group);
 }
 
 void tbl_ref_counts_sort(tbl_ref_counts* counts) {
@@ -234,25 +243,26 @@ void tbl_ref_counts_sort(tbl_ref_counts* counts) {
               [](const ref_group& a, const ref_group& b) { return a.group < b.group; });
 }
 
-static void write_groups(tbl_ref_counts* counts) {
-    tbl_ref_counts_sort(counts);
-    for (uint32_t i = 0; i < counts->group_count; i++) {
-        write_group(counts, &counts->groups[i]);
+bool tbl_ref_counts_write(tbl_ref_counts* counts) {
+    if (counts == nullptr) {
+        return true;
     }
+    tbl_ref_counts_sort(counts);
+    for (uint32_t i = 0; i < counts->group_count && !counts->lost; i++) {
+        if (!write_group(counts, &counts->groups[i])) {
+            counts->lost = true;
+            counts->lost_lea = counts->groups[i].lea;
+        }
+    }
+    return !counts->lost;
 }
 
-static void flush(tbl_ref_counts* counts) {
-    write_groups(counts);
+// Everything in memory goes to the table. False: see tbl_ref_counts_write.
+static bool make_room(tbl_ref_counts* counts) {
+    if (!tbl_ref_counts_write(counts)) {
+        return false;
+    }
     counts->written = true;
     forget(counts);
-}
-
-int tbl_ref_counts_close(tbl_ref_counts* counts) {
-    if (counts == nullptr) {
-        return 0;
-    }
-    write_groups(counts);
-    const int result = counts->lost ? -1 : 0;
-    tbl_ref_counts_drop(counts);
-    return result;
+    return true;
 }

@@ -30,6 +30,7 @@ struct ref_group {
     uint8_t* narrow;   // counters; null: wide
     uint16_t* wide;    // words; null: narrow
     uint32_t changed;  // wide: bit i: block i of the group; narrow: every block with a count
+    uint64_t lea;      // of the map entry that brought the group into memory
 };
 
 // Called before the first reference into a group is counted in memory: 0, or negative, logged.
@@ -44,7 +45,8 @@ struct tbl_ref_counts {
     uint32_t units_used;
     uint32_t group_count;
     bool written;               // some of it, to make room
-    bool lost;                  // an entry could not be written
+    bool lost;                  // an entry could not be written: nothing more is
+    uint64_t lost_lea;          // when `lost`: lea of the group that the entry is in
     uint32_t slots[REF_SLOTS];  // number in `groups`, by hash of the group
     ref_group groups[REF_GROUPS];
     tbl_group_image image;  // of the group being taken in or written
@@ -59,9 +61,10 @@ enum class ref_result {
     no_entry,  // the entry road is to be taken for this lpa: the table has no such group, or its
                // blocks cannot be read
     full,      // the entry has 4095 references
+    lost,      // room was to be made, and an entry could not be written, logged: the rebuild ends
 };
-// Counts one reference to `lpa`, of whatever group.
-ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa);
+// Counts one reference to `lpa`, of whatever group, for the map entry `lea`.
+ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa, uint64_t lea);
 
 // The counter of one of the first extents, null of another one. What stands from REF_COUNTER_ZERO
 // up to below REF_COUNTER_FULL may be counted up in place, by who tells tbl_ref_counts_take_free
@@ -83,10 +86,12 @@ constexpr uint16_t ref_counter_word(uint8_t counter) {
 void tbl_ref_counts_take_free(uint64_t extents);
 
 // Puts the groups into ascending order, for a look at all of them: the next that may be done with
-// the counts is to close or to drop them.
+// the counts is to write or to drop them.
 void tbl_ref_counts_sort(tbl_ref_counts* counts);
-// Frees the counts without writing what is in memory. Null is let pass.
+// Frees the counts without writing what is in memory. Null is ignored.
 void tbl_ref_counts_drop(tbl_ref_counts* counts);
-// Writes everything that was counted and frees the counts. Groups whose blocks cannot be moved as a
-// whole are written entry by entry. 0, or -1 when an entry could not be written, logged. Null: 0.
-int tbl_ref_counts_close(tbl_ref_counts* counts);
+// Writes everything that was counted, in ascending order, up to the first entry that cannot be
+// written, logged. Groups whose blocks cannot be moved as a whole are written entry by entry. False
+// then, and from then on without another attempt; `lost_lea` says for which map entry the group
+// was first counted. Null: true.
+bool tbl_ref_counts_write(tbl_ref_counts* counts);

@@ -49,16 +49,20 @@ static int add_single_reference(uint64_t lpa) {
 }
 
 // Marks the group and adds the reference, in memory where that can be.
-static ref_result add_reference(tbl_ref_counts* counts, uint64_t lpa) {
+static ref_result add_reference(tbl_ref_counts* counts, uint64_t lpa, uint64_t lea) {
     if (counts == nullptr) {
         return tarn_fri_set_init_bit(tbl_group_of(lpa)) != 0 ? ref_result::touch_failed
                                                              : ref_result::no_entry;
     }
-    const ref_result result = tbl_ref_counts_add(counts, lpa);
+    const ref_result result = tbl_ref_counts_add(counts, lpa, lea);
     if (result == ref_result::full) {
         log_err("lpa %llu has more than %u references\n", ull(lpa), TBL_COUNT_MAX);
     }
     return result;
+}
+
+static void report_lost_mapping(uint64_t lea) {
+    log_err_as("import_map", "Fail to increase mapping, lea %llu\n", ull(lea));
 }
 
 static int import_entry(import_state* state, uint64_t lea, uint64_t lpa) {
@@ -66,14 +70,18 @@ static int import_entry(import_state* state, uint64_t lea, uint64_t lpa) {
         log_err_as("import_map", "mapped_cnt is wrong\n");
         return -1;
     }
-    const ref_result added = add_reference(state->counts, lpa);
+    const ref_result added = add_reference(state->counts, lpa, lea);
     if (added == ref_result::touch_failed) {
         log_err_as("import_map", "Fail to init fri group, lea %llu\n", ull(lea));
         return -1;
     }
+    if (added == ref_result::lost) {
+        report_lost_mapping(state->counts->lost_lea);
+        return -1;
+    }
     if (added == ref_result::full ||
         (added == ref_result::no_entry && add_single_reference(lpa) != 0)) {
-        log_err_as("import_map", "Fail to increase mapping, lea %llu\n", ull(lea));
+        report_lost_mapping(lea);
         return -1;
     }
     state->remaining--;
@@ -243,6 +251,19 @@ int import_map(int32_t kind, const char* root, tbl_ref_counts* counts) {
     return 0;
 }
 
+int finish_import(tbl_ref_counts* counts) {
+    if (counts == nullptr) {
+        return 0;
+    }
+    const bool reported = counts->lost;
+    const bool written = tbl_ref_counts_write(counts);
+    if (!written && !reported) {
+        report_lost_mapping(counts->lost_lea);
+    }
+    tbl_ref_counts_drop(counts);
+    return written ? 0 : -1;
+}
+
 static int load_and_import() {
     char root[PATH_TEXT_SIZE] = {};
     if (parse_volume_path(opt_ctx.tblpath, root) < 0) {
@@ -258,12 +279,12 @@ static int load_and_import() {
         return -1;
     }
     if (load_map(opt_ctx.mappath) != 0) {
-        log_err_as("import", "Fail to load MAP %s\n", opt_ctx.mappath);
+        log_err_as("import", "Fail to load MAP %s\n", shown_name(opt_ctx.mappath).text);
         return -1;
     }
     tbl_ref_counts* counts = tbl_ref_counts_open(tarn_fri_set_init_bit);
     const int result = import_map(opt_ctx.map_kind, root, counts);
-    return tbl_ref_counts_close(counts) == 0 ? result : -1;
+    return finish_import(counts) == 0 ? result : -1;
 }
 
 int import() {

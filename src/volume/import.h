@@ -11,9 +11,13 @@ struct tbl_ref_counts;
 // the current table and index; an unmap buffer's entries end at the first unmapped one. Prints its
 // progress. 0; -1 at the first failure, logged: also for more mapped entries than the header says
 // (fewer pass), a 4096th reference, and an extent that the table cannot hold or did not take.
-// References are collected in `counts`, which the caller writes out by closing it; with null they
-// go to the table one by one.
+// References are collected in `counts`, for the caller to give to finish_import; with null they go
+// to the table one by one.
 int import_map(int32_t kind, const char* root, tbl_ref_counts* counts);
+// After the last map, and after one that failed: writes what was counted to the table and frees
+// `counts`. 0; -1 at the first entry that cannot be written, logged once with the lea of the map
+// entry that brought its group into memory. Null: 0.
+int finish_import(tbl_ref_counts* counts);
 
 // --import: the map at opt_ctx.mappath into the table and index at tblpath and fripath, in place.
 // 0, or -1, logged; all three are closed.

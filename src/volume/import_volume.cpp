@@ -78,7 +78,7 @@ static int import_listed_map(const path_entry* map, tbl_ref_counts* counts) {
     snprintf(opt_ctx.mappath, sizeof opt_ctx.mappath, "%s", map->name);
     int result = -1;
     if (load_map(opt_ctx.mappath) != 0) {
-        log_err_as("do_import_volume", "Fail to load MAP %s\n", opt_ctx.mappath);
+        log_err_as("do_import_volume", "Fail to load MAP %s\n", shown_name(opt_ctx.mappath).text);
     } else {
         result = import_loaded_map(static_cast<int32_t>(map->type), counts);
     }
@@ -113,7 +113,7 @@ static int import_all_maps(const rebuild_paths* paths, bool* agrees) {
     if (agrees != nullptr && result == 0 && agrees_with(paths->old_tbl, counts)) {
         *agrees = true;
         tbl_ref_counts_drop(counts);
-    } else if (tbl_ref_counts_close(counts) != 0) {
+    } else if (finish_import(counts) != 0) {
         result = -1;
     }
     free_path_list(&maps);

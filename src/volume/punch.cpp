@@ -1,7 +1,6 @@
 #include "volume/punch.h"
 
 #include <cstdio>
-#include <sys/resource.h>
 
 #include "fri/fri_entries.h"
 #include "fri/fri_file.h"
@@ -9,7 +8,8 @@
 #include "print.h"
 #include "store/descriptor.h"
 #include "store/file.h"
-#include "store/log.h"
+#include "store/keep_journal.h"
+#include "store/open_limit.h"
 #include "tbl/tbl_entries.h"
 #include "volume/dat_file.h"
 
@@ -28,7 +28,8 @@ static lpa_range range_of_groups() {
     for (; group < groups; group++) {
         fri_entry entry{};
         if (fri_entry_read(&entry, group) < 0) {
-            log_err_as("dat_cal_end_lpa", "Fail to read fri entry, group_num %llu\n", ull(group));
+            log_keep_as("dat_cal_end_lpa", keep_reason::unread,
+                        "Fail to read fri entry, group_num %llu\n", ull(group));
             return {0, 0};
         }
         if (!fri_entry_is_init(&entry)) {
@@ -43,17 +44,8 @@ struct dat_files {
     int fds[DAT_FILE_MAX];
 };
 
-// A volume may have more data files than a process may hold open as a rule.
-static void allow_many_open_files() {
-    struct rlimit limit = {};
-    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
-        limit.rlim_cur = limit.rlim_max;
-        (void)setrlimit(RLIMIT_NOFILE, &limit);  // refused: fewer files are opened
-    }
-}
-
 static void open_dat_files(dat_files* files, const char* root) {
-    allow_many_open_files();
+    raise_open_file_limit();  // a volume may have more data files than a process usually may open
     for (files->count = 0; files->count < DAT_FILE_MAX; files->count++) {
         char path[PATH_TEXT_SIZE];
         if (dat_file_path(path, root, static_cast<unsigned>(files->count)) != 0) {
@@ -88,8 +80,8 @@ static int punch_extent(const dat_files* files, const char* root, uint64_t lpa) 
         return -1;
     }
     const uint64_t offset = dat_byte_in_file(lpa, shift);
-    if (ORBAFSFallocate(files->fds[number], KEEP_SIZE_AND_PUNCH, static_cast<int64_t>(offset),
-                        size) < 0) {
+    if (!io_allow(io_call::allocate) || ORBAFSFallocate(files->fds[number], KEEP_SIZE_AND_PUNCH,
+                                                        static_cast<int64_t>(offset), size) < 0) {
         printf("TARN_INFO: Fail to punch offset '%llu' in'%d' DAT file\n", ull(offset),
                static_cast<int>(number));
         return -1;

@@ -78,7 +78,7 @@ static int replay_tbl_in_batches(const path_entry* maps, jnl_seen_keys* applied,
     int loaded = 0;
     for (const path_entry* map = maps->next; map != maps; map = map->next) {
         if (load_as_handle(map->name) != 0) {
-            log_err("Fail to load %s on volumes %s for replaying TBL\n", map->name,
+            log_err("Fail to load %s on volumes %s for replaying TBL\n", shown_name(map->name).text,
                     opt_ctx.volpath);
             return -1;
         }

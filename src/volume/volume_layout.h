@@ -2,6 +2,7 @@
 // search for a first map.
 #pragma once
 
+#include <cstddef>
 #include <cstring>
 
 // Names inside a volume's root.
@@ -31,6 +32,8 @@ constexpr lun_search lun_searches[] = {
     {"@EP_trash", true, is_any_name},
     {"@Snapshot", false, is_map_of_snapshot},  // without a type filter, deliberate
 };
+
+constexpr size_t LUN_SEARCH_COUNT = sizeof lun_searches / sizeof lun_searches[0];
 
 // Maps of the volume itself, in EP_DIR.
 constexpr const char* UNMAP_BUFFER_NAME = "EP_BUF";

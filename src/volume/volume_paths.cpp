@@ -43,8 +43,9 @@ path_kind kind_of_path(const char* caller, const char* path) {
     struct stat64 status = {};
     const path_kind kind = kind_of_status(io_stat(path, &status), &status);
     if (kind == path_kind::unknown) {
-        log_keep_as(caller, keep_reason::unread, "Fail to get the status of %s: %s\n", path,
-                    strerror(errno));
+        const int error = errno;
+        log_keep_as(caller, keep_reason::unread, "Fail to get the status of %s: %s\n",
+                    shown_name(path).text, strerror(error));
     }
     return kind;
 }

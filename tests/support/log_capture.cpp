@@ -18,6 +18,13 @@ extern "C" void vsyslog(int priority, const char* format, va_list arguments) {
     }
 }
 
+// What a build with checked calls makes of the same call.
+extern "C" void checked_vsyslog(int priority, int, const char* format,
+                                va_list arguments) __asm__("__vsyslog_chk");
+void checked_vsyslog(int priority, int, const char* format, va_list arguments) {
+    vsyslog(priority, format, arguments);
+}
+
 log_capture::log_capture() {
     EXPECT_EQ(captured, nullptr);
     captured = new std::vector<std::string>;

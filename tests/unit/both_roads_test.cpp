@@ -203,7 +203,7 @@ static int import_loaded() {
         load_map(opt_ctx.mappath) == 0) {
         tbl_ref_counts* counts = tbl_ref_counts_open(tarn_fri_set_init_bit);
         result = import_map(opt_ctx.map_kind, opt_ctx.volpath, counts);
-        EXPECT_EQ(tbl_ref_counts_close(counts), 0);
+        EXPECT_EQ(finish_import(counts), 0);
     }
     close_map();
     close_tbl();

@@ -2,13 +2,17 @@
 
 #include <algorithm>
 #include <fcntl.h>
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
 #include "options.h"
+#include "store/keep_journal.h"
+#include "support/io_faults.h"
 #include "support/log_capture.h"
 #include "support/sample_volumes.h"
 #include "support/stdout_capture.h"
@@ -149,7 +153,7 @@ static void make_deep_file(const std::string& top, int depth, const char* name) 
 TEST_F(discovery, a_line_that_does_not_fit_its_buffer_ends_the_search) {
     make_deep_file(volume() + "/@EP_trash", 17, "file");  // more than 17 * 251 characters
     EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
-    EXPECT_EQ(log_.lines(), log_lines({"ERR: add_found_lines(#) snprintf error 4095\n"}));
+    EXPECT_EQ(log_.lines(), log_lines({"ERR: enum_all_vaai_luns(#) snprintf error 4095\n"}));
     EXPECT_EQ(entries(), names{});
 }
 
@@ -166,4 +170,176 @@ TEST_F(discovery, a_failing_enumeration_is_told_without_a_line_end) {
     EXPECT_EQ(log_.last(), "ERR: enum_all_volumes(#) failed to enum volume info");
     EXPECT_EQ(out_.text(), "");
     EXPECT_EQ(entries(), names{});
+}
+
+TEST_F(discovery, a_program_that_cannot_be_started_ends_the_search) {
+    make_directories(volume() + "/@Snapshot");
+    for (const uint64_t n : {1, 2, 3}) {
+        log_.clear();
+        const char* const searched[] = {"@iSCSITrg", "@EP_trash", "@Snapshot"};
+        const io_fault_at fault(n, EAGAIN, {io_call::spawn});
+        EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
+        EXPECT_EQ(log_.lines(),
+                  log_lines({"ERR: enum_all_vaai_luns(#) fail to OLIBCPopen '/usr/bin/find " +
+                             volume() + "/" + searched[n - 1] + "/ -type f'\n"}));
+    }
+    const io_fault_at fault(4, EAGAIN, {io_call::spawn});
+    EXPECT_EQ(enum_all_vaai_luns(&list_), 0);
+}
+
+// The descriptors that this process has open.
+static long open_descriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+static struct {
+    long before;
+    long at_last_stat;
+} descriptors;
+
+static io_verdict count_descriptors(io_call call, size_t wanted) {
+    if (call == io_call::stat) {
+        descriptors.at_last_stat = open_descriptors();
+    }
+    return {0, wanted};
+}
+
+TEST_F(discovery, the_snapshot_search_is_open_while_the_volume_s_own_maps_are_looked_for) {
+    make_directories(volume() + "/@Snapshot");
+    descriptors = {open_descriptors(), 0};
+    io_fault = count_descriptors;
+    EXPECT_EQ(enum_all_vaai_luns(&list_), 0);
+    io_fault = nullptr;
+    EXPECT_EQ(descriptors.at_last_stat, descriptors.before + 1);
+    EXPECT_EQ(open_descriptors(), descriptors.before);
+}
+
+class names_in_a_volume : public discovery {
+protected:
+    names_in_a_volume() { make_empty_file(outside() + "/LUN_Extent_9"); }
+
+    // Beside the volumes; its name begins as the volume's does.
+    std::string outside() const { return volume() + "0"; }
+    void link(const std::string& to, const std::string& path) const {
+        make_directories(std::filesystem::path(path).parent_path());
+        std::filesystem::create_symlink(to, path);
+    }
+    std::vector<std::string> refusal(const std::string& path, const std::string& to) const {
+        return log_lines({"ERR: enum_all_vaai_luns(#) " + volume() + path +
+                          " leads out of the volume, to " + to + "\n"});
+    }
+};
+
+TEST_F(names_in_a_volume, a_name_with_a_line_end_fails_the_listing) {
+    const std::string search = "ERR: enum_all_vaai_luns(#) '/usr/bin/find " + volume();
+    // The second line of each is the name of a file outside.
+    make_empty_file(volume() + "/@iSCSITrg/a\n" + outside() + "/LUN_Extent_9");
+    EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
+    EXPECT_EQ(log_.lines(), log_lines({search + "/@iSCSITrg/' gave the line " + outside() +
+                                       "/LUN_Extent_9, no name below it\n"}));
+    EXPECT_EQ(entries(), names{});
+    std::filesystem::remove_all(volume() + "/@iSCSITrg");
+
+    log_.clear();
+    make_empty_file(volume() + "/@iSCSITrg/b\n../x_Extent_");
+    EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
+    EXPECT_EQ(log_.lines(), log_lines({search + "/@iSCSITrg/' gave the line ../x_Extent_, no "
+                                                "name below it\n"}));
+    std::filesystem::remove_all(volume() + "/@iSCSITrg");
+
+    // A line that is not kept counts as well.
+    log_.clear();
+    make_empty_file(volume() + "/@Snapshot/FAMILY_1\nplain\ttext");
+    EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
+    EXPECT_EQ(log_.lines(), log_lines({search + "/@Snapshot/' gave the line plain\\x09text, no "
+                                                "name below it\n"}));
+}
+
+TEST_F(names_in_a_volume, a_component_that_goes_up_is_no_name_below) {
+    make_empty_file(volume() + "/@Snapshot/.../FAMILY_1");
+    make_empty_file(volume() + "/@Snapshot/..FAMILY_2");
+    EXPECT_EQ(enum_all_vaai_luns(&list_), 0);  // neither goes up
+    EXPECT_EQ(entries(), (names{"0 /@Snapshot/.../FAMILY_1"}));
+    std::filesystem::remove_all(volume() + "/@Snapshot");
+
+    make_empty_file(volume() + "/@Snapshot/..\nFAMILY_3");
+    EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
+    EXPECT_EQ(log_.lines(), log_lines({"ERR: enum_all_vaai_luns(#) '/usr/bin/find " + volume() +
+                                       "/@Snapshot/' gave the line " + volume() +
+                                       "/@Snapshot/.., no name below it\n"}));
+}
+
+TEST_F(names_in_a_volume, a_link_to_a_file_outside_fails_the_listing) {
+    link(outside() + "/LUN_Extent_9", volume() + "/@Snapshot/FAMILY_9");
+    EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
+    EXPECT_EQ(log_.lines(), refusal("/@Snapshot/FAMILY_9", outside() + "/LUN_Extent_9"));
+}
+
+TEST_F(names_in_a_volume, a_linked_directory_fails_the_listing) {
+    link(outside(), volume() + "/@iSCSITrg");
+    EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
+    EXPECT_EQ(log_.lines(), refusal("/@iSCSITrg/LUN_Extent_9", outside() + "/LUN_Extent_9"));
+}
+
+TEST_F(names_in_a_volume, the_volume_s_own_maps_may_not_lead_out_either) {
+    for (const char* name : {"EP_BUF", "EP_ROD"}) {
+        log_.clear();
+        const std::string path = std::string("/@EP/") + name;
+        link(outside() + "/LUN_Extent_9", volume() + path);
+        EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
+        std::vector<std::string> expected = refusal(path, outside() + "/LUN_Extent_9");
+        expected.push_back("ERR: enum_all_vaai_luns(#) fail to add " + volume() + path + "\n");
+        EXPECT_EQ(log_.lines(), expected);
+        std::filesystem::remove(volume() + path);
+    }
+}
+
+TEST_F(names_in_a_volume, links_inside_and_a_linked_volume_are_fine) {
+    make_empty_file(volume() + "/@iSCSITrg/LUN_Extent_1");
+    link("../@iSCSITrg/LUN_Extent_1", volume() + "/@Snapshot/FAMILY_1");
+    const std::string linked = volumes_.root() + "/volume7";
+    std::filesystem::create_directory_symlink(volume(), linked);
+    snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", linked.c_str());
+    EXPECT_EQ(enum_all_vaai_luns(&list_), 0);
+    EXPECT_EQ(entries(), (names{"0 " + linked + "/@iSCSITrg/LUN_Extent_1",
+                                "0 " + linked + "/@Snapshot/FAMILY_1"}));
+    EXPECT_EQ(log_.lines(), log_lines({}));
+}
+
+TEST_F(names_in_a_volume, a_link_to_nothing_is_left_to_the_load) {
+    link(outside() + "/absent", volume() + "/@Snapshot/FAMILY_1");
+    EXPECT_EQ(enum_all_vaai_luns(&list_), 0);
+    EXPECT_EQ(entries(), (names{"0 /@Snapshot/FAMILY_1"}));
+}
+
+TEST_F(names_in_a_volume, a_link_that_cannot_be_followed_fails_the_listing) {
+    link("FAMILY_1", volume() + "/@Snapshot/FAMILY_1");
+    EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
+    EXPECT_EQ(log_.lines(),
+              log_lines({"ERR: enum_all_vaai_luns(#) Fail to get the real path of " + volume() +
+                         "/@Snapshot/FAMILY_1: Too many levels of symbolic links\n"}));
+}
+
+// Without the ROD map, or the buffer, a rebuilt table would lack its references.
+TEST_F(names_in_a_volume, a_buffer_or_rod_map_of_unknown_status_fails_the_listing) {
+    for (const char* directory : {"@iSCSITrg", "@EP_trash", "@Snapshot"}) {
+        make_directories(volume() + "/" + directory);
+    }
+    make_empty_file(volume() + "/@EP/EP_BUF");
+    make_empty_file(volume() + "/@EP/EP_ROD");
+    const std::string failed = "ERR: enum_all_vaai_luns(#) Fail to get the status of " + volume();
+    // The real path of the volume; the status of the buffer and its real path; the ROD map's
+    // status.
+    const uint64_t of_buffer = 2;
+    const uint64_t of_rod = 4;
+    for (const uint64_t n : {of_buffer, of_rod}) {
+        log_.clear();
+        keep_journal_forget();
+        const io_fault_at fault(n, EIO, {io_call::stat});
+        EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
+        EXPECT_EQ(log_.lines(),
+                  log_lines({failed + (n == of_buffer ? "/@EP/EP_BUF" : "/@EP/EP_ROD") +
+                             ": Input/output error\n"}));
+        EXPECT_EQ(keep_journal_failures().count, 1u);
+    }
 }

@@ -56,7 +56,7 @@ protected:
     static int import_it(int32_t kind, const std::string& root) {
         tbl_ref_counts* counts = tbl_ref_counts_open(tarn_fri_set_init_bit);
         const int result = import_map(kind, root.c_str(), counts);
-        return tbl_ref_counts_close(counts) == 0 ? result : -1;
+        return finish_import(counts) == 0 ? result : -1;
     }
 
     sample_volumes volumes_;

@@ -1,5 +1,6 @@
 #include "jnl/jnl_block_cache.h"
 
+#include <cstring>
 #include <gtest/gtest.h>
 
 #include "jnl/jnl_block.h"
@@ -97,4 +98,27 @@ TEST_F(jnl_block_cache, never_keeps_what_there_was_something_to_say_about) {
         EXPECT_EQ(reads_of(n), 1u) << n;
         EXPECT_EQ(log_.lines(), first) << n;
     }
+}
+
+// The number after the highest is 0, which an empty place must not be taken for.
+TEST_F(jnl_block_cache, the_highest_number_is_not_found_before_it_was_kept) {
+    constexpr uint64_t HIGHEST = ~uint64_t{0};
+    const jnl_block_cache_scope scope;
+    jnl_block block = {};
+    EXPECT_FALSE(jnl_block_cache_get(HIGHEST, &block));
+    history_.load();
+    EXPECT_FALSE(jnl_block_cache_get(HIGHEST, &block));
+}
+
+TEST_F(jnl_block_cache, the_highest_number_is_kept_like_any_other) {
+    constexpr uint64_t HIGHEST = ~uint64_t{0};
+    const jnl_block_cache_scope scope;
+    const raw_block kept = recording(0x8001);
+    jnl_block put;
+    memcpy(&put, kept.data(), sizeof put);
+    jnl_block_cache_put(HIGHEST, &put);
+    jnl_block block = {};
+    EXPECT_TRUE(jnl_block_cache_get(HIGHEST, &block));
+    EXPECT_EQ(hex_of(block), hex_of(put));
+    EXPECT_FALSE(jnl_block_cache_get(HIGHEST % SAME_PLACE, &block));
 }

@@ -268,7 +268,7 @@ protected:
         stdout_capture out;
         tbl_ref_counts* counts = tbl_ref_counts_open(tarn_fri_set_init_bit);
         const int result = import_map(MAP_KIND_LUN, root().c_str(), counts);
-        EXPECT_EQ(tbl_ref_counts_close(counts), 0);
+        EXPECT_EQ(finish_import(counts), 0);
         return {result, out.text(), log_.lines()};
     }
 

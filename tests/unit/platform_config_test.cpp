@@ -43,7 +43,7 @@ protected:
     }
     static std::string enumerated() {
         ORBASpaceInfo* list = nullptr;
-        EXPECT_GE(ORBASpaceInfoEnum(1, &list), 0);
+        EXPECT_EQ(ORBASpaceInfoEnum(1, &list), ORBA_SPACES_NAMED);
         std::string text;
         for (const ORBASpaceInfo* space = list; space != nullptr; space = space->next) {
             text += std::string(space->mount_path) + "\n";
@@ -167,6 +167,13 @@ TEST_F(platform_calls, configured_volumes_come_in_their_order) {
     ORBASpaceInfoFree(nullptr);
 }
 
+TEST_F(platform_calls, volumes_that_were_found_are_not_called_named) {
+    configure("journal_root = /root\n");
+    ORBASpaceInfo* list = nullptr;
+    EXPECT_EQ(ORBASpaceInfoEnum(1, &list), 0);
+    ORBASpaceInfoFree(list);
+}
+
 TEST_F(platform_calls, the_mount_of_a_writable_directory_is_writable) {
     ORBAMountVolInfo info = {};
     EXPECT_GE(ORBAMountVolInfoGet(dir.path().c_str(), &info), 0);
@@ -199,6 +206,43 @@ TEST_F(platform_calls, the_extent_size_is_configured_or_the_table_s) {
     }
     EXPECT_EQ(truncate(table.c_str(), 71), 0);
     EXPECT_LT(ORBAiSCSIVAAIExtentSizeAndShiftGet(dir.path().c_str(), &size, &shift), 0);
+}
+
+// A hole of the configured size would reach into the neighbours of an extent of the table's.
+TEST_F(platform_calls, an_extent_size_that_contradicts_the_table_is_refused) {
+    make_directories(dir.file("@EP"));
+    const std::string table = dir.file("@EP/EP_TBL");
+    make_tbl(table, uuid_of(1));  // one mebibyte
+    uint32_t size = 7;
+    uint32_t shift = 7;
+    const auto asked = [&] {
+        return ORBAiSCSIVAAIExtentSizeAndShiftGet(dir.path().c_str(), &size, &shift);
+    };
+    configure("extent_shift = 22\n");
+    const log_capture log;
+    EXPECT_LT(asked(), 0);
+    EXPECT_EQ(log.lines(),
+              log_lines({"extent_shift = 22, but the table of " + dir.path() + " says 20\n"}));
+    EXPECT_EQ(size, 7U);
+    EXPECT_EQ(shift, 7U);
+    configure("extent_shift = 20\n");
+    EXPECT_GE(asked(), 0);
+    EXPECT_EQ(shift, 20U);
+    configure("extent_shift = 22\n");
+    for (const uint32_t no_size :
+         {0U, 256U, 1048577U, 0x80000000U}) {  // says nothing to contradict
+        write_file_bytes(table, 68, &no_size, sizeof no_size);
+        EXPECT_GE(asked(), 0) << no_size;
+        EXPECT_EQ(shift, 22U);
+        EXPECT_EQ(size, 4194304U);
+    }
+    for (const uint32_t range_end : {512U, 1073741824U}) {
+        write_file_bytes(table, 68, &range_end, sizeof range_end);
+        EXPECT_LT(asked(), 0) << range_end;
+    }
+    EXPECT_EQ(truncate(table.c_str(), 71), 0);  // cannot be read
+    EXPECT_GE(asked(), 0);
+    EXPECT_EQ(log.lines().size(), 3U);
 }
 
 TEST_F(platform_calls, a_pipe_in_the_table_s_place_is_not_waited_for) {

@@ -14,6 +14,7 @@
 #include "cli/punch.h"
 #include "fri/fri_file.h"
 #include "options.h"
+#include "store/keep_journal.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
 #include "support/roads.h"
@@ -183,6 +184,7 @@ TEST_F(punch, of_all_groups_is_empty_when_a_later_group_cannot_be_read) {
     EXPECT_EQ(dat_cal_end_lpa(root().c_str(), true, 0, 0), 0);
     EXPECT_TRUE(out.text().ends_with(" 0/0 (Success/Planned), lpa from '0' to '0'\n"));
     EXPECT_TRUE(log_.has("ERR: dat_cal_end_lpa(#) Fail to read fri entry, group_num 1\n"));
+    EXPECT_EQ(keep_journal_failures().count, 1u);  // an empty range is no answer to that
 }
 
 TEST_F(punch, of_all_groups_ends_at_the_index_s_group_count) {
@@ -191,6 +193,18 @@ TEST_F(punch, of_all_groups_ends_at_the_index_s_group_count) {
     set_fri_word(fri(), 1, uint64_t{1} << 63);
     EXPECT_EQ(punch_range(true, 0, 0), 0);
     EXPECT_TRUE(text_.ends_with(" lpa from '0' to '4096'\n")) << text_;
+}
+
+TEST_F(punch, stops_at_a_hole_that_the_file_system_refuses) {
+    ASSERT_EQ(load_tbl(tbl().c_str()), 0);
+    stdout_capture out;
+    const io_fault_at fault(2, EOPNOTSUPP, {io_call::allocate});
+    EXPECT_EQ(dat_cal_end_lpa(root().c_str(), false, 0, 6), -1);
+    EXPECT_EQ(out.text(),
+              "TARN_INFO: There are '1' DAT files\n"
+              "TARN_INFO: Fail to punch offset '5242880' in'0' DAT file\n");
+    EXPECT_TRUE(extent_is(1, 0));
+    EXPECT_TRUE(extent_is(4, 0xd5));
 }
 
 TEST_F(punch, stops_at_an_entry_of_the_table_that_cannot_be_read) {
@@ -301,6 +315,14 @@ TEST_F(punch_command, refuses_negative_numbers) {
               log_lines({"ERR: punch_hole(#) Offset should equal or greater than zero\n",
                          "ERR: punch_hole(#) Length should equal or greater than zero\n"}));
     EXPECT_EQ(text_, "");
+}
+
+TEST_F(punch_command, logs_a_path_that_it_cuts) {
+    const std::string path = "/volume1/" + std::string(4086, 'x');
+    EXPECT_EQ(run({"-p", path}, "YES\n"), -1);
+    EXPECT_FALSE(log_.has("cut to"));
+    EXPECT_EQ(run({"-p", path + "x"}, "YES\n"), -1);
+    EXPECT_TRUE(log_.has("ERR: punch_hole(#) path is cut to 4095 characters\n"));
 }
 
 TEST_F(punch_command, refuses_options_without_their_argument) {

@@ -30,7 +30,7 @@ protected:
 
     void add(uint64_t lpa, unsigned times) {
         for (unsigned i = 0; i < times; i++) {
-            ASSERT_EQ(tbl_ref_counts_add(counts_, lpa), ref_result::counted);
+            ASSERT_EQ(tbl_ref_counts_add(counts_, lpa, 0), ref_result::counted);
         }
     }
     void set(uint64_t lpa, uint16_t word) { set_tbl_word(other_.path(), lpa, word); }
