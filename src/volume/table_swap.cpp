@@ -103,6 +103,11 @@ static bool describe(const char* name, const char* path, char* line) {
     return true;
 }
 
+// A file that is absent or unreadable has none.
+static bool has_uuid(const char* line) {
+    return strchr(line, ' ') != strrchr(line, ' ');
+}
+
 static bool has_line(const table_swap* swap, const char* line) {
     const char* at = strstr(swap->text, line);
     return at != nullptr && at != swap->text && at[-1] == '\n';
@@ -162,6 +167,10 @@ static int form_text(table_swap* swap) {
         if (!describe(file.rebuilt_name, file.rebuilt, line)) {
             return -1;
         }
+        if (!has_uuid(line)) {
+            log_err_as(REPAIR, "Fail to read the rebuilt %s\n", file.rebuilt);
+            return -1;
+        }
         append(swap, line);
     }
     char last[LAST_LINE_SIZE];
@@ -200,7 +209,7 @@ static rebuilt_place find_rebuilt(const table_swap* swap, const swap_file* file)
     if (S_ISREG(found->status.st_mode) && !describe(file->rebuilt_name, path, line)) {
         return rebuilt_place::unknown;
     }
-    if (strstr(line, " unreadable") != nullptr || line[0] == '\0' || !has_line(swap, line)) {
+    if (!has_uuid(line) || !has_line(swap, line)) {
         log_err_as(REPAIR, "%s is not the rebuilt file that %s names and stays as it is\n", path,
                    swap->marker);
         return rebuilt_place::unknown;
