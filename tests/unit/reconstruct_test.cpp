@@ -83,6 +83,66 @@ TEST_F(reconstruct, gives_a_lost_index_the_uuid_of_the_data_file) {
               std::string::npos);
 }
 
+// The place of an index's third node: unused in a table, and read with its uuid.
+TEST_F(reconstruct, keeps_the_uuid_of_a_table_with_damage_in_its_unused_bytes) {
+    write_file_bytes(live("EP_TBL"), 4100, "x", 1);
+    stdout_capture out;
+    EXPECT_EQ(do_reconstruct_volume(), 0);
+    EXPECT_EQ(uuid_in(fix("EP_TBL")), uuid_of(0x11));
+    EXPECT_EQ(uuid_in(fix("EP_FRI")), uuid_of(0x11));
+    EXPECT_EQ(out.text().find("uuid:"), std::string::npos);
+}
+
+TEST_F(reconstruct, gives_a_damaged_index_the_uuid_of_the_table) {
+    write_file_bytes(live("EP_FRI"), 30, "x", 1);
+    stdout_capture out;
+    EXPECT_EQ(do_reconstruct_volume(), 0);
+    EXPECT_EQ(uuid_in(fix("EP_TBL")), uuid_of(0x11));
+    EXPECT_EQ(uuid_in(fix("EP_FRI")), uuid_of(0x11));
+    EXPECT_EQ(out.text().find("uuid:"), std::string::npos);
+}
+
+// Whichever it is: the rebuild fails, or both files have the volume's uuid.
+TEST_F(reconstruct, makes_up_no_uuid_after_a_single_failing_call) {
+    for (const io_call kind : {io_call::read, io_call::open, io_call::stat, io_call::seek}) {
+        uint64_t rebuilt = 0;
+        for (uint64_t n = 1; n <= 12; n++) {
+            fs::remove_all(root() + "/@EP_FIX");
+            stdout_capture out;
+            const io_fault_at fault(n, EIO, {kind});
+            if (do_reconstruct_volume() != 0) {
+                EXPECT_FALSE(file_exists(root() + "/@EP_FIX"));
+                continue;
+            }
+            rebuilt++;
+            EXPECT_EQ(uuid_in(fix("EP_TBL")), uuid_of(0x11)) << n;
+            EXPECT_EQ(uuid_in(fix("EP_FRI")), uuid_of(0x11)) << n;
+        }
+        EXPECT_GT(rebuilt, 0u) << static_cast<int>(kind);
+    }
+}
+
+TEST_F(reconstruct, takes_no_file_for_lost_that_the_system_does_not_speak_of) {
+    uint64_t stats = 0;
+    {
+        stdout_capture out;
+        const io_fault_at count(0, 0, {io_call::stat});
+        ASSERT_EQ(do_reconstruct_volume(), 0);
+        stats = count.calls();
+    }
+    // The last two: whether the live index, and the live table, are gone.
+    for (const uint64_t n : {stats - 1, stats}) {
+        fs::remove_all(root() + "/@EP_FIX");
+        log_.clear();
+        stdout_capture out;
+        const io_fault_at fault(n, EIO, {io_call::stat});
+        EXPECT_EQ(do_reconstruct_volume(), -1);
+        EXPECT_TRUE(log_.has("ERR: do_reconstruct_volume(#) Fail to get the status of " +
+                             live(n == stats ? "EP_TBL" : "EP_FRI") + ": Input/output error\n"));
+        EXPECT_EQ(out.text().find("uuid:"), std::string::npos);
+    }
+}
+
 TEST_F(reconstruct, without_the_first_data_file_creates_nothing) {
     unlink(dat().c_str());
     make_dat(live("EP_DAT_00001"), 0x77, 0);
