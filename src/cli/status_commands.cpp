@@ -7,6 +7,7 @@
 #include "options.h"
 #include "store/log.h"
 #include "volume/journal_state.h"
+#include "volume/run_lock.h"
 #include "volume/volume_paths.h"
 
 // 0 when the open journal is not marked bad, else -1.
@@ -66,7 +67,9 @@ int vaai_status_set(int argc, char** argv, const char* word) {
     if (parse_sub_options(argc, argv) != 0 || prepare_jnl_path() != 0) {
         return -1;
     }
-    if (tarn_set_journal_status(status) != 0) {
+    run_lock_scope held;
+    if (run_lock_journal(&held.lock, opt_ctx.jnlpath, nullptr) == 0 &&
+        tarn_set_journal_status(status) != 0) {
         log_err("Fail to set journal %s BAD\n", opt_ctx.jnlpath);  // whatever the status
     }
     return -1;  // also when it was set, deliberate
