@@ -231,7 +231,7 @@ static bool always(const cut_case&) {
     return true;
 }
 
-static const std::vector<cut_form> forms = {
+static constexpr cut_form forms[] = {
     {"startup-replay", crashed, "--startup-replay", judge_startup_replay, always},
     {"rpvjnl", crashed, "--rpvjnl", judge_rpvjnl, always},
     {"onekeycheck", crashed, "--onekeycheck", judge_onekeycheck, always},
@@ -249,6 +249,6 @@ static const std::vector<cut_form> forms = {
     {"reconstruct", noisy, "--reconstruct --volpath {w}/volume1", judge_reconstruct, always},
 };
 
-const std::vector<cut_form>& cut_forms() {
+std::span<const cut_form> cut_forms() {
     return forms;
 }

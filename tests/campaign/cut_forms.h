@@ -3,8 +3,8 @@
 #pragma once
 
 #include <map>
+#include <span>
 #include <string>
-#include <vector>
 
 #include "campaign/samples.h"
 
@@ -29,4 +29,4 @@ struct cut_form {
     // Whether the run that follows on this state may be cut as well.
     bool (*goes_on)(const cut_case& cut);
 };
-const std::vector<cut_form>& cut_forms();
+std::span<const cut_form> cut_forms();

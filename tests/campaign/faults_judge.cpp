@@ -1,20 +1,9 @@
 #include "campaign/faults_judge.h"
 
-#include <cstring>
+#include "campaign/known_results.h"
 
 static constexpr const char* JOURNAL = "journal/EP_JNL";
 static constexpr size_t LINES_MORE = 200;
-
-// Results that stay as they are although a call failed, each with the reason why.
-struct known_result {
-    const char* command;  // begins with
-    const char* result;   // begins with
-    const char* hit;      // is in "KIND PATH" of the call that failed
-    const char* reason;
-};
-static constexpr known_result known_results[] = {
-    {"search", "V3", "", "a display that was reached counts as done"},
-};
 
 using tree_lines = std::map<std::string, std::string>;
 
@@ -29,7 +18,8 @@ static bool ends_with(const std::string& text, const std::string& end) {
 
 // The journal is gone and its directory may bring it back: the run says so, and fails.
 static bool only_journal_may_return(const observed& got) {
-    return got.run.hit.rfind("sync ", 0) == 0 && ends_with(got.run.hit, "/journal");
+    return got.run.status != 0 && got.run.hit.rfind("sync ", 0) == 0 &&
+           ends_with(got.run.hit, "/journal");
 }
 
 static std::string lost_journal(const observed& undisturbed, const observed& got) {
@@ -81,26 +71,15 @@ static std::string misbehaved(const observed& undisturbed, const observed& got) 
     return got.run.log.size() > undisturbed.run.log.size() + LINES_MORE ? "V4 floods the log" : "";
 }
 
-static const known_result* known(const command_form& form, const std::string& result,
-                                 const observed& got) {
-    for (const known_result& row : known_results) {
-        if (strncmp(form.name, row.command, strlen(row.command)) == 0 &&
-            result.rfind(row.result, 0) == 0 && got.run.hit.find(row.hit) != std::string::npos) {
-            return &row;
-        }
-    }
-    return nullptr;
-}
-
 verdict judge(const command_form& form, const tree_lines& before, const observed& undisturbed,
               const observed& got) {
     for (const std::string& result :
          {misbehaved(undisturbed, got), lost_journal(undisturbed, got), lost_table(before, got),
           wrong_success(form, undisturbed, got)}) {
         if (!result.empty()) {
-            const known_result* row = known(form, result, got);
-            return row != nullptr ? verdict{std::string("known: ") + row->reason, false}
-                                  : verdict{result, true};
+            const char* reason = known_reason(form, result, undisturbed, got);
+            return reason != nullptr ? verdict{std::string("known: ") + reason, false}
+                                     : verdict{result, true};
         }
     }
     if (got.run.hit.empty()) {

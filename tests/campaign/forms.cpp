@@ -5,7 +5,7 @@ using enum sample_kind;
 static constexpr const char* NOTHING = "";
 
 // clang-format off: a form a line
-static const std::vector<command_form> forms = {
+static constexpr command_form forms[] = {
     {"startup-replay", crashed, "--startup-replay", 0, OUTPUT | OFTEN, NOTHING},
     {"startup-replay", read_only, "--startup-replay", 0, OUTPUT | OFTEN, NOTHING},
     {"startup-replay", clean, "--startup-replay", 0, OUTPUT | OFTEN, NOTHING},
@@ -20,11 +20,11 @@ static const std::vector<command_form> forms = {
     {"set-status", clean, "--set-status abnormal --jnlpath {j}", 255, PLAIN, NOTHING},
     {"vaaick", crashed, "--vaaick log", 0, OUTPUT, NOTHING},
     {"vaaick", clean, "--vaaick nolog --jnlpath {j}", 0, OUTPUT, NOTHING},
-    {"ckjnl fri", clean, "--ckjnl fri --fripath {f} --jnlpath {j}", 0, OUTPUT, NOTHING},
-    {"ckjnl tbl", clean, "--ckjnl tbl --tblpath {t} --jnlpath {j}", 0, OUTPUT, NOTHING},
-    {"ckjnl map", clean, "--ckjnl map --mappath {m} --jnlpath {j}", 0, OUTPUT, NOTHING},
-    {"ckjnl vol", clean, "--ckjnl vol --volpath {v} --jnlpath {j}", 0, OUTPUT, NOTHING},
-    {"ckvjnl", clean, "--ckvjnl", 0, OUTPUT, NOTHING},
+    {"ckjnl fri", clean, "--ckjnl fri --fripath {f} --jnlpath {j}", ANY, OUTPUT, NOTHING},
+    {"ckjnl tbl", clean, "--ckjnl tbl --tblpath {t} --jnlpath {j}", ANY, OUTPUT, NOTHING},
+    {"ckjnl map", clean, "--ckjnl map --mappath {m} --jnlpath {j}", ANY, OUTPUT, NOTHING},
+    {"ckjnl vol", clean, "--ckjnl vol --volpath {v} --jnlpath {j}", ANY, OUTPUT, NOTHING},
+    {"ckvjnl", clean, "--ckvjnl", ANY, OUTPUT, NOTHING},
     {"metack", clean, "--metack --fripath {f} --tblpath {t} --jnlpath {j}", 0, OUTPUT, NOTHING},
     {"freeck", clean, "--freeck --fripath {f} --tblpath {t}", 0, OUTPUT, NOTHING},
     {"freeck", worn, "--freeck --fripath {f} --tblpath {t}", 255, OUTPUT, NOTHING},
@@ -78,6 +78,6 @@ static const std::vector<command_form> forms = {
 };
 // clang-format on
 
-const std::vector<command_form>& command_forms() {
+std::span<const command_form> command_forms() {
     return forms;
 }

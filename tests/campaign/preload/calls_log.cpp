@@ -12,7 +12,7 @@
 static constexpr unsigned LINES_MAX = 5000;  // enough to see that a log is flooded
 static constexpr time_t NOW = 1700000000;
 
-static void take_line(int priority, const char* format, va_list arguments) {
+static void take_line(const char* format, va_list arguments) {
     static const int file = getenv(PRELOAD_LOG) != nullptr ? own_open(getenv(PRELOAD_LOG)) : -1;
     static unsigned lines = 0;
     char line[8192];
@@ -25,7 +25,6 @@ static void take_line(int priority, const char* format, va_list arguments) {
     if (end == 0 || line[end - 1] != '\n') {
         line[end++] = '\n';
     }
-    (void)priority;
     own_write(file, line, end);
 }
 
@@ -33,7 +32,7 @@ static void pass_on(int priority, const char* format, va_list arguments) {
     static const auto next = next_of<void(int, const char*, va_list)>("vsyslog");
     const int before = errno;
     if (in_program_under_test()) {
-        take_line(priority, format, arguments);
+        take_line(format, arguments);
     } else {
         next(priority, format, arguments);
     }
