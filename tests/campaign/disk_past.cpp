@@ -119,12 +119,14 @@ static void take_truncation(const operation& op, size_t at, disk_node* file) {
 static bool rename_file(name_map* names, const name_change& change) {
     const auto from = names->find(change.path);
     const auto to = names->find(change.other);
-    if (from == names->end() || (to != names->end() && to->second == from->second)) {
-        return false;  // two names of one file: such a rename does nothing
+    if (from == names->end()) {
+        return false;
     }
     const node_ref file = from->second;
-    names->erase(from);
-    (*names)[change.other] = file;
+    if (to == names->end() || to->second != file) {  // of two names of one file both stay
+        names->erase(from);
+        (*names)[change.other] = file;
+    }
     return true;
 }
 

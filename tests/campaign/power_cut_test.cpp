@@ -38,7 +38,7 @@ protected:
         const std::vector<uint8_t> bytes(length, static_cast<uint8_t>(byte));
         run_.operations.push_back({op_kind::write, file, offset, "", "", bytes});
     }
-    // The states with nothing lost, with everything, and with what the answer says.
+    // Builds the state with what the answers leave, with nothing lost, or with everything lost.
     void keep(const fate& decide) {
         fs::remove_all(place_.file("state"));
         disk_past past = past_of(run_, run_.operations.size());
@@ -218,6 +218,14 @@ TEST_F(cut_state, a_link_that_takes_the_place_of_a_name_leaves_one_of_them_in_ev
         EXPECT_EQ(bytes_at("v/d/a", 0, 1), "a") << kept;
         EXPECT_EQ(bytes_at("v/d/b", 0, 1), kept == 3 ? "a" : "b") << kept;
     }
+}
+
+TEST_F(cut_state, a_rename_between_two_names_of_one_file_leaves_both) {
+    add(op_kind::link, "v/d/a", "v/d/c");
+    add(op_kind::rename, "v/d/c", "v/d/a");
+    keep_all();
+    EXPECT_EQ(files(), (names{"v/d/a", "v/d/b", "v/d/c"}));
+    EXPECT_EQ(bytes_at("v/d/a", 0, 1), "a");
 }
 
 TEST_F(cut_state, an_unlinked_name_comes_back_until_its_directory_is_synced) {
