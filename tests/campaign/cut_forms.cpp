@@ -233,6 +233,8 @@ static bool always(const cut_case&) {
 
 static constexpr cut_form forms[] = {
     {"startup-replay", crashed, "--startup-replay", judge_startup_replay, always},
+    {"startup-replay", read_only, "--startup-replay", judge_startup_replay, always},
+    {"startup-replay", lone_crashed, "--startup-replay", judge_startup_replay, always},
     {"rpvjnl", crashed, "--rpvjnl", judge_rpvjnl, always},
     {"onekeycheck", crashed, "--onekeycheck", judge_onekeycheck, always},
     {"onekeyrepair", lone, "--onekeyrepair --volpath {w}/volume1", judge_onekeyrepair,

@@ -16,8 +16,8 @@
 #include "system/support/shell.h"
 #include "system/support/tree.h"
 
-static constexpr uint64_t CUTS_A_FORM = 12;     // seeds that follow each other and share a form
-static constexpr uint64_t CUTS_A_SAMPLE = 240;  // and a sample: twice through all forms
+static constexpr uint64_t CUTS_A_FORM = 10;    // seeds that follow each other and share a form
+static constexpr uint64_t TURNS_A_SAMPLE = 2;  // all forms so many times, then other samples
 
 // A command on one sample, recorded to its end.
 struct recorded {
@@ -74,7 +74,7 @@ bool cut_driver::record(const cut_form* form, uint64_t sample_seed) {
 void cut_driver::prepare(uint64_t seed) {
     const std::span<const cut_form> forms = cut_forms();
     const cut_form* form = &forms[seed / CUTS_A_FORM % forms.size()];
-    uint64_t sample_seed = 1 + seed / CUTS_A_SAMPLE;
+    uint64_t sample_seed = 1 + seed / (CUTS_A_FORM * forms.size() * TURNS_A_SAMPLE);
     if (first_.form == form && first_.sample_seed % 1000000 == sample_seed) {
         return;
     }

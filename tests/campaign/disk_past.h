@@ -1,5 +1,5 @@
 // What a recorded run did to the files of a tree up to some moment: every value that each block,
-// size, permission and name has had, and how much of it a sync made certain. The rules stand in
+// size, permission and name has had, and how much of it a sync made certain. The rules are in
 // power_cut.h. Below: recording.h. Above: power_cut.cpp.
 #pragma once
 

@@ -4,7 +4,7 @@
 // What a sync covers: one of a file its bytes, size and permissions, and no name; one of a
 // directory the names in it at that moment, and whatever made the file that has a name there; one
 // of a file system all of it. A volume, and the journal's directory, is a file system of its own.
-// A rename stands or falls as a whole, with the directory of the new name.
+// A rename is kept or lost as a whole, with the directory of the new name.
 //
 // What may be missing, each on its own: a 512-byte block, or any number of its last changes; the
 // last changes of a file's size or permissions; a change of a name. A change whose file is not

@@ -9,7 +9,7 @@
 #include "campaign/preload/call_kinds.h"
 
 struct run_setup {
-    std::string words;          // the command line behind the program's name, without quotes
+    std::string words;          // the command line after the program's name, without quotes
     std::string configuration;  // path of the platform configuration
     std::string input;          // standard input
     std::string fault;          // as PRELOAD_FAULT, empty: none

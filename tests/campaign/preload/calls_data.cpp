@@ -60,7 +60,7 @@ static off_t place_of(int fd) {
     return syscall(SYS_lseek, fd, 0, SEEK_CUR);
 }
 
-// Both kinds of write; `at` -1: where the descriptor stands.
+// Both kinds of write; `at` -1: at the descriptor's position.
 template <class Call>
 static ssize_t guarded_write(int fd, const void* bytes, size_t len, off_t at, Call call) {
     const fault_verdict verdict = next_fault(call_kind::write, {nullptr, fd});
@@ -83,7 +83,7 @@ static ssize_t guarded_write(int fd, const void* bytes, size_t len, off_t at, Ca
 
 extern "C" {
 
-int on_open(const char* path, int flags, ...) STANDS_IN_FOR(open);
+int on_open(const char* path, int flags, ...) REPLACES(open);
 int on_open(const char* path, int flags, ...) {
     va_list rest;
     va_start(rest, flags);
@@ -93,7 +93,7 @@ int on_open(const char* path, int flags, ...) {
 }
 int on_open64(const char* path, int flags, ...) ALSO_KNOWN_AS("open", open64);
 
-int on_openat(int directory, const char* path, int flags, ...) STANDS_IN_FOR(openat);
+int on_openat(int directory, const char* path, int flags, ...) REPLACES(openat);
 int on_openat(int directory, const char* path, int flags, ...) {
     va_list rest;
     va_start(rest, flags);
@@ -103,19 +103,19 @@ int on_openat(int directory, const char* path, int flags, ...) {
 }
 int on_openat64(int directory, const char* path, int flags, ...) ALSO_KNOWN_AS("openat", openat64);
 
-int on_open_2(const char* path, int flags) STANDS_IN_FOR(__open_2);
+int on_open_2(const char* path, int flags) REPLACES(__open_2);
 int on_open_2(const char* path, int flags) {
     return guarded_open(AT_FDCWD, path, flags, 0);
 }
 int on_open64_2(const char* path, int flags) ALSO_KNOWN_AS("__open_2", __open64_2);
-int on_openat_2(int directory, const char* path, int flags) STANDS_IN_FOR(__openat_2);
+int on_openat_2(int directory, const char* path, int flags) REPLACES(__openat_2);
 int on_openat_2(int directory, const char* path, int flags) {
     return guarded_open(directory, path, flags, 0);
 }
 int on_openat64_2(int directory, const char* path, int flags)
     ALSO_KNOWN_AS("__openat_2", __openat64_2);
 
-ssize_t on_read(int fd, void* bytes, size_t len) STANDS_IN_FOR(read);
+ssize_t on_read(int fd, void* bytes, size_t len) REPLACES(read);
 ssize_t on_read(int fd, void* bytes, size_t len) {
     static const auto next = next_of<ssize_t(int, void*, size_t)>("read");
     const fault_verdict verdict = next_fault(call_kind::read, {nullptr, fd});
@@ -125,12 +125,12 @@ ssize_t on_read(int fd, void* bytes, size_t len) {
     }
     return next(fd, bytes, allowed(verdict, len));
 }
-ssize_t on_read_chk(int fd, void* bytes, size_t len, size_t) STANDS_IN_FOR(__read_chk);
+ssize_t on_read_chk(int fd, void* bytes, size_t len, size_t) REPLACES(__read_chk);
 ssize_t on_read_chk(int fd, void* bytes, size_t len, size_t) {
     return on_read(fd, bytes, len);
 }
 
-ssize_t on_pread(int fd, void* bytes, size_t len, off_t offset) STANDS_IN_FOR(pread);
+ssize_t on_pread(int fd, void* bytes, size_t len, off_t offset) REPLACES(pread);
 ssize_t on_pread(int fd, void* bytes, size_t len, off_t offset) {
     static const auto next = next_of<ssize_t(int, void*, size_t, off_t)>("pread");
     const fault_verdict verdict = next_fault(call_kind::read, {nullptr, fd});
@@ -141,21 +141,20 @@ ssize_t on_pread(int fd, void* bytes, size_t len, off_t offset) {
     return next(fd, bytes, allowed(verdict, len), offset);
 }
 ssize_t on_pread64(int fd, void* bytes, size_t len, off_t offset) ALSO_KNOWN_AS("pread", pread64);
-ssize_t on_pread_chk(int fd, void* bytes, size_t len, off_t offset, size_t)
-    STANDS_IN_FOR(__pread_chk);
+ssize_t on_pread_chk(int fd, void* bytes, size_t len, off_t offset, size_t) REPLACES(__pread_chk);
 ssize_t on_pread_chk(int fd, void* bytes, size_t len, off_t offset, size_t) {
     return on_pread(fd, bytes, len, offset);
 }
 ssize_t on_pread64_chk(int fd, void* bytes, size_t len, off_t offset, size_t)
     ALSO_KNOWN_AS("__pread_chk", __pread64_chk);
 
-ssize_t on_write(int fd, const void* bytes, size_t len) STANDS_IN_FOR(write);
+ssize_t on_write(int fd, const void* bytes, size_t len) REPLACES(write);
 ssize_t on_write(int fd, const void* bytes, size_t len) {
     static const auto next = next_of<ssize_t(int, const void*, size_t)>("write");
     return guarded_write(fd, bytes, len, -1, [&](size_t most) { return next(fd, bytes, most); });
 }
 
-ssize_t on_pwrite(int fd, const void* bytes, size_t len, off_t offset) STANDS_IN_FOR(pwrite);
+ssize_t on_pwrite(int fd, const void* bytes, size_t len, off_t offset) REPLACES(pwrite);
 ssize_t on_pwrite(int fd, const void* bytes, size_t len, off_t offset) {
     static const auto next = next_of<ssize_t(int, const void*, size_t, off_t)>("pwrite");
     return guarded_write(fd, bytes, len, offset,
@@ -164,7 +163,7 @@ ssize_t on_pwrite(int fd, const void* bytes, size_t len, off_t offset) {
 ssize_t on_pwrite64(int fd, const void* bytes, size_t len, off_t offset)
     ALSO_KNOWN_AS("pwrite", pwrite64);
 
-off_t on_lseek(int fd, off_t offset, int whence) STANDS_IN_FOR(lseek);
+off_t on_lseek(int fd, off_t offset, int whence) REPLACES(lseek);
 off_t on_lseek(int fd, off_t offset, int whence) {
     static const auto next = next_of<off_t(int, off_t, int)>("lseek");
     return guarded(call_kind::seek, {nullptr, fd}, off_t{-1},
@@ -172,7 +171,7 @@ off_t on_lseek(int fd, off_t offset, int whence) {
 }
 off_t on_lseek64(int fd, off_t offset, int whence) ALSO_KNOWN_AS("lseek", lseek64);
 
-int on_fsync(int fd) STANDS_IN_FOR(fsync);
+int on_fsync(int fd) REPLACES(fsync);
 int on_fsync(int fd) {
     static const auto next = next_of<int(int)>("fsync");
     return guarded_change(
@@ -181,7 +180,7 @@ int on_fsync(int fd) {
 }
 int on_fdatasync(int fd) ALSO_KNOWN_AS("fsync", fdatasync);
 
-int on_syncfs(int fd) STANDS_IN_FOR(syncfs);
+int on_syncfs(int fd) REPLACES(syncfs);
 int on_syncfs(int fd) {
     static const auto next = next_of<int(int)>("syncfs");
     return guarded_change(
@@ -189,7 +188,7 @@ int on_syncfs(int fd) {
         [&] { record_on_descriptor(op_kind::sync_all, fd, 0, nullptr, 0); });
 }
 
-int on_ftruncate(int fd, off_t size) STANDS_IN_FOR(ftruncate);
+int on_ftruncate(int fd, off_t size) REPLACES(ftruncate);
 int on_ftruncate(int fd, off_t size) {
     static const auto next = next_of<int(int, off_t)>("ftruncate");
     return guarded_change(
@@ -201,7 +200,7 @@ int on_ftruncate(int fd, off_t size) {
 int on_ftruncate64(int fd, off_t size) ALSO_KNOWN_AS("ftruncate", ftruncate64);
 
 // Not recorded: nothing that is cut punches holes.
-int on_fallocate(int fd, int mode, off_t offset, off_t len) STANDS_IN_FOR(fallocate);
+int on_fallocate(int fd, int mode, off_t offset, off_t len) REPLACES(fallocate);
 int on_fallocate(int fd, int mode, off_t offset, off_t len) {
     static const auto next = next_of<int(int, int, off_t, off_t)>("fallocate");
     return guarded(call_kind::allocate, {nullptr, fd}, -1,
@@ -210,7 +209,7 @@ int on_fallocate(int fd, int mode, off_t offset, off_t len) {
 int on_fallocate64(int fd, int mode, off_t offset, off_t len)
     ALSO_KNOWN_AS("fallocate", fallocate64);
 
-int on_fchmod(int fd, mode_t mode) STANDS_IN_FOR(fchmod);
+int on_fchmod(int fd, mode_t mode) REPLACES(fchmod);
 int on_fchmod(int fd, mode_t mode) {
     static const auto next = next_of<int(int, mode_t)>("fchmod");
     return guarded_change(
@@ -219,13 +218,13 @@ int on_fchmod(int fd, mode_t mode) {
 }
 
 // Not recorded: every file of a sample has one owner.
-int on_fchown(int fd, uid_t owner, gid_t group) STANDS_IN_FOR(fchown);
+int on_fchown(int fd, uid_t owner, gid_t group) REPLACES(fchown);
 int on_fchown(int fd, uid_t owner, gid_t group) {
     static const auto next = next_of<int(int, uid_t, gid_t)>("fchown");
     return guarded(call_kind::chown, {nullptr, fd}, -1, [&] { return next(fd, owner, group); });
 }
 
-int on_flock(int fd, int what) STANDS_IN_FOR(flock);
+int on_flock(int fd, int what) REPLACES(flock);
 int on_flock(int fd, int what) {
     static const auto next = next_of<int(int, int)>("flock");
     return guarded(call_kind::flock, {nullptr, fd}, -1, [&] { return next(fd, what); });

@@ -1,5 +1,5 @@
-// The system log, whose lines go to a file, and the clock, which stands still: the time that a file
-// was made is the same in every run, and so are its bytes.
+// The system log, whose lines go to a file, and the clock, which does not move: the time that a
+// file was made is the same in every run, and so are its bytes.
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -41,23 +41,23 @@ static void pass_on(int priority, const char* format, va_list arguments) {
 
 extern "C" {
 
-void on_vsyslog(int priority, const char* format, va_list arguments) STANDS_IN_FOR(vsyslog);
+void on_vsyslog(int priority, const char* format, va_list arguments) REPLACES(vsyslog);
 void on_vsyslog(int priority, const char* format, va_list arguments) {
     pass_on(priority, format, arguments);
 }
 void on_vsyslog_chk(int priority, int, const char* format, va_list arguments)
-    STANDS_IN_FOR(__vsyslog_chk);
+    REPLACES(__vsyslog_chk);
 void on_vsyslog_chk(int priority, int, const char* format, va_list arguments) {
     pass_on(priority, format, arguments);
 }
-void on_syslog(int priority, const char* format, ...) STANDS_IN_FOR(syslog);
+void on_syslog(int priority, const char* format, ...) REPLACES(syslog);
 void on_syslog(int priority, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
     pass_on(priority, format, arguments);
     va_end(arguments);
 }
-void on_syslog_chk(int priority, int, const char* format, ...) STANDS_IN_FOR(__syslog_chk);
+void on_syslog_chk(int priority, int, const char* format, ...) REPLACES(__syslog_chk);
 void on_syslog_chk(int priority, int, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
@@ -65,7 +65,7 @@ void on_syslog_chk(int priority, int, const char* format, ...) {
     va_end(arguments);
 }
 
-time_t on_time(time_t* out) STANDS_IN_FOR(time);
+time_t on_time(time_t* out) REPLACES(time);
 time_t on_time(time_t* out) {
     static const auto next = next_of<time_t(time_t*)>("time");
     const time_t now = in_program_under_test() ? NOW : next(nullptr);

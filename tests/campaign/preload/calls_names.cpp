@@ -1,4 +1,5 @@
 // Calls on names: stat, rename, link, unlink, directories, and the start of programs.
+#include <cstdio>
 #include <dirent.h>
 #include <spawn.h>
 #include <sys/statvfs.h>
@@ -14,11 +15,12 @@ static_assert(sizeof(struct dirent) == sizeof(struct dirent64));
 // The absolute form of a path below an open directory.
 struct full_path {
     full_path(int directory, const char* path) : text() {
-        if (path[0] != '/' && directory != AT_FDCWD) {
-            own_path_of(directory, text, sizeof text / 2);
-            strcat(text, "/");
+        char parent[4096] = "";
+        const bool relative = path[0] != '/' && directory != AT_FDCWD;
+        if (relative) {
+            own_path_of(directory, parent, sizeof parent);
         }
-        strncat(text, path, sizeof text / 2 - 1);
+        snprintf(text, sizeof text, "%s%s%s", parent, relative ? "/" : "", path);
     }
     char text[8192];
 };
@@ -29,7 +31,7 @@ static void note(op_kind kind, const char* path, const char* other = nullptr) {
 
 extern "C" {
 
-int on_fstatat(int directory, const char* path, struct stat* out, int flags) STANDS_IN_FOR(fstatat);
+int on_fstatat(int directory, const char* path, struct stat* out, int flags) REPLACES(fstatat);
 int on_fstatat(int directory, const char* path, struct stat* out, int flags) {
     static const auto next = next_of<int(int, const char*, struct stat*, int)>("fstatat");
     return guarded(call_kind::stat, {path, -1}, -1,
@@ -38,65 +40,65 @@ int on_fstatat(int directory, const char* path, struct stat* out, int flags) {
 int on_fstatat64(int directory, const char* path, struct stat* out, int flags)
     ALSO_KNOWN_AS("fstatat", fstatat64);
 
-int on_stat(const char* path, struct stat* out) STANDS_IN_FOR(stat);
+int on_stat(const char* path, struct stat* out) REPLACES(stat);
 int on_stat(const char* path, struct stat* out) {
     return on_fstatat(AT_FDCWD, path, out, 0);
 }
 int on_stat64(const char* path, struct stat* out) ALSO_KNOWN_AS("stat", stat64);
 
-int on_lstat(const char* path, struct stat* out) STANDS_IN_FOR(lstat);
+int on_lstat(const char* path, struct stat* out) REPLACES(lstat);
 int on_lstat(const char* path, struct stat* out) {
     return on_fstatat(AT_FDCWD, path, out, AT_SYMLINK_NOFOLLOW);
 }
 int on_lstat64(const char* path, struct stat* out) ALSO_KNOWN_AS("lstat", lstat64);
 
-int on_fstat(int fd, struct stat* out) STANDS_IN_FOR(fstat);
+int on_fstat(int fd, struct stat* out) REPLACES(fstat);
 int on_fstat(int fd, struct stat* out) {
     static const auto next = next_of<int(int, struct stat*)>("fstat");
     return guarded(call_kind::fstat, {nullptr, fd}, -1, [&] { return next(fd, out); });
 }
 int on_fstat64(int fd, struct stat* out) ALSO_KNOWN_AS("fstat", fstat64);
 
-int on_statvfs(const char* path, struct statvfs* out) STANDS_IN_FOR(statvfs);
+int on_statvfs(const char* path, struct statvfs* out) REPLACES(statvfs);
 int on_statvfs(const char* path, struct statvfs* out) {
     static const auto next = next_of<int(const char*, struct statvfs*)>("statvfs");
     return guarded(call_kind::statvfs, {path, -1}, -1, [&] { return next(path, out); });
 }
 int on_statvfs64(const char* path, struct statvfs* out) ALSO_KNOWN_AS("statvfs", statvfs64);
 
-int on_fstatvfs(int fd, struct statvfs* out) STANDS_IN_FOR(fstatvfs);
+int on_fstatvfs(int fd, struct statvfs* out) REPLACES(fstatvfs);
 int on_fstatvfs(int fd, struct statvfs* out) {
     static const auto next = next_of<int(int, struct statvfs*)>("fstatvfs");
     return guarded(call_kind::statvfs, {nullptr, fd}, -1, [&] { return next(fd, out); });
 }
 int on_fstatvfs64(int fd, struct statvfs* out) ALSO_KNOWN_AS("fstatvfs", fstatvfs64);
 
-int on_renameat(int from_dir, const char* from, int to_dir, const char* to) STANDS_IN_FOR(renameat);
+int on_renameat(int from_dir, const char* from, int to_dir, const char* to) REPLACES(renameat);
 int on_renameat(int from_dir, const char* from, int to_dir, const char* to) {
     static const auto next = next_of<int(int, const char*, int, const char*)>("renameat");
     return guarded_change(
         call_kind::rename, {from, -1}, [&] { return next(from_dir, from, to_dir, to); },
         [&] { note(op_kind::rename, full_path(from_dir, from).text, full_path(to_dir, to).text); });
 }
-int on_rename(const char* from, const char* to) STANDS_IN_FOR(rename);
+int on_rename(const char* from, const char* to) REPLACES(rename);
 int on_rename(const char* from, const char* to) {
     return on_renameat(AT_FDCWD, from, AT_FDCWD, to);
 }
 
 int on_linkat(int from_dir, const char* from, int to_dir, const char* to, int flags)
-    STANDS_IN_FOR(linkat);
+    REPLACES(linkat);
 int on_linkat(int from_dir, const char* from, int to_dir, const char* to, int flags) {
     static const auto next = next_of<int(int, const char*, int, const char*, int)>("linkat");
     return guarded_change(
         call_kind::link, {from, -1}, [&] { return next(from_dir, from, to_dir, to, flags); },
         [&] { note(op_kind::link, full_path(from_dir, from).text, full_path(to_dir, to).text); });
 }
-int on_link(const char* from, const char* to) STANDS_IN_FOR(link);
+int on_link(const char* from, const char* to) REPLACES(link);
 int on_link(const char* from, const char* to) {
     return on_linkat(AT_FDCWD, from, AT_FDCWD, to, 0);
 }
 
-int on_unlinkat(int directory, const char* path, int flags) STANDS_IN_FOR(unlinkat);
+int on_unlinkat(int directory, const char* path, int flags) REPLACES(unlinkat);
 int on_unlinkat(int directory, const char* path, int flags) {
     static const auto next = next_of<int(int, const char*, int)>("unlinkat");
     const bool is_directory = (flags & AT_REMOVEDIR) != 0;
@@ -107,40 +109,40 @@ int on_unlinkat(int directory, const char* path, int flags) {
             note(is_directory ? op_kind::rmdir : op_kind::unlink, full_path(directory, path).text);
         });
 }
-int on_unlink(const char* path) STANDS_IN_FOR(unlink);
+int on_unlink(const char* path) REPLACES(unlink);
 int on_unlink(const char* path) {
     return on_unlinkat(AT_FDCWD, path, 0);
 }
-int on_rmdir(const char* path) STANDS_IN_FOR(rmdir);
+int on_rmdir(const char* path) REPLACES(rmdir);
 int on_rmdir(const char* path) {
     return on_unlinkat(AT_FDCWD, path, AT_REMOVEDIR);
 }
 
-int on_mkdirat(int directory, const char* path, mode_t mode) STANDS_IN_FOR(mkdirat);
+int on_mkdirat(int directory, const char* path, mode_t mode) REPLACES(mkdirat);
 int on_mkdirat(int directory, const char* path, mode_t mode) {
     static const auto next = next_of<int(int, const char*, mode_t)>("mkdirat");
     return guarded_change(
         call_kind::mkdir, {path, -1}, [&] { return next(directory, path, mode); },
         [&] { note(op_kind::mkdir, full_path(directory, path).text); });
 }
-int on_mkdir(const char* path, mode_t mode) STANDS_IN_FOR(mkdir);
+int on_mkdir(const char* path, mode_t mode) REPLACES(mkdir);
 int on_mkdir(const char* path, mode_t mode) {
     return on_mkdirat(AT_FDCWD, path, mode);
 }
 
-DIR* on_opendir(const char* path) STANDS_IN_FOR(opendir);
+DIR* on_opendir(const char* path) REPLACES(opendir);
 DIR* on_opendir(const char* path) {
     static const auto next = next_of<DIR*(const char*)>("opendir");
     return guarded(call_kind::opendir, {path, -1}, static_cast<DIR*>(nullptr),
                    [&] { return next(path); });
 }
-DIR* on_fdopendir(int fd) STANDS_IN_FOR(fdopendir);
+DIR* on_fdopendir(int fd) REPLACES(fdopendir);
 DIR* on_fdopendir(int fd) {
     static const auto next = next_of<DIR*(int)>("fdopendir");
     return guarded(call_kind::opendir, {nullptr, fd}, static_cast<DIR*>(nullptr),
                    [&] { return next(fd); });
 }
-dirent* on_readdir(DIR* stream) STANDS_IN_FOR(readdir);
+dirent* on_readdir(DIR* stream) REPLACES(readdir);
 dirent* on_readdir(DIR* stream) {
     static const auto next = next_of<dirent*(DIR*)>("readdir");
     static const auto descriptor = next_of<int(DIR*)>("dirfd");
@@ -149,7 +151,7 @@ dirent* on_readdir(DIR* stream) {
 }
 dirent* on_readdir64(DIR* stream) ALSO_KNOWN_AS("readdir", readdir64);
 
-char* on_realpath(const char* path, char* out) STANDS_IN_FOR(realpath);
+char* on_realpath(const char* path, char* out) REPLACES(realpath);
 char* on_realpath(const char* path, char* out) {
     // The oldest version of this function takes no null for `out`.
     static const auto next =
@@ -158,19 +160,18 @@ char* on_realpath(const char* path, char* out) {
     return guarded(call_kind::realpath, {path, -1}, static_cast<char*>(nullptr),
                    [&] { return next != nullptr ? next(path, out) : plain(path, out); });
 }
-char* on_realpath_chk(const char* path, char* out, size_t) STANDS_IN_FOR(__realpath_chk);
+char* on_realpath_chk(const char* path, char* out, size_t) REPLACES(__realpath_chk);
 char* on_realpath_chk(const char* path, char* out, size_t) {
     return on_realpath(path, out);
 }
 
-ssize_t on_readlink(const char* path, char* out, size_t size) STANDS_IN_FOR(readlink);
+ssize_t on_readlink(const char* path, char* out, size_t size) REPLACES(readlink);
 ssize_t on_readlink(const char* path, char* out, size_t size) {
     static const auto next = next_of<ssize_t(const char*, char*, size_t)>("readlink");
     return guarded(call_kind::readlink, {path, -1}, ssize_t{-1},
                    [&] { return next(path, out, size); });
 }
-ssize_t on_readlink_chk(const char* path, char* out, size_t size, size_t)
-    STANDS_IN_FOR(__readlink_chk);
+ssize_t on_readlink_chk(const char* path, char* out, size_t size, size_t) REPLACES(__readlink_chk);
 ssize_t on_readlink_chk(const char* path, char* out, size_t size, size_t) {
     return on_readlink(path, out, size);
 }
@@ -182,7 +183,7 @@ static bool removes_tree(char* const argv[]) {
 
 int on_posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,
                    const posix_spawnattr_t* attributes, char* const argv[], char* const envp[])
-    STANDS_IN_FOR(posix_spawn);
+    REPLACES(posix_spawn);
 int on_posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,
                    const posix_spawnattr_t* attributes, char* const argv[], char* const envp[]) {
     static const auto next =

@@ -1,4 +1,4 @@
-// How a call of the C library is stood in for. Below: faults.h, recorder.h. Above: calls_*.cpp.
+// How a call of the C library is replaced. Below: faults.h, recorder.h. Above: calls_*.cpp.
 #pragma once
 
 #include <cerrno>
@@ -10,7 +10,7 @@
 
 // The functions have names of their own and the C library's only for the linker, so that they need
 // not repeat how its headers declare and inline them.
-#define STANDS_IN_FOR(name) __asm__(#name) __attribute__((visibility("default")))
+#define REPLACES(name) __asm__(#name) __attribute__((visibility("default")))
 // The same function under another of its names: offsets have 64 bits in both.
 #define ALSO_KNOWN_AS(function, name) \
     __asm__(#name) __attribute__((visibility("default"), alias(function)))

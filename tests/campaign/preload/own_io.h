@@ -1,4 +1,4 @@
-// Input and output of the preload library itself, past the calls that it stands in for.
+// Input and output of the preload library itself, past the calls that it replaces.
 // Below: the system. Above: every other file of the library.
 #pragma once
 
