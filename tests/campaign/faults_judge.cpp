@@ -83,7 +83,7 @@ verdict judge(const command_form& form, const tree_lines& before, const observed
         }
     }
     if (got.run.hit.empty()) {
-        return {"call not reached", false};
+        return {"the call was not reached", true};
     }
     return {got.run.status == undisturbed.run.status ? "as undisturbed" : "failed", false};
 }
