@@ -78,12 +78,12 @@ verdict judge(const command_form& form, const tree_lines& before, const observed
           wrong_success(form, undisturbed, got)}) {
         if (!result.empty()) {
             const char* reason = known_reason(form, result, undisturbed, got);
-            return reason != nullptr ? verdict{std::string("known: ") + reason, false}
-                                     : verdict{result, true};
+            return reason != nullptr ? verdict{std::string("known: ") + reason, false, true}
+                                     : verdict{result, true, false};
         }
     }
     if (got.run.hit.empty()) {
-        return {"the call was not reached", true};
+        return {"the call was not reached", true, false};
     }
-    return {got.run.status == undisturbed.run.status ? "as undisturbed" : "failed", false};
+    return {got.run.status == undisturbed.run.status ? "as undisturbed" : "failed", false, false};
 }

@@ -17,6 +17,7 @@ struct observed {
 struct verdict {
     std::string result;  // "as undisturbed", "failed", "V1 ..." to "V4 ...", "known: ..."
     bool wrong;
+    bool is_known;  // differs from the undisturbed run, as documented
 };
 // `before` is the tree that the run began with.
 verdict judge(const command_form& form, const std::map<std::string, std::string>& before,

@@ -48,6 +48,8 @@ private:
     run_setup setup_of(const std::string& fault) const;
     observed observe(const run_setup& setup) const;
     std::string choose_fault(dice* rolls) const;
+    bool table_is_sound() const;
+    std::string without_root(std::string text) const;
 
     workshop shop_;
     sample_store samples_;
@@ -114,20 +116,35 @@ std::string fault_driver::choose_fault(dice* rolls) const {
            errors[rolls->below(transfers ? 4 : 3)] + (rolls->percent(50) ? ":once" : ":forever");
 }
 
+// Whether table and maps of the first volume agree, whatever became of the journal.
+bool fault_driver::table_is_sound() const {
+    return shop_.run("--fullck --volpath {w}/volume1").status == 0;
+}
+
+std::string fault_driver::without_root(std::string text) const {
+    for (size_t at = 0; (at = text.find(shop_.bench(), at)) != std::string::npos;) {
+        text.erase(at, shop_.bench().size());
+    }
+    return text;
+}
+
 void fault_driver::run(uint64_t seed) {
     prepare(seed);
     dice rolls(seed);
     const std::string fault = choose_fault(&rolls);
     const observed got = observe(setup_of(fault));
-    const verdict found = judge(*base_->form, base_->before, base_->undisturbed, got);
+    verdict found = judge(*base_->form, base_->before, base_->undisturbed, got);
+    if (found.is_known && std::string(base_->form->name) == "onekeyrepair" && !table_is_sound()) {
+        found = {"V3 success, and the new table is not sound", true, false};
+    }
     const std::string kind = fault.substr(0, fault.find(':'));
     figures_.count("command|" + std::string(base_->form->name) + "|" + kind);
     figures_.count("result|" + found.result);
     if (found.wrong) {
         const std::string last = got.run.log.empty() ? "" : got.run.log.back();
         ADD_FAILURE() << "violation|" << found.result << "|" << base_->form->words << "|" << fault
-                      << "|" << got.run.hit << "|exit " << got.run.status
-                      << "|scripts/prove faults 1 --seed " << seed << "|" << last;
+                      << "|" << without_root(got.run.hit) << "|exit " << got.run.status
+                      << "|scripts/prove faults 1 --seed " << seed << "|" << without_root(last);
     }
 }
 
