@@ -39,7 +39,7 @@ struct ORBASpaceInfo {
 // failure. ORBA_SPACES_NAMED: a configuration names them, so what it names must be there, and none
 // means that there is to be none. Every other result: they were found by looking at what is mounted
 // now, and a volume that is not mounted is missing from the list.
-#define ORBA_SPACES_NAMED 0x4e414d45
+enum { ORBA_SPACES_NAMED = 0x4E414D45 };
 int ORBASpaceInfoEnum(int kind, struct ORBASpaceInfo** list);
 void ORBASpaceInfoFree(struct ORBASpaceInfo* list);  // null is allowed
 

@@ -1,12 +1,10 @@
 #include "cli/commands.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <getopt.h>
-#include <iterator>
 
+#include "cli/command_locks.h"
 #include "cli/long_options.h"
 #include "cli/punch.h"
 #include "cli/service_pause.h"
@@ -24,6 +22,8 @@
 #include "volume/map_check.h"
 #include "volume/one_key.h"
 #include "volume/reconstruct.h"
+#include "volume/run_lock.h"
+#include "volume/startup_replay.h"
 #include "volume/unmap_buffer.h"
 #include "volume/volume_journal.h"
 #include "volume/volume_paths.h"
@@ -68,7 +68,13 @@ static int run_ckvjnl(int argc, char** argv, const char*) {
     return check_all_vol_journal(argc, argv);
 }
 
+// Scans first, to know the journal; the replay's own scan finds nothing more.
 static int run_rpvjnl(int argc, char** argv, const char*) {
+    run_lock_scope held;
+    if (parse_sub_options(argc, argv) != 0 ||
+        take_command_locks(&held.lock, LOCKS_ALL_VOLUMES | LOCKS_JOURNAL) != 0) {
+        return -1;
+    }
     return replay_all_vol_journal(argc, argv, 0);
 }
 
@@ -114,10 +120,35 @@ static int run_ckvbuf(int, char**, const char*) {
     return count_vol_unmap_buffer();
 }
 
+// Held while the service is paused.
+static run_lock one_key_locks;
+
+// Gives the locks back before the service is resumed: what its start runs has to find them free.
+static int check_and_release(int argc, char** argv, int argument) {
+    const int result = one_key_check_all_vol(argc, argv, argument);
+    run_lock_release(&one_key_locks);
+    return result;
+}
+
+static int repair_and_release(int argc, char** argv, int argument) {
+    const int result = one_key_repair(argc, argv, argument);
+    run_lock_release(&one_key_locks);
+    return result;
+}
+
+// The locks are taken before the service is paused: a run that is refused touches nothing.
+static int run_one_key(int argc, char** argv, unsigned locks, type_word_fun procedure,
+                       const char* reason) {
+    const int result = take_command_locks(&one_key_locks, locks) == 0
+                           ? run_with_iscsi_paused(argc, argv, 0, procedure, reason)
+                           : -1;
+    run_lock_release(&one_key_locks);
+    return result;
+}
+
 static int run_onekeycheck(int argc, char** argv, const char*) {
-    const int result =
-        run_with_iscsi_paused(argc, argv, 0, one_key_check_all_vol,
-                              "iSCSI service running checking maintainance procedures");
+    const int result = run_one_key(argc, argv, LOCKS_ALL_VOLUMES | LOCKS_JOURNAL, check_and_release,
+                                   "iSCSI service running checking maintainance procedures");
     if (result < 0) {
         return -1;
     }
@@ -130,61 +161,60 @@ static int run_onekeyrepair(int argc, char** argv, const char*) {
         printf("TARN_INFO: Please assign volpath by --volpath");  // no line end, deliberate
         return -1;
     }
-    const int result = run_with_iscsi_paused(
-        argc, argv, 0, one_key_repair, "iSCSI service running repairing maintainance procedures");
+    const int result = run_one_key(argc, argv, LOCKS_VOLUME | LOCKS_JOURNAL, repair_and_release,
+                                   "iSCSI service running repairing maintainance procedures");
     puts(result < 0 ? "TARN_INFO: Reconstruction procedure has failed"
                     : "TARN_INFO: One Key Repair has successfully completed");
     return result;
 }
 
-// Who reads the options behind a command.
+// Who reads the options after a command.
 enum option_reader { TABLE_READS, COMMAND_READS };
+
+// Whether a command changes a file. One that only reads keeps its exit status whatever fails.
+enum command_effect { READS, WRITES, WRITES_WITH_REPAIR };
 
 struct command_row {
     const char* name;
     int has_argument;
     option_reader reader;
+    command_effect effect;
+    unsigned locks;  // command_locks, unless the command reads its options, or locks, itself
     int (*run)(int argc, char** argv, const char* argument);
 };
 static constexpr command_row commands[] = {
-    {"ckjnl", required_argument, TABLE_READS, run_ckjnl},
-    {"rpjnl", required_argument, TABLE_READS, run_rpjnl},
-    {"vaaick", required_argument, COMMAND_READS, vaai_status_check},
-    {"set-status", required_argument, COMMAND_READS, vaai_status_set},
-    {"startup-replay", no_argument, COMMAND_READS, run_startup_replay},
-    {"metack", no_argument, COMMAND_READS, run_metack},
-    {"freeck", no_argument, TABLE_READS, run_freeck},
-    {"fullck", no_argument, TABLE_READS, run_fullck},
-    {"vaaifix", no_argument, TABLE_READS, run_vaaifix},
-    {"create", required_argument, COMMAND_READS, run_create},
-    {"change-uuid", required_argument, COMMAND_READS, run_change_uuid},
-    {"import", no_argument, TABLE_READS, run_import},
-    {"import-volume", no_argument, TABLE_READS, run_import_volume},
-    {"finalize", no_argument, TABLE_READS, run_finalize},
-    {"check-map", no_argument, TABLE_READS, run_check_map},
-    {"search", required_argument, COMMAND_READS, run_search},
-    {"ckvjnl", no_argument, COMMAND_READS, run_ckvjnl},
-    {"rpvjnl", no_argument, COMMAND_READS, run_rpvjnl},
-    {"punch", no_argument, COMMAND_READS, run_punch},
-    {"reconstruct", no_argument, TABLE_READS, run_reconstruct},
-    {"ckvbuf", no_argument, COMMAND_READS, run_ckvbuf},
-    {"help", no_argument, COMMAND_READS, run_help},
-    {"advhelp", no_argument, COMMAND_READS, run_advhelp},
-    {"onekeycheck", no_argument, COMMAND_READS, run_onekeycheck},
-    {"onekeyrepair", no_argument, TABLE_READS, run_onekeyrepair},
+    {"ckjnl", required_argument, TABLE_READS, READS, LOCKS_NOTHING, run_ckjnl},
+    {"rpjnl", required_argument, TABLE_READS, WRITES,
+     LOCKS_VOLUME | LOCKS_TABLES | LOCKS_MAP | LOCKS_JOURNAL, run_rpjnl},
+    {"vaaick", required_argument, COMMAND_READS, READS, LOCKS_NOTHING, vaai_status_check},
+    {"set-status", required_argument, COMMAND_READS, WRITES, LOCKS_NOTHING, vaai_status_set},
+    {"startup-replay", no_argument, COMMAND_READS, WRITES, LOCKS_NOTHING, run_startup_replay},
+    {"metack", no_argument, COMMAND_READS, READS, LOCKS_NOTHING, run_metack},
+    {"freeck", no_argument, TABLE_READS, READS, LOCKS_NOTHING, run_freeck},
+    {"fullck", no_argument, TABLE_READS, WRITES, LOCKS_VOLUME, run_fullck},
+    {"vaaifix", no_argument, TABLE_READS, WRITES, LOCKS_TABLES, run_vaaifix},
+    {"create", required_argument, COMMAND_READS, WRITES, LOCKS_NOTHING, run_create},
+    {"change-uuid", required_argument, COMMAND_READS, WRITES, LOCKS_NOTHING, run_change_uuid},
+    {"import", no_argument, TABLE_READS, WRITES, LOCKS_TABLES, run_import},
+    {"import-volume", no_argument, TABLE_READS, WRITES, LOCKS_VOLUME, run_import_volume},
+    {"finalize", no_argument, TABLE_READS, WRITES, LOCKS_TABLES, run_finalize},
+    {"check-map", no_argument, TABLE_READS, WRITES_WITH_REPAIR, LOCKS_REPAIR, run_check_map},
+    {"search", required_argument, COMMAND_READS, READS, LOCKS_NOTHING, run_search},
+    {"ckvjnl", no_argument, COMMAND_READS, READS, LOCKS_NOTHING, run_ckvjnl},
+    {"rpvjnl", no_argument, COMMAND_READS, WRITES, LOCKS_NOTHING, run_rpvjnl},
+    {"punch", no_argument, COMMAND_READS, WRITES, LOCKS_NOTHING, run_punch},
+    {"reconstruct", no_argument, TABLE_READS, WRITES, LOCKS_VOLUME, run_reconstruct},
+    {"ckvbuf", no_argument, COMMAND_READS, READS, LOCKS_NOTHING, run_ckvbuf},
+    {"help", no_argument, COMMAND_READS, READS, LOCKS_NOTHING, run_help},
+    {"advhelp", no_argument, COMMAND_READS, READS, LOCKS_NOTHING, run_advhelp},
+    {"onekeycheck", no_argument, COMMAND_READS, WRITES, LOCKS_NOTHING, run_onekeycheck},
+    {"onekeyrepair", no_argument, TABLE_READS, WRITES, LOCKS_NOTHING, run_onekeyrepair},
 };
 static_assert(sizeof commands / sizeof commands[0] == 25);
 
-// Commands that write nothing, whatever their options. --check-map writes with --repair only.
-static constexpr const char* READERS[] = {"ckjnl",  "ckvjnl", "vaaick", "metack", "freeck",
-                                          "search", "ckvbuf", "help",   "advhelp"};
-
 static bool writes(const command_row* command) {
-    if (command->run == run_check_map) {
-        return opt_ctx.repair != 0;
-    }
-    return std::none_of(std::begin(READERS), std::end(READERS),
-                        [command](const char* name) { return strcmp(command->name, name) == 0; });
+    return command->effect == WRITES ||
+           (command->effect == WRITES_WITH_REPAIR && opt_ctx.repair != 0);
 }
 
 // What a command that writes answers when something of it may not be on the disk, or was not read.
@@ -214,6 +244,10 @@ int run_command(int argc, char** argv) {
     }
     const char* argument = optarg;  // the next scan overwrites optarg
     if (command->reader == TABLE_READS && parse_sub_options(argc, argv) != 0) {
+        return -1;
+    }
+    run_lock_scope held;
+    if (take_command_locks(&held.lock, command->locks) != 0) {
         return -1;
     }
     const int result = command->run(argc, argv, argument);

@@ -6,6 +6,7 @@
 #include "options.h"
 #include "store/log.h"
 #include "tbl/tbl_file.h"
+#include "volume/run_lock.h"
 
 // A path that was not given, in a log line.
 static const char* shown(const char* path) {
@@ -13,7 +14,8 @@ static const char* shown(const char* path) {
 }
 
 int creat_fri_op(int argc, char** argv, int) {
-    if (parse_sub_options(argc, argv) != 0) {
+    run_lock_scope held;
+    if (parse_sub_options(argc, argv) != 0 || run_lock_file(&held.lock, opt_ctx.path) != 0) {
         return -1;
     }
     if (create_fri(opt_ctx.path, opt_ctx.oldpath) != 0) {
@@ -26,7 +28,8 @@ int creat_fri_op(int argc, char** argv, int) {
 }
 
 int creat_tbl_op(int argc, char** argv, int) {
-    if (parse_sub_options(argc, argv) != 0) {
+    run_lock_scope held;
+    if (parse_sub_options(argc, argv) != 0 || run_lock_file(&held.lock, opt_ctx.path) != 0) {
         return -1;
     }
     if (create_tbl(opt_ctx.path, opt_ctx.oldpath) != 0) {
@@ -39,7 +42,8 @@ int creat_tbl_op(int argc, char** argv, int) {
 }
 
 int creat_map_op(int argc, char** argv, int) {
-    if (parse_sub_options(argc, argv) != 0) {
+    run_lock_scope held;
+    if (parse_sub_options(argc, argv) != 0 || run_lock_file(&held.lock, opt_ctx.path) != 0) {
         return -1;
     }
     if (create_map(opt_ctx.path, opt_ctx.oldpath) != 0) {
@@ -50,7 +54,8 @@ int creat_map_op(int argc, char** argv, int) {
 }
 
 int change_uuid_fri_op(int argc, char** argv, int) {
-    if (parse_sub_options(argc, argv) != 0) {
+    run_lock_scope held;
+    if (parse_sub_options(argc, argv) != 0 || run_lock_file(&held.lock, opt_ctx.fripath) != 0) {
         return -1;
     }
     if (load_fri(opt_ctx.fripath) != 0) {
@@ -67,7 +72,8 @@ int change_uuid_fri_op(int argc, char** argv, int) {
 }
 
 int change_uuid_tbl_op(int argc, char** argv, int) {
-    if (parse_sub_options(argc, argv) != 0) {
+    run_lock_scope held;
+    if (parse_sub_options(argc, argv) != 0 || run_lock_file(&held.lock, opt_ctx.tblpath) != 0) {
         return -1;
     }
     if (load_tbl(opt_ctx.tblpath) != 0) {

@@ -10,6 +10,7 @@
 #include "store/log.h"
 #include "tbl/tbl_file.h"
 #include "volume/punch.h"
+#include "volume/run_lock.h"
 #include "volume/volume_paths.h"
 
 struct punch_options {
@@ -120,7 +121,9 @@ static int ask_and_punch(const punch_options* options) {
 
 int punch_hole(int argc, char** argv) {
     punch_options options{};
-    if (scan_options(argc, argv, &options) != 0 || is_vaai_volume(opt_ctx.volpath) != 1) {
+    run_lock_scope held;
+    if (scan_options(argc, argv, &options) != 0 || is_vaai_volume(opt_ctx.volpath) != 1 ||
+        run_lock_add(&held.lock, opt_ctx.volpath, nullptr) != 0) {
         return -1;
     }
     set_live_table_paths(opt_ctx.volpath);

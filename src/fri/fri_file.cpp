@@ -57,10 +57,24 @@ static fri_header new_header(const uint8_t* uuid) {
     return header;  // no group is initialised, and the list begins at the first
 }
 
-int create_fri(const char* newpath, const char* oldpath) {
+// The uuid of the file at `oldpath`; where it cannot be had, `kept`, or a fresh one when that is
+// null. 0, or -1, logged.
+static int choose_uuid(const char* oldpath, const uint8_t* kept, uint8_t* uuid) {
+    if (oldpath != nullptr && extract_fri_uuid(oldpath, uuid) == 0) {
+        return 0;
+    }
+    if (kept == nullptr) {
+        return uuid_gen(uuid, UUID_SIZE);
+    }
+    memcpy(uuid, kept, UUID_SIZE);
+    return 0;
+}
+
+// Under the documented name, whoever asked for it.
+static int create_keeping(const char* newpath, const char* oldpath, const uint8_t* kept) {
     close_fri();  // as in load_fri
-    if (io_same_file(newpath, oldpath)) {
-        log_err("%s would be emptied to create itself\n", newpath);
+    if (would_empty("create_fri", newpath, oldpath)) {
+        log_err_as("create_fri", "%s would be emptied to create itself\n", newpath);
         return -1;
     }
     current_fri.fd = create_file(newpath, FRI_FILE_SIZE);
@@ -68,14 +82,21 @@ int create_fri(const char* newpath, const char* oldpath) {
         return -1;  // logged there
     }
     uint8_t uuid[UUID_SIZE];
-    const bool kept = oldpath != nullptr && extract_fri_uuid(oldpath, uuid) == 0;
-    if (!kept && uuid_gen(uuid, UUID_SIZE) != 0) {
+    if (choose_uuid(oldpath, kept, uuid) != 0) {
         io_close(current_fri.fd);
         current_fri.fd = 0;
         return -1;  // logged there
     }
     current_fri.header = new_header(uuid);
     return 0;
+}
+
+int create_fri(const char* newpath, const char* oldpath) {
+    return create_keeping(newpath, oldpath, nullptr);
+}
+
+int recreate_fri(const char* newpath, const char* oldpath, const uint8_t* uuid) {
+    return create_keeping(newpath, oldpath, uuid);
 }
 
 static void take_header(fri_handle* handle, const fri_header* header, const char* name) {

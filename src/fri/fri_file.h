@@ -44,6 +44,9 @@ int save_fri();
 // makes it the current index. The header is only in memory until save_fri. After a failure no index
 // is open. A file is never created from itself.
 int create_fri(const char* newpath, const char* oldpath);
+// The same for a rebuild beside a file that exists at `oldpath`: where its uuid cannot be read, the
+// new index gets `uuid` (not null). A fresh one would cut it off from the journal's records.
+int recreate_fri(const char* newpath, const char* oldpath, const uint8_t* uuid);
 
 int load_fri_handle(fri_handle* handle, const char* name);  // a wrong magic code is only logged
 int close_fri_handle(fri_handle* handle);

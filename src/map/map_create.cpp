@@ -78,7 +78,7 @@ int create_map(const char* newpath, const char* oldpath) {
         close_map();
         return -1;
     }
-    if (io_same_file(newpath, oldpath)) {
+    if (would_empty(__func__, newpath, oldpath)) {
         log_err("%s and %s are one file\n", newpath, oldpath);
         close_map();
         return -1;

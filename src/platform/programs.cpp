@@ -6,15 +6,22 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// Signals as at the start of a login: the tool itself ignores a closed pipe.
-static void default_signals(posix_spawnattr_t* attributes) {
-    sigset_t pipe_only;
-    sigset_t none;
-    sigemptyset(&pipe_only);
-    sigaddset(&pipe_only, SIGPIPE);
-    sigemptyset(&none);
-    posix_spawnattr_setsigdefault(attributes, &pipe_only);
-    posix_spawnattr_setsigmask(attributes, &none);
+// The signals that were blocked when this process started, before it blocked any itself.
+static sigset_t mask_now() {
+    sigset_t mask;
+    sigprocmask(SIG_SETMASK, nullptr, &mask);
+    return mask;
+}
+static const sigset_t callers_mask = mask_now();
+
+// Signals as this process got them: what it ignores or blocks itself is its own affair.
+static void callers_signals(posix_spawnattr_t* attributes) {
+    sigset_t ignored_here;
+    sigemptyset(&ignored_here);
+    sigaddset(&ignored_here, SIGPIPE);
+    sigaddset(&ignored_here, SIGXFSZ);
+    posix_spawnattr_setsigdefault(attributes, &ignored_here);
+    posix_spawnattr_setsigmask(attributes, &callers_mask);
     posix_spawnattr_setflags(attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
 }
 
@@ -45,7 +52,7 @@ pid_t program_start(char* const argv[], int out_fd) {
         return -1;
     }
     keep_wait_statuses();
-    default_signals(&attributes);
+    callers_signals(&attributes);
     pid_t pid = -1;
     const bool started = set_descriptors(&actions, out_fd) &&
                          posix_spawn(&pid, argv[0], &actions, &attributes, argv, environ) == 0;

@@ -6,8 +6,9 @@
 constexpr int PROGRAM_ARGUMENTS_MAX = 64;  // its name and the closing null included
 
 // Starts `argv[0]`; its standard output goes to `out_fd` unless that is -1. Every descriptor above
-// the three standard ones is closed in it, its signals are as a program expects them. Its process
-// id; -1 when it could not be started.
+// the three standard ones is closed in it. It gets the signal mask that this process started with,
+// and the default action of the signals that this process ignores. Its process id; -1 when it could
+// not be started.
 pid_t program_start(char* const argv[], int out_fd);
 // Waits for it to end: its wait status, -1 on failure.
 int program_wait(pid_t pid);

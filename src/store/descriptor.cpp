@@ -152,16 +152,39 @@ char* io_real_path(const char* path, char* out) {
     return io_allow(io_call::stat) ? realpath(path, out) : nullptr;
 }
 
+DIR* io_open_directory(const char* path) {
+    return io_allow(io_call::list) ? opendir(path) : nullptr;
+}
+
+int io_next_entry(DIR* directory, const char** name) {
+    *name = nullptr;
+    if (!io_allow(io_call::list)) {
+        return -1;
+    }
+    errno = 0;
+    const dirent64* entry = readdir64(directory);
+    if (entry == nullptr) {
+        return errno == 0 ? 0 : -1;
+    }
+    *name = entry->d_name;
+    return 0;
+}
+
 io_file_id io_identity(int fd) {
     struct stat64 status = {};
     return fstat64(fd, &status) == 0 ? io_file_id{status.st_dev, status.st_ino} : io_file_id{};
 }
 
-bool io_same_file(const char* one, const char* other) {
+int io_same_file(const char* one, const char* other) {
     struct stat64 a = {};
     struct stat64 b = {};
-    return one != nullptr && other != nullptr && io_stat(one, &a) == 0 && io_stat(other, &b) == 0 &&
-           a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+    if (one == nullptr || other == nullptr) {
+        return 0;
+    }
+    if (io_stat(one, &a) != 0 || io_stat(other, &b) != 0) {
+        return errno == ENOENT || errno == ENOTDIR || errno == ENAMETOOLONG ? 0 : -1;
+    }
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino ? 1 : 0;
 }
 
 const char* io_name(int fd, char* out, size_t size) {

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <dirent.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <utility>
@@ -65,6 +66,11 @@ int io_mkdir(const char* path, mode_t mode);
 // The path without links, "." and "..": PATH_MAX bytes through `out`. Null on failure.
 char* io_real_path(const char* path, char* out);
 
+// Opens a directory for reading; the caller closes it with closedir(). Null on failure.
+DIR* io_open_directory(const char* path);
+// Stores the next entry's name, valid until the next call; null at the end. 0, or -1 on failure.
+int io_next_entry(DIR* directory, const char** name);
+
 // Whether something was written through this descriptor, or its size set, since it was opened.
 bool io_was_written(int fd);
 
@@ -75,8 +81,9 @@ struct io_file_id {
     bool operator==(const io_file_id&) const = default;
 };
 io_file_id io_identity(int fd);
-// Whether both paths name one existing file, through links too. A null path names none.
-bool io_same_file(const char* one, const char* other);
+// 1 when both paths name one existing file, through links too; 0 when not, or one is null or names
+// nothing; -1 when the system does not say.
+int io_same_file(const char* one, const char* other);
 
 // The path that `fd` was opened by, as log_text shows a name: cut to fit, "descriptor <fd>" when
 // the system does not say. Returns `out`.

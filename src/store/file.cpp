@@ -40,6 +40,14 @@ int create_file(const char* path, uint64_t size) {
     return fd;
 }
 
+bool would_empty(const char* caller, const char* path, const char* old) {
+    const int same = io_same_file(path, old);
+    if (same < 0) {
+        log_err_as(caller, "Fail to get the status of %s or %s: %s\n", path, old, strerror(errno));
+    }
+    return same != 0;
+}
+
 int open_file(const char* path) {
     if (path == nullptr) {
         log_err("%s NULL pointer\n", "name");

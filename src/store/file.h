@@ -14,6 +14,10 @@ int open_fd(const char* path, int flags);
 // before anything is touched. The caller owns the descriptor.
 int create_file(const char* path, uint64_t size);
 
+// Whether creating `path` could empty the file at `old`: true as well when the system does not say,
+// which is logged under `caller`.
+bool would_empty(const char* caller, const char* path, const char* old);
+
 // Opens `path` for reading and writing. Returns the descriptor, the caller's; 0 on failure, logged.
 int open_file(const char* path);
 

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "platform.h"
+#include "store/descriptor.h"
 #include "store/log.h"
 
 static bool is_hex(char c) {
@@ -33,7 +34,7 @@ int uuid_gen(uint8_t* out, int n) {
         return -1;
     }
     char line[64] = {};
-    FILE* text = OLIBCPopen("/usr/bin/uuidgen", "r", nullptr);
+    FILE* text = io_allow(io_call::spawn) ? OLIBCPopen("/usr/bin/uuidgen", "r", nullptr) : nullptr;
     if (text == nullptr) {
         log_err("fail to OLIBCPopen '/usr/bin/uuidgen'\n");
         return -1;

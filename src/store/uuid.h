@@ -1,4 +1,4 @@
-// New uuids, from the system's own program. Below: the platform's program call.
+// New uuids, from the system's own program. Below: descriptor.h, the platform's program call.
 #pragma once
 
 #include <cstdint>

@@ -66,30 +66,41 @@ static tbl_header new_header(uint32_t extent_size, const uint8_t* uuid) {
     return header;
 }
 
-int create_tbl(const char* newpath, const char* oldpath) {
+// Under the documented name. `keeps_uuid`: where the uuid of the old file cannot be read again,
+// that of its header stays; else a fresh one is taken.
+static int create_from(const char* newpath, const char* oldpath, bool keeps_uuid) {
     if (load_tbl(oldpath) != 0) {
         printf("TARN_INFO: Fail to load TBL %s\n", oldpath != nullptr ? oldpath : "(null)");
         drop_tbl();
         return -1;
     }
-    const uint32_t extent_size = current_tbl.header.tbl_extent_size;
+    const tbl_header old = current_tbl.header;
     close_tbl();
-    if (io_same_file(newpath, oldpath)) {
-        log_err("%s would be emptied to create itself\n", newpath);
+    if (would_empty("create_tbl", newpath, oldpath)) {
+        log_err_as("create_tbl", "%s would be emptied to create itself\n", newpath);
         return -1;
     }
     current_tbl.fd = create_file(newpath, TBL_FILE_SIZE);
     if (current_tbl.fd == 0) {
-        log_err("tbl file descriptor is invalid\n");
+        log_err_as("create_tbl", "tbl file descriptor is invalid\n");
         return -1;
     }
     uint8_t uuid[UUID_SIZE];
-    if (extract_fri_uuid(oldpath, uuid) != 0 && uuid_gen(uuid, UUID_SIZE) != 0) {
+    memcpy(uuid, old.tbl_uuid, UUID_SIZE);
+    if (extract_fri_uuid(oldpath, uuid) != 0 && !keeps_uuid && uuid_gen(uuid, UUID_SIZE) != 0) {
         drop_tbl();
         return -1;  // logged there
     }
-    current_tbl.header = new_header(extent_size, uuid);
+    current_tbl.header = new_header(old.tbl_extent_size, uuid);
     return 0;
+}
+
+int create_tbl(const char* newpath, const char* oldpath) {
+    return create_from(newpath, oldpath, false);
+}
+
+int recreate_tbl(const char* newpath, const char* oldpath) {
+    return create_from(newpath, oldpath, true);
 }
 
 static void take_header(tbl_handle* handle, const tbl_header* header, const char* name) {

@@ -44,6 +44,9 @@ int save_tbl();
 // `oldpath`, and makes it the current table. The header is only in memory until save_tbl. After a
 // failure no table is open. A file is never created from itself.
 int create_tbl(const char* newpath, const char* oldpath);
+// The same for a rebuild: where the uuid cannot be read once the old header was loaded, that header
+// gives it. A fresh one would cut the table off from the journal's records.
+int recreate_tbl(const char* newpath, const char* oldpath);
 
 int load_tbl_handle(tbl_handle* handle, const char* name);  // a wrong magic code is only logged
 int close_tbl_handle(tbl_handle* handle);

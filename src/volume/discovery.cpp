@@ -33,31 +33,6 @@ int enum_all_volumes(path_entry* list) {
 
 static constexpr const char* LISTING = "enum_all_vaai_luns";  // whose lines these are
 
-static bool keep_extent(const char* file_name) {
-    return strstr(file_name, "_Extent_") != nullptr;
-}
-
-static bool keep_every(const char*) {
-    return true;
-}
-
-static bool keep_family(const char* file_name) {
-    return strncmp(file_name, "FAMILY_", 7) == 0;
-}
-
-// Where map files of LUNs stand below a volume's root, in the order of the list.
-struct lun_search {
-    const char* directory;
-    bool files_only;  // else every entry, directories too
-    bool (*keep)(const char* file_name);
-    bool then_volume_maps;  // the volume's own maps are looked for before the search is closed
-};
-static constexpr lun_search lun_searches[] = {
-    {"@iSCSITrg", true, keep_extent, false},
-    {"@EP_trash", true, keep_every, false},
-    {"@Snapshot", false, keep_family, true},  // without a type filter, deliberate
-};
-
 // The listing under way: the volume of opt_ctx.volpath.
 struct lun_listing {
     path_entry* list;
@@ -191,12 +166,13 @@ static int add_volume_map(const lun_listing* listing, const char* title, const c
 }
 
 static int add_volume_maps(const lun_listing* listing) {
-    if (add_volume_map(listing, "UNMAP", "EP_BUF", MAP_KIND_UNMAP_BUFFER) != 0) {
+    if (add_volume_map(listing, "UNMAP", UNMAP_BUFFER_NAME, MAP_KIND_UNMAP_BUFFER) != 0) {
         return -1;
     }
-    return add_volume_map(listing, "ROD", "EP_ROD", MAP_KIND_ROD);
+    return add_volume_map(listing, "ROD", ROD_MAP_NAME, MAP_KIND_ROD);
 }
 
+// After the last search, with its stream still open, come the volume's own maps.
 static int add_found_luns(const lun_listing* listing, const lun_search* search) {
     char directory[PATH_TEXT_SIZE];
     if (form_path(directory, sizeof directory, "%s/%s/", opt_ctx.volpath, search->directory) != 0) {
@@ -207,7 +183,7 @@ static int add_found_luns(const lun_listing* listing, const lun_search* search) 
         return -1;
     }
     int added = add_found_lines(listing, stream, search, directory);
-    if (added == 0 && search->then_volume_maps) {
+    if (added == 0 && search == &lun_searches[LUN_SEARCH_COUNT - 1]) {
         added = add_volume_maps(listing);
     }
     return end_find(stream, directory, added);

@@ -7,7 +7,8 @@
 // Free lists are not compared. 0; -1 at the first difference or on a failure, logged.
 int do_check_full_tbl_consistent();
 
-// Rebuilds the table from the maps in CHECK_DIR and compares. 0; -1, logged. CHECK_DIR stays.
+// Rebuilds the table from the maps in CHECK_DIR and compares. 0; -1, logged. CHECK_DIR stays; after
+// a failure it holds what was counted.
 int rebuild_and_compare();
 
 // --fullck: rebuilds in CHECK_DIR, compares, removes CHECK_DIR. 0; -1, logged, and CHECK_DIR stays.

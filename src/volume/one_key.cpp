@@ -1,11 +1,13 @@
 #include "volume/one_key.h"
 
+#include <cerrno>
 #include <cstdio>
 
 #include "fri/fri_check.h"
 #include "fri/fri_file.h"
 #include "map/map_file.h"
 #include "options.h"
+#include "store/descriptor.h"
 #include "store/log.h"
 #include "tbl/tbl_file.h"
 #include "volume/discovery.h"
@@ -13,48 +15,65 @@
 #include "volume/map_check.h"
 #include "volume/path_list.h"
 #include "volume/reconstruct.h"
+#include "volume/stop_signals.h"
+#include "volume/table_swap.h"
 #include "volume/volume_journal.h"
 #include "volume/volume_paths.h"
 #include "volume/work_dir.h"
 
-static constexpr size_t SWAP_PATH_SIZE = 256;
-
-struct swap_paths {
-    char live[SWAP_PATH_SIZE];
-    char backup[SWAP_PATH_SIZE];
-    char rebuilt[SWAP_PATH_SIZE];
-};
-
-static int form_swap_paths(swap_paths* paths, const char* name) {
-    const char* root = opt_ctx.volpath;
-    const size_t size = SWAP_PATH_SIZE;
-    const bool fit = form_path(paths->live, size, "%s/%s/%s", root, EP_DIR, name) == 0 &&
-                     form_path(paths->backup, size, "%s/%s/%s.bkp", root, EP_DIR, name) == 0 &&
-                     form_path(paths->rebuilt, size, "%s/%s/%s", root, FIX_DIR, name) == 0;
-    return fit ? 0 : -1;
+// Whether there is a file at the path, as far as the system says.
+static bool is_absent(const char* path) {
+    struct stat64 status = {};
+    return io_stat(path, &status) != 0 &&
+           (errno == ENOENT || errno == ENOTDIR || errno == ENAMETOOLONG);
 }
 
-// Results are not looked at, deliberate: where there is no live file, there is nothing to keep.
-static void swap_in(const swap_paths* paths) {
-    (void)rename(paths->live, paths->backup);
-    (void)rename(paths->rebuilt, paths->live);
-}
-
-int one_key_repair(int argc, char** argv, int) {
-    swap_paths tbl;
-    swap_paths fri;
-    if (form_swap_paths(&tbl, "EP_TBL") != 0 || form_swap_paths(&fri, "EP_FRI") != 0) {
-        return -1;
+// Finishes the swap that this run began, or one that was cut.
+static int finish_swap(const table_swap* swap) {
+    if (table_swap_finish(swap) != 0) {
+        return -1;  // logged; FIX_DIR holds the only finished files and stays
     }
-    (void)replay_vol_journal(argc, argv, 0);  // deliberate: rebuilt from the maps all the same
-    const int result = do_reconstruct_volume();
+    remove_work_dir(FIX_DIR);
+    return 0;
+}
+
+static int rebuild_and_swap(table_swap* swap) {
+    const int result = stop_requested() ? -1 : do_reconstruct_volume();
     if (result != 0) {
         return result;
     }
-    swap_in(&tbl);
-    swap_in(&fri);
-    remove_work_dir(FIX_DIR);
-    return 0;
+    if (stop_requested()) {
+        remove_work_dir(FIX_DIR);  // as after a rebuild that failed
+        return -1;
+    }
+    return table_swap_begin(swap) == 0 ? finish_swap(swap) : -1;
+}
+
+// A volume is rebuilt from its maps even if the journal cannot be replayed: said at the end, where
+// it is seen. Without a journal there was nothing to replay.
+static int replay_rebuild_and_swap(table_swap* swap, int argc, char** argv) {
+    const bool replayed = replay_vol_journal(argc, argv, 0) == 0;
+    const bool no_journal = opt_ctx.jnlpath[0] != '\0' && is_absent(opt_ctx.jnlpath);
+    const int result = rebuild_and_swap(swap);
+    if (!replayed && !no_journal) {
+        log_err_as("one_key_repair", "the journal was not replayed into %s\n", opt_ctx.volpath);
+    }
+    return result;
+}
+
+int one_key_repair(int argc, char** argv, int) {
+    table_swap swap;
+    if (table_swap_form(&swap, opt_ctx.volpath) != 0) {
+        return -1;
+    }
+    switch (table_swap_find(&swap)) {
+        case swap_found::unknown:
+            return -1;  // logged there
+        case swap_found::marker:
+            return stop_requested() ? -1 : finish_swap(&swap);
+        default:
+            return replay_rebuild_and_swap(&swap, argc, argv);
+    }
 }
 
 static int check_table() {
@@ -88,13 +107,13 @@ static int check_maps() {
         log_err_as("one_key_check_all_vol", "Fail to enum all volumes\n");  // deliberate words
     }
     for (const path_entry* map = maps.next; map != &maps && result == 0; map = map->next) {
-        result = check_listed_map(map);
+        result = stop_requested() ? -1 : check_listed_map(map);
     }
     free_path_list(&maps);
     return result;
 }
 
-static void tell_free_lists() {
+static void report_free_lists() {
     printf("TARN_INFO: CHECK FRI %s TBL %s Free-List CONSISTENCY\n", opt_ctx.fripath,
            opt_ctx.tblpath);
     if (fri_check_free_group_list() == 0) {
@@ -111,7 +130,7 @@ static int check_free_lists() {
     } else if (load_tbl(opt_ctx.tblpath) != 0) {
         log_err_as("one_key_check_all_vol", "Fail to load TBL %s\n", opt_ctx.tblpath);
     } else {
-        tell_free_lists();
+        report_free_lists();
         result = 0;
     }
     close_fri();
@@ -124,8 +143,11 @@ static void choose_volume(const char* root) {
 }
 
 static int check_volume(const char* root, int argc, char** argv) {
+    if (stop_requested()) {
+        return -1;
+    }
     choose_volume(root);
-    (void)get_jnl_root_path();                // deliberate: the replay tells what is missing
+    (void)get_jnl_root_path();                // deliberate: the replay reports what is missing
     (void)replay_vol_journal(argc, argv, 0);  // deliberate: checked all the same
     choose_volume(root);                      // the replay's options may have named another one
     set_live_table_paths(root);

@@ -44,16 +44,28 @@ static int load_rebuilt() {
     return 0;
 }
 
+// Whether the live file is gone, through `gone`. -1, logged, when that is not certain.
+static int is_gone(const char* live, bool* gone) {
+    const path_kind kind = kind_of_path("do_reconstruct_volume", live);
+    *gone = kind != path_kind::file;
+    return kind == path_kind::unknown ? -1 : 0;
+}
+
 // A rebuilt file whose live one is gone had no uuid to take over: it gets the data file's.
 static int set_uuids(const live_paths* live, const dat_handle* dat) {
-    if (is_regular_file(live->fri) == 0) {
+    bool fri_gone = false;
+    bool tbl_gone = false;
+    if (is_gone(live->fri, &fri_gone) != 0 || is_gone(live->tbl, &tbl_gone) != 0) {
+        return -1;
+    }
+    if (fri_gone) {
         set_fri_uuid(dat->header.head.uuid);
         if (save_fri() != 0) {
             printf("TARN_INFO: Fail to save FRI %s\n", opt_ctx.fripath);
             return -1;
         }
     }
-    if (is_regular_file(live->tbl) == 0) {
+    if (tbl_gone) {
         set_tbl_uuid(dat->header.head.uuid);
         if (save_tbl() != 0) {
             printf("TARN_INFO: Fail to save TBL %s\n", opt_ctx.tblpath);

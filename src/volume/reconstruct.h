@@ -4,6 +4,7 @@
 #pragma once
 
 // Rebuilds table and index of the volume in opt_ctx.volpath into its FIX_DIR. 0: both lie there,
-// complete and on the disk. -1, logged or told on standard output: FIX_DIR is gone, also one that
-// was there before, deliberate; without a first data file that can be loaded it is not touched.
+// complete and on the disk, and so are their names. -1, logged or reported on standard output:
+// FIX_DIR is gone, even one that was there before, deliberate; without a first data file that can
+// be loaded it is not touched.
 int do_reconstruct_volume();

@@ -41,8 +41,10 @@ static bool is_absent(int error) {
     return error == ENOENT || error == ENOTDIR || error == ENAMETOOLONG;
 }
 
+// EBADF: over a network, a lock may need a descriptor that can write; a directory has none.
 static bool knows_no_locks(int error) {
-    return error == ENOLCK || error == ENOSYS || error == EOPNOTSUPP || error == EINVAL;
+    return error == ENOLCK || error == ENOSYS || error == EOPNOTSUPP || error == EINVAL ||
+           error == EBADF;
 }
 
 static int take_lock(int fd, const char* directory) {
@@ -141,8 +143,14 @@ int run_lock_file(run_lock* lock, const char* path) {
     char directory[PATH_TEXT_SIZE];
     char real[PATH_MAX];
     directory_of(path, directory);
-    const bool found =
-        io_real_path(path, real) != nullptr || io_real_path(directory, real) != nullptr;
+    bool found = io_real_path(path, real) != nullptr;
+    if (!found && is_absent(errno)) {
+        found = io_real_path(directory, real) != nullptr;
+    }
+    if (!found && !is_absent(errno)) {
+        log_err_as("run_lock", "Fail to find the volume of %s: %s\n", path, strerror(errno));
+        return -1;
+    }
     return found && cut_to_volume(real) ? run_lock_add(lock, real, nullptr) : 0;
 }
 

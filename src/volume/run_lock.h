@@ -34,3 +34,12 @@ int run_lock_file(run_lock* lock, const char* path);
 int run_lock_journal(run_lock* lock, const char* path, int* fd);
 
 void run_lock_release(run_lock* lock);
+
+// Gives back what it holds at the end of its scope.
+struct run_lock_scope {
+    run_lock_scope() = default;
+    run_lock_scope(const run_lock_scope&) = delete;
+    run_lock_scope& operator=(const run_lock_scope&) = delete;
+    ~run_lock_scope() { run_lock_release(&lock); }
+    run_lock lock = {};
+};

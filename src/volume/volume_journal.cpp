@@ -7,9 +7,11 @@
 #include "options.h"
 #include "store/handle_set.h"
 #include "store/log.h"
+#include "store/open_limit.h"
 #include "volume/discovery.h"
 #include "volume/journal_drivers.h"
 #include "volume/path_list.h"
+#include "volume/stop_signals.h"
 #include "volume/volume_paths.h"
 
 // Maps that are open at a time while the table is replayed.
@@ -34,7 +36,7 @@ using map_driver = int (*)(int argc, char** argv, int argument);
 static int for_each_map(const path_entry* maps, map_driver driver, int argc, char** argv) {
     for (const path_entry* map = maps->next; map != maps; map = map->next) {
         snprintf(opt_ctx.mappath, sizeof opt_ctx.mappath, "%s", map->name);
-        if (driver(argc, argv, 0) < 0) {
+        if (stop_requested() || driver(argc, argv, 0) < 0) {
             return -1;
         }
     }
@@ -77,9 +79,12 @@ static int replay_tbl_in_batches(const path_entry* maps, jnl_seen_keys* applied,
                                  char** argv) {
     int loaded = 0;
     for (const path_entry* map = maps->next; map != maps; map = map->next) {
+        if (stop_requested()) {
+            return -1;
+        }
         if (load_as_handle(map->name) != 0) {
-            log_err("Fail to load %s on volumes %s for replaying TBL\n", shown_name(map->name).text,
-                    opt_ctx.volpath);
+            log_err_as("replay_vol_journal", "Fail to load %s on volumes %s for replaying TBL\n",
+                       shown_name(map->name).text, opt_ctx.volpath);
             return -1;
         }
         if (++loaded == HANDLE_BATCH) {
@@ -94,6 +99,7 @@ static int replay_tbl_in_batches(const path_entry* maps, jnl_seen_keys* applied,
 }
 
 static int replay_tbl_with_maps(const path_entry* maps, int argc, char** argv) {
+    raise_open_file_limit();  // a batch of maps, and the files that are open anyway
     init_handle_set();
     jnl_seen_keys applied = {};
     const int result = replay_tbl_in_batches(maps, &applied, argc, argv);

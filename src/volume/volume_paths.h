@@ -4,10 +4,7 @@
 
 #include <cstddef>
 
-// Names inside a volume's root.
-constexpr const char* EP_DIR = "@EP";
-constexpr const char* FIX_DIR = "@EP_FIX";
-constexpr const char* CHECK_DIR = "@EP_CHK";
+#include "volume/volume_layout.h"
 
 // Writes "<root>/<format...>" style paths: snprintf into `out`. 0; -1, logged and `out` empty, when
 // the path does not fit, so that no cut path is ever used.

@@ -48,6 +48,8 @@ sample_volumes::sample_volumes() {
     for (const std::string& path : {volume(1), other(), volume(2), root() + "/journal"}) {
         make_directories(path);
     }
+    make_empty_file(other() + "/share/file");  // an empty directory would be a missing mount
+    make_empty_file(volume(2) + "/share/file");
     // Notes each call, and fails when a file named after the call asks for it.
     const std::string service = scratch.path + "/service";
     std::ofstream(service) << "echo \"$*\" >>" << root() << "/service.log\n"

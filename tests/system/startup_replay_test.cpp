@@ -29,14 +29,6 @@ TEST(startup_replay, without_a_journal_nothing_is_looked_at) {
     EXPECT_EQ(got.log, lines{});
 }
 
-TEST(startup_replay, without_a_journal_root_there_is_no_journal) {
-    const sandbox box;
-    box.configure("journal_root =\n");
-    const run_result got = box.run({"--startup-replay"});
-    EXPECT_EQ(got.status, 0);
-    EXPECT_EQ(got.out, "TARN_INFO: jnlPath=\n");
-}
-
 TEST(startup_replay, a_named_journal_is_not_printed) {
     const sandbox box;
     make_jnl(box.journal(), 0x66656800, {});  // the default one is not looked at

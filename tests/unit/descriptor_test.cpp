@@ -7,6 +7,7 @@
 
 #include "store/keep_journal.h"
 #include "support/io_faults.h"
+#include "support/log_capture.h"
 #include "support/scratch_file.h"
 
 constexpr uint64_t MEBIBYTE = 1 << 20;
@@ -88,15 +89,47 @@ TEST(descriptor, closing_no_file_leaves_descriptor_0_alone) {
     EXPECT_EQ(is_open(0), open_before);
 }
 
-TEST(descriptor, a_failing_sync_is_counted_and_the_file_closed_all_the_same) {
+TEST(descriptor, a_failing_sync_is_a_reason_logged_and_the_file_is_closed_all_the_same) {
+    keep_journal_forget();
     const scratch_file file;
     const int fd = io_open(file.path(), O_RDWR, 0);
-    const uint64_t before = keep_journal_reasons().count;
+    EXPECT_EQ(io_write(fd, "x", 1), 1);
+    log_capture log;
     const io_fault_at fault(1, EIO, {io_call::sync});
     close_synced(fd);
-    EXPECT_EQ(keep_journal_reasons().count, before + 1);
+    const std::string text = std::string("Fail to sync ") + file.path() + ": Input/output error";
+    EXPECT_EQ(log.lines(), log_lines({"ERR: close_synced(#) " + text + "\n"}));
+    EXPECT_EQ(keep_journal_reasons().count, 1u);
+    EXPECT_EQ(keep_journal_reasons().first, text);
+    EXPECT_EQ(keep_journal_failures().count, 1u);
     EXPECT_FALSE(is_open(fd));
     keep_journal_forget();
+}
+
+TEST(descriptor, a_close_syncs_what_was_written_or_sized_through_it_and_nothing_else) {
+    const scratch_file file;
+    const struct {
+        int (*change)(int fd);
+        uint64_t syncs;
+    } rows[] = {{[](int) { return 0; }, 0},
+                {[](int fd) {
+                     char byte = 0;
+                     return static_cast<int>(io_read(fd, &byte, 1));
+                 },
+                 0},
+                {[](int fd) { return static_cast<int>(io_write(fd, "x", 1)); }, 1},
+                {[](int fd) { return io_truncate(fd, 3); }, 1}};
+    for (const auto& row : rows) {
+        const int fd = io_open(file.path(), O_RDWR, 0);
+        EXPECT_GE(row.change(fd), 0);
+        EXPECT_EQ(io_was_written(fd), row.syncs == 1);
+        const io_fault_at syncs(0, 0, {io_call::sync});
+        close_synced(fd);
+        EXPECT_EQ(syncs.calls(), row.syncs);
+    }
+    const int again = io_open(file.path(), O_RDWR, 0);  // the same number, nothing written
+    EXPECT_FALSE(io_was_written(again));
+    io_close(again);
 }
 
 TEST(scoped_fd, closes_at_the_end_of_its_scope_unless_it_was_released) {

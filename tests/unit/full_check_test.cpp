@@ -196,6 +196,31 @@ TEST_F(full_check_command, leaves_what_was_counted_before_a_failure_also_where_t
     EXPECT_EQ(tbl_word_of(rebuilt(), 5), 0x8001);
 }
 
+// Table and maps agree. Opened last: the live table, the rebuilt one, the rebuilt index.
+TEST_F(full_check_command, leaves_what_was_counted_where_a_file_does_not_open_again) {
+    set_tbl_word(live(), 5, 0x8001);
+    uint64_t opens = 0;
+    {
+        stdout_capture out;
+        const io_fault_at count(0, 0, {io_call::open});
+        EXPECT_EQ(check_full_volume(), 0);
+        opens = count.calls();
+    }
+    const std::vector<std::string> lines = {"Fail to load TBL (" + live() + ")\n",
+                                            "Fail to load TBL (" + rebuilt() + ")\n",
+                                            "Fail to load FRI (" + index() + ")\n"};
+    for (uint64_t i = 0; i < lines.size(); i++) {
+        log_.clear();
+        stdout_capture out;
+        const io_fault_at fault(opens - 2 + i, EMFILE, {io_call::open});
+        EXPECT_EQ(check_full_volume(), -1);
+        EXPECT_TRUE(log_.has("ERR: do_check_full_tbl_consistent(#) " + lines[i]));
+        EXPECT_NE(out.text().find("TARN_INFO: Rebuild EP_FRI"), std::string::npos);
+        EXPECT_EQ(tbl_word_of(rebuilt(), 5), 0x8001) << i;
+        std::filesystem::remove_all(root() + "/@EP_CHK");
+    }
+}
+
 TEST_F(full_check_command, of_a_volume_without_references_succeeds_at_once) {
     std::filesystem::remove(root() + "/@iSCSITrg/LUN_Extent_1");
     stdout_capture out;

@@ -169,7 +169,7 @@ TEST_F(handle_set, a_load_fails_at_whichever_call_fails_and_leaves_the_set_uncha
             ASSERT_LT(n, 100u);
         }
         EXPECT_EQ(finish_handle_set(), 0);
-        EXPECT_GT(n, 6u);
+        EXPECT_EQ(n, type == 4u ? 7u : 5u);  // open, header, and a map's pool table
     }
 }
 
@@ -184,7 +184,7 @@ TEST_F(handle_set, finishing_closes_every_file_and_leaves_empty_lists) {
     EXPECT_EQ(found(0xF1, 4), "map");
     const io_fault_at syncs(0, 0, {io_call::sync});
     EXPECT_EQ(finish_handle_set(), 0);
-    EXPECT_EQ(syncs.calls(), 3u);
+    EXPECT_EQ(syncs.calls(), 0u);  // nothing was written through them
     EXPECT_EQ(open_files(), before);
     for (const uint32_t type : {1u, 2u, 4u}) {
         EXPECT_EQ(found(0xF1, type), "");

@@ -1,5 +1,6 @@
 #include "volume/import_volume.h"
 
+#include <cerrno>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
@@ -8,6 +9,7 @@
 #include "fri/fri_file.h"
 #include "map/map_file.h"
 #include "options.h"
+#include "support/io_faults.h"
 #include "support/log_capture.h"
 #include "support/sample_maps.h"
 #include "support/sample_volumes.h"
@@ -71,6 +73,53 @@ TEST_F(import_volume, makes_its_directory_for_the_owner_alone) {
     struct stat64 status = {};
     ASSERT_EQ(stat64((root() + "/@EP_CHK").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode, unsigned{S_IFDIR | 0700});
+}
+
+// Files first: table and index; then the work directory, then the volume's root.
+TEST_F(import_volume, puts_the_names_of_its_files_on_the_disk) {
+    uint64_t syncs = 0;
+    {
+        stdout_capture out;
+        const io_fault_at count(0, 0, {io_call::sync});
+        EXPECT_EQ(do_import_volume(FIX_DIR), 0);
+        syncs = count.calls();
+    }
+    EXPECT_EQ(syncs, 4u);
+    for (uint64_t n = 1; n <= syncs; n++) {
+        fs::remove_all(fix(""));
+        log_.clear();
+        stdout_capture out;
+        const io_fault_at fault(n, EIO, {io_call::sync});
+        EXPECT_EQ(do_import_volume(FIX_DIR), -1) << n;
+        EXPECT_EQ(log_.lines().size(), 1u) << n;
+    }
+    EXPECT_EQ(log_.lines(), log_lines({"ERR: sync_directory(#) Fail to sync directory " + root() +
+                                       ": Input/output error\n"}));
+}
+
+TEST_F(import_volume, a_lost_index_is_only_one_that_is_certainly_not_there) {
+    unlink((root() + "/@EP/EP_FRI").c_str());
+    uint64_t stats = 0;
+    {
+        stdout_capture out;
+        const io_fault_at count(0, 0, {io_call::stat});
+        EXPECT_EQ(do_import_volume(FIX_DIR), 0);
+        stats = count.calls();
+    }
+    bool asked = false;
+    for (uint64_t n = 1; n <= stats; n++) {
+        fs::remove_all(fix(""));
+        log_.clear();
+        stdout_capture out;
+        const io_fault_at fault(n, EACCES, {io_call::stat});
+        const int result = do_import_volume(FIX_DIR);
+        if (log_.has("Fail to get the status of " + root() + "/@EP/EP_FRI: Permission denied")) {
+            EXPECT_EQ(result, -1);
+            EXPECT_TRUE(log_.has("ERR: do_import_volume(#) Fail to create FRI "));
+            asked = true;
+        }
+    }
+    EXPECT_TRUE(asked);
 }
 
 TEST_F(import_volume, an_existing_directory_is_refused_before_any_file_is_made) {

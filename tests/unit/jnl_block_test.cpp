@@ -75,10 +75,23 @@ TEST_F(jnl_block_test, a_read_that_fails_leaves_zeros_and_keeps_the_journal) {
     EXPECT_EQ(keep_journal_reasons().count, 1u);
 }
 
-TEST_F(jnl_block_test, a_short_read_is_a_damaged_block) {
+TEST_F(jnl_block_test, a_read_that_stops_before_the_end_of_the_block_is_a_failed_one) {
     history_.journal.put(3, file_block({tbl_record(POOL, 5, 0x8001)}));
     io_fault_at fault(1, 0, {io_call::read});
-    EXPECT_EQ(read(3, -1), log_lines({"ERR: jnl_block_read(#) jnl checksum error @block 3\n"}));
+    EXPECT_EQ(read(3, -1), log_lines({"ERR: jnl_block_read(#) jnl read error, block_num[3]\n",
+                                      "ERR: jnl_block_read(#) jnl checksum error @block 3\n"}));
+    EXPECT_EQ(keep_journal_failures().count, 1u);
+}
+
+TEST_F(jnl_block_test, the_state_says_why_a_block_is_not_good) {
+    history_.journal.put(3, file_block({tbl_record(POOL, 5, 0x8001)}));
+    history_.journal.put_damaged(4, file_block({tbl_record(POOL, 5, 0x8001)}));
+    history_.load();
+    EXPECT_EQ(jnl_block_get(&block_, 3), jnl_block_state::good);
+    EXPECT_EQ(jnl_block_get(&block_, 4), jnl_block_state::damaged);
+    EXPECT_EQ(jnl_block_get(&block_, 5), jnl_block_state::empty);
+    io_fault_at fault(1, EIO, {io_call::read});
+    EXPECT_EQ(jnl_block_get(&block_, 3), jnl_block_state::unread);
 }
 
 TEST_F(jnl_block_test, a_block_that_no_offset_reaches_does_not_wrap_to_one_that_exists) {

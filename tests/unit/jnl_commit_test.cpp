@@ -16,6 +16,8 @@ static std::string all_zero(uint64_t n) {
     return "jnl_block_read(#) jnl block all zero value @block " + std::to_string(n) + "\n";
 }
 
+static constexpr uint64_t TOTAL = 8;  // blocks of the ring
+
 class jnl_commit_test : public testing::Test {
 protected:
     ~jnl_commit_test() override { close_jnl(); }
@@ -30,6 +32,15 @@ protected:
         close_jnl();
         EXPECT_EQ(load_jnl(journal_.path()), 0);
         return last_complete_commit(&commit_, total);
+    }
+    // The n-th read of a block fails; error 0: it stops short.
+    int last_with_failing_read(uint64_t n, int error) {
+        close_jnl();
+        EXPECT_EQ(load_jnl(journal_.path()), 0);
+        const io_fault_at fault(n, error, {io_call::read});
+        const int result = last_complete_commit(&commit_, TOTAL);
+        EXPECT_TRUE(fault.fired());
+        return result;
     }
     int find(uint64_t n, uint64_t total = 8) {
         close_jnl();
@@ -48,7 +59,7 @@ protected:
                std::to_string(uint32_t{commit_.last_block.ej_header.jnl_transid});
     }
 
-    raw_journal journal_{8};
+    raw_journal journal_{TOTAL};
     jnl_commit commit_ = {};
     stdout_capture out_;
     log_capture log_;
@@ -338,16 +349,41 @@ TEST_F(jnl_commit_test, a_first_transaction_that_never_completed_is_nothing_to_p
     EXPECT_EQ(last(), -1);
 }
 
-TEST_F(jnl_commit_test, a_record_beyond_the_ring_is_read_as_it_is) {
-    put(4, 6, 0, LAST);
-    put(13, 7, 0, LAST);
-    set_newest(7, 13);
+TEST_F(jnl_commit_test, a_record_at_or_past_the_end_of_the_ring_is_an_absurd_header) {
+    put(TOTAL - 1, 7, 0, LAST);
+    set_newest(7, TOTAL - 1);
     EXPECT_EQ(last(), 1);
-    EXPECT_EQ(where(), "13-13 7 7");
-    set_newest(7, ~uint64_t{0});  // no offset reaches it; before it lies block 6 of the ring
-    put(6, 6, 0, LAST);
+    for (const uint64_t record : {TOTAL, TOTAL + 3, ~uint64_t{0}}) {
+        put(record % TOTAL, 7, 0, LAST);
+        set_newest(7, record);
+        log_.clear();
+        EXPECT_EQ(last(), -1);
+        EXPECT_EQ(log_.lines(), log_lines({"ERR: last_complete_commit(#) jnl_last_record_start " +
+                                           std::to_string(record) + " is past the ring of " +
+                                           std::to_string(TOTAL) + " blocks\n"}));
+    }
+}
+
+// The newest transaction, in blocks 4 and 5, is there; one of the blocks cannot be read, and an
+// older complete transaction must not pass for the newest.
+TEST_F(jnl_commit_test, a_block_that_cannot_be_read_is_not_one_that_was_never_written) {
+    put(3, 6, 0, LAST);
+    put(4, 7, 0, MORE);
+    put(5, 7, 1, LAST);
+    set_newest(7, 4);
     EXPECT_EQ(last(), 1);
-    EXPECT_EQ(where(), "6-6 6 6");
+    for (const int error : {EIO, 0}) {               // 0: the read stops short
+        for (const uint64_t n : {1u, 2u, 3u, 4u}) {  // record, start, first and last block
+            log_.clear();
+            EXPECT_EQ(last_with_failing_read(n, error), -1) << n;
+            EXPECT_EQ(log_.last(), "ERR: last_complete_commit(#) Can't read last jnl commit\n");
+        }
+    }
+    set_newest(8, 6);  // never written: the search goes on before it
+    EXPECT_EQ(last(), 1);
+    log_.clear();
+    EXPECT_EQ(last_with_failing_read(2, EIO), -1);
+    EXPECT_EQ(log_.last(), "ERR: last_complete_commit(#) Can't read last jnl commit\n");
 }
 
 TEST_F(jnl_commit_test, trace_lines_are_printed_when_the_switch_is_clear_only) {

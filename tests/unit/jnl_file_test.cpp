@@ -176,8 +176,10 @@ TEST_F(jnl_file_test, the_budget_is_twice_the_sync_count_and_does_not_wrap) {
     }
 }
 
-TEST_F(jnl_file_test, closing_syncs_and_counts_a_sync_that_fails) {
+TEST_F(jnl_file_test, closing_syncs_a_written_status_and_a_sync_that_fails_is_a_reason) {
+    set_tag(JNL_STATUS_ABNORMAL);
     ASSERT_EQ(load_jnl(journal_.path()), 0);
+    EXPECT_EQ(set_journal_status(JNL_STATUS_BAD), 0);
     io_fault_at fault(1, EIO, {io_call::sync});
     close_jnl();
     EXPECT_TRUE(fault.fired());

@@ -115,7 +115,7 @@ TEST_F(map_handle_of, a_pool_table_that_cannot_be_read_in_full_fails) {
     make_pools(&file_, 2, 2);
     for (const int error : {EIO, 0}) {  // 0: it stops short
         log_.clear();
-        const io_fault_at fault(6, error, {io_call::read});  // behind the five header nodes
+        const io_fault_at fault(2, error, {io_call::read});  // after the header
         EXPECT_EQ(load(), -1);
         EXPECT_EQ(log_.lines(), log_lines({told("Fail to load 2 pools")}));
         expect_let_go();
@@ -143,7 +143,7 @@ TEST_F(map_handle_of, a_pool_table_past_the_first_mebibyte_fails_before_it_is_re
         make_pools(&file_, count, 65025);
         const io_fault_at reads(0, 0, {io_call::read});
         EXPECT_EQ(load(), -1) << count;
-        EXPECT_EQ(reads.calls(), 5u);  // the header alone
+        EXPECT_EQ(reads.calls(), 1u);  // the header alone
         EXPECT_EQ(log_.last(), told(std::string("Fail to load ") + shown + " pools"));
         EXPECT_EQ(log_.count("exceed EC_MAX_VOL_NUM (1024)"), 1u);
         expect_let_go();
@@ -171,19 +171,18 @@ TEST_F(map_handle_of, a_damaged_header_node_fails) {
     expect_let_go();
 }
 
-TEST_F(map_handle_of, closing_empties_the_cache_and_syncs_once) {
+TEST_F(map_handle_of, closing_empties_the_cache_and_syncs_nothing_that_was_not_written) {
     make_pools(&file_, 1, 1);
     ASSERT_EQ(load(), 0);
     ASSERT_EQ(tarn_cache_node_load(&handle_->cache, handle_->fd, 3), 0);
     const int fd = handle_->fd;
     const io_fault_at syncs(0, 0, {io_call::sync});
     EXPECT_EQ(close_map_handle(handle_.get()), 0);
-    EXPECT_EQ(syncs.calls(), 1u);
+    EXPECT_EQ(syncs.calls(), 0u);  // nothing was written
     EXPECT_EQ(handle_->fd, 0);
     EXPECT_EQ(handle_->cache.node_num, 0xFFFFFFFFFFFFFFFFu);
     EXPECT_EQ(fcntl(fd, F_GETFD), -1);
     EXPECT_EQ(close_map_handle(handle_.get()), 0);  // closed already
-    EXPECT_EQ(syncs.calls(), 1u);
 }
 
 TEST_F(map_handle_of, a_load_fails_at_whichever_call_fails_and_lets_go_of_everything) {
@@ -198,5 +197,5 @@ TEST_F(map_handle_of, a_load_fails_at_whichever_call_fails_and_lets_go_of_everyt
         EXPECT_EQ(log_.lines().empty(), !fired) << n;
         EXPECT_EQ(handle_->pools == nullptr, fired) << n;
     }
-    EXPECT_EQ(n, 15u);  // open; seek and read six times; the fourteenth is none
+    EXPECT_EQ(n, 7u);  // open; seek and read twice; the sixth does not come
 }

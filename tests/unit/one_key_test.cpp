@@ -1,62 +1,15 @@
 #include "volume/one_key.h"
 
+#include <cerrno>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
 
-#include "fri/fri_file.h"
-#include "map/map_file.h"
-#include "options.h"
-#include "support/log_capture.h"
-#include "support/sample_maps.h"
-#include "support/sample_volumes.h"
-#include "support/scratch_file.h"
-#include "support/stdout_capture.h"
-#include "tbl/tbl_file.h"
+#include "support/io_faults.h"
+#include "support/one_key_fixture.h"
+#include "volume/table_swap.h"
 
 namespace fs = std::filesystem;
-
-// Volume 1 has one map, lea 0 in extent 1; its table is all noise. There is no journal.
-class one_key : public testing::Test {
-protected:
-    one_key() { make_volume(1); }
-    ~one_key() override {
-        EXPECT_EQ(current_tbl.fd, 0);
-        EXPECT_EQ(current_fri.fd, 0);
-        EXPECT_EQ(current_map.fd, 0);
-    }
-
-    void make_volume(unsigned number) const {
-        make_sample_volume(root(number), 0x11);
-        make_dat(live("EP_DAT_00000", number), 0x77, 0);
-        make_filled_map(map(number), 63, 1, {{0, 1}});
-        set_tbl_word(live("EP_TBL", number), 1, 0x8009);
-    }
-    std::string root(unsigned number = 1) const { return volumes_.volume(number); }
-    std::string live(const std::string& name, unsigned number = 1) const {
-        return root(number) + "/@EP/" + name;
-    }
-    std::string map(unsigned number = 1) const { return root(number) + "/@iSCSITrg/LUN_Extent_1"; }
-
-    sample_volumes volumes_;
-    log_capture log_;
-};
-
-class one_key_repair_of_a_volume : public one_key {
-protected:
-    one_key_repair_of_a_volume() {
-        snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", root().c_str());
-    }
-    int repair() {
-        stdout_capture out;
-        const int result = one_key_repair(words_.count(), words_.values(), 0);
-        text_ = out.text();
-        return result;
-    }
-
-    arguments words_{{}};
-    std::string text_;
-};
 
 TEST_F(one_key_repair_of_a_volume, swaps_the_rebuilt_files_in_and_keeps_the_previous_ones) {
     set_fri_word(live("EP_FRI"), 0, 0x9000000000000005);
@@ -104,19 +57,72 @@ TEST_F(one_key_repair_of_a_volume, refuses_a_path_that_would_be_cut_before_it_to
     EXPECT_EQ(text_, "");
 }
 
-class one_key_check : public one_key {
-protected:
-    int check(std::vector<std::string> options = {}) {
-        arguments words(std::move(options));
-        stdout_capture out;
-        const int result = one_key_check_all_vol(words.count(), words.values(), 0);
-        text_ = out.text();
-        return result;
-    }
-    bool printed(const std::string& part) const { return text_.find(part) != std::string::npos; }
+TEST_F(one_key_repair_of_a_volume, finishes_a_swap_that_was_cut_without_replay_and_rebuild) {
+    make_directories(root() + "/@EP_FIX");
+    make_tbl(root() + "/@EP_FIX/EP_TBL", uuid_of(0x22));
+    make_fri(root() + "/@EP_FIX/EP_FRI", uuid_of(0x33), 0);
+    table_swap swap;
+    ASSERT_EQ(table_swap_form(&swap, root().c_str()), 0);
+    ASSERT_EQ(table_swap_begin(&swap), 0);
+    EXPECT_EQ(repair(), 0);
+    EXPECT_EQ(text_, "");
+    EXPECT_EQ(uuid_in(live("EP_TBL")), uuid_of(0x22));
+    EXPECT_EQ(uuid_in(live("EP_FRI")), uuid_of(0x33));
+    EXPECT_EQ(uuid_in(live("EP_TBL.bkp")), uuid_of(0x11));
+    EXPECT_FALSE(file_exists(root() + "/@EP_FIX"));
+    EXPECT_EQ(log_.lines(), log_lines({}));
+}
 
-    std::string text_;
-};
+TEST_F(one_key_repair_of_a_volume, removes_a_work_directory_without_a_marker_and_fails) {
+    make_empty_file(root() + "/@EP_FIX/EP_TBL");
+    make_empty_file(root() + "/@EP_FIX/swap");
+    EXPECT_EQ(repair(), -1);
+    EXPECT_FALSE(file_exists(root() + "/@EP_FIX"));
+    EXPECT_EQ(tbl_word_of(live("EP_TBL"), 1), 0x8009);
+    EXPECT_EQ(repair(), 0);
+}
+
+TEST_F(one_key_repair_of_a_volume, touches_nothing_while_a_marker_cannot_be_looked_for) {
+    make_empty_file(root() + "/@EP_FIX/EP_TBL");
+    const io_fault_at fault(1, EIO, {io_call::stat});
+    EXPECT_EQ(repair(), -1);
+    EXPECT_EQ(text_, "");
+    EXPECT_EQ(log_.lines(), log_lines({"ERR: one_key_repair(#) Fail to get the status of " +
+                                       root() + "/@EP_FIX: Input/output error\n"}));
+    EXPECT_TRUE(file_exists(root() + "/@EP_FIX/EP_TBL"));
+}
+
+TEST_F(one_key_repair_of_a_volume, leaves_the_finished_files_where_a_step_of_the_swap_fails) {
+    make_directories(live("EP_FRI.bkp/deep"));
+    EXPECT_EQ(repair(), -1);
+    EXPECT_TRUE(file_exists(root() + "/@EP_FIX/swap"));
+    EXPECT_TRUE(file_exists(root() + "/@EP_FIX/EP_FRI"));
+    fs::remove_all(live("EP_FRI.bkp"));
+    EXPECT_EQ(repair(), 0);
+    EXPECT_EQ(fri_word_of(live("EP_FRI"), 0), 0x8fff000000000001);
+    EXPECT_EQ(tbl_word_of(live("EP_TBL.bkp"), 1), 0x8009);
+}
+
+static constexpr const char* NOT_REPLAYED = "ERR: one_key_repair(#) the journal was not replayed";
+
+TEST_F(one_key_repair_of_a_volume, says_at_its_end_that_the_journal_was_not_replayed) {
+    make_empty_file(volumes_.journal());
+    EXPECT_EQ(repair(), 0);
+    EXPECT_EQ(log_.last(), NOT_REPLAYED + (" into " + root()) + "\n");
+    EXPECT_EQ(log_.count(NOT_REPLAYED), 1u);
+    make_filled_map(map(), 63, 0, {{0, 1}});  // the rebuild fails as well
+    log_.clear();
+    EXPECT_EQ(repair(), -1);
+    EXPECT_EQ(log_.last(), NOT_REPLAYED + (" into " + root()) + "\n");
+}
+
+TEST_F(one_key_repair_of_a_volume, does_not_miss_a_journal_that_is_not_there_or_was_replayed) {
+    EXPECT_EQ(repair(), 0);
+    EXPECT_FALSE(log_.has(NOT_REPLAYED));
+    make_jnl(volumes_.journal(), 0, {tbl_block(uuid_of(0x11), 9, 0x8001)});
+    EXPECT_EQ(repair(), 0);
+    EXPECT_FALSE(log_.has(NOT_REPLAYED));
+}
 
 TEST_F(one_key_check, of_no_volume_passes) {
     fs::remove_all(root() + "/@EP");

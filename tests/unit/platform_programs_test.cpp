@@ -1,3 +1,4 @@
+#include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -83,6 +84,31 @@ TEST(platform_programs, a_program_gets_the_standard_descriptors_and_no_other) {
     EXPECT_EQ(rest_of(stream), "0\n1\n2\n");
     OLIBCPclose(stream);
     close(inherited);
+}
+
+// /proc shows the blocked signals as a mask, bit 0 for signal 1: 15 is bit 14.
+TEST(platform_programs, a_program_gets_the_signals_that_this_process_started_with) {
+    sigset_t blocked;
+    sigset_t before;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGTERM);
+    sigprocmask(SIG_BLOCK, &blocked, &before);
+    const auto pipe_before = signal(SIGPIPE, SIG_IGN);
+    const auto size_before = signal(SIGXFSZ, SIG_IGN);
+    FILE* stream =
+        OLIBCPopen("/usr/bin/grep", "r", "-E", "^Sig(Blk|Ign):", "/proc/self/status", nullptr);
+    ASSERT_NE(stream, nullptr);
+    const std::string text = rest_of(stream);
+    OLIBCPclose(stream);
+    signal(SIGPIPE, pipe_before);
+    signal(SIGXFSZ, size_before);
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    unsigned long long child_blocked = ~0ULL;
+    unsigned long long child_ignored = ~0ULL;
+    EXPECT_EQ(sscanf(text.c_str(), "SigBlk: %llx SigIgn: %llx", &child_blocked, &child_ignored), 2);
+    EXPECT_EQ(child_blocked >> (SIGTERM - 1) & 1, 0u);
+    EXPECT_EQ(child_ignored >> (SIGPIPE - 1) & 1, 0u);
+    EXPECT_EQ(child_ignored >> (SIGXFSZ - 1) & 1, 0u);
 }
 
 TEST(platform_programs, running_to_the_end_gives_the_exit_status) {

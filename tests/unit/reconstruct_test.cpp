@@ -9,6 +9,7 @@
 #include "options.h"
 #include "store/keep_journal.h"
 #include "support/io_faults.h"
+#include "support/io_outage.h"
 #include "support/log_capture.h"
 #include "support/roads.h"
 #include "support/sample_maps.h"
@@ -80,6 +81,66 @@ TEST_F(reconstruct, gives_a_lost_index_the_uuid_of_the_data_file) {
     EXPECT_EQ(uuid_in(fix("EP_TBL")), uuid_of(0x11));
     EXPECT_NE(out.text().find("TARN_INFO: to   [77777777777777777777777777777777]\n"),
               std::string::npos);
+}
+
+// The place of an index's third node: unused in a table, and read with its uuid.
+TEST_F(reconstruct, keeps_the_uuid_of_a_table_with_damage_in_its_unused_bytes) {
+    write_file_bytes(live("EP_TBL"), 4100, "x", 1);
+    stdout_capture out;
+    EXPECT_EQ(do_reconstruct_volume(), 0);
+    EXPECT_EQ(uuid_in(fix("EP_TBL")), uuid_of(0x11));
+    EXPECT_EQ(uuid_in(fix("EP_FRI")), uuid_of(0x11));
+    EXPECT_EQ(out.text().find("uuid:"), std::string::npos);
+}
+
+TEST_F(reconstruct, gives_a_damaged_index_the_uuid_of_the_table) {
+    write_file_bytes(live("EP_FRI"), 30, "x", 1);
+    stdout_capture out;
+    EXPECT_EQ(do_reconstruct_volume(), 0);
+    EXPECT_EQ(uuid_in(fix("EP_TBL")), uuid_of(0x11));
+    EXPECT_EQ(uuid_in(fix("EP_FRI")), uuid_of(0x11));
+    EXPECT_EQ(out.text().find("uuid:"), std::string::npos);
+}
+
+// Whichever it is: the rebuild fails, or both files have the volume's uuid.
+TEST_F(reconstruct, makes_up_no_uuid_after_a_single_failing_call) {
+    for (const io_call kind : {io_call::read, io_call::open, io_call::stat, io_call::seek}) {
+        uint64_t rebuilt = 0;
+        for (uint64_t n = 1; n <= 12; n++) {
+            fs::remove_all(root() + "/@EP_FIX");
+            stdout_capture out;
+            const io_fault_at fault(n, EIO, {kind});
+            if (do_reconstruct_volume() != 0) {
+                EXPECT_FALSE(file_exists(root() + "/@EP_FIX"));
+                continue;
+            }
+            rebuilt++;
+            EXPECT_EQ(uuid_in(fix("EP_TBL")), uuid_of(0x11)) << n;
+            EXPECT_EQ(uuid_in(fix("EP_FRI")), uuid_of(0x11)) << n;
+        }
+        EXPECT_GT(rebuilt, 0u) << static_cast<int>(kind);
+    }
+}
+
+TEST_F(reconstruct, takes_no_file_for_lost_that_the_system_does_not_speak_of) {
+    uint64_t stats = 0;
+    {
+        stdout_capture out;
+        const io_fault_at count(0, 0, {io_call::stat});
+        ASSERT_EQ(do_reconstruct_volume(), 0);
+        stats = count.calls();
+    }
+    // The last two: whether the live index, and the live table, are gone.
+    for (const uint64_t n : {stats - 1, stats}) {
+        fs::remove_all(root() + "/@EP_FIX");
+        log_.clear();
+        stdout_capture out;
+        const io_fault_at fault(n, EIO, {io_call::stat});
+        EXPECT_EQ(do_reconstruct_volume(), -1);
+        EXPECT_TRUE(log_.has("ERR: do_reconstruct_volume(#) Fail to get the status of " +
+                             live(n == stats ? "EP_TBL" : "EP_FRI") + ": Input/output error\n"));
+        EXPECT_EQ(out.text().find("uuid:"), std::string::npos);
+    }
 }
 
 TEST_F(reconstruct, without_the_first_data_file_creates_nothing) {
@@ -158,7 +219,7 @@ TEST_F(reconstruct, a_write_that_fails_without_a_result_leaves_no_work_directory
         EXPECT_TRUE(fault.fired()) << n;
         EXPECT_FALSE(file_exists(root() + "/@EP_FIX")) << n;
     }
-    EXPECT_TRUE(log_.has("1 writes or syncs of " + root() + " failed\n"));
+    EXPECT_TRUE(log_.has("1 reads, writes or syncs of " + root() + " failed\n"));
 }
 
 TEST_F(reconstruct, whichever_file_does_not_open_nothing_half_done_is_left) {
@@ -188,9 +249,10 @@ TEST_F(reconstruct, whichever_write_fails_no_work_directory_is_left) {
     for (uint64_t n = 1; fired; n++) {
         fs::remove_all(root() + "/@EP_FIX");
         stdout_capture out;
-        const io_fault_at fault(n, ENOSPC, {io_call::write});
+        const io_outage outage(io_call::write,
+                               n);  // for good: one failing run of blocks is made good
         const int result = do_reconstruct_volume();
-        fired = fault.fired();
+        fired = io_outage::came();
         EXPECT_EQ(result, fired ? -1 : 0) << n;
         EXPECT_EQ(file_exists(root() + "/@EP_FIX"), !fired) << n;
         not_saved |= out.text().find("TARN_INFO: Fail to save FRI " + fix("EP_FRI") + "\n") !=

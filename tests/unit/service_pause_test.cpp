@@ -1,10 +1,12 @@
 #include "cli/service_pause.h"
 
+#include <csignal>
 #include <gtest/gtest.h>
 #include <string>
 
 #include "support/log_capture.h"
 #include "support/sample_volumes.h"
+#include "volume/stop_signals.h"
 
 static int runs;
 static int seen_argument;
@@ -23,6 +25,7 @@ static int fail(int, char**, int) {
 class service_pause : public testing::Test {
 protected:
     service_pause() { runs = 0; }
+    ~service_pause() override { stop_signals_forget(); }
     sample_volumes volumes_;
     arguments none_{{}};
     log_capture log_;
@@ -54,4 +57,22 @@ TEST_F(service_pause, a_service_that_does_not_come_back_fails_the_run) {
     EXPECT_EQ(run_with_iscsi_paused(none_.count(), none_.values(), 0, succeed, "a reason"), -1);
     EXPECT_EQ(runs, 1);
     EXPECT_EQ(log_.last(), "tarn:# failed to start iscsi service");
+}
+
+TEST_F(service_pause, a_stop_signal_before_the_procedure_still_resumes_the_service) {
+    stop_signals_block();
+    raise(SIGTERM);
+    EXPECT_EQ(run_with_iscsi_paused(none_.count(), none_.values(), 0, succeed, "a reason"), -1);
+    EXPECT_EQ(runs, 0);
+    EXPECT_EQ(volumes_.service_calls(), "pause iscsitrg a reason\nresume iscsitrg a reason\n");
+}
+
+static int stop_in_the_middle(int, char**, int) {
+    raise(SIGINT);
+    return stop_requested() ? -1 : 0;
+}
+
+TEST_F(service_pause, a_stop_signal_in_the_procedure_waits_for_it) {
+    EXPECT_EQ(run_with_iscsi_paused(none_.count(), none_.values(), 0, stop_in_the_middle, "x"), -1);
+    EXPECT_EQ(volumes_.service_calls(), "pause iscsitrg x\nresume iscsitrg x\n");
 }

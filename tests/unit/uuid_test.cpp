@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "support/hex.h"
+#include "support/io_faults.h"
 #include "support/log_capture.h"
 
 TEST(uuid, the_line_gives_its_bytes_in_order) {
@@ -42,6 +43,14 @@ TEST(uuid, a_missing_array_is_told) {
     log_capture log;
     EXPECT_EQ(uuid_gen(nullptr, 16), -1);
     EXPECT_EQ(log.lines(), log_lines({"ERR: uuid_gen(#) uuid NULL pointer\n"}));
+}
+
+TEST(uuid, a_program_that_does_not_start_is_logged) {
+    log_capture log;
+    const io_fault_at fault(1, EAGAIN, {io_call::spawn});
+    uint8_t out[16] = {};
+    EXPECT_EQ(uuid_gen(out, 16), -1);
+    EXPECT_EQ(log.lines(), log_lines({"ERR: uuid_gen(#) fail to OLIBCPopen '/usr/bin/uuidgen'\n"}));
 }
 
 TEST(uuid, two_fresh_ones_differ_and_are_well_formed) {

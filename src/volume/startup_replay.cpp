@@ -1,0 +1,237 @@
+// The steps of start-up replay:
+//  1. the journal's path; without a journal file there is nothing to do
+//  2. locks on the journal's directory and on every volume, against a second run
+//  3. the status: a clean shutdown is only checked (5, 7), an unclean one goes on, others end here
+//  4. every volume that ought to be there is there
+//  5. the guard: no volume is mounted read-only
+//  6. the replay into every volume
+//  7. the check of every volume
+//  8. volumes that were skipped although they have maps, and a sync of everything
+//  9. the removal of the journal, unless there is a reason to keep it
+#include "volume/startup_replay.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include "journal_status.h"
+#include "options.h"
+#include "platform.h"
+#include "print.h"
+#include "store/descriptor.h"
+#include "store/keep_journal.h"
+#include "volume/consistency.h"
+#include "volume/first_map.h"
+#include "volume/journal_state.h"
+#include "volume/path_list.h"
+#include "volume/run_lock.h"
+#include "volume/volume_journal.h"
+#include "volume/volume_paths.h"
+
+static constexpr const char* NAME = "vaai_startup_replay";  // its steps log under its name
+
+// What one run holds.
+struct startup_run {
+    path_entry volumes;  // those that carry LUN metadata
+    run_lock lock;       // the first `volume_count` directories are these volumes
+    uint32_t volume_count;
+    int journal_dir;  // open for reading
+};
+
+static int mark_journal_bad() {
+    if (tarn_set_journal_status(JNL_STATUS_BAD) != 0) {
+        log_err_as(NAME, "Fail to set journal %s BAD\n", opt_ctx.jnlpath);
+    }
+    return -1;
+}
+
+static int hold_volume(startup_run* run, const char* root) {
+    if (!may_be_vaai_volume(root)) {
+        return 0;
+    }
+    return run_lock_add(&run->lock, root, nullptr) == 0 ? add_path_entry(root, &run->volumes, 0)
+                                                        : -1;
+}
+
+// Volumes that cannot be listed are the guard's to report.
+static int hold_everything(startup_run* run) {
+    ORBASpaceInfo* spaces = nullptr;
+    int result = 0;
+    if (ORBASpaceInfoEnum(1, &spaces) >= 0) {
+        for (const ORBASpaceInfo* at = spaces; at != nullptr && result == 0; at = at->next) {
+            result = hold_volume(run, at->mount_path);
+        }
+        ORBASpaceInfoFree(spaces);
+    }
+    run->volume_count = run->lock.count;
+    return result == 0 ? run_lock_journal(&run->lock, opt_ctx.jnlpath, &run->journal_dir) : -1;
+}
+
+static bool is_empty_directory(const char* path) {
+    DIR* directory = io_open_directory(path);
+    bool empty = directory != nullptr;
+    const char* name = "";
+    while (empty && name != nullptr) {
+        if (io_next_entry(directory, &name) != 0) {
+            log_keep_as(NAME, keep_reason::unread, "Fail to read directory %s: %s\n", path,
+                        strerror(errno));
+            break;
+        }
+        empty = name == nullptr || strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
+    }
+    if (directory != nullptr) {
+        closedir(directory);
+    }
+    return empty && name == nullptr;
+}
+
+// A volume that a configuration names is there: something, and no mount point without its mount.
+static bool is_there(const char* root) {
+    struct stat64 status = {};
+    if (io_stat(root, &status) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
+        log_err_as(NAME, "volume %s is not there\n", root);
+        return false;
+    }
+    if (S_ISDIR(status.st_mode) && is_empty_directory(root)) {
+        log_err_as(NAME, "volume %s is an empty directory: is it mounted?\n", root);
+        return false;
+    }
+    return true;
+}
+
+static bool all_volumes_there() {
+    ORBASpaceInfo* spaces = nullptr;
+    const int listed = ORBASpaceInfoEnum(1, &spaces);
+    bool there = true;
+    if (listed >= 0 && listed != ORBA_SPACES_NAMED && spaces == nullptr) {
+        log_err_as(NAME, "no volume is mounted\n");
+        there = false;
+    }
+    for (const ORBASpaceInfo* at = spaces; at != nullptr && there; at = at->next) {
+        there = listed != ORBA_SPACES_NAMED || is_there(at->mount_path);
+    }
+    ORBASpaceInfoFree(spaces);
+    return there;
+}
+
+// A volume without table and index is skipped by replay and check: what the journal says of its
+// maps was not done.
+static void look_for_maps_without_tables(const startup_run* run) {
+    for (const path_entry* at = run->volumes.next; at != &run->volumes; at = at->next) {
+        set_live_table_paths(at->name);
+        if (is_regular_file(opt_ctx.tblpath) == 1 || is_regular_file(opt_ctx.fripath) == 1) {
+            continue;
+        }
+        char map[PATH_TEXT_SIZE];
+        if (find_first_map(at->name, map, sizeof map) == first_map::found) {
+            log_keep_as(NAME, keep_reason::unread,
+                        "%s has the map %s and neither table nor index\n", at->name, map);
+        }
+    }
+}
+
+// Everything written to the volumes, by this process or one that died before it, is on the disk
+// before the journal goes.
+static void sync_volumes(const startup_run* run) {
+    for (uint32_t i = 0; i < run->volume_count; i++) {
+        if (io_sync_file_system(run->lock.dirs[i].fd) != 0) {
+            const int error = errno;
+            char name[IO_NAME_SIZE];
+            log_keep_as(NAME, keep_reason::failed_write, "Fail to sync the file system of %s: %s\n",
+                        io_name(run->lock.dirs[i].fd, name, sizeof name), strerror(error));
+        }
+    }
+}
+
+// An old journal must not come back after the next power failure.
+static int sync_removal(const startup_run* run) {
+    if (io_sync(run->journal_dir) == 0) {
+        return 0;
+    }
+    log_err_as(NAME, "Journal %s is removed, Fail to sync its directory: %s\n", opt_ctx.jnlpath,
+               strerror(errno));
+    return -1;
+}
+
+static int remove_journal(const startup_run* run) {
+    look_for_maps_without_tables(run);
+    sync_volumes(run);
+    const keep_reasons reasons = keep_journal_reasons();
+    if (reasons.count != 0) {
+        log_err_as(NAME, "Keep journal %s, reasons %llu, the first: %s\n", opt_ctx.jnlpath,
+                   ull(reasons.count), reasons.first);
+        return mark_journal_bad();
+    }
+    tarn_log("%s(%d) Journal Consistent, Remove %s\n", NAME, __LINE__, opt_ctx.jnlpath);
+    if (io_unlink(opt_ctx.jnlpath) != 0) {
+        log_err_as(NAME, "Fail to remove journal %s\n", opt_ctx.jnlpath);
+        return -1;
+    }
+    return sync_removal(run);
+}
+
+// After an unclean shutdown.
+static int replay_check_and_remove(const startup_run* run, int argc, char** argv) {
+    if (!all_volumes_there() || set_journal_ro_bad_when_ro_volume_exist() != 0) {
+        return -1;
+    }
+    tarn_log("%s(%d) Start to replaying Journal\n", NAME, __LINE__);
+    if (replay_all_vol_journal(argc, argv, 0) != 0 ||
+        check_all_vol_metadata_consistent(argc, argv) != 0) {
+        return mark_journal_bad();
+    }
+    return remove_journal(run);
+}
+
+// After a clean shutdown: the journal stays.
+static int check_only(int argc, char** argv) {
+    if (set_journal_ro_bad_when_ro_volume_exist() != 0) {
+        return -1;
+    }
+    if (check_all_vol_metadata_consistent(argc, argv) != 0) {
+        return mark_journal_bad();
+    }
+    return 0;
+}
+
+static int act_on_status(const startup_run* run, int argc, char** argv) {
+    uint32_t status = JNL_STATUS_INIT;
+    if (tarn_get_journal_status(&status) != 0) {
+        log_err_as(NAME, "Fail to get journal status, jnlPath %s\n", opt_ctx.jnlpath);
+        return -1;
+    }
+    switch (status) {
+        case JNL_STATUS_BAD:
+            log_err_as(NAME, "Journal In-Consistent\n");
+            return -1;  // a bad journal is never replayed
+        case JNL_STATUS_RO:
+        case JNL_STATUS_ABNORMAL:
+            return replay_check_and_remove(run, argc, argv);
+        case JNL_STATUS_SUCCESS:
+            return check_only(argc, argv);
+        default:
+            return -1;  // never used, or unknown: nothing is touched
+    }
+}
+
+int vaai_startup_replay(int argc, char** argv) {
+    if (parse_sub_options(argc, argv) != 0) {
+        return -1;
+    }
+    if (opt_ctx.jnlpath[0] == '\0') {
+        const int found = get_jnl_root_path();
+        printf("TARN_INFO: jnlPath=%s\n", opt_ctx.jnlpath);
+        if (found != 0) {
+            return -1;  // logged there
+        }
+    }
+    const path_kind kind = kind_of_path(__func__, opt_ctx.jnlpath);
+    if (kind != path_kind::file) {
+        return kind == path_kind::unknown ? -1 : 0;
+    }
+    startup_run run = {};
+    init_path_list(&run.volumes);
+    const int result = hold_everything(&run) == 0 ? act_on_status(&run, argc, argv) : -1;
+    run_lock_release(&run.lock);
+    free_path_list(&run.volumes);
+    return result;
+}

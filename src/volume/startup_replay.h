@@ -1,0 +1,9 @@
+// The main job: what happens to journal and volumes before the storage service starts.
+// Below: journal_state.h, volume_journal.h, consistency.h, run_lock.h. Above: the commands.
+#pragma once
+
+// --startup-replay: scans sub-options and acts on the journal's status. 0: there is no journal; it
+// was replayed, everything passed, nothing was in doubt, and it is removed for good; or the
+// shutdown was clean and the checks passed. Else -1, logged: the journal is still there (unless
+// only the sync of its directory failed), marked bad where replay, check or doubt ask for it.
+int vaai_startup_replay(int argc, char** argv);
