@@ -171,53 +171,51 @@ static int run_onekeyrepair(int argc, char** argv, const char*) {
 // Who reads the options after a command.
 enum option_reader { TABLE_READS, COMMAND_READS };
 
-// Whether a command changes a file. One that only reads keeps its exit status whatever fails.
-enum command_effect { READS, WRITES, WRITES_WITH_REPAIR };
+// What failures on the way, reads among them, make of a command's result.
+enum command_verdict {
+    WHOLE,     // 0 says that everything was written and read: a failure turns it into -1
+    AS_FOUND,  // it answers with what it found, and the log says what it did not
+};
 
 struct command_row {
     const char* name;
     int has_argument;
     option_reader reader;
-    command_effect effect;
+    command_verdict verdict;
     unsigned locks;  // command_locks, unless the command reads its options, or locks, itself
     int (*run)(int argc, char** argv, const char* argument);
 };
 static constexpr command_row commands[] = {
-    {"ckjnl", required_argument, TABLE_READS, READS, LOCKS_NOTHING, run_ckjnl},
-    {"rpjnl", required_argument, TABLE_READS, WRITES,
+    {"ckjnl", required_argument, TABLE_READS, WHOLE, LOCKS_NOTHING, run_ckjnl},
+    {"rpjnl", required_argument, TABLE_READS, WHOLE,
      LOCKS_VOLUME | LOCKS_TABLES | LOCKS_MAP | LOCKS_JOURNAL, run_rpjnl},
-    {"vaaick", required_argument, COMMAND_READS, READS, LOCKS_NOTHING, vaai_status_check},
-    {"set-status", required_argument, COMMAND_READS, WRITES, LOCKS_NOTHING, vaai_status_set},
-    {"startup-replay", no_argument, COMMAND_READS, WRITES, LOCKS_NOTHING, run_startup_replay},
-    {"metack", no_argument, COMMAND_READS, READS, LOCKS_NOTHING, run_metack},
-    {"freeck", no_argument, TABLE_READS, READS, LOCKS_NOTHING, run_freeck},
-    {"fullck", no_argument, TABLE_READS, WRITES, LOCKS_VOLUME, run_fullck},
-    {"vaaifix", no_argument, TABLE_READS, WRITES, LOCKS_TABLES, run_vaaifix},
-    {"create", required_argument, COMMAND_READS, WRITES, LOCKS_NOTHING, run_create},
-    {"change-uuid", required_argument, COMMAND_READS, WRITES, LOCKS_NOTHING, run_change_uuid},
-    {"import", no_argument, TABLE_READS, WRITES, LOCKS_TABLES, run_import},
-    {"import-volume", no_argument, TABLE_READS, WRITES, LOCKS_VOLUME, run_import_volume},
-    {"finalize", no_argument, TABLE_READS, WRITES, LOCKS_TABLES, run_finalize},
-    {"check-map", no_argument, TABLE_READS, WRITES_WITH_REPAIR, LOCKS_REPAIR, run_check_map},
-    {"search", required_argument, COMMAND_READS, READS, LOCKS_NOTHING, run_search},
-    {"ckvjnl", no_argument, COMMAND_READS, READS, LOCKS_NOTHING, run_ckvjnl},
-    {"rpvjnl", no_argument, COMMAND_READS, WRITES, LOCKS_NOTHING, run_rpvjnl},
-    {"punch", no_argument, COMMAND_READS, WRITES, LOCKS_NOTHING, run_punch},
-    {"reconstruct", no_argument, TABLE_READS, WRITES, LOCKS_VOLUME, run_reconstruct},
-    {"ckvbuf", no_argument, COMMAND_READS, READS, LOCKS_NOTHING, run_ckvbuf},
-    {"help", no_argument, COMMAND_READS, READS, LOCKS_NOTHING, run_help},
-    {"advhelp", no_argument, COMMAND_READS, READS, LOCKS_NOTHING, run_advhelp},
-    {"onekeycheck", no_argument, COMMAND_READS, WRITES, LOCKS_NOTHING, run_onekeycheck},
-    {"onekeyrepair", no_argument, TABLE_READS, WRITES, LOCKS_NOTHING, run_onekeyrepair},
+    {"vaaick", required_argument, COMMAND_READS, AS_FOUND, LOCKS_NOTHING, vaai_status_check},
+    {"set-status", required_argument, COMMAND_READS, WHOLE, LOCKS_NOTHING, vaai_status_set},
+    {"startup-replay", no_argument, COMMAND_READS, WHOLE, LOCKS_NOTHING, run_startup_replay},
+    {"metack", no_argument, COMMAND_READS, WHOLE, LOCKS_NOTHING, run_metack},
+    {"freeck", no_argument, TABLE_READS, WHOLE, LOCKS_NOTHING, run_freeck},
+    {"fullck", no_argument, TABLE_READS, WHOLE, LOCKS_VOLUME, run_fullck},
+    {"vaaifix", no_argument, TABLE_READS, WHOLE, LOCKS_TABLES, run_vaaifix},
+    {"create", required_argument, COMMAND_READS, WHOLE, LOCKS_NOTHING, run_create},
+    {"change-uuid", required_argument, COMMAND_READS, WHOLE, LOCKS_NOTHING, run_change_uuid},
+    {"import", no_argument, TABLE_READS, WHOLE, LOCKS_TABLES, run_import},
+    {"import-volume", no_argument, TABLE_READS, WHOLE, LOCKS_VOLUME, run_import_volume},
+    {"finalize", no_argument, TABLE_READS, WHOLE, LOCKS_TABLES, run_finalize},
+    {"check-map", no_argument, TABLE_READS, WHOLE, LOCKS_REPAIR, run_check_map},
+    {"search", required_argument, COMMAND_READS, AS_FOUND, LOCKS_NOTHING, run_search},
+    {"ckvjnl", no_argument, COMMAND_READS, WHOLE, LOCKS_NOTHING, run_ckvjnl},
+    {"rpvjnl", no_argument, COMMAND_READS, WHOLE, LOCKS_NOTHING, run_rpvjnl},
+    {"punch", no_argument, COMMAND_READS, WHOLE, LOCKS_NOTHING, run_punch},
+    {"reconstruct", no_argument, TABLE_READS, WHOLE, LOCKS_VOLUME, run_reconstruct},
+    {"ckvbuf", no_argument, COMMAND_READS, WHOLE, LOCKS_NOTHING, run_ckvbuf},
+    {"help", no_argument, COMMAND_READS, AS_FOUND, LOCKS_NOTHING, run_help},
+    {"advhelp", no_argument, COMMAND_READS, AS_FOUND, LOCKS_NOTHING, run_advhelp},
+    {"onekeycheck", no_argument, COMMAND_READS, WHOLE, LOCKS_NOTHING, run_onekeycheck},
+    {"onekeyrepair", no_argument, TABLE_READS, WHOLE, LOCKS_NOTHING, run_onekeyrepair},
 };
 static_assert(sizeof commands / sizeof commands[0] == 25);
 
-static bool writes(const command_row* command) {
-    return command->effect == WRITES ||
-           (command->effect == WRITES_WITH_REPAIR && opt_ctx.repair != 0);
-}
-
-// What a command that writes answers when something of it may not be on the disk, or was not read.
+// The answer of a command when something of it may not be on the disk, or was not read.
 static int answer_for_failures(int result) {
     const keep_reasons failures = keep_journal_failures();
     if (failures.count == 0) {
@@ -251,5 +249,5 @@ int run_command(int argc, char** argv) {
         return -1;
     }
     const int result = command->run(argc, argv, argument);
-    return writes(command) ? answer_for_failures(result) : result;
+    return command->verdict == WHOLE ? answer_for_failures(result) : result;
 }

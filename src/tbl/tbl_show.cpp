@@ -76,8 +76,8 @@ static int list_from(const tbl_group_reader* entries, uint64_t group, uint32_t h
             return -1;  // logged there
         }
         printf("TARN_INFO: [%u] offset %u, LPA %llu\n", i, tbl_offset_in_group(lpa), ull(lpa));
-        if (show_entries) {
-            (void)show_tbl_lpa(lpa);  // what cannot be read is logged there
+        if (show_entries && show_tbl_lpa(lpa) != 0) {
+            return -1;  // logged there
         }
         if (first_only || tbl_entry_is_tail(&entry)) {
             return 0;

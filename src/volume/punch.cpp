@@ -12,6 +12,7 @@
 #include "store/open_limit.h"
 #include "tbl/tbl_entries.h"
 #include "volume/dat_file.h"
+#include "volume/volume_paths.h"
 
 static constexpr int KEEP_SIZE_AND_PUNCH = 3;     // fallocate(2): KEEP_SIZE and PUNCH_HOLE
 static constexpr uint32_t EXTENT_SHIFT_MAX = 31;  // of a size in 32 bits
@@ -53,6 +54,9 @@ static void open_dat_files(dat_files* files, const char* root) {
         }
         const int fd = open_file(path);
         if (fd == 0) {
+            if (kind_of_path("dat_cal_end_lpa", path) == path_kind::file) {
+                keep_journal(keep_reason::unread, "data file %s cannot be opened", path);
+            }
             break;
         }
         files->fds[files->count] = fd;

@@ -38,6 +38,8 @@ struct known_result {
 };
 static constexpr known_result known_results[] = {
     {"search", "V3", "", same_files, "a display that was reached counts as done"},
+    {"search", "V4", "", same_files, "every entry of a group that cannot be shown has its line"},
+    {"vaaick", "V3", "stat", same_files, "what is not certainly a regular file is no journal"},
     {"onekey", "V3", "", replay_failed, "a failed replay is logged and stops no one-key command"},
     {"", "V3", "spawn /bin/rm", only_work_dir_left,
      "a work directory stays, and all else is right"},

@@ -184,7 +184,7 @@ TEST_F(volume_journal, a_map_that_does_not_load_ends_the_replay_and_empties_the_
     make_maps(3);
     make_directories(volume() + "/@Snapshot/FAMILY_1");  // a directory: listed, and no file
     EXPECT_EQ(replay_vol_journal(none_.count(), none_.values(), 0), -1);
-    EXPECT_EQ(log_.last(), "ERR: replay_tbl_in_batches(#) Fail to load " + volume() +
+    EXPECT_EQ(log_.last(), "ERR: replay_vol_journal(#) Fail to load " + volume() +
                                "/@Snapshot/FAMILY_1 on volumes " + volume() +
                                " for replaying TBL\n");
     EXPECT_EQ(told("REPLAY TBL"), 0u);
