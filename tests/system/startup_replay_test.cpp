@@ -243,3 +243,18 @@ TEST(startup_replay, a_volume_of_a_table_without_an_index_fails_the_replay) {
     EXPECT_TRUE(got.logged("ERR: replay_fri_journal(#) Fail to load FRI /volume1/@EP/EP_FRI\n"));
     EXPECT_EQ(jnl_status_of(box.journal()), 0x66656800U);
 }
+
+// A batch of 256 maps is open at a time, beside the table, the journal and the locks.
+TEST(startup_replay, raises_its_limit_of_open_files_for_a_volume_of_many_maps) {
+    const sandbox box;
+    make_volumes(box);
+    for (unsigned i = 0; i < 300; i++) {
+        make_lun(box, 1, "LUN_Extent_" + std::to_string(i), static_cast<uint8_t>(i));
+    }
+    make_jnl(box.journal(), 0xFFFFFFFF, {tbl_block(uuid_of(0x11), 5, 0x8003)});
+    const run_result got =
+        box.run_program("/bin/sh", {"-c", "ulimit -Sn 256; " TARN_PROGRAM " --startup-replay"}, {});
+    EXPECT_EQ(got.status, 0) << testing::PrintToString(got.log);
+    EXPECT_FALSE(file_exists(box.journal()));
+    EXPECT_EQ(tbl_word_of(box.volume(1) + "/@EP/EP_TBL", 5), 0x8003);
+}

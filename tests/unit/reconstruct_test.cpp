@@ -263,6 +263,23 @@ TEST_F(reconstruct, whichever_write_fails_no_work_directory_is_left) {
     EXPECT_TRUE(not_saved);
 }
 
+// A run of blocks that cannot be written at once is written entry by entry.
+TEST_F(reconstruct, a_write_in_bulk_that_is_made_good_is_no_reason_to_keep_a_journal) {
+    uint64_t made_good = 0;
+    bool fired = true;
+    for (uint64_t n = 1; fired; n++) {
+        fs::remove_all(root() + "/@EP_FIX");
+        keep_journal_forget();
+        stdout_capture out;
+        const io_fault_at fault(n, EIO, {io_call::write});
+        const int result = do_reconstruct_volume();
+        fired = fault.fired();
+        EXPECT_EQ(result == 0, keep_journal_reasons().count == 0) << n;
+        made_good += fired && result == 0 ? 1 : 0;
+    }
+    EXPECT_GE(made_good, 2u);  // the counts of a group, and its free list
+}
+
 TEST_F(reconstruct, a_path_that_would_be_cut_creates_nothing) {
     const std::string before = root();
     const std::string longer = root() + "/" + std::string(250, '/');
