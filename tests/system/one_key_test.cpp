@@ -8,6 +8,7 @@
 #include "support/sample_maps.h"
 #include "support/sample_volumes.h"
 #include "support/scratch_file.h"
+#include "support/stop_signal_defaults.h"
 #include "system/support/sandbox.h"
 
 // Both volumes hold one map, lea 0 in extent 5, and a table that agrees with it. The service's
@@ -46,6 +47,7 @@ protected:
     static constexpr const char* CHECKING =
         "pause iscsitrg iSCSI service running checking maintainance procedures\n"
         "resume iscsitrg iSCSI service running checking maintainance procedures\n";
+    const stop_signal_defaults defaults_;  // for the program that is run
     sandbox box_;
 };
 

@@ -6,6 +6,7 @@
 
 #include "support/io_faults.h"
 #include "support/one_key_fixture.h"
+#include "support/stop_signal_defaults.h"
 #include "volume/stop_signals.h"
 #include "volume/table_swap.h"
 
@@ -52,6 +53,8 @@ protected:
         EXPECT_FALSE(file_exists(live("EP_TBL.bkp")));
         EXPECT_FALSE(file_exists(root() + "/@EP_FIX"));
     }
+
+    const stop_signal_defaults defaults_;
 };
 
 TEST_F(one_key_stopped, during_the_replay_rebuilds_nothing) {
@@ -119,6 +122,8 @@ protected:
         io_fault = nullptr;
         stop_signals_forget();
     }
+
+    const stop_signal_defaults defaults_;
 };
 
 TEST_F(one_key_check_stopped, before_a_volume_looks_at_none) {

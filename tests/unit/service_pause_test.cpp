@@ -6,6 +6,7 @@
 
 #include "support/log_capture.h"
 #include "support/sample_volumes.h"
+#include "support/stop_signal_defaults.h"
 #include "volume/stop_signals.h"
 
 static int runs;
@@ -28,6 +29,7 @@ protected:
     ~service_pause() override { stop_signals_forget(); }
     sample_volumes volumes_;
     arguments none_{{}};
+    const stop_signal_defaults defaults_;
     log_capture log_;
 };
 

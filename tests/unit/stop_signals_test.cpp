@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "support/log_capture.h"
+#include "support/stop_signal_defaults.h"
 
 class stop_signals : public testing::Test {
 protected:
@@ -13,6 +14,7 @@ protected:
         sigprocmask(SIG_SETMASK, nullptr, &mask);
         return sigismember(&mask, number) == 1;
     }
+    const stop_signal_defaults defaults_;
     log_capture log_;
 };
 
