@@ -25,8 +25,11 @@ protected:
             "volumes = /volume1 /volume2\n"
             "service_pause = /bin/sh /scratch/service pause\n"
             "service_resume = /bin/sh /scratch/service resume\n");
+        write_service("test ! -e /scratch/fail-$1");
+    }
+    void write_service(const std::string& lines) const {
         std::ofstream(box_.scratch() + "/service") << "echo \"$*\" >>/scratch/calls\n"
-                                                      "test ! -e /scratch/fail-$1\n";
+                                                   << lines << "\n";
     }
 
     std::string live(const std::string& name, unsigned number = 1) const {
@@ -98,6 +101,61 @@ TEST_F(one_key_run, a_service_that_does_not_start_again_is_a_failure_of_a_repair
     EXPECT_TRUE(run.out.ends_with("TARN_INFO: Reconstruction procedure has failed\n"));
     EXPECT_TRUE(run.logged("tarn:# failed to start iscsi service"));
     EXPECT_TRUE(file_exists(live("EP_TBL.bkp")));
+}
+
+TEST_F(one_key_run, repair_stopped_by_a_signal_resumes_the_service_and_leaves_the_volume) {
+    set_tbl_word(live("EP_TBL"), 5, 0x8009);
+    for (const char* name : {"INT", "TERM", "HUP"}) {
+        std::filesystem::remove(box_.scratch() + "/calls");
+        write_service("test $1 = resume || kill -" + std::string(name) + " $PPID");
+        const run_result run = box_.run({"--onekeyrepair", "--volpath", "/volume1"});
+        EXPECT_EQ(run.status, 255) << name;
+        EXPECT_TRUE(run.out.ends_with("TARN_INFO: Reconstruction procedure has failed\n"));
+        EXPECT_TRUE(run.logged(" stops this run\n")) << name;
+        EXPECT_EQ(service_calls(), REPAIRING);
+        EXPECT_EQ(tbl_word_of(live("EP_TBL"), 5), 0x8009);
+        EXPECT_FALSE(file_exists(live("EP_TBL.bkp")));
+    }
+}
+
+TEST_F(one_key_run, check_stopped_by_a_signal_resumes_the_service) {
+    write_service("test $1 = resume || kill -TERM $PPID");
+    const run_result run = box_.run({"--onekeycheck"});
+    EXPECT_EQ(run.status, 255);
+    EXPECT_TRUE(run.logged("ERR: stop_requested(#) signal 15 (Terminated) stops this run\n"));
+    EXPECT_EQ(service_calls(), CHECKING);
+}
+
+TEST_F(one_key_run, a_signal_that_comes_when_all_is_done_changes_no_exit_status) {
+    write_service("test $1 = pause || kill -TERM $PPID");
+    const run_result run = box_.run({"--onekeyrepair", "--volpath", "/volume1"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.signal, 0);
+    EXPECT_TRUE(run.out.ends_with("TARN_INFO: One Key Repair has successfully completed\n"));
+}
+
+TEST_F(one_key_run, the_signals_are_not_blocked_in_the_programs_that_it_runs) {
+    write_service("kill -TERM $$\nexit 0");
+    const run_result run = box_.run({"--onekeycheck"});
+    EXPECT_EQ(run.status, 255);
+    EXPECT_TRUE(run.logged("tarn:# failed to pause iscsi service"));
+}
+
+TEST_F(one_key_run, finishes_a_swap_that_was_cut) {
+    set_tbl_word(live("EP_TBL"), 5, 0x8009);
+    std::filesystem::create_directories(live("EP_FRI.bkp/deep"));
+    EXPECT_EQ(box_.run({"--onekeyrepair", "--volpath", "/volume1"}).status, 255);
+    EXPECT_TRUE(file_exists(box_.volume(1) + "/@EP_FIX/swap"));
+    std::filesystem::remove_all(live("EP_FRI.bkp"));
+    std::filesystem::remove(box_.scratch() + "/calls");
+    const run_result run = box_.run({"--onekeyrepair", "--volpath", "/volume1"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out, "TARN_INFO: One Key Repair has successfully completed\n");
+    EXPECT_EQ(service_calls(), REPAIRING);
+    EXPECT_EQ(tbl_word_of(live("EP_TBL"), 5), 0x8001);
+    EXPECT_EQ(tbl_word_of(live("EP_TBL.bkp"), 5), 0x8009);
+    EXPECT_EQ(fri_word_of(live("EP_FRI"), 0), 0x8fff000000000001);
+    EXPECT_FALSE(file_exists(box_.volume(1) + "/@EP_FIX"));
 }
 
 TEST_F(one_key_run, check_passes_over_every_volume) {

@@ -1,0 +1,112 @@
+// The judge of runs under faults, on runs made up by hand.
+#include "campaign/faults_judge.h"
+
+#include <csignal>
+#include <gtest/gtest.h>
+
+static const std::map<std::string, std::string> BEFORE = {
+    {"journal/EP_JNL", "old"}, {"volume1/@EP/EP_TBL", "old"}, {"volume1/@EP/EP_FRI", "old"}};
+static const std::map<std::string, std::string> RIGHT = {{"volume1/@EP/EP_TBL", "new"},
+                                                         {"volume1/@EP/EP_FRI", "new"}};
+
+// A start-up replay that deletes the journal, and one run of it under a fault.
+class judged : public testing::Test {
+protected:
+    judged() {
+        undisturbed_ = {{0, 0, false, "text", {"line"}, {}, ""}, RIGHT};
+        got_ = undisturbed_;
+        got_.run.hit = "stat /w/volume1/@EP";
+    }
+    std::string result(const char* command = "startup-replay", unsigned traits = OUTPUT) {
+        const command_form form = {command, sample_kind::crashed, "", 0, traits, ""};
+        const verdict found = judge(form, BEFORE, undisturbed_, got_);
+        return (found.wrong ? "wrong: " : "right: ") + found.result;
+    }
+    observed undisturbed_;
+    observed got_;
+};
+
+TEST_F(judged, a_run_that_comes_to_the_same_is_right) {
+    EXPECT_EQ(result(), "right: as undisturbed");
+}
+
+TEST_F(judged, a_run_that_fails_and_keeps_everything_is_right) {
+    got_.run.status = 255;
+    got_.tree = BEFORE;
+    EXPECT_EQ(result(), "right: failed");
+}
+
+TEST_F(judged, a_run_in_which_the_call_never_came_proves_nothing) {
+    got_.run.hit = "";
+    EXPECT_EQ(result(), "wrong: the call was not reached");
+}
+
+TEST_F(judged, a_journal_that_is_gone_after_a_failure_is_found) {
+    got_.run.status = 255;
+    EXPECT_EQ(result(), "wrong: V1 the journal is gone although the run failed");
+    undisturbed_.tree = BEFORE;
+    EXPECT_EQ(result(), "wrong: V1 the journal is gone");
+}
+
+TEST_F(judged, a_journal_that_is_gone_with_a_wrong_result_is_found) {
+    got_.tree["volume1/@EP/EP_TBL"] = "old";
+    EXPECT_EQ(result(), "wrong: V1 the journal is gone and the result is wrong");
+}
+
+TEST_F(judged, the_last_sync_may_fail_when_the_journal_is_gone_and_the_run_says_so) {
+    got_.run.hit = "sync /w/journal";
+    got_.run.status = 255;
+    EXPECT_EQ(result(), "right: failed");
+}
+
+TEST_F(judged, a_live_file_that_is_gone_is_found_whatever_the_run_says) {
+    got_.tree = BEFORE;
+    got_.tree.erase("volume1/@EP/EP_FRI");
+    got_.run.status = 255;
+    EXPECT_EQ(result(), "wrong: V2 no live EP_FRI");
+}
+
+TEST_F(judged, success_with_wrong_files_is_found) {
+    got_.tree["journal/EP_JNL"] = "old";
+    EXPECT_EQ(result(), "wrong: V3 success, and the files are wrong");
+}
+
+TEST_F(judged, success_with_another_output_is_found_where_the_output_counts) {
+    got_.run.out = "other text";
+    EXPECT_EQ(result(), "wrong: V3 success, and the output is wrong");
+    EXPECT_EQ(result("startup-replay", PLAIN), "right: as undisturbed");
+}
+
+TEST_F(judged, success_where_there_is_none_is_found) {
+    undisturbed_.run.status = 255;
+    EXPECT_EQ(result(), "wrong: V3 success, where the undisturbed run fails");
+}
+
+TEST_F(judged, a_crash_a_hang_and_a_flood_are_found) {
+    got_.run.log.assign(201, "line");
+    EXPECT_EQ(result(), "right: as undisturbed");
+    got_.run.log.assign(202, "line");
+    EXPECT_EQ(result(), "wrong: V4 floods the log");
+    got_.run.status = -1;
+    got_.run.signal = SIGSEGV;
+    EXPECT_EQ(result(), "wrong: V4 ended by a signal");
+    got_.run.hung = true;
+    EXPECT_EQ(result(), "wrong: V4 does not end");
+}
+
+TEST_F(judged, a_display_may_fail_but_change_nothing) {
+    got_.run.out = "half of it";
+    EXPECT_EQ(result("search tbl"), "right: known: a display that was reached counts as done");
+    got_.tree["new"] = "file";
+    EXPECT_EQ(result("search tbl"), "wrong: V1 the journal is gone and the result is wrong");
+}
+
+TEST_F(judged, a_work_directory_may_stay_when_it_cannot_be_removed) {
+    undisturbed_.tree["journal/EP_JNL"] = "old";
+    got_.tree = undisturbed_.tree;
+    got_.tree["volume1/@EP_FIX"] = "directory";
+    got_.run.hit = "spawn /bin/rm";
+    EXPECT_EQ(result("reconstruct"), "right: known: a work directory stays, and all else is right");
+    got_.tree["volume1/@EP/EP_TBL"] = "old";
+    EXPECT_EQ(result("reconstruct"), "wrong: V3 success, and the files are wrong");
+}
