@@ -68,8 +68,19 @@ TEST_F(punch_run, an_input_at_its_end_punches_nothing_and_is_no_failure) {
 }
 
 TEST_F(punch_run, without_a_standard_input_nothing_is_punched) {
-    (void)punch(input_kind::closed, "");
+    const run_result run = punch(input_kind::closed, "");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out, QUESTION);
     EXPECT_TRUE(extent_is(1, 0xd5));
+}
+
+// A line of the log before the question: what it is sent through must not become the input.
+TEST_F(punch_run, without_a_standard_input_nothing_waits_for_the_log_to_answer) {
+    run_conditions conditions;
+    conditions.input = input_kind::closed;
+    const run_result run = box_.run({"--punch", "-z", "-p", "/volume1"}, conditions);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out, QUESTION);
 }
 
 TEST_F(punch_run, more_data_files_than_the_soft_limit_of_open_files_are_all_reached) {

@@ -106,7 +106,7 @@ TEST_F(reconstruct, gives_a_damaged_index_the_uuid_of_the_table) {
 TEST_F(reconstruct, makes_up_no_uuid_after_a_single_failing_call) {
     for (const io_call kind : {io_call::read, io_call::open, io_call::stat, io_call::seek}) {
         uint64_t rebuilt = 0;
-        for (uint64_t n = 1; n <= 12; n++) {
+        for (uint64_t n = 1; n <= 30; n++) {
             fs::remove_all(root() + "/@EP_FIX");
             stdout_capture out;
             const io_fault_at fault(n, EIO, {kind});

@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "system/support/failing_syncs.h"
 #include "system/support/log_socket.h"
 #include "system/support/private_root.h"
 
@@ -146,6 +147,11 @@ static void place(int fd, int standard, bool closed) {
     place(run.input.get(), STDIN_FILENO, conditions.input == input_kind::closed);
     place(run.out.to.get(), STDOUT_FILENO, conditions.output == output_kind::closed);
     place(run.err.to.get(), STDERR_FILENO, conditions.errors == output_kind::closed);
+    if (conditions.syncs_fail && !fail_every_sync()) {
+        const std::string reason = "no filter of system calls: " + std::string(strerror(errno));
+        (void)!write(run.setup.to.get(), reason.data(), reason.size());
+        _exit(126);
+    }
     execv(program.c_str(), argv.data());
     const std::string reason = program + ": " + strerror(errno);
     (void)!write(run.setup.to.get(), reason.data(), reason.size());

@@ -32,6 +32,7 @@ struct run_conditions {
     output_kind errors = output_kind::captured;
     bool read_only[2] = {false, false};  // /volume1, /volume2 mounted read-only
     bool without_configuration = false;  // no TARN_PLATFORM_CONF in the environment
+    bool syncs_fail = false;             // every sync of the program fails with EIO
 };
 
 class sandbox {
