@@ -334,14 +334,43 @@ static int swap_in(const table_swap* swap, const swap_file* file) {
     return result;
 }
 
+// The rebuilt file gets its name in the work directory back, on the disk, before the original takes
+// the live name again. 0, or -1.
+static int name_both_again(const table_swap* swap, const swap_file* file) {
+    if (io_link(file->live, file->rebuilt) == 0) {
+        return sync_directory(swap->work_dir) == 0 &&
+                       io_link(file->backup, file->next_backup) == 0 &&
+                       io_rename(file->next_backup, file->live) == 0
+                   ? 0
+                   : -1;
+    }
+    return has_no_links(errno) && io_rename(file->live, file->rebuilt) == 0 &&
+                   io_rename(file->backup, file->live) == 0
+               ? 0
+               : -1;
+}
+
+// The index could not follow the table: a service that is resumed must find a pair, so the original
+// table is live again, and the next run begins with it.
+static void take_back(const table_swap* swap, const swap_file* file) {
+    char absent[FILE_LINE_SIZE];
+    snprintf(absent, sizeof absent, "%s absent\n", file->live_name);
+    if (has_line(swap, absent) || name_both_again(swap, file) != 0 ||
+        sync_directory(swap->live_dir) != 0) {
+        log_err_as(REPAIR, "%s is rebuilt and the index is not: do not start the service\n",
+                   file->live);
+    }
+}
+
 int table_swap_finish(const table_swap* swap) {
-    if (sync_directory(swap->live_dir) != 0) {
+    const swap_file* table = &swap->files[0];
+    const swap_file* index = &swap->files[1];
+    if (sync_directory(swap->live_dir) != 0 || swap_in(swap, table) != 0) {
         return -1;
     }
-    for (const swap_file& file : swap->files) {
-        if (swap_in(swap, &file) != 0) {
-            return -1;
-        }
+    if (swap_in(swap, index) != 0) {
+        take_back(swap, table);
+        return -1;
     }
     if (sync_directory(swap->live_dir) != 0) {
         return -1;

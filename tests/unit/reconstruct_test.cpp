@@ -118,8 +118,7 @@ TEST_F(reconstruct, makes_up_no_uuid_after_a_single_failing_call) {
             EXPECT_EQ(uuid_in(fix("EP_TBL")), uuid_of(0x11)) << n;
             EXPECT_EQ(uuid_in(fix("EP_FRI")), uuid_of(0x11)) << n;
         }
-        // No status that the rebuild asks for early may be unknown.
-        EXPECT_EQ(rebuilt > 0, kind != io_call::stat) << static_cast<int>(kind);
+        EXPECT_GT(rebuilt, 0u) << static_cast<int>(kind);
     }
 }
 

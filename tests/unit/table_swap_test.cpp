@@ -141,6 +141,23 @@ TEST_F(table_swap_of_a_volume, that_stops_at_a_directory_in_the_place_of_a_backu
     expect_swapped();
 }
 
+// The service is resumed after a failure as well: it must not find a table and an index of two
+// ages.
+TEST_F(table_swap_of_a_volume, that_stops_at_the_index_makes_the_original_table_live_again) {
+    make_directories(live("EP_FRI.bkp/deep"));
+    EXPECT_EQ(begin_and_finish(), -1);
+    EXPECT_EQ(log_.lines(), log_lines({"ERR: one_key_repair(#) Fail to rename to " +
+                                       live("EP_FRI.bkp") + ": Is a directory\n"}));
+    EXPECT_EQ(inode_of(live("EP_TBL")), original_[0]);
+    EXPECT_EQ(inode_of(live("EP_TBL.bkp")), original_[0]);
+    EXPECT_EQ(inode_of(live("EP_FRI")), original_[1]);
+    EXPECT_EQ(inode_of(fix("EP_TBL")), rebuilt_[0]);
+    EXPECT_EQ(inode_of(fix("EP_FRI")), rebuilt_[1]);
+    fs::remove_all(live("EP_FRI.bkp"));
+    EXPECT_EQ(find_and_finish(), 0);
+    expect_swapped();
+}
+
 // One failing call of each kind, the first, the second and so on.
 TEST_F(table_swap_of_a_volume, whichever_call_fails_nothing_is_lost_and_the_next_run_finishes) {
     const fs::path kept = volumes_.root() + "/kept";
@@ -162,6 +179,9 @@ TEST_F(table_swap_of_a_volume, whichever_call_fails_nothing_is_lost_and_the_next
                 fired = fault.fired();
             }
             expect_nothing_lost();
+            EXPECT_EQ(inode_of(live("EP_TBL")) == rebuilt_[0],
+                      inode_of(live("EP_FRI")) == rebuilt_[1])
+                << n;
             failures += result != 0 ? 1 : 0;
             EXPECT_EQ(log_.lines().empty(), !fired) << n;
             if (find() == swap_found::marker) {
@@ -203,7 +223,7 @@ static io_verdict without_links(io_call call, size_t wanted) {
 }
 
 TEST_F(table_swap_of_a_volume, takes_a_move_back_when_the_rebuilt_file_cannot_follow) {
-    for (const uint64_t n : {1, 2}) {
+    for (const uint64_t n : {1, 2, 3, 4}) {
         renames = 0;
         failing_rename = n;
         io_fault = without_links;
