@@ -6,6 +6,7 @@
 #include "store/descriptor.h"
 #include "store/keep_journal.h"
 #include "support/io_faults.h"
+#include "support/io_outage.h"
 #include "support/log_capture.h"
 #include "support/pool_files.h"
 #include "support/roads.h"
@@ -90,6 +91,23 @@ TEST(tbl_freelist, an_entry_that_cannot_be_read_ends_the_linking) {
                                       "entry, group_num 2\n"}));
 }
 
+// A group without a used entry would need 4096 of them.
+TEST(tbl_freelist, a_link_that_cannot_be_written_ends_the_linking) {
+    for (const bool by_entries : {true, false}) {
+        pool_files pool;
+        entry_road_only = by_entries;
+        uint16_t head = 77;
+        log_capture log;
+        const io_outage outage(io_call::write);
+        EXPECT_EQ(link_free_tbl_entry_in_group(2, &head), -1);
+        EXPECT_EQ(log.lines(), log_lines({"ERR: tbl_entry_write(#) write tbl error, lpa 8192\n",
+                                          "ERR: link_free_tbl_entry_in_group(#) Fail to link tbl "
+                                          "list, group_num 2\n"}));
+        entry_road_only = false;
+    }
+    keep_journal_forget();
+}
+
 // Two free entries among 4094 used ones; every n-th call fails in turn, close together where the
 // links are read and written, at a prime's distance elsewhere.
 TEST(tbl_freelist,
@@ -118,6 +136,22 @@ TEST(tbl_freelist,
         EXPECT_EQ(pool.tbl(BASE + 4093), 0x1000);
     }
     EXPECT_GT(n, 8192u);
+}
+
+// Who repairs an index skips the lists that are not sound: this one was not even seen.
+TEST(tbl_freelist_check, a_list_that_cannot_be_read_is_recorded) {
+    pool_files pool;
+    keep_journal_forget();
+    log_capture log;
+    stdout_capture out;
+    const io_outage outage(io_call::read);
+    EXPECT_EQ(tbl_check_group_free_count(2, 7, 3), -1);
+    EXPECT_EQ(log.lines(),
+              log_lines({"ERR: tbl_entry_read(#) tbl read error, lpa[8199]\n",
+                         "ERR: tbl_check_group_free_count(#) tbl_check_group_free_count read "
+                         "error\n"}));
+    EXPECT_EQ(keep_journal_failures().count, 1u);
+    keep_journal_forget();
 }
 
 TEST(tbl_freelist_check, a_list_of_the_expected_length_matches) {
