@@ -31,7 +31,9 @@ static constexpr const char* NAME = "vaai_startup_replay";  // its steps log und
 
 // What one run holds.
 struct startup_run {
-    path_entry volumes;  // those that carry LUN metadata
+    int listed;  // what the listing of volumes answered; negative: it failed
+    ORBASpaceInfo* spaces;
+    path_entry volumes;  // those of them that carry LUN metadata
     run_lock lock;       // the first `volume_count` directories are these volumes
     uint32_t volume_count;
     int journal_dir;  // open for reading
@@ -54,13 +56,10 @@ static int hold_volume(startup_run* run, const char* root) {
 
 // Volumes that cannot be listed are the guard's to report.
 static int hold_everything(startup_run* run) {
-    ORBASpaceInfo* spaces = nullptr;
     int result = 0;
-    if (ORBASpaceInfoEnum(1, &spaces) >= 0) {
-        for (const ORBASpaceInfo* at = spaces; at != nullptr && result == 0; at = at->next) {
-            result = hold_volume(run, at->mount_path);
-        }
-        ORBASpaceInfoFree(spaces);
+    run->listed = ORBASpaceInfoEnum(1, &run->spaces);
+    for (const ORBASpaceInfo* at = run->spaces; at != nullptr && result == 0; at = at->next) {
+        result = hold_volume(run, at->mount_path);
     }
     run->volume_count = run->lock.count;
     return result == 0 ? run_lock_journal(&run->lock, opt_ctx.jnlpath, &run->journal_dir) : -1;
@@ -98,19 +97,20 @@ static bool is_there(const char* root) {
     return true;
 }
 
-static bool all_volumes_there() {
-    ORBASpaceInfo* spaces = nullptr;
-    const int listed = ORBASpaceInfoEnum(1, &spaces);
-    bool there = true;
-    if (listed >= 0 && listed != ORBA_SPACES_NAMED && spaces == nullptr) {
-        log_err_as(NAME, "no volume is mounted\n");
-        there = false;
+static bool all_volumes_there(const startup_run* run) {
+    if (run->listed != ORBA_SPACES_NAMED) {
+        const bool none = run->listed >= 0 && run->spaces == nullptr;
+        if (none) {
+            log_err_as(NAME, "no volume is mounted\n");
+        }
+        return !none;
     }
-    for (const ORBASpaceInfo* at = spaces; at != nullptr && there; at = at->next) {
-        there = listed != ORBA_SPACES_NAMED || is_there(at->mount_path);
+    for (const ORBASpaceInfo* at = run->spaces; at != nullptr; at = at->next) {
+        if (!is_there(at->mount_path)) {
+            return false;
+        }
     }
-    ORBASpaceInfoFree(spaces);
-    return there;
+    return true;
 }
 
 // A volume without table and index is skipped by replay and check: what the journal says of its
@@ -171,7 +171,7 @@ static int remove_journal(const startup_run* run) {
 
 // After an unclean shutdown.
 static int replay_check_and_remove(const startup_run* run, int argc, char** argv) {
-    if (!all_volumes_there() || set_journal_ro_bad_when_ro_volume_exist() != 0) {
+    if (!all_volumes_there(run) || set_journal_ro_bad_when_ro_volume_exist() != 0) {
         return -1;
     }
     tarn_log("%s(%d) Start to replaying Journal\n", NAME, __LINE__);
@@ -233,5 +233,6 @@ int vaai_startup_replay(int argc, char** argv) {
     const int result = hold_everything(&run) == 0 ? act_on_status(&run, argc, argv) : -1;
     run_lock_release(&run.lock);
     free_path_list(&run.volumes);
+    ORBASpaceInfoFree(run.spaces);
     return result;
 }

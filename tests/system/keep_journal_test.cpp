@@ -148,6 +148,19 @@ static std::string checksums_at(const std::string& path, uint64_t offset) {
     return text;
 }
 
+// A block that records the entry of a group of volume 1's index: count and init bit, before and
+// after.
+static jnl_block fri_block(uint64_t group, uint16_t before, uint16_t after) {
+    jnl_block record = {};
+    record.ej_header.jnl_entry_count = 1;
+    record.entry[0].type = FILE_TYPE_FRI;
+    memcpy(record.entry[0].uuid, uuid_of(0x11).data(), UUID_SIZE);
+    record.entry[0].fri.group_num = group;
+    record.entry[0].fri.old_entry.ef_count_attr = before;
+    record.entry[0].fri.new_entry.ef_count_attr = after;
+    return record;
+}
+
 static void flip_byte(const std::string& path, uint64_t offset) {
     std::vector<uint8_t> byte = file_bytes(path, offset, 1);
     byte[0] ^= 1;
@@ -203,14 +216,7 @@ TEST(keep_journal, a_damaged_index_block_that_the_replay_rewrites) {
     const uint64_t block = (2048 + 1) * 512;
     flip_byte(index, block + 100);
     const std::string sums = checksums_at(index, block);
-    jnl_block record = {};
-    record.ej_header.jnl_entry_count = 1;
-    record.entry[0].type = FILE_TYPE_FRI;
-    memcpy(record.entry[0].uuid, uuid_of(0x11).data(), UUID_SIZE);
-    record.entry[0].fri.group_num = 70;
-    record.entry[0].fri.old_entry.ef_count_attr = 0x8000;
-    record.entry[0].fri.new_entry.ef_count_attr = 0x8000;
-    make_jnl(box.journal(), ABNORMAL, {record});
+    make_jnl(box.journal(), ABNORMAL, {fri_block(70, 0x8000, 0x8000)});
     const run_result got = box.run({"--startup-replay"});
     const std::string text =
         "/volume1/@EP/EP_FRI: block 1, lpa 258048 to 516095, is damaged and gets a fresh "
@@ -229,13 +235,7 @@ TEST(keep_journal, a_damaged_table_block_of_a_group_that_the_replay_links) {
     const uint64_t block = (2048 + 2) * 512;
     flip_byte(table, block + 100);
     const std::string sums = checksums_at(table, block);
-    jnl_block record = {};
-    record.ej_header.jnl_entry_count = 1;
-    record.entry[0].type = FILE_TYPE_FRI;
-    memcpy(record.entry[0].uuid, uuid_of(0x11).data(), UUID_SIZE);
-    record.entry[0].fri.group_num = 0;
-    record.entry[0].fri.new_entry.ef_count_attr = 0x8FFF;  // 4095 free, from offset 0 on
-    make_jnl(box.journal(), ABNORMAL, {record});
+    make_jnl(box.journal(), ABNORMAL, {fri_block(0, 0, 0x8FFF)});  // 4095 free, from offset 0 on
     const run_result got = box.run({"--startup-replay"});
     EXPECT_TRUE(got.logged(
         "/volume1/@EP/EP_TBL: block 2, lpa 504 to 755, is damaged and gets a fresh checksum: " +
