@@ -20,24 +20,24 @@ static int load_pools(map_handle* handle, uint32_t count, const char* path) {
     const char* word = pool_word(count);
     const auto shown = static_cast<int>(count);
     if (count > MAP_POOL_TABLE_MAX) {
-        log_err_as(name, "Fail to load %d %s for MAP %s\n", shown, word, shown_name(path).text);
+        log_err_as(name, "Fail to load %d %s for MAP %s\n", shown, word, path);
         return -1;
     }
     handle->pools = static_cast<uint8_t(*)[UUID_SIZE]>(malloc(size));
     if (handle->pools == nullptr) {
-        log_err_as(name, "Fail to allocate %d %s for MAP %s\n", shown, word, shown_name(path).text);
+        log_err_as(name, "Fail to allocate %d %s for MAP %s\n", shown, word, path);
         return -1;
     }
     const int got =
         read_fd(handle->fd, handle->pools, MAP_POOL_TABLE_OFFSET, static_cast<uint32_t>(size));
     if (got < 0 || static_cast<size_t>(got) != size) {
-        log_err_as(name, "Fail to load %d %s for MAP %s\n", shown, word, shown_name(path).text);
+        log_err_as(name, "Fail to load %d %s for MAP %s\n", shown, word, path);
         return -1;
     }
     uint32_t checksum = 0;
     tarn_crc32c(handle->pools, static_cast<uint32_t>(size), &checksum);
     if (checksum != handle->header.map_pool_cksum) {
-        log_err_as(name, "cksum error, %d %s for MAP %s\n", shown, word, shown_name(path).text);
+        log_err_as(name, "cksum error, %d %s for MAP %s\n", shown, word, path);
         return -1;
     }
     return 0;

@@ -190,14 +190,13 @@ int io_same_file(const char* one, const char* other) {
 const char* io_name(int fd, char* out, size_t size) {
     char link[32];
     snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
-    char path[PATH_MAX];
-    const ssize_t length = readlink(link, path, sizeof path - 1);
-    if (length <= 0) {
+    const ssize_t length = readlink(link, out, size - 1);
+    if (length > 0) {
+        out[length] = '\0';
+    } else {
         snprintf(out, size, "descriptor %d", fd);
-        return out;
     }
-    path[length] = '\0';
-    return log_text(path, out, size);
+    return out;
 }
 
 uint64_t io_next_data(int fd, uint64_t offset, uint64_t end) {

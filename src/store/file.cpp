@@ -13,7 +13,7 @@ static constexpr unsigned FILE_MODE = 0666;  // before the process umask
 int open_fd(const char* path, int flags) {
     const int fd = io_open(path, flags, FILE_MODE);
     if (fd < 0) {
-        log_err("open file %s fail\n", shown_name(path).text);
+        log_err("open file %s fail\n", path);
     }
     return fd;
 }

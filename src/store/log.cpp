@@ -2,16 +2,19 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <syslog.h>
+
+static constexpr size_t LINE_SIZE = 3 * 4096;  // two of the longest paths, and words
 
 static bool is_control(unsigned char c) {
     return c < 0x20 || c == 0x7F;
 }
 
-const char* log_text(const char* name, char* out, size_t size) {
+void log_escape(const char* text, char* out, size_t size) {
     constexpr size_t ESCAPED_SIZE = sizeof "\\x00" - 1;
     size_t used = 0;
-    for (const char* from = name != nullptr ? name : "(null)"; *from != '\0'; from++) {
+    for (const char* from = text; *from != '\0'; from++) {
         const auto c = static_cast<unsigned char>(*from);
         const size_t wanted = is_control(c) ? ESCAPED_SIZE : 1;
         if (used + wanted >= size) {
@@ -25,12 +28,27 @@ const char* log_text(const char* name, char* out, size_t size) {
         used += wanted;
     }
     out[used] = '\0';
-    return out;
 }
 
-void tarn_log(const char* format, ...) {
+[[gnu::format(printf, 1, 2)]] static void send(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
     vsyslog(LOG_ERR, format, arguments);
     va_end(arguments);
+}
+
+void tarn_log(const char* format, ...) {
+    char line[LINE_SIZE];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(line, sizeof line, format, arguments);
+    va_end(arguments);
+    const size_t length = strlen(line);
+    const bool ended = length > 0 && line[length - 1] == '\n';  // the message's own line end stays
+    if (ended) {
+        line[length - 1] = '\0';
+    }
+    char shown[LINE_SIZE];
+    log_escape(line, shown, sizeof shown);
+    send("%s%s", shown, ended ? "\n" : "");
 }

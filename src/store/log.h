@@ -4,17 +4,13 @@
 
 #include <cstddef>
 
-// Puts a name that was found on disk into `out` as a log line may carry it: byte for byte, a
-// control byte as \x and two hexadecimal digits, so that no name ends a line or reaches a terminal.
-// Cut to fit. Null is "(null)". Returns `out`.
-const char* log_text(const char* name, char* out, size_t size);
-// The same for one argument of a line: log_err("... %s\n", shown_name(path).text).
-struct shown_name {
-    explicit shown_name(const char* name) { log_text(name, text, sizeof text); }
-    char text[4 * 4096];  // every byte of the longest path escaped
-};
+// Copies `text` to `out` as a log line may carry it: byte for byte, but a control byte as \x and
+// two hexadecimal digits, so that no name found on disk ends a line or reaches a terminal. Cut to
+// fit.
+void log_escape(const char* text, char* out, size_t size);
 
-// The one way out; the macros below put the names in front.
+// The one way out; the macros below put the names in front. Control bytes are escaped, but for the
+// line end of the message.
 [[gnu::format(printf, 1, 2)]] void tarn_log(const char* format, ...);
 
 // "ERR: <function>(<line>) " and the message. Macros, since the log carries the bare __func__;

@@ -70,14 +70,12 @@ static bool stays_in_volume(const lun_listing* listing, const char* path) {
         if (error == ENOENT || error == ENOTDIR) {
             return true;
         }
-        log_err_as(LISTING, "Fail to get the real path of %s: %s\n", shown_name(path).text,
-                   strerror(error));
+        log_err_as(LISTING, "Fail to get the real path of %s: %s\n", path, strerror(error));
         return false;
     }
     const size_t length = strlen(listing->root);
     if (strncmp(real, listing->root, length) != 0 || real[length] != '/') {
-        log_err_as(LISTING, "%s leads out of the volume, to %s\n", shown_name(path).text,
-                   shown_name(real).text);
+        log_err_as(LISTING, "%s leads out of the volume, to %s\n", path, real);
         return false;
     }
     return true;
@@ -106,7 +104,7 @@ static bool is_listed_name(char* line, size_t size, const char* directory) {
     if (strncmp(line, directory, strlen(directory)) != 0 ||
         has_parent_component(line + strlen(directory) - 1)) {
         log_err_as(LISTING, "'/usr/bin/find %s' gave the line %s, no name below it\n", directory,
-                   shown_name(line).text);
+                   line);
         return false;
     }
     return true;

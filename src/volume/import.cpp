@@ -279,7 +279,7 @@ static int load_and_import() {
         return -1;
     }
     if (load_map(opt_ctx.mappath) != 0) {
-        log_err_as("import", "Fail to load MAP %s\n", shown_name(opt_ctx.mappath).text);
+        log_err_as("import", "Fail to load MAP %s\n", opt_ctx.mappath);
         return -1;
     }
     tbl_ref_counts* counts = tbl_ref_counts_open(tarn_fri_set_init_bit);

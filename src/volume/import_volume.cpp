@@ -91,7 +91,7 @@ static int import_listed_map(const path_entry* map, tbl_ref_counts* counts) {
     snprintf(opt_ctx.mappath, sizeof opt_ctx.mappath, "%s", map->name);
     int result = -1;
     if (load_map(opt_ctx.mappath) != 0) {
-        log_err_as("do_import_volume", "Fail to load MAP %s\n", shown_name(opt_ctx.mappath).text);
+        log_err_as("do_import_volume", "Fail to load MAP %s\n", opt_ctx.mappath);
     } else {
         result = import_loaded_map(static_cast<int32_t>(map->type), counts);
     }

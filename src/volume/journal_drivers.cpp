@@ -58,7 +58,7 @@ int check_map_journal(int, char**, int) {
     int result = -1;
     printf("TARN_INFO: CHECK VAAI-LUN %s\n", opt_ctx.mappath);
     if (load_map(opt_ctx.mappath) != 0) {
-        log_err("Fail to load MAP %s\n", shown_name(opt_ctx.mappath).text);
+        log_err("Fail to load MAP %s\n", opt_ctx.mappath);
     } else if (load_jnl(opt_ctx.jnlpath) != 0) {
         log_err("Fail to load JNL %s\n", opt_ctx.jnlpath);
     } else if (jnl_file_type_check(FILE_TYPE_MAP) != 0) {
@@ -129,7 +129,7 @@ int replay_map_journal(int argc, char** argv, int) {
     }
     printf("TARN_INFO: REPLAY VAAI-LUN %s\n", opt_ctx.mappath);
     if (load_map(opt_ctx.mappath) != 0) {
-        log_err("Fail to load MAP %s\n", shown_name(opt_ctx.mappath).text);
+        log_err("Fail to load MAP %s\n", opt_ctx.mappath);
     } else if (load_jnl(opt_ctx.jnlpath) != 0) {
         log_err("Fail to load JNL %s\n", opt_ctx.jnlpath);
     } else if (jnl_file_type_replay(FILE_TYPE_MAP) != 0) {

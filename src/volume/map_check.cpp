@@ -181,7 +181,7 @@ static int check_loaded_map() {
         return -1;
     }
     if (load_map(opt_ctx.mappath) != 0) {
-        log_err_as("check_map", "Fail to load MAP %s\n", shown_name(opt_ctx.mappath).text);
+        log_err_as("check_map", "Fail to load MAP %s\n", opt_ctx.mappath);
         return -1;
     }
     const int result = do_check_map(opt_ctx.map_kind, opt_ctx.repair, root);

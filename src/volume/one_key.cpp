@@ -86,8 +86,7 @@ static int check_listed_map(const path_entry* map) {
     snprintf(opt_ctx.mappath, sizeof opt_ctx.mappath, "%s", map->name);
     int result = -1;
     if (load_map(opt_ctx.mappath) != 0) {
-        log_err_as("one_key_check_all_vol", "Fail to load MAP %s\n",
-                   shown_name(opt_ctx.mappath).text);
+        log_err_as("one_key_check_all_vol", "Fail to load MAP %s\n", opt_ctx.mappath);
     } else {
         const int32_t kind = static_cast<int32_t>(map->type);
         result = do_check_map(kind, opt_ctx.repair, opt_ctx.volpath);

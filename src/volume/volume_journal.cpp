@@ -84,7 +84,7 @@ static int replay_tbl_in_batches(const path_entry* maps, jnl_seen_keys* applied,
         }
         if (load_as_handle(map->name) != 0) {
             log_err_as("replay_vol_journal", "Fail to load %s on volumes %s for replaying TBL\n",
-                       shown_name(map->name).text, opt_ctx.volpath);
+                       map->name, opt_ctx.volpath);
             return -1;
         }
         if (++loaded == HANDLE_BATCH) {

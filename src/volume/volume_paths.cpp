@@ -44,8 +44,8 @@ path_kind kind_of_path(const char* caller, const char* path) {
     const path_kind kind = kind_of_status(io_stat(path, &status), &status);
     if (kind == path_kind::unknown) {
         const int error = errno;
-        log_keep_as(caller, keep_reason::unread, "Fail to get the status of %s: %s\n",
-                    shown_name(path).text, strerror(error));
+        log_keep_as(caller, keep_reason::unread, "Fail to get the status of %s: %s\n", path,
+                    strerror(error));
     }
     return kind;
 }

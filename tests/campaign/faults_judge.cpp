@@ -3,7 +3,7 @@
 #include "campaign/known_results.h"
 
 static constexpr const char* JOURNAL = "journal/EP_JNL";
-static constexpr size_t LINES_MORE = 1000;  // a replay logs each record that it cannot apply
+static constexpr size_t LINES_MORE = 5000;  // a replay logs each record that it cannot apply
 
 using tree_lines = std::map<std::string, std::string>;
 

@@ -83,9 +83,9 @@ TEST_F(judged, success_where_there_is_none_is_found) {
 }
 
 TEST_F(judged, a_crash_a_hang_and_a_flood_are_found) {
-    got_.run.log.assign(1001, "line");
+    got_.run.log.assign(5001, "line");
     EXPECT_EQ(result(), "right: as undisturbed");
-    got_.run.log.assign(1002, "line");
+    got_.run.log.assign(5002, "line");
     EXPECT_EQ(result(), "wrong: V4 floods the log");
     got_.run.status = -1;
     got_.run.signal = SIGSEGV;

@@ -43,6 +43,7 @@ static constexpr known_result known_results[] = {
     {"onekey", "V3", "", replay_failed, "a failed replay is logged and stops no one-key command"},
     {"", "V3", "spawn /bin/rm", only_work_dir_left,
      "a work directory stays, and all else is right"},
+    {"", "V3", "stat", only_work_dir_left, "a work directory stays, and all else is right"},
 };
 
 static bool begins_with(const std::string& text, const char* begin) {

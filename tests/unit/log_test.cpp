@@ -3,32 +3,36 @@
 #include <gtest/gtest.h>
 #include <string>
 
-static std::string shown(const char* name, size_t size = 64) {
-    std::string out(size, '#');
-    EXPECT_EQ(log_text(name, out.data(), size), out.data());
+#include "support/log_capture.h"
+
+static std::string escaped(const std::string& text, size_t size) {
+    std::string out(size + 1, '#');
+    log_escape(text.c_str(), out.data(), size);
+    EXPECT_EQ(out[size], '#');  // nothing after its room
     return out.c_str();
 }
 
-TEST(log_text, keeps_a_plain_name_byte_for_byte) {
-    EXPECT_EQ(shown("/volume1/@EP/a b\\x0a~\xc3\xa9%s"), "/volume1/@EP/a b\\x0a~\xc3\xa9%s");
-    EXPECT_EQ(shown(""), "");
+TEST(log_escape, keeps_plain_text_byte_for_byte) {
+    const std::string text = "/volume1/@iSCSITrg/LUN 1/L\xc3\xbcn_Extent_0 (100 %)";
+    EXPECT_EQ(escaped(text, 256), text);
+    EXPECT_EQ(escaped("", 1), "");
 }
 
-TEST(log_text, shows_control_bytes_in_hexadecimal) {
-    EXPECT_EQ(shown("a\nb\tc\x1b[31m\x7f\x1f"), "a\\x0ab\\x09c\\x1b[31m\\x7f\\x1f");
+TEST(log_escape, shows_control_bytes_in_hexadecimal) {
+    EXPECT_EQ(escaped("a\nb\tc\x1b[31md\x7f", 256), "a\\x0ab\\x09c\\x1b[31md\\x7f");
 }
 
-TEST(log_text, of_no_name_says_so) {
-    EXPECT_EQ(shown(nullptr), "(null)");
+TEST(log_escape, is_cut_to_fit_between_two_bytes_of_the_text) {
+    EXPECT_EQ(escaped("abcdef", 4), "abc");
+    EXPECT_EQ(escaped("a\nb", 5), "a");
+    EXPECT_EQ(escaped("a\nb", 6), "a\\x0a");
 }
 
-TEST(log_text, is_cut_to_fit_between_two_bytes_of_the_name) {
-    EXPECT_EQ(shown("abcdef", 4), "abc");
-    EXPECT_EQ(shown("ab\ncd", 7), "ab\\x0a");
-    EXPECT_EQ(shown("ab\ncd", 6), "ab");
-    EXPECT_EQ(shown("a", 1), "");
-}
-
-TEST(log_text, a_shown_name_has_room_for_the_longest_path) {
-    EXPECT_EQ(std::string(shown_name(std::string(4095, '\n').c_str()).text).size(), 4u * 4095);
+TEST(tarn_log, escapes_every_control_byte_but_the_message_s_own_line_end) {
+    const log_capture log;
+    tarn_log("Fail to load MAP %s\n", "LUN\n_Extent_1\n");
+    tarn_log("no line end %s", "%s\x1b");
+    tarn_log("%s", "");
+    EXPECT_EQ(log.lines(),
+              log_lines({"Fail to load MAP LUN\\x0a_Extent_1\\x0a\n", "no line end %s\\x1b", ""}));
 }
