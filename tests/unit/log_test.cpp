@@ -9,7 +9,8 @@ static std::string escaped(const std::string& text, size_t size) {
     std::string out(size + 1, '#');
     log_escape(text.c_str(), out.data(), size);
     EXPECT_EQ(out[size], '#');  // nothing after its room
-    return out.c_str();
+    out.resize(out.find('\0'));
+    return out;
 }
 
 TEST(log_escape, keeps_plain_text_byte_for_byte) {
