@@ -24,6 +24,8 @@
 #include "volume/reconstruct.h"
 #include "volume/run_lock.h"
 #include "volume/startup_replay.h"
+#include "volume/stop_signals.h"
+#include "volume/table_swap.h"
 #include "volume/unmap_buffer.h"
 #include "volume/volume_journal.h"
 #include "volume/volume_paths.h"
@@ -97,7 +99,7 @@ static int run_import(int, char**, const char*) {
 }
 
 static int run_import_volume(int, char**, const char*) {
-    return do_import_volume(FIX_DIR);
+    return table_swap_expect_none(opt_ctx.volpath) == 0 ? do_import_volume(FIX_DIR) : -1;
 }
 
 static int run_finalize(int, char**, const char*) {
@@ -113,7 +115,9 @@ static int run_punch(int argc, char** argv, const char*) {
 }
 
 static int run_reconstruct(int, char**, const char*) {
-    return is_vaai_volume(opt_ctx.volpath) == 1 ? do_reconstruct_volume() : -1;
+    return is_vaai_volume(opt_ctx.volpath) == 1 && table_swap_expect_none(opt_ctx.volpath) == 0
+               ? do_reconstruct_volume()
+               : -1;
 }
 
 static int run_ckvbuf(int, char**, const char*) {
@@ -123,15 +127,16 @@ static int run_ckvbuf(int, char**, const char*) {
 // Held while the service is paused.
 static run_lock one_key_locks;
 
-// Gives the locks back before the service is resumed: what its start runs has to find them free.
+// Gives the locks back before the service is resumed, also when a stop signal came while it was
+// paused: what its start runs has to find them free.
 static int check_and_release(int argc, char** argv, int argument) {
-    const int result = one_key_check_all_vol(argc, argv, argument);
+    const int result = stop_requested() ? -1 : one_key_check_all_vol(argc, argv, argument);
     run_lock_release(&one_key_locks);
     return result;
 }
 
 static int repair_and_release(int argc, char** argv, int argument) {
-    const int result = one_key_repair(argc, argv, argument);
+    const int result = stop_requested() ? -1 : one_key_repair(argc, argv, argument);
     run_lock_release(&one_key_locks);
     return result;
 }

@@ -14,7 +14,7 @@ int run_with_iscsi_paused(int argc, char** argv, int argument,
         log_service(" failed to pause iscsi service");
         return -1;
     }
-    const int result = stop_requested() ? -1 : procedure(argc, argv, argument);
+    const int result = procedure(argc, argv, argument);
     if (OLIBServiceResumeByReason(ISCSI_SERVICE, reason) < 0) {
         log_service(" failed to start iscsi service");
         return -1;

@@ -14,15 +14,18 @@ static sigset_t mask_now() {
 }
 static const sigset_t callers_mask = mask_now();
 
-// Signals as this process got them: what it ignores or blocks itself is its own affair.
-static void callers_signals(posix_spawnattr_t* attributes) {
+// Signals as this process got them: what it ignores or blocks itself is its own affair. `apart`: in
+// a process group of its own, which Ctrl-C on the terminal does not reach.
+static void set_signals(posix_spawnattr_t* attributes, bool apart) {
     sigset_t ignored_here;
     sigemptyset(&ignored_here);
     sigaddset(&ignored_here, SIGPIPE);
     sigaddset(&ignored_here, SIGXFSZ);
     posix_spawnattr_setsigdefault(attributes, &ignored_here);
     posix_spawnattr_setsigmask(attributes, &callers_mask);
-    posix_spawnattr_setflags(attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+    const int group = apart ? POSIX_SPAWN_SETPGROUP : 0;  // the default group is its own
+    posix_spawnattr_setflags(attributes, static_cast<short>(POSIX_SPAWN_SETSIGDEF |
+                                                            POSIX_SPAWN_SETSIGMASK | group));
 }
 
 // Standard output goes to `out_fd` unless that is -1; whatever stands above the three standard
@@ -41,7 +44,7 @@ static void keep_wait_statuses() {
     }
 }
 
-pid_t program_start(char* const argv[], int out_fd) {
+static pid_t start(char* const argv[], int out_fd, bool apart) {
     posix_spawn_file_actions_t actions;
     posix_spawnattr_t attributes;
     if (posix_spawn_file_actions_init(&actions) != 0) {
@@ -52,13 +55,17 @@ pid_t program_start(char* const argv[], int out_fd) {
         return -1;
     }
     keep_wait_statuses();
-    callers_signals(&attributes);
+    set_signals(&attributes, apart);
     pid_t pid = -1;
     const bool started = set_descriptors(&actions, out_fd) &&
                          posix_spawn(&pid, argv[0], &actions, &attributes, argv, environ) == 0;
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     return started ? pid : -1;
+}
+
+pid_t program_start(char* const argv[], int out_fd) {
+    return start(argv, out_fd, false);
 }
 
 int program_wait(pid_t pid) {
@@ -70,8 +77,16 @@ int program_wait(pid_t pid) {
     return ended == pid ? status : -1;
 }
 
-int program_run(char* const argv[]) {
-    const pid_t pid = program_start(argv, -1);
+static int run(char* const argv[], bool apart) {
+    const pid_t pid = start(argv, -1, apart);
     const int status = pid > 0 ? program_wait(pid) : -1;
     return status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+int program_run(char* const argv[]) {
+    return run(argv, false);
+}
+
+int program_run_apart(char* const argv[]) {
+    return run(argv, true);
 }

@@ -14,3 +14,5 @@ pid_t program_start(char* const argv[], int out_fd);
 int program_wait(pid_t pid);
 // Both; its exit status, -1 when it could not be run or did not exit.
 int program_run(char* const argv[]);
+// The same, in a process group of its own: Ctrl-C on the terminal does not end it.
+int program_run_apart(char* const argv[]);

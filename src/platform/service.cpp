@@ -28,7 +28,19 @@ static int run_configured(const char* command, const char* service, const char* 
     argv[count++] = const_cast<char*>(service);
     argv[count++] = const_cast<char*>(reason);
     argv[count] = nullptr;
-    return program_run(argv) == 0 ? 0 : -1;
+    return program_run_apart(argv) == 0 ? 0 : -1;
+}
+
+static bool systemctl(const char* verb, const char* option, const char* service) {
+    const char* words[] = {SYSTEMCTL, verb, option, service, nullptr};
+    char* argv[5] = {};
+    int count = 0;
+    for (const char* word : words) {
+        if (word != nullptr) {
+            argv[count++] = const_cast<char*>(word);
+        }
+    }
+    return program_run_apart(argv) == 0;
 }
 
 static bool systemd_runs() {
@@ -47,10 +59,10 @@ int OLIBServicePauseByReason(const char* service, const char* reason) {
         stopped = BY_PROGRAM;
         return 0;
     }
-    if (!systemd_runs() || OLIBCExec(SYSTEMCTL, "is-active", "--quiet", service, nullptr) != 0) {
+    if (!systemd_runs() || !systemctl("is-active", "--quiet", service)) {
         return 0;  // nothing runs that would have to stop
     }
-    if (OLIBCExec(SYSTEMCTL, "stop", service, nullptr) != 0) {
+    if (!systemctl("stop", nullptr, service)) {
         return -1;
     }
     stopped = BY_SYSTEMD;
@@ -62,7 +74,7 @@ static int start_again(const platform_config* config, const char* service, const
         return run_configured(config->service_resume.value, service, reason);
     }
     if (stopped == BY_SYSTEMD) {
-        return OLIBCExec(SYSTEMCTL, "start", service, nullptr) == 0 ? 0 : -1;
+        return systemctl("start", nullptr, service) ? 0 : -1;
     }
     return 0;
 }

@@ -71,6 +71,11 @@ int one_key_repair(int argc, char** argv, int) {
             return -1;  // logged there
         case swap_found::marker:
             return stop_requested() ? -1 : finish_swap(&swap);
+        case swap_found::outdated:
+            log_err_as("one_key_repair", "%s/%s is older than the live files: rebuilding again\n",
+                       opt_ctx.volpath, FIX_DIR);
+            remove_work_dir(FIX_DIR);
+            [[fallthrough]];
         default:
             return replay_rebuild_and_swap(&swap, argc, argv);
     }

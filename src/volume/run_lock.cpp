@@ -151,7 +151,11 @@ int run_lock_file(run_lock* lock, const char* path) {
         log_err_as("run_lock", "Fail to find the volume of %s: %s\n", path, strerror(errno));
         return -1;
     }
-    return found && cut_to_volume(real) ? run_lock_add(lock, real, nullptr) : 0;
+    if (found && cut_to_volume(real)) {
+        return run_lock_add(lock, real, nullptr);
+    }
+    snprintf(directory, sizeof directory, "%s", path);  // a volume that is a link to elsewhere
+    return cut_to_volume(directory) ? run_lock_add(lock, directory, nullptr) : 0;
 }
 
 int run_lock_journal(run_lock* lock, const char* path, int* fd) {
@@ -162,7 +166,9 @@ int run_lock_journal(run_lock* lock, const char* path, int* fd) {
         return 0;
     }
     char directory[PATH_TEXT_SIZE];
-    directory_of(path, directory);
+    char real[PATH_MAX];
+    const bool found = io_real_path(path, real) != nullptr;  // the journal may be a link
+    directory_of(found ? real : path, directory);
     return run_lock_add(lock, directory, fd);
 }
 

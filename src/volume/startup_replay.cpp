@@ -2,7 +2,7 @@
 //  1. the journal's path; without a journal file there is nothing to do
 //  2. locks on the journal's directory and on every volume, against a second run
 //  3. the status: a clean shutdown is only checked (5, 7), an unclean one goes on, others end here
-//  4. every volume that ought to be there is there
+//  4. every volume that ought to be there is there, with a table and an index of one age
 //  5. the guard: no volume is mounted read-only
 //  6. the replay into every volume
 //  7. the check of every volume
@@ -24,6 +24,7 @@
 #include "volume/journal_state.h"
 #include "volume/path_list.h"
 #include "volume/run_lock.h"
+#include "volume/table_swap.h"
 #include "volume/volume_journal.h"
 #include "volume/volume_paths.h"
 
@@ -65,34 +66,47 @@ static int hold_everything(startup_run* run) {
     return result == 0 ? run_lock_journal(&run->lock, opt_ctx.jnlpath, &run->journal_dir) : -1;
 }
 
-static bool is_empty_directory(const char* path) {
+// 1: it holds nothing, 0: it does; -1, logged: it cannot be read.
+static int is_empty_directory(const char* path) {
     DIR* directory = io_open_directory(path);
-    bool empty = directory != nullptr;
-    const char* name = "";
-    while (empty && name != nullptr) {
-        if (io_next_entry(directory, &name) != 0) {
-            log_keep_as(NAME, keep_reason::unread, "Fail to read directory %s: %s\n", path,
-                        strerror(errno));
-            break;
-        }
-        empty = name == nullptr || strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
+    const char* name = ".";
+    bool read = directory != nullptr;
+    while (read && name != nullptr && (strcmp(name, ".") == 0 || strcmp(name, "..") == 0)) {
+        read = io_next_entry(directory, &name) == 0;
+    }
+    if (!read) {
+        log_err_as(NAME, "Fail to read directory %s: %s\n", path, strerror(errno));
     }
     if (directory != nullptr) {
         closedir(directory);
     }
-    return empty && name == nullptr;
+    return !read ? -1 : name == nullptr ? 1 : 0;
 }
 
 // A volume that a configuration names is there: something, and no mount point without its mount.
 static bool is_there(const char* root) {
     struct stat64 status = {};
-    if (io_stat(root, &status) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
-        log_err_as(NAME, "volume %s is not there\n", root);
+    if (io_stat(root, &status) != 0) {
+        if (errno == ENOENT || errno == ENOTDIR) {
+            log_err_as(NAME, "volume %s is not there\n", root);
+        } else {
+            log_err_as(NAME, "Fail to get the status of volume %s: %s\n", root, strerror(errno));
+        }
         return false;
     }
-    if (S_ISDIR(status.st_mode) && is_empty_directory(root)) {
+    const int empty = S_ISDIR(status.st_mode) ? is_empty_directory(root) : 0;
+    if (empty == 1) {
         log_err_as(NAME, "volume %s is an empty directory: is it mounted?\n", root);
-        return false;
+    }
+    return empty == 0;
+}
+
+// A repair that was cut between table and index is finished first: a replay into both would be wrong.
+static bool all_are_pairs(const startup_run* run) {
+    for (const path_entry* at = run->volumes.next; at != &run->volumes; at = at->next) {
+        if (table_swap_expect_pair(at->name) != 0) {
+            return false;  // logged there
+        }
     }
     return true;
 }
@@ -171,7 +185,8 @@ static int remove_journal(const startup_run* run) {
 
 // After an unclean shutdown.
 static int replay_check_and_remove(const startup_run* run, int argc, char** argv) {
-    if (!all_volumes_there(run) || set_journal_ro_bad_when_ro_volume_exist() != 0) {
+    if (!all_volumes_there(run) || !all_are_pairs(run) ||
+        set_journal_ro_bad_when_ro_volume_exist() != 0) {
         return -1;
     }
     tarn_log("%s(%d) Start to replaying Journal\n", NAME, __LINE__);
@@ -183,8 +198,8 @@ static int replay_check_and_remove(const startup_run* run, int argc, char** argv
 }
 
 // After a clean shutdown: the journal stays.
-static int check_only(int argc, char** argv) {
-    if (set_journal_ro_bad_when_ro_volume_exist() != 0) {
+static int check_only(const startup_run* run, int argc, char** argv) {
+    if (!all_are_pairs(run) || set_journal_ro_bad_when_ro_volume_exist() != 0) {
         return -1;
     }
     if (check_all_vol_metadata_consistent(argc, argv) != 0) {
@@ -207,7 +222,7 @@ static int act_on_status(const startup_run* run, int argc, char** argv) {
         case JNL_STATUS_ABNORMAL:
             return replay_check_and_remove(run, argc, argv);
         case JNL_STATUS_SUCCESS:
-            return check_only(argc, argv);
+            return check_only(run, argc, argv);
         default:
             return -1;  // never used, or unknown: nothing is touched
     }

@@ -70,7 +70,7 @@ static bool are_one(const name_status* one, const name_status* other) {
            one->status.st_ino == other->status.st_ino;
 }
 
-// The size and the uuid bytes of the file at `path`, whatever its checksums say.
+// The size and the first node of the file at `path`, whatever its checksums say.
 static bool read_mark(const char* path, uint64_t* size, metadata_head* head) {
     const int fd = io_open(path, O_RDONLY | O_NONBLOCK, 0);
     const scoped_fd file(fd > 0 ? fd : 0);
@@ -97,8 +97,8 @@ static bool describe(const char* name, const char* path, char* line) {
     } else if (!read_mark(path, &size, &head)) {
         snprintf(line, FILE_LINE_SIZE, "%s unreadable\n", name);
     } else {
-        snprintf(line, FILE_LINE_SIZE, "%s %llu " UUID_PLAIN "\n", name, ull(size),
-                 UUID_ARGS(head.uuid));
+        snprintf(line, FILE_LINE_SIZE, "%s %llu " UUID_PLAIN " %08x\n", name, ull(size),
+                 UUID_ARGS(head.uuid), head.checksum);
     }
     return true;
 }
@@ -106,6 +106,16 @@ static bool describe(const char* name, const char* path, char* line) {
 // A file that is absent or unreadable has none.
 static bool has_uuid(const char* line) {
     return strchr(line, ' ') != strrchr(line, ' ');
+}
+
+// The marker's line that says when the live file was written last; "" when there is none.
+static void describe_time(const swap_file* file, const name_status* live, char* line) {
+    line[0] = '\0';
+    if (live->there) {
+        const timespec& time = live->status.st_mtim;
+        snprintf(line, FILE_LINE_SIZE, "%s written %lld.%09ld\n", file->live_name,
+                 static_cast<long long>(time.tv_sec), time.tv_nsec);
+    }
 }
 
 static bool has_line(const table_swap* swap, const char* line) {
@@ -130,6 +140,29 @@ static bool is_complete(const char* text) {
     return strcmp(last, wanted) == 0;
 }
 
+static bool waits(const name_status* rebuilt, const name_status* live) {
+    return rebuilt->there && !are_one(rebuilt, live);
+}
+
+// Whether neither file was swapped in and somebody has written to a live one since.
+static swap_found marker_or_outdated(const table_swap* swap) {
+    bool written = false;
+    for (const swap_file& file : swap->files) {
+        name_status rebuilt;
+        name_status live;
+        if (look_at(file.rebuilt, &rebuilt) != 0 || look_at(file.live, &live) != 0) {
+            return swap_found::unknown;
+        }
+        if (!waits(&rebuilt, &live)) {
+            return swap_found::marker;
+        }
+        char line[FILE_LINE_SIZE];
+        describe_time(&file, &live, line);
+        written = written || (live.there && !has_line(swap, line));
+    }
+    return written ? swap_found::outdated : swap_found::marker;
+}
+
 swap_found table_swap_find(table_swap* swap) {
     name_status dir;
     if (look_at(swap->work_dir, &dir) != 0) {
@@ -148,7 +181,47 @@ swap_found table_swap_find(table_swap* swap) {
         (void)failed("read", swap->marker);
         return swap_found::unknown;
     }
-    return is_complete(swap->text) ? swap_found::marker : swap_found::nothing;
+    return is_complete(swap->text) ? marker_or_outdated(swap) : swap_found::nothing;
+}
+
+static bool is_pair(const table_swap* swap) {
+    int waiting = 0;
+    for (const swap_file& file : swap->files) {
+        name_status rebuilt;
+        name_status live;
+        if (look_at(file.rebuilt, &rebuilt) != 0 || look_at(file.live, &live) != 0 || !live.there) {
+            return false;
+        }
+        waiting += waits(&rebuilt, &live) ? 1 : 0;
+    }
+    return waiting != 1;
+}
+
+int table_swap_expect_pair(const char* root) {
+    table_swap swap;
+    if (table_swap_form(&swap, root) != 0) {
+        return -1;
+    }
+    const swap_found found = table_swap_find(&swap);
+    if (found != swap_found::marker || is_pair(&swap)) {
+        return found == swap_found::unknown ? -1 : 0;
+    }
+    log_err_as(REPAIR, "%s: table and index are of two ages until --onekeyrepair is run again\n",
+               root);
+    return -1;
+}
+
+int table_swap_expect_none(const char* root) {
+    table_swap swap;
+    if (table_swap_form(&swap, root) != 0) {
+        return -1;
+    }
+    const swap_found found = table_swap_find(&swap);
+    if (found == swap_found::marker) {
+        log_err_as(REPAIR, "%s belongs to a repair that was cut: run --onekeyrepair again\n",
+                   swap.work_dir);
+    }
+    return found == swap_found::marker || found == swap_found::unknown ? -1 : 0;
 }
 
 static void append(table_swap* swap, const char* line) {
@@ -160,9 +233,12 @@ static int form_text(table_swap* swap) {
     snprintf(swap->text, sizeof swap->text, "%s", FIRST_LINE);
     for (const swap_file& file : swap->files) {
         char line[FILE_LINE_SIZE];
-        if (!describe(file.live_name, file.live, line)) {
+        name_status live;
+        if (!describe(file.live_name, file.live, line) || look_at(file.live, &live) != 0) {
             return -1;
         }
+        append(swap, line);
+        describe_time(&file, &live, line);
         append(swap, line);
         if (!describe(file.rebuilt_name, file.rebuilt, line)) {
             return -1;
@@ -195,7 +271,7 @@ int table_swap_begin(table_swap* swap) {
 
 enum class rebuilt_place { waiting, swapped_in, unknown };
 
-// Where the rebuilt file is. It is known by size and uuid; once its name in the work directory is
+// Where the rebuilt file is. It is known by size, uuid and checksum; once its name in the work directory is
 // gone, the live file has to be it.
 static rebuilt_place find_rebuilt(const table_swap* swap, const swap_file* file) {
     name_status rebuilt;
@@ -214,26 +290,25 @@ static rebuilt_place find_rebuilt(const table_swap* swap, const swap_file* file)
                    swap->marker);
         return rebuilt_place::unknown;
     }
-    return rebuilt.there && !are_one(&rebuilt, &live) ? rebuilt_place::waiting
-                                                      : rebuilt_place::swapped_in;
+    return waits(&rebuilt, &live) ? rebuilt_place::waiting : rebuilt_place::swapped_in;
 }
 
-// Owner and mode that the rebuilt file is to have: those of the live file. Where that was moved
-// away and its successor never came, its backup has them. `there` false: there was no live file.
+// Owner and mode that the rebuilt file is to have: those of the live file; where that was moved
+// away and its successor never came, of its backup; where there was none, of the other live file.
+// `there` false: none of them is there.
 static int find_owner(const table_swap* swap, const swap_file* file, name_status* owner) {
     *owner = {};
     char absent[FILE_LINE_SIZE];
     snprintf(absent, sizeof absent, "%s absent\n", file->live_name);
-    for (const char* path : {file->live, file->backup}) {
+    const char* backup = has_line(swap, absent) ? file->live : file->backup;
+    const char* other = swap->files[file == &swap->files[0] ? 1 : 0].live;
+    for (const char* path : {file->live, backup, other}) {
         if (io_stat(path, &owner->status) == 0) {
             owner->there = S_ISREG(owner->status.st_mode);
             return 0;
         }
         if (errno != ENOENT) {
             return failed("get the status of", path);
-        }
-        if (has_line(swap, absent)) {
-            return 0;
         }
     }
     return 0;
@@ -334,20 +409,21 @@ static int swap_in(const table_swap* swap, const swap_file* file) {
     return result;
 }
 
-// The rebuilt file gets its name in the work directory back, on the disk, before the original takes
-// the live name again. 0, or -1.
+// The rebuilt file has its name in the work directory back before the original takes the live name
+// again. 0, or -1, logged.
 static int name_both_again(const table_swap* swap, const swap_file* file) {
-    if (io_link(file->live, file->rebuilt) == 0) {
-        return sync_directory(swap->work_dir) == 0 &&
-                       io_link(file->backup, file->next_backup) == 0 &&
-                       io_rename(file->next_backup, file->live) == 0
-                   ? 0
-                   : -1;
+    if (io_link(file->live, file->rebuilt) != 0) {
+        const bool move = has_no_links(errno);
+        if (!move || io_rename(file->live, file->rebuilt) != 0) {
+            return failed(move ? "rename to" : "link to", file->rebuilt);
+        }
+        return io_rename(file->backup, file->live) == 0 ? 0 : failed("rename to", file->live);
     }
-    return has_no_links(errno) && io_rename(file->live, file->rebuilt) == 0 &&
-                   io_rename(file->backup, file->live) == 0
-               ? 0
-               : -1;
+    (void)sync_directory(swap->work_dir);  // logged; a pair that is live matters more
+    if (io_link(file->backup, file->next_backup) != 0) {
+        return failed("link to", file->next_backup);
+    }
+    return io_rename(file->next_backup, file->live) == 0 ? 0 : failed("rename to", file->live);
 }
 
 // The index could not follow the table: a service that is resumed must find a pair, so the original
@@ -355,11 +431,12 @@ static int name_both_again(const table_swap* swap, const swap_file* file) {
 static void take_back(const table_swap* swap, const swap_file* file) {
     char absent[FILE_LINE_SIZE];
     snprintf(absent, sizeof absent, "%s absent\n", file->live_name);
-    if (has_line(swap, absent) || name_both_again(swap, file) != 0 ||
-        sync_directory(swap->live_dir) != 0) {
+    if (has_line(swap, absent) || name_both_again(swap, file) != 0) {
         log_err_as(REPAIR, "%s is rebuilt and the index is not: do not start the service\n",
                    file->live);
+        return;
     }
+    (void)sync_directory(swap->live_dir);  // logged
 }
 
 int table_swap_finish(const table_swap* swap) {

@@ -29,10 +29,19 @@ struct table_swap {
 // Forms the paths for the volume `root`. 0; -1, logged, when one would be cut.
 int table_swap_form(table_swap* swap, const char* root);
 
-enum class swap_found { nothing, marker, unknown };
+enum class swap_found { nothing, marker, outdated, unknown };
 // Looks for the marker of a swap that was cut. One that is not complete was never acted on and
-// counts as nothing. `unknown`, logged: whether there is one cannot be read.
+// counts as nothing. `outdated`: neither file was swapped in, and a live one was written since, so
+// the rebuilt ones miss something. `unknown`, logged: whether there is one cannot be read.
 swap_found table_swap_find(table_swap* swap);
+
+// Whether the live table and index of the volume `root` are of one age: they are not where a swap
+// was cut between the two. 0; -1, logged.
+int table_swap_expect_pair(const char* root);
+
+// Whether the work directory of the volume `root` may be removed: not while it holds the files of a
+// swap that was cut. 0; -1, logged.
+int table_swap_expect_none(const char* root);
 
 // Writes the marker for the files that are there now, and puts it on the disk. 0; -1, logged.
 int table_swap_begin(table_swap* swap);

@@ -12,6 +12,7 @@
 #include "volume/journal_drivers.h"
 #include "volume/path_list.h"
 #include "volume/stop_signals.h"
+#include "volume/table_swap.h"
 #include "volume/volume_paths.h"
 
 // Maps that are open at a time while the table is replayed.
@@ -114,6 +115,9 @@ int replay_vol_journal(int argc, char** argv, int) {
         return -1;
     }
     printf("TARN_INFO: REPLAY volume %s\n", opt_ctx.volpath);
+    if (table_swap_expect_pair(opt_ctx.volpath) != 0) {
+        return -1;
+    }
     set_live_table_paths(opt_ctx.volpath);
     if (prepare_jnl_path() != 0) {
         return -1;
