@@ -17,7 +17,9 @@ static int lock_journal(run_lock* lock) {
     if (ORBAiSCSIConfJournalRootPathGet(root, sizeof root, 0) < 0 || root[0] == '\0') {
         return 0;
     }
-    return run_lock_add(lock, root, nullptr);
+    char journal[JOURNAL_ROOT_SIZE + 16];
+    snprintf(journal, sizeof journal, "%s/EP_JNL", root);
+    return run_lock_journal(lock, journal, nullptr);
 }
 
 static int lock_tables(run_lock* lock) {

@@ -24,8 +24,8 @@ static void set_signals(posix_spawnattr_t* attributes, bool apart) {
     posix_spawnattr_setsigdefault(attributes, &ignored_here);
     posix_spawnattr_setsigmask(attributes, &callers_mask);
     const int group = apart ? POSIX_SPAWN_SETPGROUP : 0;  // the default group is its own
-    posix_spawnattr_setflags(attributes, static_cast<short>(POSIX_SPAWN_SETSIGDEF |
-                                                            POSIX_SPAWN_SETSIGMASK | group));
+    posix_spawnattr_setflags(
+        attributes, static_cast<short>(POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | group));
 }
 
 // Standard output goes to `out_fd` unless that is -1; whatever stands above the three standard

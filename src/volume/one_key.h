@@ -5,11 +5,10 @@
 
 // Replays the journal into the volume of opt_ctx.volpath, whatever comes of it, reconstructs its
 // table and index, and swaps them with the live ones, which stay as EP_TBL.bkp and EP_FRI.bkp. A
-// swap that an earlier run began is finished instead, without replay and rebuild, unless a live file
-// was written since and neither was swapped in. 0; -1, logged: no
-// live file was moved, and no FIX_DIR remains, or a step of the swap failed, and FIX_DIR stays with
-// what the next run needs to finish. A replay that failed is logged again at the end, unless there
-// is no journal.
+// swap that an earlier run began is finished instead, without replay and rebuild, unless a live
+// file was written since and neither was swapped in. 0; -1, logged: no live file was moved, and no
+// FIX_DIR remains, or a step of the swap failed, and FIX_DIR stays with what the next run needs to
+// finish. A replay that failed is logged again at the end, unless there is no journal.
 int one_key_repair(int argc, char** argv, int argument);
 
 // Replays the journal into every volume, whatever comes of it, and checks its table against its

@@ -101,7 +101,8 @@ static bool is_there(const char* root) {
     return empty == 0;
 }
 
-// A repair that was cut between table and index is finished first: a replay into both would be wrong.
+// A repair that was cut between table and index is finished first: a replay into both would be
+// wrong.
 static bool all_are_pairs(const startup_run* run) {
     for (const path_entry* at = run->volumes.next; at != &run->volumes; at = at->next) {
         if (table_swap_expect_pair(at->name) != 0) {

@@ -1,5 +1,6 @@
 // The main job: what happens to journal and volumes before the storage service starts.
-// Below: journal_state.h, volume_journal.h, consistency.h, run_lock.h. Above: the commands.
+// Below: journal_state.h, volume_journal.h, consistency.h, run_lock.h, table_swap.h. Above: the
+// commands.
 #pragma once
 
 // --startup-replay: scans sub-options and acts on the journal's status. 0: there is no journal; it

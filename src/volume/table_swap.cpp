@@ -271,8 +271,8 @@ int table_swap_begin(table_swap* swap) {
 
 enum class rebuilt_place { waiting, swapped_in, unknown };
 
-// Where the rebuilt file is. It is known by size, uuid and checksum; once its name in the work directory is
-// gone, the live file has to be it.
+// Where the rebuilt file is. It is known by size, uuid and checksum; once its name in the work
+// directory is gone, the live file has to be it.
 static rebuilt_place find_rebuilt(const table_swap* swap, const swap_file* file) {
     name_status rebuilt;
     name_status live;

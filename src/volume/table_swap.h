@@ -1,7 +1,8 @@
 // The swap: a rebuilt table and index take the place of the live ones, which stay as backups. A
 // file in the work directory, the marker, says that a swap has begun and which files belong to it,
 // so that a later run can finish one that was cut anywhere. At no point is a live file without a
-// name, whatever a power failure takes back. Below: descriptor.h, work_dir.h. Above: one_key.h.
+// name, whatever a power failure takes back. Below: descriptor.h, work_dir.h. Above:
+// one_key.h, volume_journal.h, startup_replay.h, the commands.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,6 @@
 // The journal over whole volumes: check and replay of every file of a volume, and of all volumes.
-// Below: journal_drivers.h, discovery.h, handle_set.h. Above: the commands, start-up replay.
+// Below: journal_drivers.h, discovery.h, handle_set.h, table_swap.h. Above: the commands, start-up
+// replay.
 #pragma once
 
 // 0, or -1 at the first failure, logged; what was replayed stays replayed.

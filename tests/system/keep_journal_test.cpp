@@ -8,6 +8,7 @@
 #include "support/sample_maps.h"
 #include "system/support/sample_server.h"
 #include "system/support/tree.h"
+#include "volume/table_swap.h"
 
 namespace fs = std::filesystem;
 
@@ -298,6 +299,63 @@ TEST(keep_journal, a_named_volume_that_is_not_there_or_not_mounted_is_refused_un
         const run_result got = box.run({"--startup-replay"});
         EXPECT_EQ(got.status, 0);
         EXPECT_FALSE(file_exists(box.journal()));
+    }
+}
+
+// Leaves volume 1 as a repair does that was cut between its table and its index.
+static void make_cut_swap(const sandbox& box) {
+    const fs::path root = box.volume(1);
+    make_directories(root / "@EP_FIX");
+    make_tbl(root / "@EP_FIX/EP_TBL", uuid_of(0x11));
+    make_fri(root / "@EP_FIX/EP_FRI", uuid_of(0x11), 0);
+    table_swap swap;
+    ASSERT_EQ(table_swap_form(&swap, root.c_str()), 0);
+    ASSERT_EQ(table_swap_begin(&swap), 0);
+    fs::rename(root / "@EP/EP_TBL", root / "@EP/EP_TBL.bkp");
+    fs::rename(root / "@EP_FIX/EP_TBL", root / "@EP/EP_TBL");
+}
+
+static constexpr const char* TWO_AGES =
+    "ERR: one_key_repair(#) /volume1: table and index are of two ages until --onekeyrepair is run "
+    "again\n";
+
+TEST(keep_journal, a_repair_that_was_cut_between_table_and_index_is_refused_untouched) {
+    for (const uint32_t status : {ABNORMAL, READ_ONLY, 0x25521814u}) {
+        const sandbox box;
+        make_volumes(box);
+        make_pending_journal(box, status);
+        make_cut_swap(box);
+        expect_refused_untouched(box, TWO_AGES);
+    }
+}
+
+TEST(keep_journal, every_replay_refuses_a_repair_that_was_cut) {
+    const sandbox box;
+    make_volumes(box);
+    make_pending_journal(box);
+    make_cut_swap(box);
+    const auto before = all_trees(box);
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{"--rpvjnl"}, {"--rpjnl", "vol", "--volpath", "/volume1"}}) {
+        const run_result got = box.run(words);
+        EXPECT_EQ(got.status, 255);
+        EXPECT_TRUE(got.logged(TWO_AGES)) << testing::PrintToString(got.log);
+        EXPECT_EQ(all_trees(box), before);
+    }
+}
+
+TEST(keep_journal, a_rebuild_does_not_remove_the_files_of_a_repair_that_was_cut) {
+    const sandbox box;
+    make_volumes(box);
+    make_cut_swap(box);
+    const auto before = all_trees(box);
+    for (const char* command : {"--reconstruct", "--import-volume"}) {
+        const run_result got = box.run({command, "--volpath", "/volume1"});
+        EXPECT_EQ(got.status, 255);
+        EXPECT_EQ(got.log,
+                  (lines{"ERR: one_key_repair(#) /volume1/@EP_FIX belongs to a repair that "
+                         "was cut: run --onekeyrepair again\n"}));
+        EXPECT_EQ(all_trees(box), before);
     }
 }
 

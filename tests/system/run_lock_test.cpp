@@ -157,6 +157,27 @@ TEST_F(second_run, by_the_service_that_is_resumed_finds_everything_free) {
     EXPECT_FALSE(file_exists(box_.volume(1) + "/@EP_FIX"));
 }
 
+// A stop signal that comes while the service is being paused changes nothing about it.
+TEST_F(second_run, by_the_service_finds_everything_free_also_after_a_stop_signal) {
+    write_script("pause", "kill -TERM $PPID");
+    write_script("resume", "tarn --startup-replay");
+    EXPECT_EQ(repair().status, 255);
+    EXPECT_EQ(box_.run({"--onekeycheck"}).status, 255);
+    EXPECT_EQ(text_of("calls"), "pause\nresume\npause\nresume\n");
+    EXPECT_EQ(text_of("statuses"), "0\n0\n");
+}
+
+// Ctrl-C reaches every program of the terminal's process group.
+TEST_F(second_run, and_ctrl_c_ends_none_of_the_programs_of_the_service) {
+    write_script("pause",
+                 "kill -INT -$(cut -d' ' -f5 /proc/$PPID/stat); echo paused >>/scratch/calls");
+    write_script("resume", "echo resumed >>/scratch/calls");
+    const run_result run = box_.run_program(
+        "/usr/bin/setsid", {"-w", TARN_PROGRAM, "--onekeyrepair", "--volpath", "/volume1"}, {});
+    EXPECT_EQ(run.status, 255);
+    EXPECT_EQ(text_of("calls"), "pause\npaused\nresume\nresumed\n");
+}
+
 static run_result run_under(const sandbox& box, const std::string& directory,
                             std::vector<std::string> words) {
     words.insert(words.begin(), {"-n", directory, TARN_PROGRAM});
@@ -175,4 +196,9 @@ TEST_F(second_run, is_refused_whoever_holds_the_lock) {
     const std::vector<std::string> replay = {"--rpvjnl", "--jnlpath", "/scratch/EP_JNL"};
     EXPECT_EQ(run_under(box_, "/var/lib/tarn", replay).status, 0);
     EXPECT_EQ(run_under(box_, "/scratch", replay).status, 255);
+    // A journal that is a link: everybody locks the directory that it leads to.
+    fs::rename(box_.journal(), box_.scratch() + "/real_jnl");
+    fs::create_symlink("/scratch/real_jnl", box_.journal());
+    EXPECT_EQ(run_under(box_, "/scratch", {"--rpvjnl"}).status, 255);
+    EXPECT_EQ(run_under(box_, "/scratch", {"--startup-replay"}).status, 255);
 }

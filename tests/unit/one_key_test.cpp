@@ -73,6 +73,22 @@ TEST_F(one_key_repair_of_a_volume, finishes_a_swap_that_was_cut_without_replay_a
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
+TEST_F(one_key_repair_of_a_volume, rebuilds_again_when_a_live_file_was_written_since_the_cut) {
+    make_directories(root() + "/@EP_FIX");
+    make_tbl(root() + "/@EP_FIX/EP_TBL", uuid_of(0x22));
+    make_fri(root() + "/@EP_FIX/EP_FRI", uuid_of(0x33), 0);
+    table_swap swap;
+    ASSERT_EQ(table_swap_form(&swap, root().c_str()), 0);
+    ASSERT_EQ(table_swap_begin(&swap), 0);
+    std::filesystem::last_write_time(live("EP_TBL"), std::filesystem::file_time_type::min());
+    EXPECT_EQ(repair(), 0);
+    EXPECT_TRUE(log_.has("/@EP_FIX is older than the live files: rebuilding again"));
+    EXPECT_NE(text_.find("TARN_INFO: REPLAY volume"), std::string::npos);
+    EXPECT_EQ(tbl_word_of(live("EP_TBL"), 1), 0x8001);
+    EXPECT_EQ(uuid_in(live("EP_TBL")), uuid_of(0x11));
+    EXPECT_FALSE(file_exists(root() + "/@EP_FIX"));
+}
+
 TEST_F(one_key_repair_of_a_volume, removes_a_work_directory_without_a_marker_and_fails) {
     make_empty_file(root() + "/@EP_FIX/EP_TBL");
     make_empty_file(root() + "/@EP_FIX/swap");

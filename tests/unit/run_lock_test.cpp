@@ -142,6 +142,25 @@ TEST_F(run_lock_of_directories, of_a_journal_is_on_its_directory) {
     EXPECT_FALSE(is_free(volumes_.root() + "/journal"));
 }
 
+TEST_F(run_lock_of_directories, of_a_journal_that_is_a_link_is_where_the_link_leads) {
+    make_empty_file(volumes_.other() + "/EP_JNL");
+    make_directories(volumes_.root() + "/journal");
+    fs::remove(volumes_.journal());
+    fs::create_symlink(volumes_.other() + "/EP_JNL", volumes_.journal());
+    run_lock_scope held;
+    EXPECT_EQ(run_lock_journal(&held.lock, volumes_.journal().c_str(), nullptr), 0);
+    EXPECT_FALSE(is_free(volumes_.other()));
+    EXPECT_TRUE(is_free(volumes_.root() + "/journal"));
+}
+
+TEST_F(run_lock_of_directories, of_a_file_in_a_volume_that_is_a_link_is_where_the_link_leads) {
+    fs::rename(volume(2), volumes_.root() + "/disk");
+    fs::create_directory_symlink(volumes_.root() + "/disk", volume(2));
+    run_lock_scope held;
+    EXPECT_EQ(run_lock_file(&held.lock, (volume(2) + "/@EP/EP_TBL").c_str()), 0);
+    EXPECT_FALSE(is_free(volumes_.root() + "/disk"));
+}
+
 TEST_F(run_lock_of_directories, of_all_volumes_leaves_out_what_is_none) {
     make_directories(volumes_.other() + "/@EP");
     run_lock_scope held;

@@ -61,11 +61,16 @@ TEST_F(service_pause, a_service_that_does_not_come_back_fails_the_run) {
     EXPECT_EQ(log_.last(), "tarn:# failed to start iscsi service");
 }
 
-TEST_F(service_pause, a_stop_signal_before_the_procedure_still_resumes_the_service) {
+static int ask(int, char**, int) {
+    runs++;
+    return stop_requested() ? -1 : 0;
+}
+
+TEST_F(service_pause, a_stop_signal_before_the_procedure_is_its_own_to_look_at) {
     stop_signals_block();
     raise(SIGTERM);
-    EXPECT_EQ(run_with_iscsi_paused(none_.count(), none_.values(), 0, succeed, "a reason"), -1);
-    EXPECT_EQ(runs, 0);
+    EXPECT_EQ(run_with_iscsi_paused(none_.count(), none_.values(), 0, ask, "a reason"), -1);
+    EXPECT_EQ(runs, 1);
     EXPECT_EQ(volumes_.service_calls(), "pause iscsitrg a reason\nresume iscsitrg a reason\n");
 }
 

@@ -1,9 +1,11 @@
 #include "volume/table_swap.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "support/io_faults.h"
@@ -32,17 +34,20 @@ TEST_F(table_swap_of_a_volume, leaves_the_rebuilt_files_live_and_the_originals_a
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-// Its sizes: one mebibyte and 64 blocks of 512 bytes. The checksum is from another program.
+// Its sizes: one mebibyte and 64 blocks of 512 bytes. The checksums are from another program.
 TEST_F(table_swap_of_a_volume, names_the_four_files_in_its_marker) {
     unlink(live("EP_FRI").c_str());
+    const timespec times[2] = {{1000000000, 5}, {1000000000, 5}};
+    ASSERT_EQ(utimensat(AT_FDCWD, live("EP_TBL").c_str(), times, 0), 0);
     ASSERT_EQ(table_swap_begin(&swap_), 0);
     EXPECT_EQ(marker(),
               "tarn swap 1\n"
-              "@EP/EP_TBL 1081344 11111111111111111111111111111111\n"
-              "@EP_FIX/EP_TBL 1081344 22222222222222222222222222222222\n"
+              "@EP/EP_TBL 1081344 11111111111111111111111111111111 995a904a\n"
+              "@EP/EP_TBL written 1000000000.000000005\n"
+              "@EP_FIX/EP_TBL 1081344 22222222222222222222222222222222 8c65bd87\n"
               "@EP/EP_FRI absent\n"
-              "@EP_FIX/EP_FRI 1081344 33333333333333333333333333333333\n"
-              "end 2682eaca\n");
+              "@EP_FIX/EP_FRI 1081344 33333333333333333333333333333333 5850539f\n"
+              "end f68bd444\n");
 }
 
 TEST_F(table_swap_of_a_volume, takes_a_marker_that_was_cut_or_changed_anywhere_for_none) {
@@ -130,6 +135,91 @@ TEST_F(table_swap_of_a_volume, gives_the_rebuilt_files_owner_and_mode_of_the_liv
     expect_swapped();
 }
 
+TEST_F(table_swap_of_a_volume, gives_an_index_without_a_live_one_owner_and_mode_of_the_table) {
+    unlink(live("EP_FRI").c_str());
+    fs::permissions(live("EP_TBL"), fs::perms(0640));
+    fs::permissions(fix("EP_FRI"), fs::perms(0666));
+    EXPECT_EQ(begin_and_finish(), 0);
+    EXPECT_EQ(fs::status(live("EP_FRI")).permissions(), fs::perms(0640));
+}
+
+TEST_F(table_swap_of_a_volume, gives_a_table_without_a_live_one_owner_and_mode_of_the_index) {
+    unlink(live("EP_TBL").c_str());
+    fs::permissions(live("EP_FRI"), fs::perms(0604));
+    fs::permissions(fix("EP_TBL"), fs::perms(0666));
+    EXPECT_EQ(begin_and_finish(), 0);
+    EXPECT_EQ(fs::status(live("EP_TBL")).permissions(), fs::perms(0604));
+}
+
+TEST_F(table_swap_of_a_volume, that_waits_is_outdated_when_a_live_file_was_written_since) {
+    for (const char* name : {"EP_TBL", "EP_FRI"}) {
+        const fs::file_time_type before = fs::last_write_time(live(name));
+        fs::remove(fix("swap"));
+        ASSERT_EQ(table_swap_begin(&swap_), 0);
+        EXPECT_EQ(find(), swap_found::marker);
+        fs::last_write_time(live(name), before + std::chrono::nanoseconds(1));
+        EXPECT_EQ(find(), swap_found::outdated) << name;
+        EXPECT_EQ(table_swap_expect_pair(root().c_str()), 0);
+        EXPECT_EQ(table_swap_expect_none(root().c_str()), 0);
+        fs::last_write_time(live(name), before);
+    }
+    EXPECT_EQ(log_.lines(), log_lines({}));
+}
+
+TEST_F(table_swap_of_a_volume, that_began_to_move_files_is_never_outdated) {
+    ASSERT_EQ(table_swap_begin(&swap_), 0);
+    fs::rename(live("EP_TBL"), live("EP_TBL.bkp"));
+    fs::last_write_time(live("EP_FRI"), fs::file_time_type::clock::now() + std::chrono::hours(1));
+    fs::rename(fix("EP_TBL"), live("EP_TBL"));
+    EXPECT_EQ(find_and_finish(), 0);
+    expect_swapped();
+}
+
+TEST_F(table_swap_of_a_volume, leaves_a_pair_but_between_its_two_files) {
+    const std::string line =
+        "ERR: one_key_repair(#) " + root() +
+        ": table and index are of two ages until --onekeyrepair is run again\n";
+    EXPECT_EQ(table_swap_expect_pair(root().c_str()), 0);
+    ASSERT_EQ(table_swap_begin(&swap_), 0);
+    EXPECT_EQ(table_swap_expect_pair(root().c_str()), 0);
+    EXPECT_EQ(log_.lines(), log_lines({}));
+    fs::rename(live("EP_TBL"), live("EP_TBL.bkp"));  // no live table
+    EXPECT_EQ(table_swap_expect_pair(root().c_str()), -1);
+    fs::rename(fix("EP_TBL"), live("EP_TBL"));  // another one
+    EXPECT_EQ(table_swap_expect_pair(root().c_str()), -1);
+    EXPECT_EQ(log_.lines(), log_lines({line, line}));
+    log_.clear();
+    fs::rename(live("EP_FRI"), live("EP_FRI.bkp"));
+    fs::rename(fix("EP_FRI"), live("EP_FRI"));
+    EXPECT_EQ(table_swap_expect_pair(root().c_str()), 0);
+    EXPECT_EQ(log_.lines(), log_lines({}));
+}
+
+TEST_F(table_swap_of_a_volume, whose_state_is_unknown_is_neither_a_pair_nor_none) {
+    ASSERT_EQ(table_swap_begin(&swap_), 0);
+    for (uint64_t n = 1; n <= 5; n++) {  // the directory and four files
+        log_.clear();
+        const io_fault_at fault(n, EIO, {io_call::stat});
+        EXPECT_EQ(table_swap_expect_none(root().c_str()), -1);
+        EXPECT_TRUE(fault.fired());
+        EXPECT_EQ(log_.lines().size(), 1u);
+    }
+    for (uint64_t n = 1; n <= 9; n++) {
+        const io_fault_at fault(n, EIO, {io_call::stat});
+        EXPECT_EQ(table_swap_expect_pair(root().c_str()), -1) << n;
+        EXPECT_TRUE(fault.fired());
+    }
+}
+
+TEST_F(table_swap_of_a_volume, keeps_its_work_directory_until_it_is_done) {
+    EXPECT_EQ(table_swap_expect_none(root().c_str()), 0);
+    ASSERT_EQ(table_swap_begin(&swap_), 0);
+    EXPECT_EQ(table_swap_expect_none(root().c_str()), -1);
+    EXPECT_EQ(log_.lines(),
+              log_lines({"ERR: one_key_repair(#) " + root() +
+                         "/@EP_FIX belongs to a repair that was cut: run --onekeyrepair again\n"}));
+}
+
 TEST_F(table_swap_of_a_volume, that_stops_at_a_directory_in_the_place_of_a_backup_loses_nothing) {
     make_directories(live("EP_TBL.bkp/deep"));
     EXPECT_EQ(begin_and_finish(), -1);
@@ -154,6 +244,31 @@ TEST_F(table_swap_of_a_volume, that_stops_at_the_index_makes_the_original_table_
     EXPECT_EQ(inode_of(fix("EP_TBL")), rebuilt_[0]);
     EXPECT_EQ(inode_of(fix("EP_FRI")), rebuilt_[1]);
     fs::remove_all(live("EP_FRI.bkp"));
+    EXPECT_EQ(find_and_finish(), 0);
+    expect_swapped();
+}
+
+static uint64_t links;
+
+// The index cannot be linked to its backup, nor the table to its name in the work directory again.
+static io_verdict fail_all_links_but_the_first(io_call call, size_t wanted) {
+    const bool fails = call == io_call::link && ++links >= 2;
+    return {fails ? EIO : 0, wanted};
+}
+
+TEST_F(table_swap_of_a_volume, that_cannot_be_taken_back_says_which_step_failed) {
+    links = 0;
+    io_fault = fail_all_links_but_the_first;
+    EXPECT_EQ(begin_and_finish(), -1);
+    io_fault = nullptr;
+    EXPECT_EQ(log_.lines(),
+              log_lines({"ERR: one_key_repair(#) Fail to link to " + live("EP_FRI.bkp.new") +
+                             ": Input/output error\n",
+                         "ERR: one_key_repair(#) Fail to link to " + fix("EP_TBL") +
+                             ": Input/output error\n",
+                         "ERR: one_key_repair(#) " + live("EP_TBL") +
+                             " is rebuilt and the index is not: do not start the service\n"}));
+    expect_nothing_lost();
     EXPECT_EQ(find_and_finish(), 0);
     expect_swapped();
 }
@@ -282,6 +397,14 @@ TEST_F(table_swap_of_a_volume, refuses_a_file_that_the_marker_does_not_name) {
     EXPECT_EQ(find_and_finish(), -1);
     EXPECT_EQ(log_.last(), "ERR: one_key_repair(#) " + live("EP_TBL") + refusal);
     EXPECT_EQ(log_.lines().size(), 3u);
+
+    make_tbl(fix("EP_TBL"), uuid_of(0x22));  // of another time
+    const int fd = open(fix("EP_TBL").c_str(), O_WRONLY | O_CLOEXEC);
+    EXPECT_EQ(pwrite(fd, "\1\2\3\4", 4, 0), 4);  // the checksum of its header
+    close(fd);
+    EXPECT_EQ(find_and_finish(), -1);
+    EXPECT_EQ(log_.last(), "ERR: one_key_repair(#) " + fix("EP_TBL") + refusal);
+    fs::remove(fix("EP_TBL"));
 
     fs::create_directory(fix("EP_TBL"));
     EXPECT_EQ(find_and_finish(), -1);
