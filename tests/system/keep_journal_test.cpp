@@ -359,6 +359,19 @@ TEST(keep_journal, a_rebuild_does_not_remove_the_files_of_a_repair_that_was_cut)
     }
 }
 
+TEST(keep_journal, a_named_volume_that_cannot_be_looked_at_is_refused_untouched) {
+    const sandbox box;
+    make_volumes(box);
+    make_pending_journal(box);
+    box.configure("volumes = /volume1 /scratch/loop\n");
+    fs::create_symlink("loop", box.scratch() + "/loop");
+    const auto before = all_trees(box);
+    const run_result got = box.run({"--startup-replay"});
+    EXPECT_EQ(got.status, 255);
+    EXPECT_TRUE(got.logged("Too many levels of symbolic links")) << testing::PrintToString(got.log);
+    EXPECT_EQ(all_trees(box), before);
+}
+
 TEST(keep_journal, after_a_clean_shutdown_a_volume_that_is_not_there_is_skipped) {
     const sandbox box;
     make_volumes(box);
