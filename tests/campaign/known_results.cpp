@@ -19,9 +19,9 @@ static bool only_work_dir_left(const observed& undisturbed, const observed& got)
 
 static bool replay_failed(const observed& /*undisturbed*/, const observed& got) {
     for (const std::string& line : got.run.log) {
-        for (const char* name : {"replay_vol_journal(", "replay_fri_journal(",
-                                 "replay_tbl_journal(", "replay_map_journal(",
-                                 "/@EP_FIX: "}) {  // whether a repair was cut is unknown
+        for (const char* name :
+             {"replay_vol_journal(", "replay_fri_journal(", "replay_tbl_journal(",
+              "replay_map_journal(", "/@EP_FIX: "}) {  // whether a repair was cut is unknown
             if (line.find(name) != std::string::npos) {
                 return true;
             }
