@@ -74,6 +74,9 @@ int one_key_repair(int argc, char** argv, int) {
         case swap_found::outdated:
             log_err_as("one_key_repair", "%s/%s is older than the live files: rebuilding again\n",
                        opt_ctx.volpath, FIX_DIR);
+            if (table_swap_forget(&swap) != 0) {
+                return -1;
+            }
             remove_work_dir(FIX_DIR);
             [[fallthrough]];
         default:

@@ -439,6 +439,13 @@ static void take_back(const table_swap* swap, const swap_file* file) {
     (void)sync_directory(swap->live_dir);  // logged
 }
 
+int table_swap_forget(const table_swap* swap) {
+    if (io_unlink(swap->marker) != 0) {
+        return failed("remove", swap->marker);
+    }
+    return sync_directory(swap->work_dir);
+}
+
 int table_swap_finish(const table_swap* swap) {
     const swap_file* table = &swap->files[0];
     const swap_file* index = &swap->files[1];
@@ -449,11 +456,5 @@ int table_swap_finish(const table_swap* swap) {
         take_back(swap, table);
         return -1;
     }
-    if (sync_directory(swap->live_dir) != 0) {
-        return -1;
-    }
-    if (io_unlink(swap->marker) != 0) {
-        return failed("remove", swap->marker);
-    }
-    return sync_directory(swap->work_dir);
+    return sync_directory(swap->live_dir) == 0 ? table_swap_forget(swap) : -1;
 }

@@ -47,6 +47,9 @@ int table_swap_expect_none(const char* root);
 // Writes the marker for the files that are there now, and puts it on the disk. 0; -1, logged.
 int table_swap_begin(table_swap* swap);
 
+// Removes the marker, and puts that on the disk, before the files that it names go. 0; -1, logged.
+int table_swap_forget(const table_swap* swap);
+
 // Goes through the swap from wherever it stopped; the marker was found, or begun here. 0: both live
 // files are the rebuilt ones, the marker is gone. -1 at the first step that failed, logged: the
 // marker and what was not swapped in yet stay for the next run. A file that is not the one of the

@@ -73,20 +73,54 @@ TEST_F(one_key_repair_of_a_volume, finishes_a_swap_that_was_cut_without_replay_a
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(one_key_repair_of_a_volume, rebuilds_again_when_a_live_file_was_written_since_the_cut) {
-    make_directories(root() + "/@EP_FIX");
-    make_tbl(root() + "/@EP_FIX/EP_TBL", uuid_of(0x22));
-    make_fri(root() + "/@EP_FIX/EP_FRI", uuid_of(0x33), 0);
-    table_swap swap;
-    ASSERT_EQ(table_swap_form(&swap, root().c_str()), 0);
-    ASSERT_EQ(table_swap_begin(&swap), 0);
-    std::filesystem::last_write_time(live("EP_TBL"), std::filesystem::file_time_type::min());
+class one_key_repair_that_is_older : public one_key_repair_of_a_volume {
+protected:
+    one_key_repair_that_is_older() {
+        make_directories(root() + "/@EP_FIX");
+        make_tbl(root() + "/@EP_FIX/EP_TBL", uuid_of(0x22));
+        make_fri(root() + "/@EP_FIX/EP_FRI", uuid_of(0x33), 0);
+        table_swap swap;
+        EXPECT_EQ(table_swap_form(&swap, root().c_str()), 0);
+        EXPECT_EQ(table_swap_begin(&swap), 0);
+        fs::last_write_time(live("EP_TBL"), fs::file_time_type::min());
+    }
+};
+
+TEST_F(one_key_repair_that_is_older, than_a_live_file_begins_again) {
     EXPECT_EQ(repair(), 0);
     EXPECT_TRUE(log_.has("/@EP_FIX is older than the live files: rebuilding again"));
     EXPECT_NE(text_.find("TARN_INFO: REPLAY volume"), std::string::npos);
     EXPECT_EQ(tbl_word_of(live("EP_TBL"), 1), 0x8001);
     EXPECT_EQ(uuid_in(live("EP_TBL")), uuid_of(0x11));
     EXPECT_FALSE(file_exists(root() + "/@EP_FIX"));
+}
+
+static bool marker_was_there;
+
+static io_verdict look_for_the_marker(io_call call, size_t wanted) {
+    if (call == io_call::spawn) {  // the first program is /bin/rm
+        marker_was_there =
+            marker_was_there || file_exists(std::string(opt_ctx.volpath) + "/@EP_FIX/swap");
+    }
+    return {0, wanted};
+}
+
+// A removal that is cut must not leave a marker without its files: no later run could act on it.
+TEST_F(one_key_repair_that_is_older, than_a_live_file_forgets_its_marker_before_its_files_go) {
+    marker_was_there = false;
+    io_fault = look_for_the_marker;
+    EXPECT_EQ(repair(), 0);
+    io_fault = nullptr;
+    EXPECT_FALSE(marker_was_there);
+}
+
+TEST_F(one_key_repair_that_is_older, than_a_live_file_removes_nothing_while_its_marker_stays) {
+    const io_fault_at fault(1, EIO, {io_call::unlink});
+    EXPECT_EQ(repair(), -1);
+    EXPECT_TRUE(fault.fired());
+    EXPECT_EQ(log_.lines().size(), 2u);
+    EXPECT_TRUE(log_.has("Fail to remove " + root() + "/@EP_FIX/swap: Input/output error"));
+    EXPECT_TRUE(file_exists(root() + "/@EP_FIX/EP_TBL"));
 }
 
 TEST_F(one_key_repair_of_a_volume, removes_a_work_directory_without_a_marker_and_fails) {
