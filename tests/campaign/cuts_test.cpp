@@ -161,6 +161,15 @@ TEST(campaign, cuts) {
     run_all(seeds);
 }
 
+// The marker of a swap says when the live files were written, and every run writes them anew.
+static tree_lines without_times(tree_lines tree) {
+    const auto marker = tree.find("volume1/@EP_FIX/swap");
+    if (marker != tree.end()) {
+        marker->second = "the marker";
+    }
+    return tree;
+}
+
 // The recording and what is built from it hold nothing back: a run that is killed leaves what the
 // state with nothing lost says.
 TEST(cut_campaign, a_state_with_nothing_lost_is_what_a_killed_run_leaves) {
@@ -177,10 +186,10 @@ TEST(cut_campaign, a_state_with_nothing_lost_is_what_a_killed_run_leaves) {
     for (size_t at = 0; at < run.operations.size(); at += step) {
         shop.put_on_bench(made.tree);
         EXPECT_EQ(shop.run({words, "", "", "", shop.path("other"), at + 1}).signal, SIGKILL);
-        const tree_lines killed = tree_of(shop.bench());
+        const tree_lines killed = without_times(tree_of(shop.bench()));
         std::filesystem::remove_all(shop.bench());
         disk_past past = past_of(run, at);
         write_state(&past, nullptr, shop.bench());
-        EXPECT_EQ(tree_of(shop.bench()), killed) << "before operation " << at + 1;
+        EXPECT_EQ(without_times(tree_of(shop.bench())), killed) << "before operation " << at + 1;
     }
 }
