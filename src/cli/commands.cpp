@@ -25,7 +25,7 @@
 #include "volume/run_lock.h"
 #include "volume/startup_replay.h"
 #include "volume/stop_signals.h"
-#include "volume/table_swap.h"
+#include "volume/swap_marker.h"
 #include "volume/unmap_buffer.h"
 #include "volume/volume_journal.h"
 #include "volume/volume_paths.h"

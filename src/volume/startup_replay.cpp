@@ -24,7 +24,7 @@
 #include "volume/journal_state.h"
 #include "volume/path_list.h"
 #include "volume/run_lock.h"
-#include "volume/table_swap.h"
+#include "volume/swap_marker.h"
 #include "volume/volume_journal.h"
 #include "volume/volume_paths.h"
 

@@ -1,5 +1,5 @@
 // The main job: what happens to journal and volumes before the storage service starts.
-// Below: journal_state.h, volume_journal.h, consistency.h, run_lock.h, table_swap.h. Above: the
+// Below: journal_state.h, volume_journal.h, consistency.h, run_lock.h, swap_marker.h. Above: the
 // commands.
 #pragma once
 

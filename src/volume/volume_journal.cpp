@@ -12,7 +12,7 @@
 #include "volume/journal_drivers.h"
 #include "volume/path_list.h"
 #include "volume/stop_signals.h"
-#include "volume/table_swap.h"
+#include "volume/swap_marker.h"
 #include "volume/volume_paths.h"
 
 // Maps that are open at a time while the table is replayed.

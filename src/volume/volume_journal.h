@@ -1,5 +1,5 @@
 // The journal over whole volumes: check and replay of every file of a volume, and of all volumes.
-// Below: journal_drivers.h, discovery.h, handle_set.h, table_swap.h. Above: the commands, start-up
+// Below: journal_drivers.h, discovery.h, handle_set.h, swap_marker.h. Above: the commands, start-up
 // replay.
 #pragma once
 

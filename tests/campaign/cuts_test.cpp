@@ -161,7 +161,7 @@ TEST(campaign, cuts) {
     run_all(seeds);
 }
 
-// The marker of a swap says when the live files were written, and every run writes them anew.
+// The marker of a swap holds the times of the live files, which differ from run to run.
 static tree_lines without_times(tree_lines tree) {
     const auto marker = tree.find("volume1/@EP_FIX/swap");
     if (marker != tree.end()) {

@@ -8,7 +8,7 @@
 #include "support/sample_maps.h"
 #include "system/support/sample_server.h"
 #include "system/support/tree.h"
-#include "volume/table_swap.h"
+#include "volume/swap_marker.h"
 
 namespace fs = std::filesystem;
 

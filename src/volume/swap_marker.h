@@ -1,0 +1,80 @@
+// The marker of a swap: a file in the work directory that says that a swap has begun and which
+// files belong to it, so that a later run can finish one that was cut anywhere. Below:
+// descriptor.h, work_dir.h. Above: table_swap.h, one_key.h, volume_journal.h, startup_replay.h, the
+// commands.
+#pragma once
+
+#include <cstddef>
+#include <sys/stat.h>
+
+#include "store/descriptor.h"
+
+constexpr size_t SWAP_PATH_SIZE = 256;
+constexpr size_t SWAP_TEXT_SIZE = 1024;
+
+struct swap_file {
+    const char* live_name;             // below the volume's root, as the marker has it
+    const char* rebuilt_name;          // the same
+    char live[SWAP_PATH_SIZE];         // @EP/EP_TBL
+    char rebuilt[SWAP_PATH_SIZE];      // @EP_FIX/EP_TBL
+    char backup[SWAP_PATH_SIZE];       // @EP/EP_TBL.bkp
+    char next_backup[SWAP_PATH_SIZE];  // @EP/EP_TBL.bkp.new
+};
+
+struct table_swap {
+    char live_dir[SWAP_PATH_SIZE];
+    char work_dir[SWAP_PATH_SIZE];
+    char marker[SWAP_PATH_SIZE];
+    char text[SWAP_TEXT_SIZE];  // of the marker
+    swap_file files[2];         // the table, the index: in this order
+};
+
+// Forms the paths for the volume `root`. 0; -1, logged, when one would be cut.
+int table_swap_form(table_swap* swap, const char* root);
+
+enum class swap_found { nothing, marker, outdated, unknown };
+// Looks for the marker of a swap that was cut. One that is not complete was never acted on and
+// counts as nothing. `outdated`: neither file was swapped in, and a live one was written since, so
+// the rebuilt ones miss something. `unknown`, logged: whether there is one cannot be read.
+swap_found table_swap_find(table_swap* swap);
+
+// Whether the live table and index of the volume `root` are of one age: they are not where a swap
+// was cut between the two. 0; -1, logged.
+int table_swap_expect_pair(const char* root);
+
+// Whether the work directory of the volume `root` may be removed: not while it holds the files of a
+// swap that was cut. 0; -1, logged.
+int table_swap_expect_none(const char* root);
+
+// Writes the marker for the files that are there now, and puts it on the disk. 0; -1, logged.
+int table_swap_begin(table_swap* swap);
+
+// Removes the marker, and puts that on the disk, before the files that it names go. 0; -1, logged.
+int table_swap_forget(const table_swap* swap);
+
+// What the marker and the moves share.
+constexpr const char* SWAP_LOG_NAME = "one_key_repair";  // names the log lines
+constexpr size_t SWAP_LINE_SIZE = 96;
+
+// What a name stands for, a link as itself.
+struct name_status {
+    bool there;
+    struct stat64 status;
+};
+// 0; -1, logged, when the system does not say what is there.
+int swap_look_at(const char* path, name_status* name);
+// Two names of one file.
+bool swap_are_one(const name_status* one, const name_status* other);
+// Whether the rebuilt file is still to be swapped in.
+bool swap_waits(const name_status* rebuilt, const name_status* live);
+
+// Writes the marker's line of the file at `path` as `name`: SWAP_LINE_SIZE bytes. A file that is
+// there and cannot be read has a line too: it is what a repair is run for. False: its status is
+// unknown, logged.
+bool swap_describe(const char* name, const char* path, char* line);
+// The line of a file that is absent or unreadable has no uuid.
+bool swap_has_uuid(const char* line);
+bool swap_has_line(const table_swap* swap, const char* line);
+
+// Logs the step that failed, its path and errno. -1.
+int swap_failed(const char* step, const char* path);
