@@ -1,16 +1,15 @@
 // The damages of tarn-lab: each changes what it says and nothing else, the same seed does the same,
 // and the tool's own checks find those that they are meant to find.
-#include <cstring>
+#include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
 #include <string>
 #include <vector>
 
-#include "store/crc32c.h"
 #include "support/sample_maps.h"
 #include "support/scratch_file.h"
-#include "system/support/shell.h"
+#include "system/support/lab_sample.h"
 #include "system/support/test_name.h"
 #include "system/support/tree.h"
 
@@ -23,6 +22,7 @@ enum class change_kind {
     noise,     // blocks from the first one on
     shorter,   // the end of a file is gone
     file_gone,
+    misplaced,  // whole files; damage_misplaced_test.cpp tells what is in them
 };
 struct kind_row {
     const char* word;
@@ -55,62 +55,18 @@ static constexpr kind_row KINDS[] = {
     {"group-loop", "volume1/@EP/EP_FRI", change_kind::entry, 8},
     {"free-count", "volume1/@EP/EP_FRI", change_kind::entry, 8},
     {"mapped-count", "volume1/@", change_kind::entry, 8},
+    {"map-lost", "volume1/@", change_kind::file_gone, 0},
+    {"maps-swapped", "volume1/@iSCSITrg/LUN_", change_kind::misplaced, 0},
+    {"map-old", "volume1/@", change_kind::misplaced, 0},
+    {"journal-foreign", "journal/EP_JNL", change_kind::misplaced, 0},
+    {"data-file-cut", "volume1/@EP/EP_DAT_00000", change_kind::shorter, 0},
 };
-
-static std::string make_sample(const scratch_dir& place, const std::string& name,
-                               unsigned seed = 5) {
-    std::string sample = place.file(name);
-    const ran made = tarn_lab("make " + sample + " --seed " + std::to_string(seed));
-    EXPECT_EQ(made.status, 0) << made.text;
-    return sample;
-}
-
-static ran damage(const std::string& sample, const std::string& kind, unsigned seed,
-                  const std::string& more = "") {
-    return tarn_lab("damage " + sample + " " + kind + " --seed " + std::to_string(seed) + more);
-}
-
-static std::vector<std::string> changed_files(const std::map<std::string, std::string>& before,
-                                              const std::map<std::string, std::string>& after) {
-    std::vector<std::string> changed;
-    for (const auto& [path, content] : before) {
-        const auto found = after.find(path);
-        if (found == after.end() || found->second != content) {
-            changed.push_back(path);
-        }
-    }
-    for (const auto& [path, content] : after) {
-        if (before.count(path) == 0) {
-            changed.push_back(path);
-        }
-    }
-    return changed;
-}
 
 // "FILE: byte N, ...": N.
 static uint64_t byte_in(const std::string& line) {
     const size_t at = line.find(": byte ");
     EXPECT_NE(at, std::string::npos) << line;
     return std::stoull(line.substr(at + 7));
-}
-
-struct node_place {
-    uint64_t start;
-    size_t length;
-    size_t checksum;
-};
-static node_place node_of(uint64_t byte) {
-    return byte < 1048576 ? node_place{byte / 64 * 64, 64, 0}
-                          : node_place{byte / 512 * 512, 512, 508};
-}
-
-static bool checksum_is_right(const node_place& place, std::vector<uint8_t> node) {
-    uint32_t stored = 0;
-    memcpy(&stored, &node[place.checksum], sizeof stored);
-    memset(&node[place.checksum], 0, sizeof stored);
-    uint32_t computed = 0;
-    tarn_crc32c(node.data(), static_cast<uint32_t>(node.size()), &computed);
-    return stored == computed;
 }
 
 static unsigned different_bits(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
@@ -175,7 +131,9 @@ static void expect_shorter(const damaged_pair& pair) {
     ASSERT_LT(is, was);
     EXPECT_NE(pair.line.find("size " + std::to_string(was) + " -> " + std::to_string(is)),
               std::string::npos);
-    pair.put_back(is, was - is);
+    fs::resize_file(pair.is + "/" + pair.file, was);
+    constexpr uint64_t WITH_DATA = 8 << 20;  // behind that, samples are holes
+    pair.put_back(is, is < WITH_DATA ? std::min(was, WITH_DATA) - is : 0);
 }
 
 static void expect_gone(const damaged_pair& pair) {
@@ -202,7 +160,15 @@ static void expect_change(const kind_row& row, const damaged_pair& pair) {
         case change_kind::file_gone:
             expect_gone(pair);
             break;
+        case change_kind::misplaced:
+            fs::copy_file(pair.was + "/" + pair.file, pair.is + "/" + pair.file,
+                          fs::copy_options::overwrite_existing);
+            break;
     }
+}
+
+static size_t files_changed_by(const std::string& kind) {
+    return kind == "both-lost" || kind == "maps-swapped" ? 2 : 1;
 }
 
 class damage_kinds : public testing::TestWithParam<kind_row> {};
@@ -220,7 +186,7 @@ TEST_P(damage_kinds, change_what_they_say_and_nothing_else) {
         ASSERT_EQ(done.status, 0) << done.text;
         EXPECT_EQ(done.text.find('\n'), done.text.size() - 1);
         const std::vector<std::string> changed = changed_files(before, tree_of(is));
-        ASSERT_EQ(changed.size(), strcmp(row.word, "both-lost") == 0 ? 2u : 1u);
+        ASSERT_EQ(changed.size(), files_changed_by(row.word));
         const ran verify = tarn_lab("verify " + is);
         EXPECT_EQ(verify.status, 1);
         EXPECT_TRUE(verify.text.starts_with(changed[0] + ": ")) << verify.text;
@@ -322,6 +288,11 @@ TEST(damage, says_that_no_place_suits) {
         {"map-node-bit", "no map of the volume maps anything"},
         {"map-truncated", "no map of the volume maps anything"},
         {"journal-block", "the journal holds no block that anyone reads"},
+        {"journal-foreign", "the journal holds no block that anyone reads"},
+        {"map-lost", "no LUN, snapshot or trash map of the volume maps anything"},
+        {"maps-swapped", "no two LUN maps of the volume hold different entries"},
+        {"map-old", "no map of the volume ever held anything else"},
+        {"data-file-cut", "no extent in use lies in a data file"},
     };
     for (const auto& [kind, why] : rows) {
         const ran done = damage(sample, kind, 1);

@@ -1,5 +1,6 @@
 #include "lab/bytes.h"
 
+#include <cstdio>
 #include <cstring>
 #include <unistd.h>
 
@@ -47,6 +48,16 @@ uint32_t checksum_of(const uint8_t* bytes, size_t length) {
     uint32_t checksum = 0;
     tarn_crc32c(bytes, static_cast<uint32_t>(length), &checksum);
     return checksum;
+}
+
+std::string hex_of(const uint8_t* bytes, size_t length) {
+    std::string text;
+    for (size_t i = 0; i < length; i++) {
+        char digits[3];
+        (void)snprintf(digits, sizeof digits, "%02x", bytes[i]);
+        text += digits;
+    }
+    return text;
 }
 
 }  // namespace lab

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace lab {
 
@@ -12,5 +13,6 @@ bool write_all(int fd, const void* bytes, size_t length, uint64_t offset);
 
 bool is_zero(const uint8_t* bytes, size_t length);
 uint32_t checksum_of(const uint8_t* bytes, size_t length);
+std::string hex_of(const uint8_t* bytes, size_t length);
 
 }  // namespace lab

@@ -27,6 +27,11 @@ constexpr damage_kind DAMAGE_KINDS[] = {
     {"mapped-count", "a map's header has a wrong mapped count", change_mapped_count},
     {"pool-table", "a flipped bit in the pool table of a map", flip_pool_table},
     {"map-truncated", "a map ends before its last mapped entry", truncate_map},
+    {"map-lost", "a LUN's, a snapshot's or a trash map that maps something is gone", lose_map},
+    {"maps-swapped", "two LUN maps stand under each other's names", swap_maps},
+    {"map-old", "a map holds what it held at an earlier moment", take_old_map},
+    {"data-file-cut", "the last data file in use ends before an extent in use", cut_data_file},
+    {"journal-foreign", "the journal is another server's", take_foreign_journal},
     {"journal-block", "a recent block of the journal has a wrong checksum", flip_journal_block},
 };
 

@@ -14,27 +14,40 @@ map_file pick_map_file(damage_site* site) {
     return {map.path, &map};
 }
 
-static bool read_mapped(const damage_site& site, const lun_map& map, std::vector<uint64_t>* leas) {
+bool read_entries(const damage_site& site, const lun_map& map, std::vector<uint64_t>* words) {
     std::vector<uint8_t> nodes(map_node_count(map.entries.size()) * DATA_NODE_SIZE);
     if (!get_bytes(site, map.path, METADATA_DATA_OFFSET, nodes.data(), nodes.size())) {
         return false;
     }
-    for (uint64_t lea = 0; lea < map.entries.size(); lea++) {
-        map_entry entry;
-        memcpy(&entry, &nodes[offset_of_map(lea) - METADATA_DATA_OFFSET], sizeof entry);
-        if (map_entry_is_mapped(&entry) == 1) {
+    words->resize(map.entries.size());
+    for (uint64_t lea = 0; lea < words->size(); lea++) {
+        memcpy(&(*words)[lea], &nodes[offset_of_map(lea) - METADATA_DATA_OFFSET], sizeof(uint64_t));
+    }
+    return true;
+}
+
+static bool read_mapped(const damage_site& site, const lun_map& map, std::vector<uint64_t>* leas) {
+    std::vector<uint64_t> words;
+    if (!read_entries(site, map, &words)) {
+        return false;
+    }
+    for (uint64_t lea = 0; lea < words.size(); lea++) {
+        if (is_mapped(words[lea])) {
             leas->push_back(lea);
         }
     }
     return true;
 }
 
-map_place pick_mapped_place(damage_site* site) {
+map_place pick_mapped_place(damage_site* site, unsigned roles) {
     const size_t count = volume_of(*site).maps.size();
     const size_t first = random_below(&site->random, count);
     for (size_t i = 0; i < count; i++) {
         const lun_map& map = map_of(*site, (first + i) % count);
         std::vector<uint64_t> leas;
+        if ((role_bit(map.role) & roles) == 0) {
+            continue;
+        }
         if (!read_mapped(*site, map, &leas)) {
             return {"", 0};
         }
@@ -42,7 +55,9 @@ map_place pick_mapped_place(damage_site* site) {
             return {map.path, pick(site, leas)};
         }
     }
-    return {refuse("no map of the volume maps anything"), 0};
+    return {refuse(std::string("no ") + (roles == ALL_ROLES ? "" : "LUN, snapshot or trash ") +
+                   "map of the volume maps anything"),
+            0};
 }
 
 std::vector<uint64_t> listed_groups(const pool_entries& pool) {

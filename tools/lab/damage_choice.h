@@ -2,6 +2,7 @@
 // extents, all as they are on the disk. Below: damage_site.h. Above: the kinds of damage.
 #pragma once
 
+#include "lab/choose.h"
 #include "lab/damage_site.h"
 
 namespace lab {
@@ -17,8 +18,12 @@ struct map_place {
     std::string path;  // empty: refused, or a file could not be had; told
     uint64_t lea;
 };
-// A mapped entry of any of the volume's maps.
-map_place pick_mapped_place(damage_site* site);
+constexpr unsigned LUN_SNAPSHOT_TRASH =
+    role_bit(map_role::lun) | role_bit(map_role::snapshot) | role_bit(map_role::trash);
+// A mapped entry of any of the volume's maps, or of those three roles.
+map_place pick_mapped_place(damage_site* site, unsigned roles = ALL_ROLES);
+// The words of all entries of a map; nothing is checked. False: the file cannot be had; told.
+bool read_entries(const damage_site& site, const lun_map& map, std::vector<uint64_t>* words);
 
 uint64_t pick(damage_site* site, const std::vector<uint64_t>& among);  // not of none
 // Reads the pool and picks one of its used extents; or reads it and lists its groups. False: a file

@@ -72,15 +72,9 @@ std::string drown_table(damage_site* site) {
     return table_of(*site) + text;
 }
 
-// Cuts the file somewhere in front of a mapped entry; the header stays whole.
-std::string truncate_map(damage_site* site) {
-    const map_place place = pick_mapped_place(site);
-    if (place.path.empty()) {
-        return "";
-    }
-    const std::string whole = site->directory + "/" + place.path;
-    const uint64_t size =
-        random_between(&site->random, METADATA_DATA_OFFSET, offset_of_map(place.lea));
+static std::string cut_file(const damage_site& site, const std::string& path, uint64_t size,
+                            const std::string& lost) {
+    const std::string whole = site.directory + "/" + path;
     struct stat status = {};
     if (stat(whole.c_str(), &status) != 0 ||
         truncate(whole.c_str(), static_cast<off_t>(size)) != 0) {
@@ -88,9 +82,70 @@ std::string truncate_map(damage_site* site) {
         return "";
     }
     char text[128];
-    (void)snprintf(text, sizeof text, ": size %llu -> %llu, lea %llu lies behind the end",
-                   ull(status.st_size), ull(size), ull(place.lea));
-    return place.path + text;
+    (void)snprintf(text, sizeof text, ": size %llu -> %llu, %s lies behind the end",
+                   ull(status.st_size), ull(size), lost.c_str());
+    return path + text;
+}
+
+// Cuts the file somewhere in front of a mapped entry; the header stays whole.
+std::string truncate_map(damage_site* site) {
+    const map_place place = pick_mapped_place(site);
+    if (place.path.empty()) {
+        return "";
+    }
+    const uint64_t size =
+        random_between(&site->random, METADATA_DATA_OFFSET, offset_of_map(place.lea));
+    return cut_file(*site, place.path, size, "lea " + std::to_string(place.lea));
+}
+
+std::string lose_map(damage_site* site) {
+    const map_place place = pick_mapped_place(site, LUN_SNAPSHOT_TRASH);
+    return place.path.empty() ? "" : remove_file(*site, place.path);
+}
+
+// The size of a data file; 0 when there is none.
+static uint64_t size_of_data(const damage_site& site, uint64_t number) {
+    const std::string whole = site.directory + "/" + data_path(volume_of(site), number);
+    struct stat status = {};
+    return stat(whole.c_str(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
+}
+
+// The used extents that lie whole inside the last data file that has any.
+static std::vector<uint64_t> last_data_extents(const damage_site& site, const pool_entries& pool,
+                                               uint64_t* file) {
+    const volume& vol = volume_of(site);
+    const uint64_t room = extents_a_data_file(vol);
+    std::vector<uint64_t> inside;
+    for (const uint64_t lpa : used_extents(pool)) {
+        const uint64_t end = METADATA_DATA_OFFSET + (lpa % room + 1) * vol.extent_size;
+        if (end > size_of_data(site, lpa / room)) {
+            continue;
+        }
+        if (lpa / room != *file) {
+            inside.clear();
+            *file = lpa / room;
+        }
+        inside.push_back(lpa);
+    }
+    return inside;
+}
+
+// Cuts the file at an extent's border, at a used extent or somewhere in front of it.
+std::string cut_data_file(damage_site* site) {
+    pool_entries pool;
+    if (!read_pool(*site, &pool)) {
+        return "";
+    }
+    uint64_t file = 0;
+    const std::vector<uint64_t> extents = last_data_extents(*site, pool, &file);
+    if (extents.empty()) {
+        return refuse("no extent in use lies in a data file");
+    }
+    const volume& vol = volume_of(*site);
+    const uint64_t lpa = pick(site, extents);
+    const uint64_t kept = random_between(&site->random, 0, lpa % extents_a_data_file(vol));
+    return cut_file(*site, data_path(vol, file), METADATA_DATA_OFFSET + kept * vol.extent_size,
+                    "lpa " + std::to_string(lpa));
 }
 
 }  // namespace lab

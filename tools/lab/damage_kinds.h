@@ -22,6 +22,13 @@ std::string lose_table(damage_site* site);
 std::string lose_both(damage_site* site);
 std::string drown_table(damage_site* site);
 std::string truncate_map(damage_site* site);
+std::string lose_map(damage_site* site);
+std::string cut_data_file(damage_site* site);
+
+// damage_misplaced.cpp: a file that is sound in itself and does not belong where it stands.
+std::string swap_maps(damage_site* site);
+std::string take_old_map(damage_site* site);
+std::string take_foreign_journal(damage_site* site);
 
 // damage_values.cpp: one wrong number under a right checksum.
 std::string change_references(damage_site* site);

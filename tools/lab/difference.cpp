@@ -4,21 +4,12 @@
 #include <cstdio>
 #include <cstring>
 
+#include "lab/bytes.h"
 #include "print.h"
 
 namespace lab {
 
 constexpr size_t ENTRY_BYTES = 504;  // of a block; four bytes and the checksum follow
-
-static std::string hex_of(const uint8_t* bytes, size_t length) {
-    std::string text;
-    for (size_t i = 0; i < length; i++) {
-        char digits[3];
-        (void)snprintf(digits, sizeof digits, "%02x", bytes[i]);
-        text += digits;
-    }
-    return text;
-}
 
 static std::string in_words(content kind, const uint8_t* bytes) {
     char text[128];

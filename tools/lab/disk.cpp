@@ -99,9 +99,9 @@ static bool write_chunk(int fd, const chunk& part) {
     return true;
 }
 
-static bool write_file(const std::string& directory, const file_image& image) {
+static bool write_image(const std::string& directory, const file_image& image, int flags) {
     const std::string path = directory + "/" + image.path;
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    const int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, 0666);
     if (fd < 0) {
         return complain_of_errno(path);
     }
@@ -113,6 +113,10 @@ static bool write_file(const std::string& directory, const file_image& image) {
         (void)complain_of_errno(path);
     }
     return close(fd) == 0 && good;
+}
+
+bool replace_file(const std::string& directory, const file_image& image) {
+    return write_image(directory, image, O_TRUNC);
 }
 
 static bool write_text(const std::string& path, const std::string& text) {
@@ -151,7 +155,8 @@ bool write_sample(const model& m, const std::string& directory, progress* bar) {
     progress_start(bar, "files", files.size());
     for (const file_ref& file : files) {
         const file_image image = image_of(m, file);
-        if (!make_parents(directory, image.path) || !write_file(directory, image)) {
+        if (!make_parents(directory, image.path) ||
+            !write_image(directory, image, O_CREAT | O_EXCL)) {
             return false;
         }
         progress_step(bar);

@@ -16,6 +16,9 @@ bool write_sample(const model& m, const std::string& directory, progress* bar);
 // What the sample in the directory was made of.
 bool read_parameters(const std::string& directory, parameters* out);
 
+// The file, which stands there, holds the image and nothing else.
+bool replace_file(const std::string& directory, const file_image& image);
+
 bool complain_of(const std::string& path, const char* what);  // false
 
 }  // namespace lab

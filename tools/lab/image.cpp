@@ -15,8 +15,7 @@ constexpr uint64_t NODE_AREA = META_VAR_NODE_BASE * META_NODE_SIZE;  // where va
 constexpr uint64_t GAP_IN_CONST_AREA = 1024;  // bytes of the header area that belong to no node
 constexpr uint64_t GAP_IN_VAR_AREA = 6144;
 constexpr size_t GAP_SIZE = 48;
-constexpr size_t DATA_FILES = 2;  // of each volume
-constexpr size_t DECOYS = 2;      // files beside the maps that are none
+constexpr size_t DECOYS = 2;  // files beside the maps that are none
 constexpr size_t CHECKSUM_OFFSET = DATA_NODE_SIZE - sizeof(uint32_t);
 constexpr size_t FOREIGN_OFFSET = 504;  // four bytes of a block that are not the service's
 
@@ -175,16 +174,34 @@ static file_image map_image(const lun_map& map) {
     return image;
 }
 
+std::string data_path(const volume& vol, uint64_t number) {
+    char name[32];
+    (void)snprintf(name, sizeof name, "/@EP/EP_DAT_%05u", static_cast<unsigned>(number));
+    return vol.root + name;
+}
+
+uint64_t extents_a_data_file(const volume& vol) {
+    constexpr uint64_t MOST_BYTES = uint64_t{1} << 42;
+    return MOST_BYTES / vol.extent_size;
+}
+
+// The extents of every group that was ever touched, and a gibibyte at least.
+static uint64_t data_span(const volume& vol, uint64_t number) {
+    constexpr uint64_t LEAST_BYTES = uint64_t{1} << 30;
+    const uint64_t room = extents_a_data_file(vol);
+    const uint64_t first = number * room;
+    const uint64_t reached = vol.tbl.size() > first ? vol.tbl.size() - first : 0;
+    return std::max(LEAST_BYTES, std::min(reached, room) * vol.extent_size);
+}
+
 // A header with the volume's uuid, and some data of the first extents.
 static file_image data_image(const volume& vol, size_t number) {
     struct [[gnu::packed]] data_header {
         metadata_head head;
         uint8_t second[META_NODE_SIZE];
     };
-    constexpr uint64_t SPAN = uint64_t{1} << 30;  // as far as the file has grown
-    char name[32];
-    (void)snprintf(name, sizeof name, "/@EP/EP_DAT_%05u", static_cast<unsigned>(number));
-    file_image image = {vol.root + name, METADATA_DATA_OFFSET + SPAN, {}};
+    const uint64_t size = METADATA_DATA_OFFSET + data_span(vol, number);
+    file_image image = {data_path(vol, number), size, {}};
     data_header header;
     memset(&header, 0, sizeof header);
     header.head.version = 0x00010000;

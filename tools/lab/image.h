@@ -43,6 +43,10 @@ struct file_ref {
 
 constexpr const char* JOURNAL_PATH = "journal/EP_JNL";
 
+constexpr size_t DATA_FILES = 2;  // of each volume
+std::string data_path(const volume& vol, uint64_t number);
+uint64_t extents_a_data_file(const volume& vol);  // that it has room for; file 0 begins with lpa 0
+
 // Every file of the sample but its two configuration files; the journal is the last.
 std::vector<file_ref> list_files(const model& m);
 file_image image_of(const model& m, const file_ref& file);

@@ -74,12 +74,11 @@ static uint64_t plan_rush(model* m) {
     return m->sample.transactions - std::min(length, m->sample.transactions);
 }
 
-static void run_transactions(model* m, progress* bar) {
-    const uint64_t count = m->sample.transactions;
+static void run_transactions(model* m, uint64_t count, progress* bar) {
     progress_start(bar, "transactions", count);
     for (uint64_t i = 0; i < count; i++) {
         transaction t = next_transaction(m);
-        if (i + 1 == count && m->plan.torn != torn_kind::none) {
+        if (i + 1 == m->sample.transactions && m->plan.torn != torn_kind::none) {
             tear(m, &t);
         } else {
             commit(m, &t);
@@ -90,7 +89,7 @@ static void run_transactions(model* m, progress* bar) {
     progress_end(bar);
 }
 
-model make_sample(const parameters& sample, progress* bar) {
+static model before_transactions(const parameters& sample) {
     model m = {};
     m.sample = sample;
     m.work = random_of(sample.seed, STREAM_WORK);
@@ -107,8 +106,20 @@ model make_sample(const parameters& sample, progress* bar) {
     }
     m.rush_from = plan_rush(&m);
     m.logging = true;
-    run_transactions(&m, bar);
+    return m;
+}
+
+model make_sample(const parameters& sample, progress* bar) {
+    model m = before_transactions(sample);
+    run_transactions(&m, sample.transactions, bar);
     m.journal.header.jnl_shutdown_tag = sample.crash ? JNL_STATUS_ABNORMAL : JNL_STATUS_SUCCESS;
+    return m;
+}
+
+model make_past(const parameters& sample, uint64_t transactions) {
+    progress none = {};
+    model m = before_transactions(sample);
+    run_transactions(&m, transactions, &none);
     return m;
 }
 

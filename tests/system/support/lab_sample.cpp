@@ -1,0 +1,50 @@
+#include "system/support/lab_sample.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+
+#include "store/crc32c.h"
+
+std::string make_sample(const scratch_dir& place, const std::string& name, unsigned seed,
+                        const std::string& more) {
+    std::string sample = place.file(name);
+    const ran made = tarn_lab("make " + sample + " --seed " + std::to_string(seed) + more);
+    EXPECT_EQ(made.status, 0) << made.text;
+    return sample;
+}
+
+ran damage(const std::string& sample, const std::string& kind, unsigned seed,
+           const std::string& more) {
+    return tarn_lab("damage " + sample + " " + kind + " --seed " + std::to_string(seed) + more);
+}
+
+std::vector<std::string> changed_files(const std::map<std::string, std::string>& before,
+                                       const std::map<std::string, std::string>& after) {
+    std::vector<std::string> changed;
+    for (const auto& [path, content] : before) {
+        const auto found = after.find(path);
+        if (found == after.end() || found->second != content) {
+            changed.push_back(path);
+        }
+    }
+    for (const auto& [path, content] : after) {
+        if (before.count(path) == 0) {
+            changed.push_back(path);
+        }
+    }
+    return changed;
+}
+
+node_place node_of(uint64_t byte) {
+    return byte < 1048576 ? node_place{byte / 64 * 64, 64, 0}
+                          : node_place{byte / 512 * 512, 512, 508};
+}
+
+bool checksum_is_right(const node_place& place, std::vector<uint8_t> node) {
+    uint32_t stored = 0;
+    memcpy(&stored, &node[place.checksum], sizeof stored);
+    memset(&node[place.checksum], 0, sizeof stored);
+    uint32_t computed = 0;
+    tarn_crc32c(node.data(), static_cast<uint32_t>(node.size()), &computed);
+    return stored == computed;
+}
