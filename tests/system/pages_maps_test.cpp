@@ -153,7 +153,7 @@ TEST(pages_on_maps, a_damaged_node_that_the_journal_does_not_touch_outlives_star
     }
 }
 
-// A bit of what the journal writes anew is flipped: the node is one that the replay changes.
+// The journal holds a newer image of an entry of that node, so the replay rewrites the node.
 TEST(pages_on_maps, a_damaged_node_that_the_journal_changes_is_hidden_by_the_replay_and_logged) {
     damaged_server server("--crash --seed 10");
     SCOPED_TRACE(server.damage("map-node-bit", 10));

@@ -1,5 +1,5 @@
 // What a missing mount, a foreign journal, a lost data file, a repair that was cut, or a full disk
-// does: the facts on which the operator pages' warnings rest. Wrong words: pages_typing_test.cpp.
+// does: the facts on which the operator pages' warnings rest. Typing errors: pages_typing_test.cpp.
 #include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -150,7 +150,7 @@ TEST(situation, a_torn_transaction_logs_conflicts_and_is_no_refusal) {
     }
 }
 
-TEST(situation, a_record_of_the_other_volume_logs_a_pool_that_cannot_be_had) {
+TEST(situation, a_record_of_the_other_volume_logs_an_unresolved_pool) {
     const sandbox box;
     make_volumes(box);
     const std::string map = make_lun(box, 2, "x_Extent_1", 0xA2);

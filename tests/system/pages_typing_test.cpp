@@ -1,5 +1,5 @@
 // What a wrong word, path or option does on sound volumes: the facts on which the operator pages'
-// warnings rest. Situations that nobody typed: pages_situations_test.cpp.
+// warnings rest. Failures of the machine: pages_situations_test.cpp.
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
