@@ -188,7 +188,8 @@ static std::string judge_done(const announced& all, const guide_trouble& trouble
 
 // Index, table and maps as step 1 copied them, and how they were found.
 static std::string judge_stop(const guide_trouble& trouble, guide_server* server) {
-    bool needed = trouble.damage.size() > 1;  // two damages may hide behind each other
+    const bool single = trouble.damage.size() + (trouble.situation.empty() ? 0 : 1) < 2;
+    bool needed = !single;  // two troubles may hide behind each other
     for (const std::string& damage : server->done()) {
         needed |= NEEDS_A_COPY.contains(damage);
     }
@@ -208,7 +209,7 @@ static std::string judge_stop(const guide_trouble& trouble, guide_server* server
                 return "stop, and the copies do not take back " + path;
             }
         }
-        if (trouble.damage.size() < 2) {
+        if (single) {
             return std::string("stop after ") + volume + " was written";
         }
     }

@@ -4,7 +4,7 @@
 
 static constexpr size_t MOVES_MAX = 60;
 
-// "..." is any text within a line, a "$MAP" at the end the rest of it.
+// "..." is any text within a line, "$MAP" a path in it.
 static std::regex expression_of(const std::string& pattern) {
     static const std::regex special(R"([.^$|()\[\]{}*+?\\])");
     std::string text = std::regex_replace(pattern, special, R"(\$&)");

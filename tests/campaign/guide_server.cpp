@@ -77,6 +77,9 @@ guide_trouble trouble_of(uint64_t seed) {
                                  std::to_string(random.below(1000)));
     }
     trouble.situation = random_situation(&random, trouble.crash);
+    if (trouble.situation == "boot" && random.percent(60)) {  // which may hide this damage
+        trouble.damage = {"map-node-bit --volume 1 --seed " + std::to_string(random.below(1000))};
+    }
     return trouble;
 }
 
@@ -173,7 +176,12 @@ void guide_server::begin_situation() {
     if (situation_ == nullptr) {
         return;
     }
-    (void)server_.run(std::string("mkdir /scratch/hidden\n") + situation_->begin);
+    const run_result begun =
+        server_.run(std::string("mkdir /scratch/hidden\n") + situation_->begin);
+    std::ofstream log(server_.file("/scratch/log"));  // what the system keeps of it
+    for (const std::string& line : begun.log) {
+        log << line;
+    }
     if (trouble_.situation == "cut repair") {
         cut_repair();
     } else if (trouble_.situation.starts_with("far entry")) {
@@ -217,6 +225,7 @@ std::string guide_server::type(const std::string& commands) {
         "exec 2>&1\nset -a\n"
         "[ ! -e /scratch/shell ] || . /scratch/shell\n"
         "[ ! -e $KEEP/functions ] || . $KEEP/functions\n"
+        "journalctl() { [ ! -e /scratch/log ] || cat /scratch/log; }\n"
         "[ ! -e /scratch/full ] || KEEP=/dev/full/keep\n"
         "[ ! -e /scratch/locked ] || { exec 9</volume1; flock 9; }\n",
         "\nexport -p >/scratch/shell\n"};

@@ -1,5 +1,5 @@
-// The repair guide's rows about maps and the journal: damage, the command that finds it, the
-// commands that repair it, and what is lost. Table, index and free lists: repair_test.cpp.
+// Damage to maps and to the journal: the command that finds it, the commands that repair it, and
+// what is lost. Table, index and free lists: repair_test.cpp.
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <set>
@@ -51,7 +51,7 @@ static std::set<std::string> changed_files(const file_tree& was, const file_tree
 }
 
 static void expect_repair(const damaged_server& server) {
-    const run_result repair = server.guide(REPAIR);
+    const run_result repair = server.run(REPAIR);
     EXPECT_EQ(repair.status, 0) << testing::PrintToString(repair.log);
 }
 
@@ -60,11 +60,11 @@ TEST(repair_of_a_map, of_a_wrong_mapped_count_loses_nothing) {
         damaged_server server("--seed 5");
         SCOPED_TRACE(server.damage("mapped-count", seed));
         const std::string check = check_command(server);
-        const run_result found = server.guide(check);
+        const run_result found = server.run(check);
         EXPECT_EQ(found.status, 0);  // told, and no failure
         EXPECT_TRUE(printed(found, "TARN_INFO: mapped_cnt mismatched: ("));
-        EXPECT_TRUE(printed(server.guide(check + " --repair"), "TARN_INFO: mapped_cnt repair: ("));
-        EXPECT_TRUE(printed(server.guide(check), "TARN_INFO: mapped_cnt matched: ("));
+        EXPECT_TRUE(printed(server.run(check + " --repair"), "TARN_INFO: mapped_cnt repair: ("));
+        EXPECT_TRUE(printed(server.run(check), "TARN_INFO: mapped_cnt matched: ("));
         server.expect_checks_pass();
         EXPECT_EQ(server.verify("").status, 0);
     }
@@ -75,7 +75,7 @@ TEST(repair_of_a_map, with_too_low_a_count_comes_before_the_rebuild) {
     damaged_server server("--seed 5");
     EXPECT_NE(server.damage("mapped-count", 2).find("1578 -> 1577"), std::string::npos);
     server.set_journal_aside();
-    const run_result found = server.guide(FULL_CHECK);
+    const run_result found = server.run(FULL_CHECK);
     EXPECT_EQ(found.status, 255);
     EXPECT_TRUE(found.logged("ERR: import_map(#) mapped_cnt is wrong\n"));
     server.expect_refused("ERR: import_map(#) mapped_cnt is wrong\n");
@@ -118,7 +118,7 @@ TEST(repair_of_a_map, of_a_damaged_node_loses_the_entries_of_that_node_and_no_ot
         server.set_journal_aside();
         const uint64_t node = node_in(damage);
         const std::string check = check_command(server);
-        const run_result found = server.guide(check);
+        const run_result found = server.run(check);
         EXPECT_EQ(found.status, 0);
         EXPECT_TRUE(printed(
             found, "TARN_INFO: checksum mismatched: node_num(" + std::to_string(node) + ")\n"));
@@ -130,9 +130,9 @@ TEST(repair_of_a_map, of_a_damaged_node_loses_the_entries_of_that_node_and_no_ot
         }
         const file_tree before = tree_of(server.file("/volume1"));
 
-        EXPECT_EQ(server.guide(check + " --repair").status, 0);
-        EXPECT_EQ(server.guide(FULL_CHECK).status, 255);  // the table still counts the entries
-        EXPECT_EQ(server.guide("rm -r $V/@EP_CHK").status, 0);
+        EXPECT_EQ(server.run(check + " --repair").status, 0);
+        EXPECT_EQ(server.run(FULL_CHECK).status, 255);  // the table still counts the entries
+        EXPECT_EQ(server.run("rm -r $V/@EP_CHK").status, 0);
         expect_repair(server);
         server.expect_checks_pass();
         for (uint64_t n = 0; n < SAMPLE_NODES; n++) {
@@ -164,10 +164,10 @@ TEST(repair_of_a_map, empties_a_damaged_unmap_buffer_and_no_lun_loses_anything) 
         server.set_journal_aside();
         const file_tree before = tree_of(server.file("/volume1"));
         EXPECT_EQ(server
-                      .guide("tarn --create map --path $V/@EP/EP_BUF.new --oldpath $V/@EP/EP_BUF\n"
-                             "tarn --check-map --mappath $V/@EP/EP_BUF.new --unmap --repair\n"
-                             "mv $V/@EP/EP_BUF $V/@EP/EP_BUF.damaged\n"
-                             "mv $V/@EP/EP_BUF.new $V/@EP/EP_BUF")
+                      .run("tarn --create map --path $V/@EP/EP_BUF.new --oldpath $V/@EP/EP_BUF\n"
+                           "tarn --check-map --mappath $V/@EP/EP_BUF.new --unmap --repair\n"
+                           "mv $V/@EP/EP_BUF $V/@EP/EP_BUF.damaged\n"
+                           "mv $V/@EP/EP_BUF.new $V/@EP/EP_BUF")
                       .status,
                   0);
         expect_repair(server);
@@ -186,12 +186,12 @@ TEST(repair_of_a_map, with_a_damaged_header_is_none_without_a_copy) {
         server.set_journal_aside();
         const std::string reason =
             "Fail to load MAP " + server.map().substr(server.top().size()) + "\n";
-        const run_result found = server.guide(FULL_CHECK);
+        const run_result found = server.run(FULL_CHECK);
         EXPECT_EQ(found.status, 255);
         EXPECT_TRUE(found.logged("ERR: do_import_volume(#) " + reason));
         server.expect_refused("ERR: do_import_volume(#) " + reason);
         const file_tree before = tree_of(server.file("/volume1"));
-        EXPECT_EQ(server.guide(check_command(server) + " --repair").status, 255);
+        EXPECT_EQ(server.run(check_command(server) + " --repair").status, 255);
         EXPECT_EQ(tree_of(server.file("/volume1")), before);
     }
 }
@@ -212,8 +212,8 @@ TEST(repair_of_a_map, takes_header_and_pools_from_an_older_copy_and_loses_nothin
         server.set("COPY", copy_of(server, "/volume1/@iSCSITrg/LUN_0/LUN_0_Extent_0"));
         SCOPED_TRACE(server.damage(kind, 1));
         ASSERT_TRUE(server.map().ends_with("LUN_0_Extent_0"));
-        EXPECT_EQ(server.guide(TAKE_HEAD).status, 0);
-        EXPECT_EQ(server.guide("tarn --check-map --mappath $MAP --repair").status, 0);
+        EXPECT_EQ(server.run(TAKE_HEAD).status, 0);
+        EXPECT_EQ(server.run("tarn --check-map --mappath $MAP --repair").status, 0);
         server.expect_checks_pass();
         const ran found = server.verify("");
         EXPECT_EQ(found.status, 0) << found.text;
@@ -225,8 +225,8 @@ TEST(repair_of_a_map, writes_the_volumes_uuid_into_the_row_that_its_entries_name
     damaged_server server("--seed 5");
     const std::string damage = server.damage("pool-table", 2);
     ASSERT_NE(damage.find("@EP_trash/4: byte 8202, row 0 of the pool table"), std::string::npos);
-    EXPECT_EQ(server.guide("tarn --onekeycheck").status, 0);  // only the log tells
-    const run_result found = server.guide("tarn --rpvjnl");
+    EXPECT_EQ(server.run("tarn --onekeycheck").status, 0);  // only the log tells
+    const run_result found = server.run("tarn --rpvjnl");
     EXPECT_EQ(found.status, 255);
     EXPECT_TRUE(found.logged("cksum error, 1 pool for MAP /volume1/@EP_trash/4\n"));
     uint64_t lea = 0;
@@ -234,15 +234,14 @@ TEST(repair_of_a_map, writes_the_volumes_uuid_into_the_row_that_its_entries_name
         lea++;
     }
     server.set("LEA", std::to_string(lea));
-    EXPECT_TRUE(
-        printed(server.guide("tarn --search map -p $MAP -a $LEA"), " poolnum[0] mapped[1]"));
+    EXPECT_TRUE(printed(server.run("tarn --search map -p $MAP -a $LEA"), " poolnum[0] mapped[1]"));
     server.set("ROW", "0");
     EXPECT_EQ(server
-                  .guide("dd if=$V/@EP/EP_DAT_00000 of=$MAP bs=1 skip=20 "
-                         "seek=$((8192 + 16 * ROW)) count=16 conv=notrunc")
+                  .run("dd if=$V/@EP/EP_DAT_00000 of=$MAP bs=1 skip=20 "
+                       "seek=$((8192 + 16 * ROW)) count=16 conv=notrunc")
                   .status,
               0);
-    EXPECT_EQ(server.guide("tarn --rpvjnl").status, 0);
+    EXPECT_EQ(server.run("tarn --rpvjnl").status, 0);
     server.expect_checks_pass();
     EXPECT_EQ(server.verify("").status, 0);
 }
@@ -252,9 +251,9 @@ TEST(repair_of_a_map, that_was_cut_off_loses_what_stood_behind_the_cut) {
         damaged_server server("--seed 5");
         SCOPED_TRACE(server.damage("map-truncated", seed));
         server.set_journal_aside();
-        const run_result found = server.guide(FULL_CHECK);
+        const run_result found = server.run(FULL_CHECK);
         EXPECT_EQ(found.status, 255);
-        EXPECT_EQ(server.guide("rm -r $V/@EP_CHK").status, 0);
+        EXPECT_EQ(server.run("rm -r $V/@EP_CHK").status, 0);
         std::vector<std::vector<uint8_t>> nodes;  // blank behind the cut
         uint64_t left = 0;
         for (uint64_t n = 0; n < SAMPLE_NODES; n++) {
@@ -262,12 +261,12 @@ TEST(repair_of_a_map, that_was_cut_off_loses_what_stood_behind_the_cut) {
             left += mapped_in_node(server.map(), n);
         }
         EXPECT_LT(left, mapped_count_of(server.map()));
-        const run_result shown = server.guide("tarn --search map -p $MAP -m");
+        const run_result shown = server.run("tarn --search map -p $MAP -m");
         EXPECT_TRUE(printed(shown, "TARN_INFO: map_total_count          3000\n"));
         server.set("TOTAL", server.map().ends_with("/EP_ROD") ? "540672" : "3000");
-        EXPECT_EQ(server.guide("truncate -s $((1048576 + 512 * ((TOTAL + 62) / 63))) $MAP").status,
+        EXPECT_EQ(server.run("truncate -s $((1048576 + 512 * ((TOTAL + 62) / 63))) $MAP").status,
                   0);
-        EXPECT_EQ(server.guide(check_command(server) + " --repair").status, 0);
+        EXPECT_EQ(server.run(check_command(server) + " --repair").status, 0);
         expect_repair(server);
         server.expect_checks_pass();
         EXPECT_EQ(mapped_count_of(server.map()), left);
@@ -281,11 +280,11 @@ TEST(repair_of_the_journal, after_a_clean_shutdown_sets_it_aside_and_loses_nothi
     for (unsigned seed = 1; seed <= 3; seed++) {
         damaged_server server("--seed 5");
         SCOPED_TRACE(server.damage("journal-block", seed));
-        EXPECT_TRUE(printed(server.guide("tarn --search jnl -m"),
+        EXPECT_TRUE(printed(server.run("tarn --search jnl -m"),
                             "jnl_shutdown_tag                Shutdown Successfully\n"));
-        EXPECT_TRUE(server.guide("tarn --ckvjnl").logged("jnl checksum error @block "));
+        EXPECT_TRUE(server.run("tarn --ckvjnl").logged("jnl checksum error @block "));
         server.set_journal_aside();
-        EXPECT_EQ(server.guide("tarn --onekeycheck").status, 0);
+        EXPECT_EQ(server.run("tarn --onekeycheck").status, 0);
         server.expect_checks_pass();
         const ran found = tarn_lab("verify " + server.top() + " --rebuilt");
         EXPECT_TRUE(found.text.starts_with("journal/EP_JNL: ")) << found.text;  // the only one
@@ -295,10 +294,10 @@ TEST(repair_of_the_journal, after_a_clean_shutdown_sets_it_aside_and_loses_nothi
 static void rebuild_every_volume(damaged_server* server) {
     for (const char* volume : {"/volume2", "/volume1"}) {
         server->set("V", volume);
-        EXPECT_EQ(server->guide("tarn --onekeyrepair --volpath $V --repair").status, 0);
+        EXPECT_EQ(server->run("tarn --onekeyrepair --volpath $V --repair").status, 0);
         server->expect_checks_pass();
     }
-    EXPECT_EQ(server->guide("tarn --onekeycheck").status, 0);
+    EXPECT_EQ(server->run("tarn --onekeycheck").status, 0);
 }
 
 // Crashes whose newest commits the damaged block belongs to.
@@ -309,7 +308,7 @@ TEST(repair_of_the_journal, after_a_crash_rebuilds_every_volume_from_what_its_ma
         const run_result start = server.run("tarn --startup-replay");
         EXPECT_EQ(start.status, 255);
         EXPECT_TRUE(start.logged("jnl checksum error @block "));
-        EXPECT_EQ(server.guide("tarn --vaaick log").status, 255);
+        EXPECT_EQ(server.run("tarn --vaaick log").status, 255);
         server.set_journal_aside();
         rebuild_every_volume(&server);
     }
@@ -320,7 +319,7 @@ TEST(repair_of_the_journal, after_a_crash_is_called_for_by_the_log_even_when_the
     for (unsigned seed : {3u, 4u, 5u}) {
         damaged_server server("--crash --seed " + std::to_string(seed));
         SCOPED_TRACE(server.damage("journal-block", seed));
-        const run_result start = server.guide("tarn --startup-replay");
+        const run_result start = server.run("tarn --startup-replay");
         EXPECT_EQ(start.status, 0);
         EXPECT_TRUE(start.logged("jnl checksum error @block "));
         EXPECT_FALSE(file_exists(server.file("/journal/EP_JNL")));

@@ -1,5 +1,5 @@
-// The repair guide's rows about table, index and free lists: damage, the command that finds it, the
-// commands that repair it, and what tarn-lab says of the result. Maps: repair_maps_test.cpp.
+// Damage to table, index and free lists: the command that finds it, the commands that repair it,
+// and what tarn-lab says of the result. Maps: repair_maps_test.cpp.
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
@@ -23,16 +23,16 @@ static constexpr const char* LIST_CHECK =
 static constexpr const char* REPAIR = "tarn --onekeyrepair --volpath $V";
 
 static void expect_found(const damaged_server& server, const char* check, const char* line) {
-    const run_result found = server.guide(check);
+    const run_result found = server.run(check);
     EXPECT_EQ(found.status, 255);
     EXPECT_TRUE(found.logged(line)) << testing::PrintToString(found.log);
     if (check == FULL_CHECK) {  // its work directory stays after a failure
-        EXPECT_EQ(server.guide("rm -r $V/@EP_CHK").status, 0);
+        EXPECT_EQ(server.run("rm -r $V/@EP_CHK").status, 0);
     }
 }
 
 static void expect_repaired(const damaged_server& server) {
-    const run_result repair = server.guide(REPAIR);
+    const run_result repair = server.run(REPAIR);
     EXPECT_EQ(repair.status, 0) << testing::PrintToString(repair.log);
     EXPECT_TRUE(repair.out.ends_with("TARN_INFO: One Key Repair has successfully completed\n"));
 }
@@ -81,7 +81,7 @@ TEST(repair, of_lists_is_beyond_the_recount) {
         const run_result recount =
             server.run("tarn --vaaifix --fripath $V/@EP/EP_FRI --tblpath $V/@EP/EP_TBL");
         EXPECT_EQ(recount.status, 0);
-        EXPECT_EQ(server.guide(LIST_CHECK).status, 255);
+        EXPECT_EQ(server.run(LIST_CHECK).status, 255);
     }
 }
 
@@ -94,7 +94,7 @@ TEST(repair, by_the_recount_may_hide_the_damage) {
     EXPECT_EQ(server.run("tarn --vaaifix --fripath $V/@EP/EP_FRI --tblpath $V/@EP/EP_TBL").status,
               0);
     EXPECT_EQ(fri_group_head_of(server.file(INDEX)), 3u);
-    EXPECT_EQ(server.guide(LIST_CHECK).status, 0);
+    EXPECT_EQ(server.run(LIST_CHECK).status, 0);
     EXPECT_EQ(server.verify("--rebuilt").status, 1);
     expect_repaired(server);
     server.expect_rebuilt();
@@ -121,7 +121,7 @@ static void repair_once(const damaged_server& server) {
 }
 
 static void create_from_kept(const damaged_server& server) {
-    const run_result shown = server.guide(
+    const run_result shown = server.run(
         "mv $V/@EP/EP_TBL.bkp $V/@EP/EP_TBL.kept\n"
         "tarn --create tbl --path $V/@EP/EP_TBL --oldpath $V/@EP/EP_TBL.kept\n"
         "tarn --search tbl -p $V/@EP/EP_TBL -m");
@@ -148,7 +148,7 @@ TEST(repair, of_a_damaged_table_header_takes_it_from_the_kept_one) {
         SCOPED_TRACE(server.damage("table-header-bit", seed));
         expect_found(server, LIST_CHECK, "Fail to load TBL /volume1/@EP/EP_TBL");
         server.expect_refused("Fail to create TBL /volume1/@EP_FIX/EP_TBL from " + TABLE);
-        EXPECT_EQ(server.guide("mv $V/@EP/EP_TBL $V/@EP/EP_TBL.damaged").status, 0);
+        EXPECT_EQ(server.run("mv $V/@EP/EP_TBL $V/@EP/EP_TBL.damaged").status, 0);
         create_from_kept(server);
         expect_repaired(server);
         server.expect_rebuilt();
@@ -156,7 +156,7 @@ TEST(repair, of_a_damaged_table_header_takes_it_from_the_kept_one) {
 }
 
 static void create_from_other_volume(const damaged_server& server) {
-    const run_result run = server.guide(
+    const run_result run = server.run(
         "tarn --search tbl -p /volume2/@EP/EP_TBL -m\n"
         "tarn --create tbl --path $V/@EP/EP_TBL --oldpath /volume2/@EP/EP_TBL\n"
         "UUID=$(od -A n -t x1 -j 20 -N 16 $V/@EP/EP_DAT_00000 | tr -d ' \\n')\n"
@@ -182,7 +182,7 @@ TEST(repair, of_a_damaged_table_header_takes_it_from_another_volume) {
     SCOPED_TRACE(server.damage("table-header-bit"));
     server.set_journal_aside();
     server.expect_refused("Fail to create TBL /volume1/@EP_FIX/EP_TBL from " + TABLE);
-    EXPECT_EQ(server.guide("mv $V/@EP/EP_TBL $V/@EP/EP_TBL.damaged").status, 0);
+    EXPECT_EQ(server.run("mv $V/@EP/EP_TBL $V/@EP/EP_TBL.damaged").status, 0);
     create_from_other_volume(server);
     expect_repaired(server);
     server.expect_rebuilt();
@@ -194,9 +194,9 @@ TEST(repair, of_a_wrong_sum_of_free_extents_is_seen_beside_a_rebuild) {
         server.set_journal_aside();
         const uint64_t right = fri_free_count_of(server.file(INDEX));
         SCOPED_TRACE(server.damage("free-count", seed));
-        EXPECT_EQ(server.guide(LIST_CHECK).status, 0);  // no check looks at the sum
-        EXPECT_EQ(server.guide(FULL_CHECK).status, 0);
-        const run_result shown = server.guide(
+        EXPECT_EQ(server.run(LIST_CHECK).status, 0);  // no check looks at the sum
+        EXPECT_EQ(server.run(FULL_CHECK).status, 0);
+        const run_result shown = server.run(
             "tarn --reconstruct --volpath $V\n"
             "tarn --search fri -p $V/@EP/EP_FRI -m | grep free_count\n"
             "tarn --search fri -p $V/@EP_FIX/EP_FRI -m | grep free_count\n"
@@ -217,11 +217,11 @@ TEST(repair, over_a_work_directory_removes_it_and_fails_the_first_time) {
         damaged_server server("--seed 5");
         server.set_journal_aside();
         ASSERT_EQ(server.run("mkdir $V/@EP_FIX && echo mine >$V/@EP_FIX/notes").status, 0);
-        const run_result first = server.guide(command);
+        const run_result first = server.run(command);
         EXPECT_EQ(first.status, 255);
         EXPECT_TRUE(first.logged("Fail to mkdir(/volume1/@EP_FIX)"));
         EXPECT_FALSE(file_exists(server.file("/volume1/@EP_FIX")));
-        EXPECT_EQ(server.guide(command).status, 0);
+        EXPECT_EQ(server.run(command).status, 0);
     }
 }
 
@@ -231,10 +231,10 @@ TEST(repair, is_undone_by_a_journal_that_was_left_in_its_place) {
     expect_repaired(server);
     server.expect_rebuilt();
     EXPECT_EQ(server.run("tarn --onekeycheck").status, 0);
-    EXPECT_EQ(server.guide(LIST_CHECK).status, 255);
+    EXPECT_EQ(server.run(LIST_CHECK).status, 255);
     server.set_journal_aside();
     expect_repaired(server);
-    EXPECT_EQ(server.guide("tarn --onekeycheck").status, 0);
+    EXPECT_EQ(server.run("tarn --onekeycheck").status, 0);
     server.expect_rebuilt();
 }
 
@@ -242,7 +242,7 @@ TEST(repair, is_undone_by_a_journal_that_was_left_in_its_place) {
 // index differ from it.
 TEST(repair, is_not_called_for_by_a_journal_check_that_fails) {
     damaged_server server("--seed 5");
-    const run_result check = server.guide("tarn --ckvjnl");
+    const run_result check = server.run("tarn --ckvjnl");
     EXPECT_EQ(check.status, 255);
     EXPECT_NE(check.out.find("TARN_INFO: FRI VAR0 MISSMATCH: "), std::string::npos);
     EXPECT_EQ(server.verify("").status, 0);
@@ -250,7 +250,7 @@ TEST(repair, is_not_called_for_by_a_journal_check_that_fails) {
 
 // What is left of the journal after it: no replay, so the verification is without it.
 static void replay_and_rebuild(const damaged_server& server) {
-    const run_result replay = server.guide("tarn --rpvjnl");
+    const run_result replay = server.run("tarn --rpvjnl");
     EXPECT_EQ(replay.status, 0) << testing::PrintToString(replay.log);
     server.set_journal_aside();
     expect_repaired(server);
@@ -263,9 +263,9 @@ TEST(repair, after_a_crash_gives_the_replay_an_index_for_the_one_that_is_lost) {
     for (unsigned seed : {1u, 3u, 4u}) {
         damaged_server server("--crash --seed " + std::to_string(seed));
         SCOPED_TRACE(server.damage("index-lost"));
-        EXPECT_EQ(server.guide("tarn --startup-replay").status, 255);
+        EXPECT_EQ(server.run("tarn --startup-replay").status, 255);
         const run_result created =
-            server.guide("tarn --create fri --path $V/@EP/EP_FRI --oldpath $V/@EP/EP_TBL");
+            server.run("tarn --create fri --path $V/@EP/EP_FRI --oldpath $V/@EP/EP_TBL");
         EXPECT_EQ(created.status, 255);  // also when it was created
         replay_and_rebuild(server);
     }
@@ -275,7 +275,7 @@ TEST(repair, after_a_crash_gives_the_replay_a_table_for_the_one_that_is_lost) {
     for (unsigned seed : {1u, 3u, 4u}) {
         damaged_server server("--crash --seed " + std::to_string(seed));
         SCOPED_TRACE(server.damage("table-lost"));
-        EXPECT_EQ(server.guide("tarn --startup-replay").status, 255);
+        EXPECT_EQ(server.run("tarn --startup-replay").status, 255);
         create_from_other_volume(server);
         replay_and_rebuild(server);
     }
@@ -286,7 +286,7 @@ TEST(repair, of_a_volume_without_its_first_data_file_is_refused) {
     server.set_journal_aside();
     ASSERT_EQ(server.run("rm $V/@EP/EP_DAT_00000").status, 0);
     const auto before = tree_of(server.file("/volume1"));
-    const run_result repair = server.guide(REPAIR);
+    const run_result repair = server.run(REPAIR);
     EXPECT_EQ(repair.status, 255);
     EXPECT_NE(repair.out.find("dat metadata files missing (/volume1/@EP/EP_DAT_00000)\n"),
               std::string::npos);
@@ -295,7 +295,7 @@ TEST(repair, of_a_volume_without_its_first_data_file_is_refused) {
 
 TEST(repair, begins_with_copies_of_the_metadata) {
     damaged_server server("--seed 5");
-    const run_result copy = server.guide(
+    const run_result copy = server.run(
         "mkdir -p /root/copy\n"
         "cp -a --sparse=always $V/@EP/EP_TBL $V/@EP/EP_FRI $V/@EP/EP_BUF $V/@EP/EP_ROD "
         "/root/copy/\n"
@@ -336,11 +336,11 @@ TEST_P(full_last_group, has_its_list_closed_by_hand) {
     const std::string volume = empty_volume(server);
     const std::vector<sample_entry> entries = all_but(GetParam(), groups * 4096);
     make_filled_map(volume + "/@iSCSITrg/LUN_Extent_1", 5 * 4096, entries.size(), entries);
-    ASSERT_EQ(server.guide(REPAIR).status, 0);
-    ASSERT_EQ(server.guide(LIST_CHECK).status, 255);
+    ASSERT_EQ(server.run(REPAIR).status, 0);
+    ASSERT_EQ(server.run(LIST_CHECK).status, 255);
 
     server.set("L", std::to_string(GetParam().back() / 4096));
-    const run_result closed = server.guide(
+    const run_result closed = server.run(
         "    G=$((L + 1))\n"
         "    while tarn --search fri -p $V/@EP/EP_FRI -g $G | grep -q 'init.1.'; do G=$((G + 1)); "
         "done\n"
@@ -365,14 +365,14 @@ INSTANTIATE_TEST_SUITE_P(of, full_last_group,
                                          std::vector<uint64_t>{4096, 4100,
                                                                8195}));  // group 0: full
 
-// What the guide has counted when a rebuild does not end: one entry far behind all others.
+// What is counted before a rebuild that would not end: one entry far behind all others.
 TEST(repair, of_a_far_entry_is_stopped_and_its_groups_counted) {
     damaged_server server("--seed 1");
     server.set_journal_aside();
     const std::string volume = empty_volume(server);
     make_filled_map(volume + "/@iSCSITrg/LUN_Extent_1", 63, 2, {{0, 5}, {1, 5000 * 4096}});
     make_directories(volume + "/@EP_FIX");  // of the rebuild that was stopped
-    const run_result counted = server.guide(
+    const run_result counted = server.run(
         "rm -rf $V/@EP_FIX\n"
         "tarn --import-volume --volpath $V\n"
         "tarn --search fri -p $V/@EP_FIX/EP_FRI -m | grep group_count\n"

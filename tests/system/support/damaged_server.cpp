@@ -1,10 +1,7 @@
 #include "system/support/damaged_server.h"
 
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
-#include <sstream>
 
 #include "support/scratch_file.h"
 #include "system/support/tree.h"
@@ -54,22 +51,8 @@ run_result damaged_server::run(const std::string& commands) const {
     return box_.run_program("/bin/sh", {"-c", script + commands}, {});
 }
 
-static std::string guide_text() {
-    std::ifstream file(TARN_DOCS "/repair.md");
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-run_result damaged_server::guide(const std::string& commands) const {
-    static const std::string text = guide_text();
-    std::istringstream lines(commands);
-    for (std::string line; std::getline(lines, line);) {
-        EXPECT_NE(text.find(line + "\n"), std::string::npos) << "not in the guide: " << line;
-    }
-    return run(commands);
-}
-
 void damaged_server::set_journal_aside() const {
-    EXPECT_EQ(guide("mv $J $J.aside").status, 0);
+    EXPECT_EQ(run("mv $J $J.aside").status, 0);
 }
 
 ran damaged_server::verify(const std::string& words) const {
@@ -86,9 +69,9 @@ ran damaged_server::verify(const std::string& words) const {
 }
 
 void damaged_server::expect_checks_pass() const {
-    const run_result full = guide("tarn --fullck --volpath $V");
+    const run_result full = run("tarn --fullck --volpath $V");
     EXPECT_EQ(full.status, 0) << testing::PrintToString(full.log);
-    const run_result lists = guide("tarn --freeck --fripath $V/@EP/EP_FRI --tblpath $V/@EP/EP_TBL");
+    const run_result lists = run("tarn --freeck --fripath $V/@EP/EP_FRI --tblpath $V/@EP/EP_TBL");
     EXPECT_EQ(lists.status, 0) << testing::PrintToString(lists.log);
     EXPECT_FALSE(file_exists(file("/volume1/@EP_FIX")));
     EXPECT_FALSE(file_exists(file("/volume1/@EP_CHK")));
@@ -102,7 +85,7 @@ void damaged_server::expect_rebuilt() const {
 
 void damaged_server::expect_refused(const std::string& reason) const {
     const auto before = tree_of(file("/volume1"));
-    const run_result repair = guide("tarn --onekeyrepair --volpath $V");
+    const run_result repair = run("tarn --onekeyrepair --volpath $V");
     EXPECT_EQ(repair.status, 255);
     EXPECT_TRUE(repair.out.ends_with("TARN_INFO: Reconstruction procedure has failed\n"));
     EXPECT_TRUE(repair.logged(reason)) << testing::PrintToString(repair.log);

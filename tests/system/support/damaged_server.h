@@ -1,5 +1,5 @@
 // A server whose two volumes and journal are a sample of tarn-lab, which knows the truth about
-// them, and a root shell on it for the commands of the repair guide. Below: sandbox.h, shell.h.
+// them, and a root shell on it for the commands that repair it. Below: sandbox.h, shell.h.
 #pragma once
 
 #include <map>
@@ -22,9 +22,7 @@ public:
     void set(const std::string& name, const std::string& value);
     // Runs command lines with those variables.
     [[nodiscard]] run_result run(const std::string& commands) const;
-    // The same, of command lines that all stand in docs/repair.md word for word.
-    [[nodiscard]] run_result guide(const std::string& commands) const;
-    // The guide's step that keeps the journal from being replayed over what was repaired.
+    // The step that keeps the journal from being replayed over what was repaired.
     void set_journal_aside() const;
 
     // What tarn-lab finds, with the journal in its place for the time being.
