@@ -61,7 +61,6 @@ private:
     void damage(const std::string& words);
     void copy_as_operator(const guide& page);
     void begin_situation();
-    void cut_repair();
 
     guide_trouble trouble_;
     damaged_server server_;
