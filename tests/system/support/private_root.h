@@ -1,5 +1,5 @@
 // The root directory that a program in the sandbox sees, made in a private mount namespace of the
-// calling process. Below: the system. Above: sandbox.h.
+// calling process. Below: mounts.h. Above: sandbox.h.
 #pragma once
 
 #include <string>
@@ -17,3 +17,6 @@ struct bound_path {
 // their order. Needs root or user namespaces. Returns "", or what failed, with the reason.
 std::string enter_private_root(const std::string& mount_point,
                                const std::vector<bound_path>& bindings);
+
+// "", or why this machine does not let the calling user make one. Tried in a process of its own.
+std::string why_no_private_root();
