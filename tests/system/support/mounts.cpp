@@ -67,7 +67,7 @@ static std::string make_private_from_above(const std::string& below_root) {
     }
     const bool made = climb_out(below_root) && make_all_private() && fchdir(root) == 0 &&
                       chroot(".") == 0 && chdir("/") == 0;
-    const std::string problem = made ? "" : failed("making the mounts above a chroot private");
+    std::string problem = made ? "" : failed("making the mounts above a chroot private");
     close(root);
     return problem;
 }
