@@ -3,6 +3,12 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include "system/support/mounts.h"
+#include "system/support/private_root.h"
 
 namespace fs = std::filesystem;
 
@@ -97,4 +103,40 @@ TEST(sandbox, leaves_no_mount_and_no_file_behind) {
     EXPECT_FALSE(fs::exists(fs::path(volume).parent_path()));
     std::ifstream after("/proc/self/mountinfo");
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(after), {}), mounts_before);
+}
+
+static std::string mounts_now() {
+    std::ifstream file("/proc/self/mountinfo");
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// The directory is a root that is no mount point, and has /proc, as a build root does.
+static std::string enter_chroot(const std::string& directory) {
+    const bool entered = chroot(directory.c_str()) == 0 && chdir("/") == 0;
+    return entered ? "" : failed("a chroot");
+}
+
+// Everything is shared with the namespace around, as on most servers: a mount that gets out shows.
+TEST(sandbox, is_made_in_a_plain_chroot_and_leaves_no_mount_outside) {
+    const sandbox box;
+    const scratch_dir place;
+    for (const char* below : {"/proc", "/inner"}) {
+        fs::create_directories(place.file(below));
+    }
+    EXPECT_EQ(in_a_process_of_its_own([&place] {
+                  std::string problem = leave_mount_namespace(place.path());
+                  if (mount("/proc", place.file("proc").c_str(), nullptr, MS_BIND | MS_REC,
+                            nullptr) != 0 ||
+                      mount(nullptr, "/", nullptr, MS_REC | MS_SHARED, nullptr) != 0) {
+                      problem += failed("the namespace around");
+                  }
+                  const std::string before = mounts_now();
+                  problem += in_a_process_of_its_own([&place] {
+                      const std::string entered = enter_chroot(place.path());
+                      const std::string made = enter_private_root("/inner", {});
+                      return entered + made + (fs::exists("/proc/self") ? "" : "no /proc there");
+                  });
+                  return problem + (before == mounts_now() ? "" : "a mount got out");
+              }),
+              "");
 }

@@ -68,6 +68,7 @@ static std::string fill(const std::string& root, const std::vector<bound_path>& 
         }
     }
     std::error_code error;
+    fs::create_directories(root + "/proc", error);
     if (!fs::exists("/proc/self", error) &&
         mount("proc", (root + "/proc").c_str(), "proc", 0, nullptr) != 0) {
         return failed("a /proc of its own");
@@ -103,15 +104,14 @@ std::string enter_private_root(const std::string& mount_point,
     return problem.empty() ? change_root(mount_point) : problem;
 }
 
-std::string why_no_private_root() {
-    const scratch_dir place;
+std::string in_a_process_of_its_own(const std::function<std::string()>& what) {
     int ends[2] = {-1, -1};
     if (pipe2(ends, O_CLOEXEC) != 0) {
         return failed("a pipe");
     }
     const pid_t pid = fork();
     if (pid == 0) {
-        const std::string problem = enter_private_root(place.path(), {});
+        const std::string problem = what();
         (void)!write(ends[1], problem.data(), problem.size());
         _exit(0);
     }
@@ -121,8 +121,14 @@ std::string why_no_private_root() {
     const ssize_t got = read(ends[0], buffer, sizeof buffer);
     problem.append(buffer, static_cast<size_t>(std::max<ssize_t>(got, 0)));
     close(ends[0]);
-    if (pid > 0) {
-        (void)waitpid(pid, nullptr, 0);
+    int status = 0;
+    if (pid > 0 && (waitpid(pid, &status, 0) != pid || status != 0)) {
+        problem += "the process did not end by itself";
     }
     return problem;
+}
+
+std::string why_no_private_root() {
+    const scratch_dir place;
+    return in_a_process_of_its_own([&place] { return enter_private_root(place.path(), {}); });
 }
