@@ -246,8 +246,7 @@ TEST(damage, refuses_what_it_cannot_do_and_changes_nothing) {
     const auto before = tree_of(sample);
     const ran unknown = damage(sample, "list-lop", 1);
     EXPECT_EQ(unknown.status, 2);
-    EXPECT_EQ(unknown.text.rfind("tarn-lab: no such kind of damage: list-lop\n", 0), 0u);
-    EXPECT_NE(unknown.text.find("  list-loop "), std::string::npos) << unknown.text;
+    EXPECT_EQ(unknown.text, "tarn-lab: no such kind of damage: list-lop\ntry 'tarn-lab --help'\n");
     EXPECT_EQ(tarn_lab("damage " + sample).status, 2);
     EXPECT_EQ(tarn_lab("damage " + sample + " list-loop list-loop").status, 2);
     EXPECT_EQ(damage(sample, "list-loop", 1, " --volume 0").status, 2);

@@ -1,7 +1,12 @@
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
+#include <regex>
+#include <set>
 
 #include "system/support/sandbox.h"
+#include "system/support/shell.h"
 
 namespace fs = std::filesystem;
 
@@ -102,31 +107,119 @@ TEST(lab, most_crashes_leave_a_difference) {
     EXPECT_GE(different, 12);
 }
 
-TEST(lab, words_that_make_no_sense_are_usage_errors) {
+TEST(lab, words_that_make_no_sense_are_named_in_one_line_with_a_hint_below) {
     const sandbox box;
-    const std::vector<std::vector<std::string>> wrong = {
-        {},
-        {"mend", "/scratch/s"},
-        {"make"},
-        {"make", "/scratch/s", "/scratch/t"},
-        {"make", "/scratch/s", "--seed"},
-        {"make", "/scratch/s", "--seed", "1x"},
-        {"make", "/scratch/s", "--seed=18446744073709551616"},
-        {"make", "/scratch/s", "--volumes", "0"},
-        {"make", "/scratch/s", "--refused"},
-        {"verify", "/scratch/s", "--crash"},
-        {"verify", "/scratch/s", "--refused", "--rebuilt"},
-        {"verify", "/scratch/s", "--rebuilt", "--refused"},
-        {"damage", "/scratch/s"},
-        {"damage", "/scratch/s", "list-loop", "--luns", "3"},
+    const struct {
+        std::vector<std::string> words;
+        const char* named;
+    } rows[] = {
+        {{}, "a command is missing"},
+        {{"mend", "/scratch/s"}, "no such command: mend"},
+        {{"make"}, "a directory is missing"},
+        {{"make", "/scratch/s", "/scratch/t"}, "one word too many: /scratch/t"},
+        {{"make", "/scratch/s", "--seed"}, "a number is missing behind --seed"},
+        {{"make", "/scratch/s", "--seed", "1x"}, "not a decimal number: 1x"},
+        {{"make", "/scratch/s", "--seed=18446744073709551616"},
+         "out of range: seed 18446744073709551616"},
+        {{"make", "/scratch/s", "--volumes", "0"}, "out of range: volumes 0"},
+        {{"make", "/scratch/s", "--refused"}, "no such option here: --refused"},
+        {{"verify", "/scratch/s", "--crash"}, "no such option here: --crash"},
+        {{"verify", "/scratch/s", "--unfinalized"}, "no such option here: --unfinalized"},
+        {{"verify", "/scratch/s", "--refused", "--rebuilt"}, "not both: --refused and --rebuilt"},
+        {{"verify", "/scratch/s", "--rebuilt", "--refused"}, "not both: --refused and --rebuilt"},
+        {{"expect", "/scratch/s", "--rebuilt"}, "no such option here: --rebuilt"},
+        {{"damage", "/scratch/s"}, "a kind of damage is missing"},
+        {{"damage", "/scratch/s", "list-lop"}, "no such kind of damage: list-lop"},
+        {{"damage", "/scratch/s", "list-loop", "--luns", "3"}, "no such option here: --luns"},
     };
-    for (const auto& words : wrong) {
-        const run_result result = lab(box, words);
+    for (const auto& row : rows) {
+        const run_result result = lab(box, row.words);
         EXPECT_EQ(result.status, 2);
         EXPECT_EQ(result.out, "");
-        EXPECT_NE(result.err.find("tarn-lab make DIR"), std::string::npos);
+        EXPECT_EQ(result.err, std::string("tarn-lab: ") + row.named + "\ntry 'tarn-lab --help'\n");
     }
     EXPECT_FALSE(file_exists(box.scratch() + "/s"));
+}
+
+TEST(lab, help_is_printed_on_standard_output) {
+    const sandbox box;
+    const run_result help = lab(box, {"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.err, "");
+    for (const char* part :
+         {"tarn-lab make DIR ", "tarn-lab expect DIR\n", "tarn-lab verify DIR ",
+          "tarn-lab damage DIR KIND ", "--unfinalized", "\nKinds of damage:\n"}) {
+        EXPECT_NE(help.out.find(part), std::string::npos) << part;
+    }
+    for (const char* command : {"make", "expect", "verify", "damage", "--help"}) {
+        EXPECT_EQ(lab(box, {command, "--help", "one", "two", "three"}).out, help.out);
+    }
+}
+
+static std::string text_of(const std::string& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// The words of a text that `word` matches, as a whole line begins with them; ascending.
+static std::set<std::string> first_words(const std::string& text, const std::regex& word) {
+    std::set<std::string> found;
+    for (std::sregex_iterator at(text.begin(), text.end(), word); at != std::sregex_iterator();
+         ++at) {
+        found.insert((*at)[1]);
+    }
+    return found;
+}
+
+// The table's first column may name several kinds.
+static std::set<std::string> documented_kinds() {
+    const std::string text = text_of(TARN_DOCS "/lab.md");
+    const size_t start = text.find("\n| kind | what is wrong afterwards |");
+    EXPECT_NE(start, std::string::npos);
+    const std::string table = text.substr(start, text.find("\n\n", start) - start);
+    std::set<std::string> kinds;
+    for (const std::string& cell : first_words(table, std::regex("\n\\| (`[^|]*`) \\|"))) {
+        kinds.merge(first_words(cell, std::regex("`([a-z-]+)`")));
+    }
+    return kinds;
+}
+
+TEST(lab, help_and_documentation_name_the_same_kinds_of_damage) {
+    const sandbox box;
+    const std::string help = lab(box, {"--help"}).out;
+    const std::string kinds = help.substr(help.find("\nKinds of damage:\n") + 17);
+    const std::set<std::string> listed = first_words(kinds, std::regex("\n  ([a-z-]+) "));
+    EXPECT_EQ(listed.size(), 26u);
+    EXPECT_EQ(listed, documented_kinds());
+}
+
+TEST(lab, its_version_is_the_project_s) {
+    const std::string project = text_of(TARN_DOCS "/../CMakeLists.txt");
+    std::smatch version;
+    ASSERT_TRUE(std::regex_search(project, version, std::regex("project\\(tarn VERSION (\\S+) ")));
+    const sandbox box;
+    const run_result result = lab(box, {"--version"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "tarn-lab " + version[1].str() + "\n");
+    EXPECT_EQ(result.err, "");
+}
+
+TEST(lab, output_that_cannot_be_written_is_a_failure) {
+    EXPECT_EQ(shell(std::string(TARN_LAB_PROGRAM) + " --help >/dev/full").status, 1);
+}
+
+TEST(lab, a_journal_that_was_set_aside_is_no_difference_after_a_rebuild) {
+    for (const char* crash : {"--crash", "--seed=5"}) {
+        const sandbox box;
+        EXPECT_EQ(make(box, "s", {"--seed=5", "--transactions=0", crash}).status, 0);
+        const std::string journal = box.scratch() + "/s/journal/EP_JNL";
+        fs::rename(journal, journal + ".aside");
+        EXPECT_EQ(lab(box, {"verify", "/scratch/s", "--rebuilt"}).status, 0);
+        fs::remove(journal + ".aside");
+        EXPECT_EQ(lab(box, {"verify", "/scratch/s", "--rebuilt"}).status, 0);
+        EXPECT_EQ(lab(box, {"verify", "/scratch/s", "--refused"}).out,
+                  "journal/EP_JNL: cannot be opened: No such file or directory\n");
+    }
 }
 
 TEST(lab, a_directory_that_holds_something_is_left_alone) {

@@ -287,7 +287,7 @@ TEST(repair_of_the_journal, after_a_clean_shutdown_sets_it_aside_and_loses_nothi
         EXPECT_EQ(server.run("tarn --onekeycheck").status, 0);
         server.expect_checks_pass();
         const ran found = tarn_lab("verify " + server.top() + " --rebuilt");
-        EXPECT_TRUE(found.text.starts_with("journal/EP_JNL: ")) << found.text;  // the only one
+        EXPECT_EQ(found.status, 0) << found.text;
     }
 }
 

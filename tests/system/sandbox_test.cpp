@@ -3,6 +3,12 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include "system/support/mounts.h"
+#include "system/support/private_root.h"
 
 namespace fs = std::filesystem;
 
@@ -97,4 +103,47 @@ TEST(sandbox, leaves_no_mount_and_no_file_behind) {
     EXPECT_FALSE(fs::exists(fs::path(volume).parent_path()));
     std::ifstream after("/proc/self/mountinfo");
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(after), {}), mounts_before);
+}
+
+static std::string mounts_now() {
+    std::ifstream file("/proc/self/mountinfo");
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+static bool mount_at(const std::string& from, const std::string& to) {
+    return mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0;
+}
+
+// The namespace around: a shared mount, as most servers' are, with a directory for a root that is
+// no mount point and has /proc, as a build root has.
+static std::string make_surroundings(const std::string& top) {
+    const std::string problem = leave_mount_namespace(top);
+    const bool made = mount_at(top, top) &&
+                      mount(nullptr, top.c_str(), nullptr, MS_SHARED, nullptr) == 0 &&
+                      mount_at("/proc", top + "/root/proc");
+    return made ? problem : problem + failed("the namespace around");
+}
+
+static std::string make_in_chroot(const std::string& root) {
+    if (chroot(root.c_str()) != 0 || chdir("/") != 0) {
+        return failed("a chroot");
+    }
+    const std::string problem = enter_private_root("/inner", {});
+    return problem + (fs::exists("/proc/self") ? "" : "no /proc there");
+}
+
+TEST(sandbox, is_made_in_a_plain_chroot_and_leaves_no_mount_outside) {
+    const sandbox box;
+    const scratch_dir place;
+    for (const char* below : {"root/proc", "root/inner"}) {
+        fs::create_directories(place.file(below));
+    }
+    EXPECT_EQ(in_a_process_of_its_own([&place] {
+                  const std::string problem = make_surroundings(place.path());
+                  const std::string before = mounts_now();
+                  const std::string made = in_a_process_of_its_own(
+                      [&place] { return make_in_chroot(place.file("root")); });
+                  return problem + made + (before == mounts_now() ? "" : "a mount got out");
+              }),
+              "");
 }

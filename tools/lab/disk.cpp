@@ -138,7 +138,9 @@ static bool write_configuration(const model& m, const std::string& directory) {
     for (const parameter_row& row : PARAMETER_ROWS) {
         lab += std::string(row.name) + " = " + std::to_string(m.sample.*row.value) + "\n";
     }
-    lab += std::string("crash = ") + (m.sample.crash ? "1" : "0") + "\n";
+    for (const flag_row& row : FLAG_ROWS) {
+        lab += std::string(row.name) + " = " + (m.sample.*row.value ? "1" : "0") + "\n";
+    }
     return write_text(directory + "/platform.conf", platform) &&
            write_text(directory + "/lab.conf", lab);
 }
@@ -205,11 +207,13 @@ bool read_parameters(const std::string& directory, parameters* out) {
             return complain_of(path, (std::string("tells no ") + row.name).c_str());
         }
     }
-    const std::string* crash = value_of(lines, "crash");
-    if (crash == nullptr || (*crash != "0" && *crash != "1")) {
-        return complain_of(path, "tells no crash");
+    for (const flag_row& row : FLAG_ROWS) {
+        const std::string* value = value_of(lines, row.name);
+        if (value == nullptr || (*value != "0" && *value != "1")) {
+            return complain_of(path, (std::string("tells no ") + row.name).c_str());
+        }
+        out->*row.value = *value == "1";
     }
-    out->crash = *crash == "1";
     return true;
 }
 

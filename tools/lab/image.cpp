@@ -90,7 +90,7 @@ static file_image fri_image(const volume& vol) {
     header.fri_data_offset = METADATA_DATA_OFFSET;
     header.fri_create_time = CREATE_TIME;
     header.fri_entry_size = sizeof(fri_entry);
-    header.fri_group_count = FRI_GROUP_CAPACITY;  // as after a full relink; no record carries it
+    header.fri_group_count = vol.group_count;
     header.fri_free_count = vol.free_count;
     header.fri_group_head = vol.group_head;
     add_header(&image, header, FRI_CONST_NODES, content::fri_header);

@@ -102,6 +102,16 @@ static int damage(const options& asked) {
     return EXIT_DONE;
 }
 
+static int print_help() {
+    (void)printf("%s%s", usage_text(), damage_words().c_str());
+    return EXIT_DONE;
+}
+
+static int print_version() {
+    (void)puts("tarn-lab " TARN_VERSION);
+    return EXIT_DONE;
+}
+
 static bool makes_sense(const options& asked) {
     if (asked.what == command::damage && find_damage(asked.kind) == nullptr) {
         (void)fprintf(stderr, "tarn-lab: no such kind of damage: %s\n", asked.kind.c_str());
@@ -118,6 +128,10 @@ static int run(const options& asked) {
             return expect(asked);
         case command::damage:
             return damage(asked);
+        case command::help:
+            return print_help();
+        case command::version:
+            return print_version();
         case command::verify:
             break;
     }
@@ -129,8 +143,9 @@ static int run(const options& asked) {
 int main(int argc, char** argv) {
     lab::options asked;
     if (!lab::parse_options(argc, argv, &asked) || !lab::makes_sense(asked)) {
-        (void)fprintf(stderr, "%s%s", lab::usage_text(), lab::damage_words().c_str());
+        (void)fputs("try 'tarn-lab --help'\n", stderr);
         return lab::EXIT_USAGE;
     }
-    return lab::run(asked);
+    const int status = lab::run(asked);
+    return fflush(stdout) == 0 ? status : lab::EXIT_DIFFERENCE;
 }

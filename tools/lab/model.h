@@ -40,6 +40,7 @@ struct volume {
     std::vector<fri_entry> fri;  // of the same groups; anything beyond is all zero
     uint64_t free_count;
     uint64_t group_head;
+    uint64_t group_count;      // in the index's header; no record carries it
     std::vector<size_t> maps;  // into model::maps; a removed one has left
     uint64_t noise;
     uint64_t noisy_blocks;  // of the table, from its start, that may carry noise

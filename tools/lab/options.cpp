@@ -12,12 +12,13 @@ const char* usage_text() {
     return "tarn-lab: sample volumes with a known truth\n"
            "\n"
            "  tarn-lab make DIR [--volumes N] [--luns N] [--extents N] [--transactions N]\n"
-           "                    [--seed S] [--crash]\n"
+           "                    [--seed S] [--crash] [--unfinalized]\n"
            "      makes DIR/volume1.., DIR/journal/EP_JNL, DIR/platform.conf and DIR/lab.conf: N\n"
            "      volumes (2) with N LUNs each (3) of N extents (3000), after N transactions "
            "(200).\n"
            "      With --crash the sample is what a power failure leaves, else it was shut down\n"
-           "      cleanly. The same numbers give the same bytes. DIR is new or empty.\n"
+           "      cleanly. With --unfinalized the indexes count the groups in use, else all that\n"
+           "      an index can have. The same words give the same bytes. DIR is new or empty.\n"
            "  tarn-lab expect DIR\n"
            "      tells whether start-up replay recovers the sample: \"recovers\" or\n"
            "      \"refuses: REASON\".\n"
@@ -25,11 +26,14 @@ const char* usage_text() {
            "      compares every file with what it ought to hold after recovery, or, with\n"
            "      --refused, with what it held before, and names the first difference. With\n"
            "      --rebuilt index and table may have been built anew from the maps: references,\n"
-           "      lists and counts are exact, the order of a list is free.\n"
+           "      lists and counts are exact, the order of a list is free, and the journal may "
+           "have\n"
+           "      been set aside.\n"
            "  tarn-lab damage DIR KIND [--volume N] [--seed S]\n"
            "      damages one place in the files of volume N (1), picked by the seed (1) among "
            "those\n"
            "      that suit, and tells what it changed; or says why nothing suits.\n"
+           "  tarn-lab --help | --version\n"
            "\n"
            "Exit status: 0 done, or no difference; 1 a difference, or a failure; 2 usage.\n"
            "Run the tool on a sample with TARN_PLATFORM_CONF=DIR/platform.conf.\n";
@@ -87,10 +91,8 @@ static bool command_of(const char* word, options* out) {
         const char* word;
         command what;
     } rows[] = {
-        {"make", command::make},
-        {"verify", command::verify},
-        {"expect", command::expect},
-        {"damage", command::damage},
+        {"make", command::make},     {"verify", command::verify}, {"expect", command::expect},
+        {"damage", command::damage}, {"--help", command::help},   {"--version", command::version},
     };
     for (const auto& row : rows) {
         if (strcmp(row.word, word) == 0) {
@@ -101,20 +103,30 @@ static bool command_of(const char* word, options* out) {
     return complain("no such command: ", word);
 }
 
+// An option without a value. False, not told: it is none of them.
+static bool parse_flag(const std::string& word, options* out) {
+    for (const flag_row& row : FLAG_ROWS) {
+        if (out->what == command::make && word == row.name) {
+            out->sample.*row.value = true;
+            return true;
+        }
+    }
+    if (word == "help") {
+        out->what = command::help;
+        return true;
+    }
+    const bool refused = out->what == command::verify && word == "refused";
+    const bool rebuilt = out->what == command::verify && word == "rebuilt";
+    out->refused = out->refused || refused;
+    out->rebuilt = out->rebuilt || rebuilt;
+    return refused || rebuilt;
+}
+
 // One option at argv[*i], with its value behind "=" or in the next word, which is then consumed.
 static bool parse_option(int argc, char** argv, int* i, options* out) {
     const std::string word = argv[*i] + 2;
-    if (out->what == command::make && word == "crash") {
-        out->sample.crash = true;
+    if (parse_flag(word, out)) {
         return true;
-    }
-    if (out->what == command::verify && word == "refused") {
-        out->refused = true;
-        return !out->rebuilt || complain("not both: --refused and --rebuilt", "");
-    }
-    if (out->what == command::verify && word == "rebuilt") {
-        out->rebuilt = true;
-        return !out->refused || complain("not both: --refused and --rebuilt", "");
     }
     const size_t equals = word.find('=');
     const std::string name = word.substr(0, equals);
@@ -132,6 +144,25 @@ static bool parse_option(int argc, char** argv, int* i, options* out) {
     return complain("no such option here: ", argv[*i]);
 }
 
+// Words that follow are ignored then.
+static bool asks_about_lab(const options& asked) {
+    return asked.what == command::help || asked.what == command::version;
+}
+
+// Whether all that the command needs is there, and nothing that contradicts it.
+static bool is_complete(const options& asked) {
+    if (asks_about_lab(asked)) {
+        return true;
+    }
+    if (asked.directory.empty()) {
+        return complain("a directory is missing", "");
+    }
+    if (asked.what == command::damage && asked.kind.empty()) {
+        return complain("a kind of damage is missing", "");
+    }
+    return !asked.refused || !asked.rebuilt || complain("not both: --refused and --rebuilt", "");
+}
+
 bool parse_options(int argc, char** argv, options* out) {
     if (argc < 2) {
         return complain("a command is missing", "");
@@ -139,7 +170,7 @@ bool parse_options(int argc, char** argv, options* out) {
     if (!command_of(argv[1], out)) {
         return false;
     }
-    for (int i = 2; i < argc; i++) {
+    for (int i = 2; i < argc && !asks_about_lab(*out); i++) {
         if (strncmp(argv[i], "--", 2) == 0) {
             if (!parse_option(argc, argv, &i, out)) {
                 return false;
@@ -152,10 +183,7 @@ bool parse_options(int argc, char** argv, options* out) {
             return complain("one word too many: ", argv[i]);
         }
     }
-    if (out->what == command::damage && !out->directory.empty() && out->kind.empty()) {
-        return complain("a kind of damage is missing", "");
-    }
-    return !out->directory.empty() || complain("a directory is missing", "");
+    return is_complete(*out);
 }
 
 }  // namespace lab

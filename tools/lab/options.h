@@ -6,7 +6,7 @@
 
 namespace lab {
 
-enum class command { make, verify, expect, damage };
+enum class command { make, verify, expect, damage, help, version };
 
 // What a sample is made of: the same parameters give the same bytes.
 struct parameters {
@@ -16,6 +16,7 @@ struct parameters {
     uint64_t transactions = 200;
     uint64_t seed = 1;
     bool crash = false;
+    bool unfinalized = false;
 };
 
 // The name of each number, where it lies and what it may be. Command line and lab.conf walk it.
@@ -31,6 +32,14 @@ constexpr parameter_row PARAMETER_ROWS[] = {
     {"extents", &parameters::extents, 1, 10000000},
     {"transactions", &parameters::transactions, 0, 10000000},
     {"seed", &parameters::seed, 0, UINT64_MAX},
+};
+struct flag_row {
+    const char* name;
+    bool parameters::*value;
+};
+constexpr flag_row FLAG_ROWS[] = {
+    {"crash", &parameters::crash},
+    {"unfinalized", &parameters::unfinalized},
 };
 
 struct options {

@@ -101,7 +101,7 @@ static void accept_free_fields(rebuilt_file* index, rebuilt_file* table, uint64_
            sizeof(uint64_t));  // the walk along the list has judged it
     uint64_t count = 0;
     memcpy(&count, &index->found[offsetof(fri_header, fri_group_count)], sizeof count);
-    if (count == limit) {
+    if (count == limit || count == FRI_GROUP_CAPACITY) {
         accept(index, offsetof(fri_header, fri_group_count), sizeof count);
     }
 }

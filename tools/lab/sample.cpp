@@ -6,6 +6,7 @@
 
 #include "journal_status.h"
 #include "lab/crash.h"
+#include "lab/extents.h"
 #include "lab/fill.h"
 #include "lab/maps.h"
 #include "lab/workload.h"
@@ -109,9 +110,18 @@ static model before_transactions(const parameters& sample) {
     return m;
 }
 
+// As after a full relink; or as the service counts them, which it makes durable before a group's
+// first record.
+static void count_groups(model* m) {
+    for (volume& vol : m->volumes) {
+        vol.group_count = m->sample.unfinalized ? end_group(vol) : uint64_t{FRI_GROUP_CAPACITY};
+    }
+}
+
 model make_sample(const parameters& sample, progress* bar) {
     model m = before_transactions(sample);
     run_transactions(&m, sample.transactions, bar);
+    count_groups(&m);
     m.journal.header.jnl_shutdown_tag = sample.crash ? JNL_STATUS_ABNORMAL : JNL_STATUS_SUCCESS;
     return m;
 }
@@ -120,6 +130,7 @@ model make_past(const parameters& sample, uint64_t transactions) {
     progress none = {};
     model m = before_transactions(sample);
     run_transactions(&m, transactions, &none);
+    count_groups(&m);
     return m;
 }
 

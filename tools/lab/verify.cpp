@@ -14,9 +14,10 @@ static bool exists(const std::string& path) {
     return lstat(path.c_str(), &status) == 0;
 }
 
-// After a clean shutdown the journal stays as it is; a recovery may have deleted it.
+// After a clean shutdown the journal stays as it is; a recovery may have deleted it, and whoever
+// rebuilds sets it aside.
 static bool journal_may_be_gone(const model& m, truth wanted) {
-    return m.sample.crash && wanted != truth::untouched;
+    return wanted == truth::rebuilt || (m.sample.crash && wanted != truth::untouched);
 }
 
 static std::string verify_file(const model& m, truth wanted, const std::string& directory,

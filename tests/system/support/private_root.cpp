@@ -1,49 +1,18 @@
 #include "system/support/private_root.h"
 
-#include <cerrno>
-#include <cstring>
+#include <algorithm>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/statvfs.h>
-#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/scratch_file.h"
+#include "system/support/mounts.h"
+
 namespace fs = std::filesystem;
-
-static std::string failed(const std::string& what) {
-    return what + ": " + strerror(errno);
-}
-
-static bool write_text(const char* path, const std::string& text) {
-    const int fd = open(path, O_WRONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
-    const bool written = write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    close(fd);
-    return written;
-}
-
-// Whoever may not mount, as root of a container may not, becomes root of a user namespace.
-static std::string leave_namespaces() {
-    const uid_t uid = geteuid();
-    const gid_t gid = getegid();
-    if (unshare(CLONE_NEWNS) == 0) {
-        return "";
-    }
-    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
-        return failed("a namespace (the tests need CAP_SYS_ADMIN, or user namespaces)");
-    }
-    (void)write_text("/proc/self/setgroups", "deny");  // older kernels have no such file
-    if (!write_text("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1") ||
-        !write_text("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1")) {
-        return failed("the ids of the user namespace");
-    }
-    return "";
-}
 
 // The mount flags of `path` that a remount has to repeat.
 static unsigned long kept_flags(const std::string& path) {
@@ -99,6 +68,11 @@ static std::string fill(const std::string& root, const std::vector<bound_path>& 
         }
     }
     std::error_code error;
+    fs::create_directories(root + "/proc", error);
+    if (!fs::exists("/proc/self", error) &&
+        mount("proc", (root + "/proc").c_str(), "proc", 0, nullptr) != 0) {
+        return failed("a /proc of its own");
+    }
     fs::create_directories(root + "/tmp", error);
     fs::create_symlink("pts/ptmx", root + "/dev/ptmx", error);
     for (const bound_path& binding : bindings) {
@@ -110,10 +84,8 @@ static std::string fill(const std::string& root, const std::vector<bound_path>& 
     return "";
 }
 
-// The old root goes away below the new one: pivot_root(".", ".") stacks the two.
 static std::string change_root(const std::string& root) {
-    if (chdir(root.c_str()) != 0 || syscall(SYS_pivot_root, ".", ".") != 0 ||
-        umount2(".", MNT_DETACH) != 0 || chdir("/") != 0) {
+    if (chroot(root.c_str()) != 0 || chdir("/") != 0) {
         return failed("changing the root to " + root);
     }
     return "";
@@ -121,16 +93,42 @@ static std::string change_root(const std::string& root) {
 
 std::string enter_private_root(const std::string& mount_point,
                                const std::vector<bound_path>& bindings) {
-    std::string problem = leave_namespaces();
+    std::string problem = leave_mount_namespace(mount_point);
     if (!problem.empty()) {
         return problem;
-    }
-    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-        return failed("making every mount private");
     }
     if (mount("tmpfs", mount_point.c_str(), "tmpfs", 0, "mode=755") != 0) {
         return failed("a tmpfs at " + mount_point);
     }
     problem = fill(mount_point, bindings);
     return problem.empty() ? change_root(mount_point) : problem;
+}
+
+std::string in_a_process_of_its_own(const std::function<std::string()>& what) {
+    int ends[2] = {-1, -1};
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        return failed("a pipe");
+    }
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const std::string problem = what();
+        (void)!write(ends[1], problem.data(), problem.size());
+        _exit(0);
+    }
+    close(ends[1]);
+    std::string problem = pid < 0 ? failed("a process") : "";
+    char buffer[1024];
+    const ssize_t got = read(ends[0], buffer, sizeof buffer);
+    problem.append(buffer, static_cast<size_t>(std::max<ssize_t>(got, 0)));
+    close(ends[0]);
+    int status = 0;
+    if (pid > 0 && (waitpid(pid, &status, 0) != pid || status != 0)) {
+        problem += "the process did not end by itself";
+    }
+    return problem;
+}
+
+std::string why_no_private_root() {
+    const scratch_dir place;
+    return in_a_process_of_its_own([&place] { return enter_private_root(place.path(), {}); });
 }

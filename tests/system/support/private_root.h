@@ -1,7 +1,8 @@
 // The root directory that a program in the sandbox sees, made in a private mount namespace of the
-// calling process. Below: the system. Above: sandbox.h.
+// calling process. Below: mounts.h. Above: sandbox.h.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,3 +18,9 @@ struct bound_path {
 // their order. Needs root or user namespaces. Returns "", or what failed, with the reason.
 std::string enter_private_root(const std::string& mount_point,
                                const std::vector<bound_path>& bindings);
+
+// Calls it in a child, which ends then. What it returned, 1024 bytes at most.
+std::string in_a_process_of_its_own(const std::function<std::string()>& what);
+
+// "", or why this machine does not let the calling user make one. Tried in a process of its own.
+std::string why_no_private_root();
