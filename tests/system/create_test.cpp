@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 
 #include "support/hex.h"
@@ -49,6 +50,34 @@ TEST_F(create_command, gives_an_index_without_an_old_file_a_fresh_uuid) {
         EXPECT_EQ(fri_free_count_of(file(name)), 0x000001F800000000u);
     }
     EXPECT_NE(uuid_in(file("one")), uuid_in(file("two")));
+}
+
+// /usr/bin/uuidgen stands for another program, for this run alone.
+TEST_F(create_command, of_an_index_fails_without_a_uuid) {
+    if (!fs::exists("/usr/bin/uuidgen")) {
+        GTEST_SKIP() << "uuidgen is not installed";
+    }
+    const struct {
+        const char* program;
+        const char* line;
+    } rows[] = {
+        {"exit 0", "ERR: uuid_gen(#) fail to get string from '/usr/bin/uuidgen'\n"},
+        {"echo 3f2504e0-4f89-41d3-9a0c-0305e82c33",
+         "ERR: uuid_gen(#) '/usr/bin/uuidgen' gave fewer than 16 bytes\n"},
+    };
+    for (const auto& [program, line] : rows) {
+        std::ofstream(box_.scratch() + "/uuidgen") << "#!/bin/sh\n" << program << "\n";
+        fs::permissions(box_.scratch() + "/uuidgen", fs::perms(0755));
+        const run_result got = box_.run_program(
+            "/bin/sh",
+            {"-c", "mount --bind /scratch/uuidgen /usr/bin/uuidgen && exec " TARN_PROGRAM
+                   " --create fri --path /volume1/@EP/new"},
+            {});
+        EXPECT_EQ(got.status, 255);
+        EXPECT_EQ(got.log, (words{line,
+                                  "ERR: creat_fri_op(#) Fail to create FRI "
+                                  "/volume1/@EP/new from (null)\n"}));
+    }
 }
 
 TEST_F(create_command, makes_a_map_of_the_old_ones_header) {

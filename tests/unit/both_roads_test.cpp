@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -18,6 +17,7 @@
 #include "options.h"
 #include "store/descriptor.h"
 #include "store/keep_journal.h"
+#include "support/injected_failures.h"
 #include "support/log_capture.h"
 #include "support/random_volume.h"
 #include "support/roads.h"
@@ -276,18 +276,12 @@ static void expect_honest(const procedure& procedure, const outcome& disturbed,
     EXPECT_TRUE(disturbed.contents == undisturbed.contents) << "the files differ";
 }
 
-// Of each procedure; more of them by hand.
-static uint64_t failure_count() {
-    const char* text = getenv("TARN_INJECTED_FAILURES");
-    return text != nullptr ? strtoull(text, nullptr, 10) : 12;
-}
-
 TEST_P(both_roads, hide_no_failure) {
     const sample_volumes volumes;
     const std::string root = volumes.volume(1);
     const procedure& procedure = procedures[GetParam()];
     randomness random(GetParam());
-    for (uint64_t i = 0; i < failure_count() && !HasFailure(); i++) {
+    for (uint64_t i = 0; i < injected_failures() && !HasFailure(); i++) {
         const uint64_t seed = 10000 * GetParam() + i / 4;  // four failures on each volume
         entry_road_only = i % 2 == 1;
         const outcome undisturbed = run_on(root, seed, procedure);

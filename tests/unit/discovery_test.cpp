@@ -14,6 +14,7 @@
 #include "store/keep_journal.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
+#include "support/open_files.h"
 #include "support/sample_volumes.h"
 #include "support/stdout_capture.h"
 #include "volume/path_list.h"
@@ -187,31 +188,26 @@ TEST_F(discovery, a_program_that_cannot_be_started_ends_the_search) {
     EXPECT_EQ(enum_all_vaai_luns(&list_), 0);
 }
 
-// The descriptors that this process has open.
-static long open_descriptors() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
-
 static struct {
-    long before;
-    long at_last_stat;
+    size_t before;
+    size_t at_last_stat;
 } descriptors;
 
 static io_verdict count_descriptors(io_call call, size_t wanted) {
     if (call == io_call::stat) {
-        descriptors.at_last_stat = open_descriptors();
+        descriptors.at_last_stat = open_files();
     }
     return {0, wanted};
 }
 
 TEST_F(discovery, the_snapshot_search_is_open_while_the_volume_s_own_maps_are_looked_for) {
     make_directories(volume() + "/@Snapshot");
-    descriptors = {open_descriptors(), 0};
+    descriptors = {open_files(), 0};
     io_fault = count_descriptors;
     EXPECT_EQ(enum_all_vaai_luns(&list_), 0);
     io_fault = nullptr;
     EXPECT_EQ(descriptors.at_last_stat, descriptors.before + 1);
-    EXPECT_EQ(open_descriptors(), descriptors.before);
+    EXPECT_EQ(open_files(), descriptors.before);
 }
 
 class names_in_a_volume : public discovery {

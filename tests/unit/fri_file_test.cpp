@@ -12,6 +12,7 @@
 #include "support/hex.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
+#include "support/open_files.h"
 #include "support/pool_files.h"
 #include "support/stdout_capture.h"
 
@@ -64,6 +65,32 @@ TEST(fri_file, a_new_index_has_its_full_length_every_extent_free_and_the_old_uui
     EXPECT_EQ(fri_entry_read(&entry, 0x1F7FFFFF), 8);
     EXPECT_EQ(fri_entry_read(&entry, 0x1F800000), 0);
     EXPECT_EQ(hex_of(entry), "00 00 00 00 00 00 00 00 ");
+}
+
+TEST(fri_file, opening_another_one_syncs_and_closes_the_one_that_is_open) {
+    const pool_files pool;  // its index is open
+    const scratch_dir dir;
+    const size_t before = open_files();
+    const io_fault_at syncs(0, 0, {io_call::sync});
+    ASSERT_EQ(save_fri(), 0);
+    EXPECT_EQ(load_fri(pool.fri_file.path()), 0);
+    EXPECT_EQ(syncs.calls(), 1u);
+    EXPECT_EQ(open_files(), before);
+    ASSERT_EQ(save_fri(), 0);
+    EXPECT_EQ(create_fri(dir.file("EP_FRI").c_str(), pool.fri_file.path()), 0);
+    EXPECT_EQ(syncs.calls(), 2u);
+    EXPECT_EQ(open_files(), before);
+}
+
+TEST(fri_file, a_new_index_without_a_uuid_stays_not_open) {
+    const scratch_dir dir;
+    const log_capture log;
+    const size_t before = open_files();
+    const io_fault_at fault(1, EAGAIN, {io_call::spawn});
+    EXPECT_EQ(create_fri(dir.file("EP_FRI").c_str(), nullptr), -1);
+    EXPECT_EQ(current_fri.fd, 0);
+    EXPECT_EQ(open_files(), before);
+    EXPECT_EQ(log.last(), "ERR: uuid_gen(#) fail to OLIBCPopen '/usr/bin/uuidgen'\n");
 }
 
 TEST(fri_file, without_an_old_file_the_uuid_is_fresh) {

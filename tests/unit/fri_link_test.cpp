@@ -203,3 +203,121 @@ TEST_F(fri_link, a_link_that_cannot_be_written_ends_it_but_the_last_one) {
               "ERR: tarn_link_fri_group(#) Fail to link fri entry, prev 1 next 2\n");
     EXPECT_EQ(pool_.fri_file.read_at<uint64_t>(72), 0x1F800000u);
 }
+
+// The n-th transfer of that many bytes fails.
+static struct {
+    io_call kind;
+    size_t bytes;
+    uint64_t n;
+} failing_transfer;
+
+static io_verdict fail_transfer(io_call call, size_t wanted) {
+    const bool counts = call == failing_transfer.kind && wanted == failing_transfer.bytes;
+    return {counts && --failing_transfer.n == 0 ? EIO : 0, wanted};
+}
+
+// Groups 0 and 2 are initialised, with one free extent each; 1 is a hole of the index. An entry of
+// the index is read in 8 bytes, one of the table in 2, and both are written in blocks of 512.
+class relink_half_way : public fri_link {
+protected:
+    relink_half_way() {
+        set_group(0, {3});
+        set_group(2, {5});
+        current_fri.header.fri_group_count = 3;
+        current_fri.header.fri_group_head = 7;
+        EXPECT_EQ(save_fri(), 0);
+    }
+
+    // The lines of a relink whose n-th such transfer fails. Its counters never reach the disk.
+    std::vector<std::string> lines_of_failure(io_call kind, size_t bytes, uint64_t n) {
+        const entry_road_scope road;
+        const log_capture log;
+        const stdout_capture out;
+        failing_transfer = {kind, bytes, n};
+        io_fault = fail_transfer;
+        EXPECT_EQ(tarn_link_fri_group(), -1);
+        io_fault = nullptr;
+        EXPECT_EQ(failing_transfer.n, 0u);
+        EXPECT_EQ(pool_.fri_file.read_at<uint64_t>(72), 3u);    // groups
+        EXPECT_EQ(pool_.fri_file.read_at<uint64_t>(4108), 7u);  // head
+        return log.lines();
+    }
+};
+
+static const std::string RECOUNTED_0 = "00 00 00 00 30 00 01 80 ";  // head 3, count 1
+static const std::string RECOUNTED_2 = "00 00 00 00 50 00 01 80 ";  // head 5, count 1
+static const std::string NEVER_COUNTED = "00 00 00 00 00 00 00 80 ";
+
+TEST_F(relink_half_way, by_an_entry_of_the_index_keeps_what_it_recounted) {
+    EXPECT_EQ(lines_of_failure(io_call::read, 8, 3),
+              log_lines({"ERR: fri_entry_read(#) fri read error, group_num[2]\n",
+                         "ERR: tarn_link_fri_group(#) Fail to read fri entry, group_num 2\n"}));
+    EXPECT_EQ(pool_.fri(0), RECOUNTED_0);
+    EXPECT_EQ(pool_.fri(2), NEVER_COUNTED);
+}
+
+TEST_F(relink_half_way, by_an_entry_of_the_table_keeps_what_it_recounted) {
+    EXPECT_EQ(lines_of_failure(io_call::read, 2, 4097),
+              log_lines({"ERR: tbl_entry_read(#) tbl read error, lpa[8192]\n",
+                         "ERR: link_free_tbl_entry_in_group(#) Fail to link free tbl entry, "
+                         "group_num 2\n",
+                         "ERR: tarn_link_fri_group(#) Fail to link free tbl entry, group_num "
+                         "2\n"}));
+    EXPECT_EQ(pool_.fri(0), RECOUNTED_0);
+    EXPECT_EQ(pool_.fri(2), NEVER_COUNTED);
+}
+
+TEST_F(relink_half_way, by_an_entry_that_is_to_be_chained_keeps_every_count) {
+    EXPECT_EQ(lines_of_failure(io_call::read, 8, 5),  // after three that were recounted
+              log_lines({"ERR: fri_entry_read(#) fri read error, group_num[1]\n",
+                         "ERR: find_none_empty_entry(#) Fail to read fri entry, group_num 1\n",
+                         "ERR: tarn_link_fri_group(#) Fail to find free fri entry, stop "
+                         "group_num 1\n"}));
+    EXPECT_EQ(pool_.fri(0), RECOUNTED_0);
+    EXPECT_EQ(pool_.fri(2), RECOUNTED_2);
+}
+
+// Written before: the tail of each list, and the entry of its group.
+TEST_F(relink_half_way, by_a_hole_that_cannot_be_initialised_leaves_the_hole) {
+    EXPECT_EQ(lines_of_failure(io_call::write, 512, 5),
+              log_lines({"ERR: fri_entry_write(#) write fri error, group_num 1\n",
+                         "ERR: find_none_empty_entry(#) Fail to write fri entry, group_num 1\n",
+                         "ERR: tarn_link_fri_group(#) Fail to find free fri entry, stop "
+                         "group_num 1\n"}));
+    EXPECT_EQ(pool_.fri(0), RECOUNTED_0);
+    EXPECT_EQ(pool_.fri(1), "00 00 00 00 00 00 00 00 ");
+    EXPECT_EQ(pool_.fri(2), RECOUNTED_2);
+}
+
+TEST_F(relink_half_way, by_the_list_of_a_hole_leaves_it_initialised_and_not_chained) {
+    EXPECT_EQ(lines_of_failure(io_call::write, 512, 6),
+              log_lines({"ERR: tbl_entry_write(#) write tbl error, lpa 4096\n",
+                         "ERR: link_free_tbl_entry_in_group(#) Fail to link tbl list, group_num "
+                         "1\n",
+                         "ERR: find_none_empty_entry(#) Fail to link free tbl entry, group_num "
+                         "1\n",
+                         "ERR: tarn_link_fri_group(#) Fail to find free fri entry, stop "
+                         "group_num 1\n"}));
+    EXPECT_EQ(pool_.fri(0), RECOUNTED_0);
+    EXPECT_EQ(pool_.fri(1), "00 00 00 00 00 00 00 90 ");  // head 0, count 4096
+}
+
+// The header is the last of it: two constant nodes and a variable one, after the tail of the list,
+// the entry and its link.
+TEST_F(fri_link, a_header_that_cannot_be_saved_is_counted_as_a_failure_and_the_result_is_0) {
+    set_group(0, {5});
+    const char* const nodes[] = {"const meta node[0]", "const meta node[1]", "var meta node[0]"};
+    for (size_t i = 0; i < 3; i++) {
+        current_fri.header.fri_group_count = 1;
+        keep_journal_forget();
+        const log_capture log;
+        const stdout_capture out;
+        const io_fault_at fault(4 + i, EIO, {io_call::write});
+        EXPECT_EQ(tarn_link_fri_group(), 0);
+        EXPECT_TRUE(fault.fired());
+        EXPECT_EQ(keep_journal_failures().count, 1u);
+        EXPECT_EQ(log.last(),
+                  std::string("ERR: tarn_save_meta_nodes(#) ") + nodes[i] + " save fail\n");
+        EXPECT_EQ(pool_.fri(0), "01 00 00 00 50 00 01 80 ");  // next 1, head 5, count 1
+    }
+}

@@ -2,26 +2,17 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
 #include <gtest/gtest.h>
 
 #include "store/handle_prefix.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
+#include "support/open_files.h"
 #include "support/sample_maps.h"
 #include "support/sample_volumes.h"
 #include "support/scratch_file.h"
 
 namespace {
-
-// Descriptors that the process holds.
-size_t open_files() {
-    size_t count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        count += entry.path().empty() ? 0 : 1;
-    }
-    return count;
-}
 
 class handle_set : public testing::Test {
 protected:
@@ -170,6 +161,20 @@ TEST_F(handle_set, a_load_fails_at_whichever_call_fails_and_leaves_the_set_uncha
         }
         EXPECT_EQ(finish_handle_set(), 0);
         EXPECT_EQ(n, type == 4u ? 7u : 5u);  // open, header, and a map's pool table
+    }
+}
+
+TEST_F(handle_set, a_file_of_which_only_the_first_node_is_sound_is_closed_and_not_linked) {
+    for (const uint32_t type : {1u, 2u, 4u}) {
+        ASSERT_EQ(load("file", type, 0xE2), 0);
+        ASSERT_EQ(finish_handle_set(), 0);
+        const uint8_t wrong = 9;
+        write_file_bytes(dir_.file("file"), 64 + 63, &wrong, 1);
+        const size_t before = open_files();
+        EXPECT_EQ(load_as_handle(dir_.file("file").c_str()), -1);
+        EXPECT_EQ(log_.last(), "ERR: tarn_load_meta_nodes(#) const meta node[1] read fail\n");
+        EXPECT_EQ(open_files(), before);
+        EXPECT_EQ(found(0xE2, type), "");
     }
 }
 

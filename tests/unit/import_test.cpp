@@ -218,6 +218,30 @@ TEST_P(import_of_a_map, a_table_that_does_not_take_the_reference_fails) {
     EXPECT_TRUE(log_.has("ERR: import_map(#) Fail to increase mapping, lea 4\n"));
 }
 
+static uint64_t reads_of_groups;
+
+// Group 0 lies in 17 blocks.
+static io_verdict fail_reads_of_groups(io_call call, size_t wanted) {
+    const bool is_group = call == io_call::read && wanted == 17 * 512;
+    reads_of_groups += is_group ? 1 : 0;
+    return {is_group ? EIO : 0, wanted};
+}
+
+TEST_P(import_of_a_map, an_extent_whose_group_has_no_counters_is_counted_in_the_table) {
+    load(63, 3, {{0, 5}, {1, 5}, {2, 6}});
+    stdout_capture out;
+    reads_of_groups = 0;
+    io_fault = fail_reads_of_groups;
+    EXPECT_EQ(import_it(MAP_KIND_LUN), 0);
+    io_fault = nullptr;
+    EXPECT_EQ(reads_of_groups, entry_road_only ? 0u : 3u);  // for each entry
+    EXPECT_EQ(tbl_word_of(tbl(), 5), 0x8002);
+    EXPECT_EQ(tbl_word_of(tbl(), 6), 0x8001);
+    EXPECT_EQ(fri_word_of(fri(), 0), INIT_BIT);
+    EXPECT_EQ(fri_free_count_of(fri()), EVERY_EXTENT - 2);
+    EXPECT_EQ(log_.lines(), log_lines({}));
+}
+
 TEST_P(import_of_a_map, counts_of_all_ones_fail) {
     stdout_capture out;
     load(~uint64_t{0}, 0, {});

@@ -11,6 +11,8 @@
 #include "options.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
+#include "support/lost_map.h"
+#include "support/roads.h"
 #include "support/sample_maps.h"
 #include "support/sample_volumes.h"
 #include "support/scratch_file.h"
@@ -170,6 +172,35 @@ TEST_F(import_volume, a_lost_table_leaves_the_directory_for_the_caller) {
     expect_all_closed();
 }
 
+// What is written first: the two nodes of the table's header, and the three of the index's.
+TEST_F(import_volume, a_header_that_cannot_be_saved_leaves_the_directory_for_the_caller) {
+    const struct {
+        const char* node;
+        const char* kind;
+    } writes[] = {{"const meta node[0]", "TBL"},
+                  {"const meta node[1]", "TBL"},
+                  {"const meta node[0]", "FRI"},
+                  {"const meta node[1]", "FRI"},
+                  {"var meta node[0]", "FRI"}};
+    for (uint64_t n = 1; n <= 5; n++) {
+        const auto& [node, kind] = writes[n - 1];
+        fs::remove_all(fix(""));
+        log_.clear();
+        stdout_capture out;
+        const io_fault_at fault(n, ENOSPC, {io_call::write});
+        EXPECT_EQ(do_import_volume(FIX_DIR), -1);
+        EXPECT_EQ(log_.lines(),
+                  log_lines({"ERR: tarn_write_meta_node(#) tarn_write_meta_node(-1)\n",
+                             std::string("ERR: tarn_save_meta_nodes(#) ") + node + " save fail\n",
+                             std::string("ERR: do_import_volume(#) Fail to save ") + kind + " " +
+                                 fix("/EP_") + kind + "\n"}));
+        EXPECT_EQ(out.text(), "TARN_INFO: import volume " + root() + "\n");
+        EXPECT_TRUE(file_exists(fix("/EP_TBL")));
+        EXPECT_EQ(file_exists(fix("/EP_FRI")), n > 2);
+        expect_all_closed();
+    }
+}
+
 TEST_F(import_volume, a_lost_index_is_replaced_by_one_with_a_uuid_of_its_own) {
     unlink((root() + "/@EP/EP_FRI").c_str());
     stdout_capture out;
@@ -204,4 +235,20 @@ TEST_F(import_volume, repairs_each_map_before_it_is_imported) {
     EXPECT_EQ(tbl_word_of(fix("/EP_TBL"), 5), 0);
     EXPECT_EQ(tbl_word_of(fix("/EP_TBL"), 6), 0x8001);
     EXPECT_EQ(mapped_count_of(lun("LUN_Extent_1")), 1u);
+}
+
+// Its check ends with 1, the result of a node that was repaired.
+TEST_F(import_volume, imports_no_map_whose_check_ended_early) {
+    const entry_road_scope road;
+    make_filled_map(lun("LUN_Extent_1"), 63, 2, {{0, 5}, {1, 6}});
+    spoil_node(lun("LUN_Extent_1"), 0);
+    opt_ctx.repair = 1;
+    {
+        stdout_capture out;
+        const lost_map lost(1, io_call::write);
+        EXPECT_EQ(do_import_volume(FIX_DIR), -1);
+        EXPECT_EQ(out.text().find("import MAP("), std::string::npos);
+    }
+    close_map();
+    expect_all_closed();
 }

@@ -188,6 +188,16 @@ TEST_F(jnl_commit_test, the_one_before_ends_flagged_or_with_the_id_before) {
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
+TEST_F(jnl_commit_test, the_one_before_is_flagged_by_1_and_no_other_value) {
+    put(2, 6, 0, MORE);
+    for (const uint16_t flags : std::vector<uint16_t>{3, 0x8001, 2, 0xFFFF}) {
+        put(3, 6, 1, flags);
+        EXPECT_EQ(prev(3, 9), -1) << flags;
+        EXPECT_EQ(prev(3, 7), 0) << flags;  // the id before needs no flag
+    }
+    EXPECT_EQ(log_.lines(), log_lines({}));
+}
+
 TEST_F(jnl_commit_test, the_one_before_needs_a_readable_end_and_a_start) {
     EXPECT_EQ(prev(3, 7), -1);
     EXPECT_EQ(log_.lines(), log_lines({all_zero(3)}));

@@ -10,6 +10,7 @@
 #include "support/hex.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
+#include "support/lost_map.h"
 #include "support/roads.h"
 #include "support/sample_maps.h"
 #include "support/sample_volumes.h"
@@ -203,6 +204,44 @@ TEST_F(map_check, a_repair_fails_at_whichever_transfer_fails_and_passes_undistur
     }
 }
 
+// Such a failure is no failure of the check: it ends with the node's result.
+TEST_F(map_check, an_entry_that_cannot_be_read_ends_it_with_the_result_of_its_node) {
+    const entry_road_scope road;
+    load(126, 3, {{0, 7}, {63, 8}, {64, 9}});
+    for (const bool mismatched : {false, true}) {
+        if (mismatched) {
+            spoil_node(map(), 1);
+        }
+        reload();
+        log_.clear();
+        stdout_capture out;
+        const lost_map lost(2);
+        EXPECT_EQ(check(MAP_KIND_LUN, 0), mismatched ? 1 : 0);
+        EXPECT_EQ(out.text(),
+                  "TARN_INFO: Try to check 2 data-node\n" + progress_lines(0, 1) +
+                      (mismatched ? "TARN_INFO: checksum mismatched: node_num(1)\n" : ""));
+        std::vector<std::string> lines = log_.lines();
+        if (mismatched) {
+            lines.erase(lines.begin());  // the node's own
+        }
+        EXPECT_EQ(lines, log_lines({"ERR: map_entry_read(#) map file descriptor is invalid\n",
+                                    "ERR: do_check_map(#) tarn_get_mapped_lpa error, lea 63\n"}));
+    }
+}
+
+TEST_F(map_check, a_count_that_cannot_be_rewritten_fails) {
+    load(126, 5, {{0, 7}});
+    stdout_capture out;
+    const io_fault_at fault(1, ENOSPC, {io_call::write});
+    EXPECT_EQ(check(MAP_KIND_LUN, 1), -1);
+    EXPECT_TRUE(out.text().ends_with("TARN_INFO: mapped_cnt mismatched: (1), on-disk(5)\n"));
+    EXPECT_EQ(log_.lines(),
+              log_lines({"ERR: tarn_write_meta_node(#) tarn_write_meta_node(-1)\n",
+                         "ERR: tarn_save_meta_nodes(#) const meta node[0] save fail\n",
+                         "ERR: do_check_map(#) map_count_replay error\n"}));
+    EXPECT_EQ(mapped_count_of(map()), 5u);
+}
+
 TEST_F(map_check, the_command_fails_on_a_path_outside_every_volume) {
     snprintf(opt_ctx.mappath, sizeof opt_ctx.mappath, "/tmp/nowhere/EP_MAP");
     EXPECT_EQ(check_map(), -1);
@@ -214,5 +253,14 @@ TEST_F(map_check, the_command_fails_on_a_map_that_does_not_load) {
     snprintf(opt_ctx.mappath, sizeof opt_ctx.mappath, "%s", map().c_str());
     EXPECT_EQ(check_map(), -1);
     EXPECT_TRUE(log_.has("ERR: check_map(#) Fail to load MAP " + map() + "\n"));
+    EXPECT_EQ(current_map.fd, 0);
+}
+
+TEST_F(map_check, the_command_logs_the_result_of_a_check_that_fails) {
+    make_filled_map(map(), 63, 0, {});
+    snprintf(opt_ctx.mappath, sizeof opt_ctx.mappath, "%s", map().c_str());
+    volumes_.let_platform_fail();
+    EXPECT_EQ(check_map(), -1);
+    EXPECT_EQ(log_.last(), "ERR: check_map(#) do_check_map error(-1)\n");
     EXPECT_EQ(current_map.fd, 0);
 }

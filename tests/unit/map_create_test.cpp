@@ -1,11 +1,15 @@
 #include "map/map_create.h"
 
+#include <cerrno>
 #include <filesystem>
 #include <gtest/gtest.h>
 
 #include "map/map_file.h"
+#include "store/keep_journal.h"
 #include "support/hex.h"
+#include "support/io_faults.h"
 #include "support/log_capture.h"
+#include "support/open_files.h"
 #include "support/sample_volumes.h"
 #include "support/scratch_file.h"
 
@@ -37,10 +41,39 @@ TEST_F(map_create, computes_the_checksum_of_the_pool_table_afresh) {
     EXPECT_EQ(current_map.fd, 0);
 }
 
+TEST_F(map_create, syncs_the_new_map_and_not_the_old_one) {
+    const io_fault_at syncs(0, 0, {io_call::sync});
+    EXPECT_EQ(create_map(new_.c_str(), old_.c_str()), 0);
+    EXPECT_EQ(syncs.calls(), 1u);
+}
+
+// The close has no result.
+TEST_F(map_create, a_sync_that_fails_is_counted_as_a_failure_and_the_result_is_0) {
+    keep_journal_forget();
+    const io_fault_at fault(1, EIO, {io_call::sync});
+    EXPECT_EQ(create_map(new_.c_str(), old_.c_str()), 0);
+    EXPECT_EQ(keep_journal_failures().count, 1u);
+    EXPECT_EQ(log_.lines(),
+              log_lines({"ERR: close_synced(#) Fail to sync " + new_ + ": Input/output error\n"}));
+    keep_journal_forget();
+}
+
 TEST_F(map_create, tells_a_missing_old_map) {
     EXPECT_EQ(create_map(new_.c_str(), "/nonexistent"), -1);
     EXPECT_EQ(log_.last(), "ERR: create_map(#) Fail to load old map /nonexistent\n");
     EXPECT_FALSE(file_exists(new_));
+}
+
+TEST_F(map_create, closes_the_old_map_when_nothing_comes_of_the_new_one) {
+    const size_t before = open_files();
+    EXPECT_EQ(create_map(old_.c_str(), old_.c_str()), -1);
+    EXPECT_EQ(log_.last(), "ERR: create_map(#) " + old_ + " and " + old_ + " are one file\n");
+    EXPECT_EQ(open_files(), before);
+    write_file_bytes(old_, 100, "x", 1);
+    EXPECT_EQ(create_map(new_.c_str(), old_.c_str()), -1);
+    EXPECT_EQ(log_.last(), "ERR: create_map(#) Fail to load old map " + old_ + "\n");
+    EXPECT_EQ(open_files(), before);
+    EXPECT_EQ(current_map.fd, 0);
 }
 
 TEST_F(map_create, a_pool_table_that_the_old_file_cuts_or_that_no_file_holds_fails) {

@@ -196,6 +196,25 @@ TEST_F(one_key_check, fails_on_a_wrong_table_and_removes_its_directory) {
     EXPECT_FALSE(file_exists(root() + "/@EP_CHK"));
 }
 
+static uint64_t reads_of_the_map;
+
+// The import holds a table besides the map, the check only the map. Its first read is the header.
+static io_verdict fail_nodes_of_the_check(io_call call, size_t wanted) {
+    const bool counts = call == io_call::read && current_map.fd != 0 && current_tbl.fd == 0;
+    return {counts && ++reads_of_the_map > 1 ? EIO : 0, wanted};
+}
+
+TEST_F(one_key_check, fails_on_a_map_that_cannot_be_scanned) {
+    set_tbl_word(live("EP_TBL"), 1, 0x8001);
+    reads_of_the_map = 0;
+    io_fault = fail_nodes_of_the_check;
+    EXPECT_EQ(check(), -1);
+    io_fault = nullptr;
+    EXPECT_EQ(log_.last(), "ERR: one_key_check_all_vol(#) do_check_map error(-1)\n");
+    EXPECT_TRUE(printed("TARN_INFO: Try to check 1 data-node\n"));
+    EXPECT_FALSE(printed("Free-List CONSISTENCY"));
+}
+
 TEST_F(one_key_check, tells_an_inconsistent_free_list_and_passes) {
     set_tbl_word(live("EP_TBL"), 1, 0x8001);
     set_fri_word(live("EP_FRI"), 0, 0x8005000000000000);  // five free extents from extent 0 on

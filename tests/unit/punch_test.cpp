@@ -22,6 +22,7 @@
 #include "support/sample_maps.h"
 #include "support/sample_volumes.h"
 #include "support/scratch_file.h"
+#include "support/standard_input.h"
 #include "support/stdout_capture.h"
 #include "tbl/tbl_file.h"
 
@@ -208,6 +209,19 @@ TEST_F(punch, stops_at_a_hole_that_the_file_system_refuses) {
     EXPECT_TRUE(extent_is(4, 0xd5));
 }
 
+// A device has no holes. The one before it, in the first file, stays.
+TEST_F(punch, stops_at_a_hole_that_the_platform_cannot_make) {
+    constexpr uint64_t LAST_OF_FILE = 4194303;
+    const std::vector<uint8_t> extent(1u << 20, 0xd5);
+    write_file_bytes(dat(), uint64_t{1} << 42, extent.data(), extent.size());
+    ASSERT_EQ(symlink("/dev/null", (root() + "/@EP/EP_DAT_00001").c_str()), 0);
+    EXPECT_EQ(punch_range(false, LAST_OF_FILE, 3), -1);
+    EXPECT_EQ(text_,
+              "TARN_INFO: There are '2' DAT files\n"
+              "TARN_INFO: Fail to punch offset '1048576' in'1' DAT file\n");
+    EXPECT_TRUE(extent_is(LAST_OF_FILE, 0));
+}
+
 TEST_F(punch, stops_at_an_entry_of_the_table_that_cannot_be_read) {
     ASSERT_EQ(load_tbl(tbl().c_str()), 0);
     stdout_capture out;
@@ -216,35 +230,10 @@ TEST_F(punch, stops_at_an_entry_of_the_table_that_cannot_be_read) {
     EXPECT_TRUE(extent_is(1, 0xd5));
 }
 
-// Standard input of this process, for one test: what a pipe holds, then its end.
-class answer {
-public:
-    explicit answer(const std::string& text) : kept_(dup(STDIN_FILENO)) {
-        int ends[2] = {};
-        EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
-        EXPECT_EQ(write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
-        close(ends[1]);
-        take(ends[0]);
-    }
-    explicit answer(int terminal) : kept_(dup(STDIN_FILENO)) { take(terminal); }
-    ~answer() { take(kept_); }
-    answer(const answer&) = delete;
-    answer& operator=(const answer&) = delete;
-
-private:
-    static void take(int fd) {
-        dup2(fd, STDIN_FILENO);
-        close(fd);
-        setvbuf(stdin, nullptr, _IONBF, 0);  // nothing is read ahead of the answer
-        clearerr(stdin);
-    }
-    int kept_;
-};
-
 class punch_command : public punch {
 protected:
     int run(std::vector<std::string> options, const std::string& reply) {
-        const answer on_standard_input(reply);
+        const standard_input answer(reply);
         return run_as_it_is(std::move(options));
     }
     int run_on_terminal(std::vector<std::string> options, const std::string& typed) {
@@ -252,7 +241,7 @@ protected:
         int terminal = 0;
         EXPECT_EQ(openpty(&user, &terminal, nullptr, nullptr, nullptr), 0) << strerror(errno);
         EXPECT_EQ(write(user, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
-        const answer on_standard_input(terminal);
+        const standard_input answer(terminal);
         const int result = run_as_it_is(std::move(options));
         close(user);
         return result;

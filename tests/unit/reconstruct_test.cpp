@@ -143,6 +143,61 @@ TEST_F(reconstruct, takes_no_file_for_lost_that_the_system_does_not_speak_of) {
     }
 }
 
+// A live table that goes away after the import has read it.
+static struct {
+    std::string path;
+    uint64_t status;  // the status that finds it gone
+    uint64_t asked;
+    int write_error;  // of every write from then on
+} lost_table;
+
+static io_verdict lose_table(io_call call, size_t wanted) {
+    if (call == io_call::stat && ++lost_table.asked == lost_table.status) {
+        unlink(lost_table.path.c_str());
+    }
+    const bool gone = lost_table.asked >= lost_table.status;
+    return {call == io_call::write && gone ? lost_table.write_error : 0, wanted};
+}
+
+class reconstruct_of_a_lost_table : public reconstruct {
+protected:
+    // The last status that a rebuild asks for is the live table's.
+    int run(int write_error) {
+        {
+            const stdout_capture ignored;
+            const io_fault_at count(0, 0, {io_call::stat});
+            EXPECT_EQ(do_reconstruct_volume(), 0);
+            lost_table = {live("EP_TBL"), count.calls(), 0, write_error};
+        }
+        fs::remove_all(root() + "/@EP_FIX");
+        stdout_capture out;
+        io_fault = lose_table;
+        const int result = do_reconstruct_volume();
+        io_fault = nullptr;
+        text_ = out.text();
+        EXPECT_FALSE(file_exists(live("EP_TBL")));
+        return result;
+    }
+    std::string text_;
+};
+
+TEST_F(reconstruct_of_a_lost_table, gives_the_rebuilt_one_the_uuid_of_the_data_file) {
+    EXPECT_EQ(run(0), 0);
+    EXPECT_EQ(uuid_in(fix("EP_TBL")), uuid_of(0x77));
+    EXPECT_EQ(uuid_in(fix("EP_FRI")), uuid_of(0x11));
+    EXPECT_NE(text_.find("TARN_INFO: chagne TBL uuid:\n"
+                         "TARN_INFO: from [11111111111111111111111111111111]\n"
+                         "TARN_INFO: to   [77777777777777777777777777777777]\n"),
+              std::string::npos);
+    EXPECT_EQ(text_.find("chagne FRI uuid"), std::string::npos);
+}
+
+TEST_F(reconstruct_of_a_lost_table, that_cannot_be_saved_leaves_no_work_directory) {
+    EXPECT_EQ(run(ENOSPC), -1);
+    EXPECT_TRUE(text_.ends_with("TARN_INFO: Fail to save TBL " + fix("EP_TBL") + "\n")) << text_;
+    EXPECT_FALSE(file_exists(root() + "/@EP_FIX"));
+}
+
 TEST_F(reconstruct, without_the_first_data_file_creates_nothing) {
     unlink(dat().c_str());
     make_dat(live("EP_DAT_00001"), 0x77, 0);
@@ -245,6 +300,7 @@ TEST_F(reconstruct, whichever_file_does_not_open_nothing_half_done_is_left) {
 TEST_F(reconstruct, whichever_write_fails_no_work_directory_is_left) {
     fs::remove(live("EP_FRI"));  // the rebuilt index gets its uuid, and is saved, on its own
     bool not_saved = false;
+    bool not_linked = false;
     bool fired = true;
     for (uint64_t n = 1; fired; n++) {
         fs::remove_all(root() + "/@EP_FIX");
@@ -257,9 +313,12 @@ TEST_F(reconstruct, whichever_write_fails_no_work_directory_is_left) {
         EXPECT_EQ(file_exists(root() + "/@EP_FIX"), !fired) << n;
         not_saved |= out.text().find("TARN_INFO: Fail to save FRI " + fix("EP_FRI") + "\n") !=
                      std::string::npos;
+        not_linked |= log_.last().starts_with(
+            "ERR: do_reconstruct_volume(#) Fail to finalize the link process\n");
         keep_journal_forget();
     }
     EXPECT_TRUE(not_saved);
+    EXPECT_TRUE(not_linked);
 }
 
 // A run of blocks that cannot be written at once is written entry by entry.

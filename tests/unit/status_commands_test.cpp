@@ -200,6 +200,25 @@ TEST_F(status_commands, after_an_unclean_shutdown_the_journal_is_replayed_and_re
     }
 }
 
+TEST_F(status_commands, a_journal_that_cannot_be_removed_is_kept_and_not_marked_bad) {
+    make_sample_volume(volumes_.volume(1), 0x11);
+    make_jnl(jnl_, JNL_STATUS_ABNORMAL, {tbl_block(uuid_of(0x11), 5, 0x8003)});
+    {
+        const io_fault_at fault(1, EACCES, {io_call::unlink});
+        EXPECT_EQ(replay(), -1);
+        EXPECT_TRUE(fault.fired());
+    }
+    const auto lines = log_.lines();
+    ASSERT_GE(lines.size(), 2u);
+    EXPECT_EQ(lines[lines.size() - 2],
+              "vaai_startup_replay(#) Journal Consistent, Remove " + jnl_ + "\n");
+    EXPECT_EQ(lines.back(), "ERR: vaai_startup_replay(#) Fail to remove journal " + jnl_ + "\n");
+    EXPECT_EQ(jnl_status_of(jnl_), JNL_STATUS_ABNORMAL);
+    EXPECT_EQ(tbl_word_of(tbl_, 5), 0x8003);
+    EXPECT_EQ(replay(), 0);  // the next run replays it again and removes it
+    EXPECT_FALSE(file_exists(jnl_));
+}
+
 TEST_F(status_commands, a_replay_that_fails_marks_the_journal_bad) {
     make_sample_volume(volumes_.volume(1), 0x11);
     make_jnl(jnl_, JNL_STATUS_ABNORMAL, {tbl_block(uuid_of(0x11), 5, 0x8003)});

@@ -13,6 +13,7 @@
 #include "support/hex.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
+#include "support/open_files.h"
 #include "support/scratch_file.h"
 #include "support/stdout_capture.h"
 #include "tbl/tbl_entries.h"
@@ -81,6 +82,12 @@ TEST_F(table_file, a_new_table_has_its_full_length_no_space_and_the_old_uuid_and
 TEST_F(table_file, without_a_sound_old_table_nothing_is_created) {
     const std::string path = dir_.file("EP_TBL");
     old_.write_at(100, uint8_t{1});  // breaks the second node's checksum
+    const size_t before = open_files();
+    {
+        const stdout_capture ignored;
+        EXPECT_EQ(create_tbl(path.c_str(), old_.path()), -1);
+    }
+    EXPECT_EQ(open_files(), before);
     stdout_capture out;
     EXPECT_EQ(create_tbl(path.c_str(), old_.path()), -1);
     EXPECT_EQ(create_tbl(path.c_str(), nullptr), -1);
@@ -101,6 +108,18 @@ TEST_F(table_file, a_close_after_a_creation_that_failed_touches_no_other_file) {
     EXPECT_EQ(keep_journal_reasons().count, failed);
     EXPECT_NE(fcntl(other, F_GETFD), -1);
     close(other);
+}
+
+// The byte lies where an index has its third node: the old uuid cannot be had.
+TEST_F(table_file, a_new_table_without_a_uuid_stays_not_open) {
+    old_.write_at(4100, uint8_t{1});
+    const log_capture log;
+    const size_t before = open_files();
+    const io_fault_at fault(1, EAGAIN, {io_call::spawn});
+    EXPECT_EQ(create_tbl(dir_.file("EP_TBL").c_str(), old_.path()), -1);
+    EXPECT_EQ(current_tbl.fd, 0);
+    EXPECT_EQ(open_files(), before);
+    EXPECT_EQ(log.last(), "ERR: uuid_gen(#) fail to OLIBCPopen '/usr/bin/uuidgen'\n");
 }
 
 TEST_F(table_file, a_table_is_never_emptied_to_create_itself) {

@@ -1,5 +1,6 @@
 #include "volume/volume_journal.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -9,8 +10,10 @@
 #include "journal_status.h"
 #include "map/map_file.h"
 #include "options.h"
+#include "store/descriptor.h"
 #include "store/handle_set.h"
 #include "support/log_capture.h"
+#include "support/open_files.h"
 #include "support/sample_volumes.h"
 #include "support/scratch_file.h"
 #include "support/stdout_capture.h"
@@ -117,6 +120,28 @@ TEST_F(volume_journal, with_257_maps_the_second_pass_keeps_the_newer_image) {
 
 TEST_F(volume_journal, with_600_maps_the_third_pass_keeps_the_newer_image) {
     replay_two_images(600, 3);
+}
+
+static size_t most_open_files;
+
+static io_verdict note_open_files(io_call call, size_t wanted) {
+    if (call == io_call::open) {
+        most_open_files = std::max(most_open_files, open_files());
+    }
+    return {0, wanted};
+}
+
+TEST_F(volume_journal, no_more_than_256_maps_are_open_at_a_time) {
+    make_maps(300);
+    most_open_files = 0;
+    const size_t before = open_files();
+    io_fault = note_open_files;
+    EXPECT_EQ(replay_vol_journal(none_.count(), none_.values(), 0), 0);
+    io_fault = nullptr;
+    // 256 maps, the table, and the journal, which stays open from the first replay on.
+    EXPECT_LE(most_open_files, before + 258);
+    EXPECT_GT(most_open_files, before + 255);
+    EXPECT_EQ(open_files(), before);
 }
 
 TEST_F(volume_journal, replay_goes_through_index_table_and_maps_in_order) {

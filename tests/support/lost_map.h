@@ -1,0 +1,42 @@
+// The current map is closed under the code that scans it, entry by entry: between a node and the
+// node's first entry nothing else can go wrong, since the node is in memory by then.
+#pragma once
+
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <utility>
+
+#include "map/map_file.h"
+#include "store/data_node.h"
+#include "store/descriptor.h"
+
+// Alive: the map is gone once its `nodes`-th node was read, or written. Afterwards it is open
+// again.
+class lost_map {
+public:
+    explicit lost_map(uint64_t nodes, io_call transfer = io_call::read) {
+        EXPECT_EQ(io_fault, nullptr);
+        left = nodes;
+        counted = transfer;
+        fd = 0;
+        io_fault = lose;
+    }
+    ~lost_map() {
+        io_fault = nullptr;
+        EXPECT_NE(fd, 0);
+        current_map.fd = fd;
+    }
+    lost_map(const lost_map&) = delete;
+    lost_map& operator=(const lost_map&) = delete;
+
+private:
+    static io_verdict lose(io_call call, size_t wanted) {
+        if (call == counted && wanted == DATA_NODE_SIZE && current_map.fd != 0 && --left == 0) {
+            fd = std::exchange(current_map.fd, 0);
+        }
+        return {0, wanted};
+    }
+    static inline uint64_t left;
+    static inline io_call counted;
+    static inline int fd;
+};
