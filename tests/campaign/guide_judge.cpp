@@ -71,6 +71,16 @@ static std::vector<uint64_t> entries_of(const std::string& path) {
     return entries;
 }
 
+static std::string pool_table_of(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    map_header header{};
+    file.read(reinterpret_cast<char*>(&header), sizeof header);
+    std::string pools(size_t{std::min<uint32_t>(header.map_pool_cnt, 64)} * UUID_SIZE, '\0');
+    file.seekg(MAP_POOL_TABLE_OFFSET);
+    file.read(pools.data(), static_cast<std::streamsize>(pools.size()));
+    return pools;
+}
+
 static uint64_t entry(const std::vector<uint64_t>& entries, size_t lea) {
     return lea < entries.size() ? entries[lea] : 0;
 }
@@ -101,6 +111,12 @@ static std::string judge_map(const std::string& path, const announced& all,
     const std::vector<uint64_t> crashed = entries_of(server.found() + path);
     const std::vector<uint64_t> now = entries_of(server.now() + path);
     size_t lost = 0;
+    if (pool_table_of(server.right() + path) != pool_table_of(server.now() + path)) {
+        *entries_lost += 1;
+        if (!all.pools) {
+            return path + ": its pool table is damaged";
+        }
+    }
     for (size_t lea = 0; lea < std::max(right.size(), now.size()); lea++) {
         const uint64_t is = entry(now, lea);
         if (is == entry(right, lea)) {
@@ -159,14 +175,21 @@ static std::string judge_done(const announced& all, const guide_trouble& trouble
     if (trouble.situation == "work directory" && !has_notes(server->now() + "/volume1")) {
         return "what stood in a work directory is gone";
     }
-    if (is_announced_loss(*server, all)) {
-        return judge_tables(server);
+    if (trouble.known != knowledge::nothing && all.unseen) {
+        return "there is a list, and nobody looked at it";
     }
+    if (fs::exists(server->now() + "/volume1/@EP_FIX.aside/swap")) {
+        return "a repair that was cut was not finished";
+    }
+    const bool any_map_may_differ = is_announced_loss(*server, all);
     for (const std::string& path : maps_in(server->right())) {
         std::string wrong = judge_map(path, all, *server, entries_lost);
-        if (!wrong.empty()) {
+        if (!wrong.empty() && !any_map_may_differ) {
             return wrong;
         }
+    }
+    if (any_map_may_differ) {
+        return judge_tables(server);
     }
     if (trouble.known == knowledge::fresh_copies && *entries_lost > 0) {
         return "entries are lost, and there are copies of this stop";
@@ -186,6 +209,19 @@ static std::string judge_done(const announced& all, const guide_trouble& trouble
     return found.status == 0 ? "" : found.text.substr(0, found.text.find('\n'));
 }
 
+// Whether the operator's copies mend everything that is wrong.
+static bool has_what_it_needs(knowledge known, const std::set<std::string>& done) {
+    static const std::set<std::string> by_old_copies = {"map-header-bit", "pool-table", "map-lost",
+                                                        "no buffer", "no copy map"};
+    static const std::set<std::string> by_none = {"no first data file", "no data file",
+                                                  "data-file-cut"};
+    return std::all_of(done.begin(), done.end(), [&](const std::string& what) {
+        return known == knowledge::fresh_copies
+                   ? !by_none.contains(what)
+                   : known == knowledge::old_copies && by_old_copies.contains(what);
+    });
+}
+
 // Index, table and maps as step 1 copied them, and how they were found.
 static std::string judge_stop(const guide_trouble& trouble, guide_server* server) {
     const bool single = trouble.damage.size() + (trouble.situation.empty() ? 0 : 1) < 2;
@@ -193,7 +229,7 @@ static std::string judge_stop(const guide_trouble& trouble, guide_server* server
     for (const std::string& damage : server->done()) {
         needed |= NEEDS_A_COPY.contains(damage);
     }
-    if (!needed) {
+    if (!needed || has_what_it_needs(trouble.known, server->done())) {
         return "needless stop";
     }
     for (const char* volume : {"/volume1", "/volume2"}) {
