@@ -53,7 +53,9 @@ static announced announced_by(const guide_walk& walk) {
     return all;
 }
 
-// What a LUN sees of an entry: the extent that it maps, or 0.
+// What a LUN sees of an entry: that it is mapped, the row of its pool and the extent; or 0.
+static constexpr uint64_t ENTRY_MASK = MAP_MAPPED_BIT | (uint64_t{0xFFF} << 48) | MAP_LPA_MASK;
+
 static std::vector<uint64_t> entries_of(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     file.seekg(METADATA_DATA_OFFSET);
@@ -63,22 +65,19 @@ static std::vector<uint64_t> entries_of(const std::string& path) {
         for (size_t slot = 0; slot < MAP_NODE_ENTRIES; slot++) {
             map_entry entry{};
             memcpy(&entry, &bytes[node + slot * sizeof entry], sizeof entry);
-            entries.push_back(map_entry_is_mapped(&entry) == 0
-                                  ? 0
-                                  : MAP_MAPPED_BIT | (entry.word & MAP_LPA_MASK));
+            entries.push_back(map_entry_is_mapped(&entry) == 0 ? 0 : entry.word & ENTRY_MASK);
         }
     }
     return entries;
 }
 
+// What the file holds from its pool table to its first entry: nothing ever changes it.
 static std::string pool_table_of(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
-    map_header header{};
-    file.read(reinterpret_cast<char*>(&header), sizeof header);
-    std::string pools(size_t{std::min<uint32_t>(header.map_pool_cnt, 64)} * UUID_SIZE, '\0');
+    std::string bytes(METADATA_DATA_OFFSET - MAP_POOL_TABLE_OFFSET, '\0');
     file.seekg(MAP_POOL_TABLE_OFFSET);
-    file.read(pools.data(), static_cast<std::streamsize>(pools.size()));
-    return pools;
+    file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
 }
 
 static uint64_t entry(const std::vector<uint64_t>& entries, size_t lea) {

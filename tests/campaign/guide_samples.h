@@ -1,0 +1,14 @@
+// Troubles that lead through every row of the repair page, and the rows that each is there for:
+// without one of them its walk comes to a worse end. Below: guide_server.h. Above: guide_test.cpp.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "campaign/guide_server.h"
+
+struct guide_sample {
+    guide_trouble trouble;
+    std::vector<std::string> rows;  // "STEP FIRST CELL"
+};
+const std::vector<guide_sample>& guide_samples();
