@@ -1,6 +1,7 @@
 // The repair page against trouble: a robot follows it from its first screen, the truth judges.
 // Thousands of random servers by scripts/prove, a sample for each row of the page in the suite.
 #include <algorithm>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <set>
 #include <string>
@@ -13,6 +14,9 @@
 #include "campaign/guide_robot.h"
 #include "campaign/guide_samples.h"
 #include "campaign/guide_server.h"
+#include "system/support/tree.h"
+
+namespace fs = std::filesystem;
 
 static std::string name_of(const std::string& step, const guide_row& row) {
     const std::string cell = row.text.substr(2, row.text.find(" |", 2) - 2);
@@ -89,6 +93,34 @@ TEST(guide_page, has_no_row_without_a_sample) {
         }
     }
     EXPECT_GT(rows, 60u);
+}
+
+// Every file with its contents, and when it was written.
+static std::set<std::string> files_of(const guide_server& server) {
+    std::set<std::string> files;
+    for (const char* directory : {"/volume1", "/volume2", "/journal"}) {
+        for (const auto& [path, line] : tree_of(server.now() + directory)) {
+            const auto when = fs::last_write_time(server.now() + directory + "/" + path);
+            files.insert(directory + path + " " + line + " " +
+                         std::to_string(when.time_since_epoch().count()));
+        }
+    }
+    return files;
+}
+
+TEST(guide_page, looks_at_everything_without_writing_anything) {
+    const guide page = read_guide_page();
+    const guide_trouble trouble = {"--seed 5 --crash", true, knowledge::list, {"map-node-bit"}, ""};
+    guide_server server(trouble, page);
+    const std::set<std::string> before = files_of(server);
+    const std::string seen = server.type(page.recipes.at("functions") + "list\nlook\ncompare\n" +
+                                         "checkmaps\nhidden\njournal\ntrial\n");
+    for (const char* line :
+         {"checksum mismatched: node_num(", "every map was checked", "Abnormal Shutdown",
+          "the replay passed", "every volume was checked"}) {
+        EXPECT_NE(seen.find(line), std::string::npos) << line;
+    }
+    EXPECT_EQ(files_of(server), before);
 }
 
 static void count_rows(const guide_walk& walk, figures* counted) {

@@ -333,3 +333,20 @@ TEST(typing, repair_of_a_path_that_is_no_volume_changes_nothing) {
         EXPECT_TRUE(got.logged("the journal was not replayed into ")) << path;
     }
 }
+
+// The list of groups then leads into a group that has no list.
+TEST(typing, finalize_before_the_group_count_is_right_leaves_groups_without_lists) {
+    const damaged_server server("--seed 5");
+    EXPECT_EQ(server.run("tarn --import-volume --volpath $V").status, 0);
+    const std::string index = server.file("/volume1/@EP_FIX/EP_FRI");
+    ASSERT_EQ(fri_group_count_of(index), 3u);
+    set_header_u64(index, 64, 72, 2);
+    const std::string files = " --fripath $V/@EP_FIX/EP_FRI --tblpath $V/@EP_FIX/EP_TBL";
+    const run_result linked = server.run("tarn --finalize" + files);
+    EXPECT_EQ(linked.status, 0);
+    EXPECT_EQ(linked.log, log_of_run{});
+    EXPECT_EQ(server.run("tarn --freeck" + files).status, 255);
+    // It has set the count to all that an index can have, so that a second run reaches every group.
+    EXPECT_EQ(server.run("tarn --finalize" + files).status, 0);
+    EXPECT_EQ(server.run("tarn --freeck" + files).status, 0);
+}
