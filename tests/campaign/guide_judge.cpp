@@ -45,7 +45,7 @@ static announced announced_by(const guide_walk& walk) {
             all.cuts.insert(move.about);
         }
         all.journal |= says("what the journal's last transactions held");
-        all.unseen |= says("what such a map or file has lost");
+        all.unseen |= says("what such a map or file has lost stays undetected");
         all.old_map |= says("unless a map is an old copy");
         all.pools |= says("a pool table, if one is damaged");
         all.buffer |= move.row != nullptr && move.row->recipe == "buffer";

@@ -19,7 +19,7 @@ const std::vector<guide_sample>& guide_samples() {
         {{"--seed 4 --luns 1", false, list, {}, "copied map"}, {"2 `one uuid in two maps`"}},
         {{"--seed 4 --luns 1", false, nothing, {}, "work directory"}, {"2 `a work directory`"}},
         {{"--seed 4 --luns 1", false, nothing, {}, "cut repair"}, {"2 `a repair was cut`"}},
-        {{"--seed 4 --luns 1", false, old_copies, {}, "no data file"}, {"2 `missing: ...EP_DAT_`"}},
+        {{"--seed 4 --luns 1", false, old_copies, {}, "no data file"}, {"2 `missing: $MAP`"}},
         {{"--seed 4 --luns 1", false, old_copies, {}, "no buffer"}, {"2a `there is a copy`"}},
         {{"--seed 5 --luns 1", false, nothing, {}, "far entry"},
          {"6 `a map reaches beyond the data files`"}},

@@ -123,6 +123,25 @@ TEST(guide_page, looks_at_everything_without_writing_anything) {
     EXPECT_EQ(files_of(server), before);
 }
 
+TEST(guide_page, takes_back_whatever_was_done_since_its_copies) {
+    const guide page = read_guide_page();
+    const guide_trouble trouble = {"--seed 5 --crash", true, knowledge::nothing, {}, ""};
+    guide_server server(trouble, page);
+    (void)server.type(page.recipes.at("functions") + page.steps.at("1").commands);
+    (void)server.type(
+        "tarn --rpvjnl; tarn --onekeyrepair --volpath /volume1\n"
+        "rm /volume2/@EP/EP_FRI /volume2/@EP_trash/*; mv $J $J.aside\n");
+    (void)server.type(page.recipes.at("back"));
+    for (const char* volume : {"/volume1", "/volume2"}) {
+        const auto now = tree_of(server.now() + volume);
+        for (const auto& [path, line] : tree_of(server.found() + volume)) {
+            EXPECT_EQ(now.contains(path) ? now.at(path) : "gone", line) << path;
+        }
+    }
+    EXPECT_EQ(tree_of(server.now() + "/journal").at("EP_JNL"),
+              tree_of(server.found() + "/journal").at("EP_JNL"));
+}
+
 static void count_rows(const guide_walk& walk, figures* counted) {
     for (const guide_move& move : walk.moves) {
         if (move.row != nullptr) {

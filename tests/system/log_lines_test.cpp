@@ -65,7 +65,8 @@ TEST(log_lines, of_sound_volumes_all_stand_in_the_table_and_each_of_them_occurs)
     const std::vector<known_line> known = lines_that_mean_nothing();
     ASSERT_GE(known.size(), 10u);
     std::set<std::string> seen;
-    for (const char* sample : {"--crash --seed 24", "--crash --seed 36", "--crash --seed 56", "--seed 5"}) {
+    for (const char* sample :
+         {"--crash --seed 24", "--crash --seed 36", "--crash --seed 56", "--seed 5"}) {
         const damaged_server server(sample);
         for (const std::string& line : server.run(COMMANDS).log) {
             bool is_known = false;
