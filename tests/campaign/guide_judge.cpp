@@ -193,12 +193,12 @@ static std::string judge_done(const announced& all, const guide_trouble& trouble
     if (trouble.known == knowledge::fresh_copies && *entries_lost > 0) {
         return "entries are lost, and there are copies of this stop";
     }
-    const std::string wrong = judge_tables(server);
+    std::string wrong = judge_tables(server);
     const bool exact = all.nodes.empty() && all.cuts.empty() && !all.journal && !all.buffer;
     if (!wrong.empty() || !exact) {
         return wrong;
     }
-    // The journal is nobody's data: what is compared is the rest.
+    // The journal is no LUN's data: everything else is compared.
     fs::remove_all(server->now() + "/journal");
     fs::create_directory(server->now() + "/journal");
     if (fs::exists(server->right() + "/journal/EP_JNL")) {

@@ -204,13 +204,13 @@ bool read_parameters(const std::string& directory, parameters* out) {
     for (const parameter_row& row : PARAMETER_ROWS) {
         const std::string* value = value_of(lines, row.name);
         if (value == nullptr || !parse_parameter(row, *value, out)) {
-            return complain_of(path, (std::string("tells no ") + row.name).c_str());
+            return complain_of(path, (std::string("has no value for ") + row.name).c_str());
         }
     }
     for (const flag_row& row : FLAG_ROWS) {
         const std::string* value = value_of(lines, row.name);
         if (value == nullptr || (*value != "0" && *value != "1")) {
-            return complain_of(path, (std::string("tells no ") + row.name).c_str());
+            return complain_of(path, (std::string("has no value for ") + row.name).c_str());
         }
         out->*row.value = *value == "1";
     }
