@@ -142,6 +142,28 @@ TEST(guide_page, takes_back_whatever_was_done_since_its_copies) {
               tree_of(server.found() + "/journal").at("EP_JNL"));
 }
 
+TEST(guide_page, does_not_take_a_check_that_could_not_run_for_one_that_passed) {
+    const guide page = read_guide_page();
+    const guide_trouble trouble = {"--seed 5", false, knowledge::nothing, {}, "no first data file"};
+    guide_server server(trouble, page);
+    const std::string seen = server.type(page.recipes.at("functions") + "checktables\n");
+    EXPECT_NE(seen.find("== /volume1\nthis check could not run"), std::string::npos) << seen;
+    EXPECT_EQ(seen.find("every volume was checked"), std::string::npos) << seen;
+}
+
+TEST(guide_page, brings_a_new_shell_what_the_repair_has_found_so_far) {
+    const guide page = read_guide_page();
+    const guide_trouble trouble = {"--seed 5", false, knowledge::nothing, {"map-node-bit"}, ""};
+    guide_server server(trouble, page);
+    (void)server.type(page.recipes.at("functions"));
+    server.set("MAP", "/volume1/@iSCSITrg/LUN_0/LUN_0_Extent_0");
+    (void)server.type(page.recipes.at("node") + page.recipes.at("without"));
+    const std::string seen = server.type(
+        "env -i PATH=\"$PATH\" KEEP=$KEEP sh -c "
+        "'. $KEEP/functions; echo \"$VOLUMES: $LOST $COUNTS\"'\n");
+    EXPECT_EQ(seen, "/volume1 /volume2: 63 no\n");
+}
+
 static void count_rows(const guide_walk& walk, figures* counted) {
     for (const guide_move& move : walk.moves) {
         if (move.row != nullptr) {

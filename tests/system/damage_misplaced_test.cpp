@@ -238,7 +238,7 @@ TEST(damage_misplaced, the_data_files_of_a_sample_hold_every_extent_in_use) {
     EXPECT_GE(large, 3u);
 }
 
-// Every map of the sample that is none of the pool's own, and only those, can be lost.
+// Exactly the maps of LUNs, snapshots and the trash can be lost.
 TEST(damage_misplaced, a_lost_map_is_a_LUN_s_a_snapshot_s_or_one_in_the_trash) {
     for (unsigned seed = 1; seed <= 12; seed++) {
         const scratch_dir place;

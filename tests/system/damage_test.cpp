@@ -22,7 +22,7 @@ enum class change_kind {
     noise,     // blocks from the first one on
     shorter,   // the end of a file is gone
     file_gone,
-    misplaced,  // whole files; damage_misplaced_test.cpp tells what is in them
+    misplaced,  // whole files, whose contents damage_misplaced_test.cpp compares
 };
 struct kind_row {
     const char* word;

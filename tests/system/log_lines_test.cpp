@@ -40,7 +40,7 @@ static std::vector<known_line> lines_that_mean_nothing() {
     return lines;
 }
 
-// Every everyday command on both volumes; none of them is told to write anything new.
+// Every everyday command, on both volumes.
 static const char* const COMMANDS =
     "tarn --ckvjnl\n"
     "tarn --startup-replay\n"
