@@ -18,7 +18,7 @@ static int lock_journal(run_lock* lock) {
         return 0;
     }
     char journal[JOURNAL_ROOT_SIZE + 16];
-    snprintf(journal, sizeof journal, "%s/EP_JNL", root);
+    snprintf(journal, sizeof journal, "%s/%s", root, JOURNAL_NAME);
     return run_lock_journal(lock, journal, nullptr);
 }
 

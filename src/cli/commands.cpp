@@ -6,28 +6,19 @@
 
 #include "cli/command_locks.h"
 #include "cli/long_options.h"
-#include "cli/punch.h"
-#include "cli/service_pause.h"
+#include "cli/one_key_commands.h"
+#include "cli/operations.h"
+#include "cli/punch_command.h"
 #include "cli/status_commands.h"
+#include "cli/sub_options.h"
 #include "cli/type_words.h"
 #include "cli/usage.h"
 #include "options.h"
 #include "print.h"
 #include "store/keep_journal.h"
-#include "volume/consistency.h"
-#include "volume/finalize.h"
-#include "volume/full_check.h"
-#include "volume/import.h"
-#include "volume/import_volume.h"
-#include "volume/map_check.h"
-#include "volume/one_key.h"
-#include "volume/reconstruct.h"
 #include "volume/run_lock.h"
-#include "volume/startup_replay.h"
-#include "volume/stop_signals.h"
 #include "volume/swap_marker.h"
 #include "volume/unmap_buffer.h"
-#include "volume/volume_journal.h"
 #include "volume/volume_paths.h"
 
 static int run_ckjnl(int argc, char** argv, const char* word) {
@@ -122,55 +113,6 @@ static int run_reconstruct(int, char**, const char*) {
 
 static int run_ckvbuf(int, char**, const char*) {
     return count_vol_unmap_buffer();
-}
-
-// Held while the service is paused.
-static run_lock one_key_locks;
-
-// Gives the locks back before the service is resumed, also when a stop signal came while it was
-// paused: what its start runs has to find them free.
-static int check_and_release(int argc, char** argv, int argument) {
-    const int result = stop_requested() ? -1 : one_key_check_all_vol(argc, argv, argument);
-    run_lock_release(&one_key_locks);
-    return result;
-}
-
-static int repair_and_release(int argc, char** argv, int argument) {
-    const int result = stop_requested() ? -1 : one_key_repair(argc, argv, argument);
-    run_lock_release(&one_key_locks);
-    return result;
-}
-
-// The locks are taken before the service is paused: a run that is refused touches nothing.
-static int run_one_key(int argc, char** argv, unsigned locks, type_word_fun procedure,
-                       const char* reason) {
-    const int result = take_command_locks(&one_key_locks, locks) == 0
-                           ? run_with_iscsi_paused(argc, argv, 0, procedure, reason)
-                           : -1;
-    run_lock_release(&one_key_locks);
-    return result;
-}
-
-static int run_onekeycheck(int argc, char** argv, const char*) {
-    const int result = run_one_key(argc, argv, LOCKS_ALL_VOLUMES | LOCKS_JOURNAL, check_and_release,
-                                   "iSCSI service running checking maintainance procedures");
-    if (result < 0) {
-        return -1;
-    }
-    puts("TARN_INFO: One Key check has successfully completed");
-    return 0;
-}
-
-static int run_onekeyrepair(int argc, char** argv, const char*) {
-    if (opt_ctx.volpath[0] == '\0') {
-        printf("TARN_INFO: Please assign volpath by --volpath");  // no line end, deliberate
-        return -1;
-    }
-    const int result = run_one_key(argc, argv, LOCKS_VOLUME | LOCKS_JOURNAL, repair_and_release,
-                                   "iSCSI service running repairing maintainance procedures");
-    puts(result < 0 ? "TARN_INFO: Reconstruction procedure has failed"
-                    : "TARN_INFO: One Key Repair has successfully completed");
-    return result;
 }
 
 // Who reads the options after a command.

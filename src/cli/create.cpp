@@ -1,11 +1,16 @@
 #include "cli/create.h"
 
+#include <cstdint>
+
+#include "cli/operations.h"
+#include "cli/sub_options.h"
 #include "fri/fri_file.h"
 #include "map/map_create.h"
 #include "map/map_file.h"
 #include "options.h"
 #include "store/log.h"
 #include "tbl/tbl_file.h"
+#include "volume/metadata_files.h"
 #include "volume/run_lock.h"
 
 // A path that was not given, in a log line.
@@ -13,78 +18,73 @@ static const char* shown(const char* path) {
     return path != nullptr ? path : "(null)";
 }
 
-int creat_fri_op(int argc, char** argv, int) {
+struct create_row {
+    const char* caller;  // in the log
+    metadata_kind kind;
+    int (*create)(const char* newpath, const char* oldpath);
+    int (*save)();  // null: the creation has saved it
+};
+
+// Closes the file in every case: it may be the old one, where the creation stopped halfway. Always
+// -1, even if the file was created, deliberate.
+static int create_file_of_kind(const create_row& row, int argc, char** argv) {
     run_lock_scope held;
     if (parse_sub_options(argc, argv) != 0 || run_lock_file(&held.lock, opt_ctx.path) != 0) {
         return -1;
     }
-    if (create_fri(opt_ctx.path, opt_ctx.oldpath) != 0) {
-        log_err("Fail to create FRI %s from %s\n", shown(opt_ctx.path), shown(opt_ctx.oldpath));
-    } else if (save_fri() != 0) {
-        log_err("Fail to save FRI %s\n", shown(opt_ctx.path));
+    const metadata_kind_row* kind = metadata_kind_of(row.kind);
+    if (row.create(opt_ctx.path, opt_ctx.oldpath) != 0) {
+        log_err_as(row.caller, "Fail to create %s %s from %s\n", kind->name, shown(opt_ctx.path),
+                   shown(opt_ctx.oldpath));
+    } else if (row.save != nullptr && row.save() != 0) {
+        log_err_as(row.caller, "Fail to save %s %s\n", kind->name, shown(opt_ctx.path));
     }
-    close_fri();
-    return -1;  // also when it was created, deliberate
+    kind->close();
+    return -1;
+}
+
+int creat_fri_op(int argc, char** argv, int) {
+    return create_file_of_kind({__func__, KIND_FRI, create_fri, save_fri}, argc, argv);
 }
 
 int creat_tbl_op(int argc, char** argv, int) {
-    run_lock_scope held;
-    if (parse_sub_options(argc, argv) != 0 || run_lock_file(&held.lock, opt_ctx.path) != 0) {
-        return -1;
-    }
-    if (create_tbl(opt_ctx.path, opt_ctx.oldpath) != 0) {
-        log_err("Fail to create TBL %s from %s\n", shown(opt_ctx.path), shown(opt_ctx.oldpath));
-    } else if (save_tbl() != 0) {
-        log_err("Fail to save TBL %s\n", shown(opt_ctx.path));
-    }
-    close_tbl();
-    return -1;  // also when it was created, deliberate
+    return create_file_of_kind({__func__, KIND_TBL, create_tbl, save_tbl}, argc, argv);
 }
 
 int creat_map_op(int argc, char** argv, int) {
+    return create_file_of_kind({__func__, KIND_MAP, create_map, nullptr}, argc, argv);
+}
+
+struct change_uuid_row {
+    const char* caller;  // in the log
+    metadata_kind kind;
+    void (*set_uuid)(const uint8_t* uuid);
+    int (*save)();
+};
+
+static int change_uuid(const change_uuid_row& row, int argc, char** argv) {
     run_lock_scope held;
-    if (parse_sub_options(argc, argv) != 0 || run_lock_file(&held.lock, opt_ctx.path) != 0) {
+    if (parse_sub_options(argc, argv) != 0) {
         return -1;
     }
-    if (create_map(opt_ctx.path, opt_ctx.oldpath) != 0) {
-        log_err("Fail to create MAP %s from %s\n", shown(opt_ctx.path), shown(opt_ctx.oldpath));
+    const volume_paths paths = paths_of_options();
+    const metadata_kind_row* kind = metadata_kind_of(row.kind);
+    if (run_lock_file(&held.lock, paths.*kind->path) != 0) {
+        return -1;
     }
-    close_map();  // the old one, where the creation stopped half way
-    return -1;    // also when it was created, deliberate
+    return with_files(row.caller, &paths, {row.kind}, [&] {
+        row.set_uuid(opt_ctx.uuid);
+        if (row.save() != 0) {  // --path and not the file's own path, deliberate
+            log_err_as(row.caller, "Fail to save %s %s\n", kind->name, shown(opt_ctx.path));
+        }
+        return 0;
+    });
 }
 
 int change_uuid_fri_op(int argc, char** argv, int) {
-    run_lock_scope held;
-    if (parse_sub_options(argc, argv) != 0 || run_lock_file(&held.lock, opt_ctx.fripath) != 0) {
-        return -1;
-    }
-    if (load_fri(opt_ctx.fripath) != 0) {
-        log_err("Fail to load FRI %s\n", opt_ctx.fripath);
-        close_fri();
-        return -1;
-    }
-    set_fri_uuid(opt_ctx.uuid);
-    if (save_fri() != 0) {
-        log_err("Fail to save FRI %s\n", shown(opt_ctx.path));  // not fripath, deliberate
-    }
-    close_fri();
-    return 0;
+    return change_uuid({__func__, KIND_FRI, set_fri_uuid, save_fri}, argc, argv);
 }
 
 int change_uuid_tbl_op(int argc, char** argv, int) {
-    run_lock_scope held;
-    if (parse_sub_options(argc, argv) != 0 || run_lock_file(&held.lock, opt_ctx.tblpath) != 0) {
-        return -1;
-    }
-    if (load_tbl(opt_ctx.tblpath) != 0) {
-        log_err("Fail to load TBL %s\n", opt_ctx.tblpath);
-        close_tbl();
-        return -1;
-    }
-    set_tbl_uuid(opt_ctx.uuid);
-    if (save_tbl() != 0) {
-        log_err("Fail to save TBL %s\n", shown(opt_ctx.path));  // not tblpath, deliberate
-    }
-    close_tbl();
-    return 0;
+    return change_uuid({__func__, KIND_TBL, set_tbl_uuid, save_tbl}, argc, argv);
 }

@@ -1,23 +1,55 @@
 #include "cli/search.h"
 
+#include "cli/operations.h"
 #include "cli/search_options.h"
 #include "fri/fri_entries.h"
-#include "fri/fri_file.h"
 #include "jnl/jnl_dump.h"
-#include "jnl/jnl_file.h"
 #include "map/map_entries.h"
 #include "map/map_file.h"
 #include "options.h"
 #include "store/log.h"
 #include "tbl/tbl_file.h"
 #include "tbl/tbl_show.h"
-#include "volume/volume_paths.h"
+#include "volume/metadata_files.h"
 
 // The displays' results are dropped below, deliberate: what failed is logged where it did, and a
 // display that was reached counts as done.
 
-static void tell_no_mode(const search_options* options) {
-    log_err_as(options->handler, "No cmd execute\n");
+struct search_row {
+    metadata_kind kind;
+    search_options options;
+    bool (*display)(const search_request& request);  // false: no display has that number
+};
+
+// The journal that is not named is the configured one; every other file has to be named.
+static bool has_path(const search_row& row) {
+    if (row.options.path[0] != '\0') {
+        return true;
+    }
+    const char* option = metadata_kind_of(row.kind)->option;
+    if (row.kind != KIND_JNL) {
+        log_err_as(row.options.handler, "Please assign -p %s\n", option);
+        return false;
+    }
+    if (get_jnl_root_path() != 0) {
+        log_err_as(row.options.handler, "Please assign -p %s, use default JNL %s\n", option,
+                   row.options.path);
+    }
+    return true;
+}
+
+static int search(const search_row& row, int argc, char** argv) {
+    search_request request = {};
+    if (scan_search_options(argc, argv, &row.options, &request) != 0 || !has_path(row)) {
+        return -1;  // logged there
+    }
+    const volume_paths paths = paths_of_options();
+    return with_files(row.options.handler, &paths, {row.kind}, [&] {
+        if (!row.display(request)) {
+            log_err_as(row.options.handler, "No cmd execute\n");
+        }
+        return 0;
+    });
 }
 
 static constexpr search_option fri_table[] = {
@@ -25,39 +57,23 @@ static constexpr search_option fri_table[] = {
     {'g', 0, 2, &search_request::group, nullptr},
     {},
 };
-static constexpr search_options fri_options = {"search_fri", "mg:p:", opt_ctx.fripath, fri_table,
-                                               close_fri};
 
-static void display_fri(const search_request& request) {
+static bool display_fri(const search_request& request) {
     switch (request.mode) {
         case 1:
             (void)dump_fri_meta();
-            break;
+            return true;
         case 2:
             (void)dump_fri_group(request.group);
-            break;
+            return true;
         default:
-            tell_no_mode(&fri_options);
+            return false;
     }
 }
 
 int search_fri(int argc, char** argv, int) {
-    search_request request = {};
-    if (scan_search_options(argc, argv, &fri_options, &request) != 0) {
-        return -1;  // logged there
-    }
-    if (opt_ctx.fripath[0] == '\0') {
-        log_err("Please assign -p fripath\n");
-        return -1;
-    }
-    if (load_fri(opt_ctx.fripath) != 0) {
-        log_err("Fail to load FRI %s\n", opt_ctx.fripath);
-        close_fri();
-        return -1;
-    }
-    display_fri(request);
-    close_fri();
-    return 0;
+    return search({KIND_FRI, {__func__, "mg:p:", opt_ctx.fripath, fri_table}, display_fri}, argc,
+                  argv);
 }
 
 static constexpr search_option tbl_table[] = {
@@ -69,45 +85,29 @@ static constexpr search_option tbl_table[] = {
     {'h', 0, 0, nullptr, &search_request::head_only},
     {},
 };
-static constexpr search_options tbl_options = {"search_tbl", "ma:g:o:p:lh", opt_ctx.tblpath,
-                                               tbl_table, close_tbl};
 
-static void display_tbl(const search_request& request) {
+static bool display_tbl(const search_request& request) {
     switch (request.mode) {
         case 1:
             (void)dump_tbl_meta();
-            break;
+            return true;
         case 2:
             (void)list_tbl_group_freelist(request.group, request.list_entries, request.head_only);
-            break;
+            return true;
         case 3:
             (void)show_tbl_group_offset(request.group, request.offset);
-            break;
+            return true;
         case 4:
             (void)show_tbl_lpa(request.address);
-            break;
+            return true;
         default:
-            tell_no_mode(&tbl_options);
+            return false;
     }
 }
 
 int search_tbl(int argc, char** argv, int) {
-    search_request request = {};
-    if (scan_search_options(argc, argv, &tbl_options, &request) != 0) {
-        return -1;  // logged there
-    }
-    if (opt_ctx.tblpath[0] == '\0') {
-        log_err("Please assign -p tblpath\n");
-        return -1;
-    }
-    if (load_tbl(opt_ctx.tblpath) != 0) {
-        log_err("Fail to load TBL %s\n", opt_ctx.tblpath);
-        close_tbl();
-        return -1;
-    }
-    display_tbl(request);
-    close_tbl();
-    return 0;
+    return search({KIND_TBL, {__func__, "ma:g:o:p:lh", opt_ctx.tblpath, tbl_table}, display_tbl},
+                  argc, argv);
 }
 
 static constexpr search_option map_table[] = {
@@ -115,39 +115,23 @@ static constexpr search_option map_table[] = {
     {'a', 0, 2, &search_request::address, nullptr},
     {},
 };
-static constexpr search_options map_options = {"search_map", "ma:p:", opt_ctx.mappath, map_table,
-                                               close_map};
 
-static void display_map(const search_request& request) {
+static bool display_map(const search_request& request) {
     switch (request.mode) {
         case 1:
             (void)dump_map_meta();
-            break;
+            return true;
         case 2:
             (void)dump_map_entry(request.address);
-            break;
+            return true;
         default:
-            tell_no_mode(&map_options);
+            return false;
     }
 }
 
 int search_map(int argc, char** argv, int) {
-    search_request request = {};
-    if (scan_search_options(argc, argv, &map_options, &request) != 0) {
-        return -1;  // logged there
-    }
-    if (opt_ctx.mappath[0] == '\0') {
-        log_err("Please assign -p mappath\n");
-        return -1;
-    }
-    if (load_map(opt_ctx.mappath) != 0) {
-        log_err("Fail to load MAP %s\n", opt_ctx.mappath);
-        close_map();
-        return -1;
-    }
-    display_map(request);
-    close_map();
-    return 0;
+    return search({KIND_MAP, {__func__, "ma:p:", opt_ctx.mappath, map_table}, display_map}, argc,
+                  argv);
 }
 
 static constexpr search_option jnl_table[] = {
@@ -160,40 +144,25 @@ static constexpr search_option jnl_table[] = {
     {'x', 0, 0, nullptr, &search_request::detail},
     {},
 };
-static constexpr search_options jnl_options = {"search_jnl", "b:t:s:dxlmp:", opt_ctx.jnlpath,
-                                               jnl_table, close_jnl};
 
-static void display_jnl(const search_request& request) {
+static bool display_jnl(const search_request& request) {
     switch (request.mode) {
         case 1:
             (void)dump_jnl_meta();
-            break;
+            return true;
         case 2:
             (void)dump_jnl_block(request.block, request.detail);
-            break;
+            return true;
         case 3:
             (void)dump_jnl_transaction(static_cast<uint32_t>(request.trans_id), request.start,
                                        request.dump_blocks, request.trace_blocks, request.detail);
-            break;
+            return true;
         default:
-            tell_no_mode(&jnl_options);
+            return false;
     }
 }
 
 int search_jnl(int argc, char** argv, int) {
-    search_request request = {};
-    if (scan_search_options(argc, argv, &jnl_options, &request) != 0) {
-        return -1;  // logged there
-    }
-    if (opt_ctx.jnlpath[0] == '\0' && get_jnl_root_path() != 0) {
-        log_err("Please assign -p jnlpath, use default JNL %s\n", opt_ctx.jnlpath);
-    }
-    if (load_jnl(opt_ctx.jnlpath) != 0) {
-        log_err("Fail to load JNL %s\n", opt_ctx.jnlpath);
-        close_jnl();
-        return -1;
-    }
-    display_jnl(request);
-    close_jnl();
-    return 0;
+    return search({KIND_JNL, {__func__, "b:t:s:dxlmp:", opt_ctx.jnlpath, jnl_table}, display_jnl},
+                  argc, argv);
 }

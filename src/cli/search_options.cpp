@@ -17,7 +17,7 @@ static const search_option* find_option(const search_option* table, int letter) 
     return nullptr;
 }
 
-// The first display stands; its partner may join once, and the higher number of the two counts.
+// The first display is kept; its partner may join once, and the higher number of the two counts.
 static bool choose_mode(search_request* request, const search_option* option) {
     if (request->mode == 0) {
         request->mode = option->mode;
@@ -37,7 +37,6 @@ static int apply_option(const search_options* options, const search_option* opti
     if (option->mode != 0 && !choose_mode(request, option)) {
         log_err_as(options->handler, "Don't support combinational executive command %d\n",
                    request->mode);
-        options->close();
         return -1;
     }
     if (option->number != nullptr) {
@@ -49,14 +48,14 @@ static int apply_option(const search_options* options, const search_option* opti
     return 0;
 }
 
-// The scanner's "?": an option that is in the table came without its argument.
+// The scanner's "?": an option in the table came without its argument.
 static int refuse_option(const search_options* options, int letter) {
     if (letter == 'p' || find_option(options->table, letter) != nullptr) {
         log_err_as(options->handler, "Bad param for -%c option\n", letter);
         return -1;
     }
     log_err_as(options->handler, "UNKNOW cmd %c\n", letter);
-    return 0;  // passed over
+    return 0;  // skipped
 }
 
 static int read_option(const search_options* options, int letter, search_request* request) {

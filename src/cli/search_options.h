@@ -34,10 +34,9 @@ struct search_options {
     const char* letters;  // as the scanner wants them
     char* path;           // where the argument of -p goes, PATH_TEXT_SIZE bytes
     const search_option* table;
-    void (*close)();  // of the kind of file
 };
 
 // Reads all options into `request`, and -p into the path, which is emptied first. Unknown options
-// are logged and passed over. 0, or -1, logged.
+// are logged and skipped. 0, or -1, logged.
 int scan_search_options(int argc, char** argv, const search_options* options,
                         search_request* request);

@@ -2,13 +2,14 @@
 
 #include <strings.h>
 
+#include "cli/operations.h"
+#include "cli/sub_options.h"
 #include "jnl/jnl_file.h"
 #include "journal_status.h"
 #include "options.h"
 #include "store/log.h"
-#include "volume/journal_state.h"
+#include "volume/metadata_files.h"
 #include "volume/run_lock.h"
-#include "volume/volume_paths.h"
 
 // 0 when the open journal is not marked bad, else -1.
 static int answer_status(bool quiet) {
@@ -26,17 +27,11 @@ int vaai_status_check(int argc, char** argv, const char* mode) {
     if (parse_sub_options(argc, argv) != 0 || prepare_jnl_path() != 0) {
         return -1;
     }
-    if (is_regular_file(opt_ctx.jnlpath) == 0) {
+    const volume_paths paths = paths_of_options();
+    if (is_regular_file(paths.journal) == 0) {
         return 0;
     }
-    int result = -1;
-    if (load_jnl(opt_ctx.jnlpath) != 0) {
-        log_err("Fail to load JNL %s\n", opt_ctx.jnlpath);
-    } else {
-        result = answer_status(quiet);
-    }
-    close_jnl();
-    return result;
+    return with_files(__func__, &paths, {KIND_JNL}, [&] { return answer_status(quiet); });
 }
 
 struct status_word {
@@ -72,5 +67,5 @@ int vaai_status_set(int argc, char** argv, const char* word) {
         tarn_set_journal_status(status) != 0) {
         log_err("Fail to set journal %s BAD\n", opt_ctx.jnlpath);  // whatever the status
     }
-    return -1;  // also when it was set, deliberate
+    return -1;  // even if it was set, deliberate
 }

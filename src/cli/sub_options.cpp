@@ -1,3 +1,5 @@
+#include "cli/sub_options.h"
+
 #include <cstdio>
 #include <cstring>
 #include <getopt.h>
@@ -42,7 +44,7 @@ static void print_uuid(const uint8_t* uuid) {
     printf("]\n");
 }
 
-// 0, or -1, told on standard output; what came before a bad pair of digits stays stored.
+// 0, or -1, reported on standard output; what came before a bad pair of digits stays stored.
 static int parse_uuid(const char* text, uint8_t* uuid) {
     if (strlen(text) != UUID_TEXT_SIZE) {
         puts("UUID length must be 32");
@@ -119,7 +121,7 @@ static int apply_sub_option(const sub_option_row* row, const char* argument) {
     return row->set(argument);
 }
 
-// Words that are no options: told, -1. None: 0.
+// Leftover arguments: reported, -1. Without any: 0.
 static int refuse_left_words(int argc, char** argv) {
     if (optind >= argc) {
         return 0;

@@ -3,10 +3,9 @@
 #include <cstring>
 
 #include "cli/create.h"
+#include "cli/operations.h"
 #include "cli/search.h"
 #include "store/log.h"
-#include "volume/journal_drivers.h"
-#include "volume/volume_journal.h"
 
 const fun_row ckjnl_funs[] = {
     {"fri", check_fri_journal},  // the file of --fripath

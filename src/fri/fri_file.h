@@ -31,6 +31,8 @@ static_assert(offsetof(fri_handle, path) == offsetof(handle_prefix, path));
 static_assert(offsetof(fri_handle, link) == offsetof(handle_prefix, link));
 static_assert(offsetof(fri_handle, header) == offsetof(handle_prefix, head));
 
+constexpr const char* FRI_LOAD_FAILED = "Fail to load FRI";  // in messages, before the path
+
 // All return 0, or -1, logged, unless said otherwise.
 
 // Opens `path` as the current index; one that is still open is closed first. After a failure the

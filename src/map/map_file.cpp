@@ -76,7 +76,7 @@ int get_map_count(const char* path, uint64_t* out) {
         return -1;
     }
     if (load_map(path) != 0) {
-        log_err("Fail to load MAP %s\n", path);
+        log_err("%s %s\n", MAP_LOAD_FAILED, path);
         return -1;
     }
     *out = current_map.header.map_mapped_count;

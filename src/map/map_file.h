@@ -16,6 +16,8 @@ extern map_file current_map;
 
 constexpr uint64_t NO_MAP_COUNT = ~uint64_t{0};  // the answer of the counts when no map is open
 
+constexpr const char* MAP_LOAD_FAILED = "Fail to load MAP";  // in messages, before the path
+
 // All return 0, or -1, logged, unless said otherwise.
 
 // Opens `path` as the current map; a wrong magic code is only logged, deliberate. An open one is

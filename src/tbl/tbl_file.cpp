@@ -70,7 +70,7 @@ static tbl_header new_header(uint32_t extent_size, const uint8_t* uuid) {
 // that of its header stays; else a fresh one is taken.
 static int create_from(const char* newpath, const char* oldpath, bool keeps_uuid) {
     if (load_tbl(oldpath) != 0) {
-        printf("TARN_INFO: Fail to load TBL %s\n", oldpath != nullptr ? oldpath : "(null)");
+        printf("TARN_INFO: %s %s\n", TBL_LOAD_FAILED, oldpath != nullptr ? oldpath : "(null)");
         drop_tbl();
         return -1;
     }

@@ -31,6 +31,8 @@ static_assert(offsetof(tbl_handle, path) == offsetof(handle_prefix, path));
 static_assert(offsetof(tbl_handle, link) == offsetof(handle_prefix, link));
 static_assert(offsetof(tbl_handle, header) == offsetof(handle_prefix, head));
 
+constexpr const char* TBL_LOAD_FAILED = "Fail to load TBL";  // in messages, before the path
+
 // All return 0, or -1, logged, unless said otherwise.
 
 // Opens `path` as the current table; one that is still open is closed first. After a failure the

@@ -4,14 +4,45 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <dirent.h>
+#include <new>
+#include <search.h>
 #include <sys/stat.h>
 
-#include "options.h"
 #include "platform.h"
 #include "store/descriptor.h"
-#include "store/log.h"
-#include "volume/path_list.h"
-#include "volume/volume_paths.h"
+#include "store/keep_journal.h"
+
+void init_path_list(path_entry* list) {
+    list->next = list;
+    list->prev = list;
+}
+
+int add_path_entry(const char* path, path_entry* list, uint32_t type) {
+    path_entry* entry = new (std::nothrow) path_entry{};
+    if (entry == nullptr) {
+        log_err("no memory for path %s\n", path);
+        return -1;
+    }
+    snprintf(entry->name, sizeof entry->name, "%s", path);
+    if (strlen(path) >= sizeof entry->name) {
+        // The file of the whole path gets nothing of what was meant for it.
+        log_keep(keep_reason::unread, "path %s is cut to %s\n", path, entry->name);
+    }
+    entry->type = type;
+    insque(entry, list->prev);
+    return 0;
+}
+
+void free_path_list(path_entry* list) {
+    path_entry* entry = list->next;
+    while (entry != list) {
+        path_entry* next = entry->next;
+        delete entry;
+        entry = next;
+    }
+    init_path_list(list);
+}
 
 int enum_all_volumes(path_entry* list) {
     ORBASpaceInfo* spaces = nullptr;
@@ -33,8 +64,9 @@ int enum_all_volumes(path_entry* list) {
 
 static constexpr const char* LISTING = "enum_all_vaai_luns";  // whose lines these are
 
-// The listing under way: the volume of opt_ctx.volpath.
+// The listing under way.
 struct lun_listing {
+    const volume_paths* paths;
     path_entry* list;
     char root[PATH_MAX];  // the volume's real path
 };
@@ -143,13 +175,9 @@ static int end_find(FILE* stream, const char* directory, int added) {
     return added;
 }
 
-// A map file of the volume itself, in @EP: noted on standard output, appended when it is there.
-static int add_volume_map(const lun_listing* listing, const char* title, const char* name,
+// A map file of the volume itself: noted on standard output, appended when it is there.
+static int add_volume_map(const lun_listing* listing, const char* title, const char* path,
                           uint32_t type) {
-    char path[PATH_TEXT_SIZE];
-    if (form_path(path, sizeof path, "%s/%s/%s", opt_ctx.volpath, EP_DIR, name) != 0) {
-        return -1;
-    }
     const path_kind kind = kind_of_path(LISTING, path);
     if (kind == path_kind::unknown) {
         return -1;  // logged there: without this map its references would be lost
@@ -164,16 +192,18 @@ static int add_volume_map(const lun_listing* listing, const char* title, const c
 }
 
 static int add_volume_maps(const lun_listing* listing) {
-    if (add_volume_map(listing, "UNMAP", UNMAP_BUFFER_NAME, MAP_KIND_UNMAP_BUFFER) != 0) {
+    if (add_volume_map(listing, "UNMAP", listing->paths->unmap_buffer, MAP_KIND_UNMAP_BUFFER) !=
+        0) {
         return -1;
     }
-    return add_volume_map(listing, "ROD", ROD_MAP_NAME, MAP_KIND_ROD);
+    return add_volume_map(listing, "ROD", listing->paths->rod_map, MAP_KIND_ROD);
 }
 
 // After the last search, with its stream still open, come the volume's own maps.
 static int add_found_luns(const lun_listing* listing, const lun_search* search) {
     char directory[PATH_TEXT_SIZE];
-    if (form_path(directory, sizeof directory, "%s/%s/", opt_ctx.volpath, search->directory) != 0) {
+    const char* root = listing->paths->root;
+    if (form_path(directory, sizeof directory, "%s/%s/", root, search->directory) != 0) {
         return -1;
     }
     FILE* stream = start_find(directory, search->files_only);
@@ -187,16 +217,17 @@ static int add_found_luns(const lun_listing* listing, const lun_search* search) 
     return end_find(stream, directory, added);
 }
 
-int enum_all_vaai_luns(path_entry* list) {
+int enum_all_vaai_luns(const volume_paths* paths, path_entry* list) {
     if (list == nullptr) {
         log_err("NULL pointer\n");
         return -1;
     }
     lun_listing listing;
+    listing.paths = paths;
     listing.list = list;
-    if (io_real_path(opt_ctx.volpath, listing.root) == nullptr) {
+    if (io_real_path(paths->root, listing.root) == nullptr) {
         const int error = errno;
-        log_err("Fail to get the real path of %s: %s\n", opt_ctx.volpath, strerror(error));
+        log_err("Fail to get the real path of %s: %s\n", paths->root, strerror(error));
         return -1;
     }
     for (const lun_search& search : lun_searches) {
@@ -207,17 +238,111 @@ int enum_all_vaai_luns(path_entry* list) {
     return 0;
 }
 
-int for_each_volume(const char* caller, volume_step step, int argc, char** argv) {
-    path_entry volumes = {};
-    init_path_list(&volumes);
-    int result = enum_all_volumes(&volumes);
+static constexpr int DEPTH_MAX = 32;  // directories below each other; each holds a descriptor
+
+// A directory being read, and where: `path` has room for PATH_TEXT_SIZE.
+struct map_walk_place {
+    char* path;
+    const lun_search* search;
+    int depth;
+};
+
+static first_map cannot_read(const char* path, int error) {
+    log_keep_as("find_first_map", keep_reason::unread, "Fail to read directory %s: %s\n", path,
+                strerror(error));
+    return first_map::unknown;
+}
+
+static bool is_dot(const char* name) {
+    return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
+}
+
+static first_map walk(const map_walk_place* place);
+
+// The entry at `place->path`, whose last component is `name`.
+static first_map look_at(const map_walk_place* place, const char* name) {
+    struct stat64 status = {};
+    if (io_lstat(place->path, &status) != 0) {
+        return errno == ENOENT ? first_map::none : cannot_read(place->path, errno);
+    }
+    const bool counts = !place->search->files_only || S_ISREG(status.st_mode);
+    if (counts && place->search->keep(name)) {
+        return first_map::found;
+    }
+    return S_ISDIR(status.st_mode) ? walk(place) : first_map::none;
+}
+
+static first_map read_entries(const map_walk_place* place, DIR* directory) {
+    const size_t length = strlen(place->path);
+    for (;;) {
+        const char* name = nullptr;
+        if (io_next_entry(directory, &name) != 0) {
+            return cannot_read(place->path, errno);
+        }
+        if (name == nullptr) {
+            return first_map::none;
+        }
+        if (is_dot(name)) {
+            continue;
+        }
+        if (snprintf(place->path + length, PATH_TEXT_SIZE - length, "/%s", name) >=
+            static_cast<int>(PATH_TEXT_SIZE - length)) {
+            return cannot_read(place->path, ENAMETOOLONG);
+        }
+        const map_walk_place below = {place->path, place->search, place->depth + 1};
+        const first_map found = look_at(&below, place->path + length + 1);
+        if (found != first_map::none) {
+            return found;
+        }
+        place->path[length] = '\0';
+    }
+}
+
+static first_map walk(const map_walk_place* place) {
+    if (place->depth > DEPTH_MAX) {
+        return cannot_read(place->path, ENAMETOOLONG);
+    }
+    DIR* directory = io_open_directory(place->path);
+    if (directory == nullptr) {
+        return errno == ENOENT || errno == ENOTDIR ? first_map::none
+                                                   : cannot_read(place->path, errno);
+    }
+    const first_map found = read_entries(place, directory);
+    closedir(directory);
+    return found;
+}
+
+first_map find_first_map(const char* root, char* path, size_t size) {
+    char place_path[PATH_TEXT_SIZE];
+    path[0] = '\0';
+    for (const char* name : {UNMAP_BUFFER_NAME, ROD_MAP_NAME}) {
+        if (form_path(place_path, sizeof place_path, "%s/%s/%s", root, EP_DIR, name) != 0) {
+            return first_map::unknown;
+        }
+        const path_kind kind = kind_of_path("find_first_map", place_path);
+        if (kind == path_kind::file || kind == path_kind::unknown) {
+            snprintf(path, size, "%s", place_path);
+            return kind == path_kind::file ? first_map::found : first_map::unknown;
+        }
+    }
+    for (const lun_search& search : lun_searches) {
+        if (form_path(place_path, sizeof place_path, "%s/%s", root, search.directory) != 0) {
+            return first_map::unknown;
+        }
+        const map_walk_place place = {place_path, &search, 0};
+        const first_map found = walk(&place);
+        if (found != first_map::none) {
+            snprintf(path, size, "%s", place_path);
+            return found;
+        }
+    }
+    return first_map::none;
+}
+
+int list_volumes(const char* caller, path_list* volumes) {
+    const int result = enum_all_volumes(&volumes->head);
     if (result != 0) {
         log_err_as(caller, "Fail to enum all volumes\n");
     }
-    for (const path_entry* volume = volumes.next; volume != &volumes && result == 0;
-         volume = volume->next) {
-        result = step(volume->name, argc, argv);
-    }
-    free_path_list(&volumes);
     return result;
 }

@@ -3,7 +3,6 @@
 #include <cstdio>
 
 #include "fri/fri_file.h"
-#include "options.h"
 #include "print.h"
 #include "store/log.h"
 #include "tbl/tbl_compare.h"
@@ -13,30 +12,29 @@
 #include "volume/volume_paths.h"
 #include "volume/work_dir.h"
 
-static constexpr const char* FULL_CHECK = "do_check_full_tbl_consistent";  // tells the log
+static constexpr const char* FULL_CHECK = "do_check_full_tbl_consistent";  // in the log
 
-static int open_tbl(tbl_handle* handle, const char* dir_name) {
+// Opens the file `name` in a directory of the volume; `failed` is how the message begins.
+template <class Handle>
+static int open_handle(Handle* handle, int (*load)(Handle*, const char*), const char* failed,
+                       const char* root, const char* dir_name, const char* name) {
     char path[PATH_TEXT_SIZE];
-    if (form_path(path, sizeof path, "%s/%s/EP_TBL", opt_ctx.volpath, dir_name) != 0) {
+    if (form_path(path, sizeof path, "%s/%s/%s", root, dir_name, name) != 0) {
         return -1;
     }
-    if (load_tbl_handle(handle, path) != 0) {
-        log_err_as(FULL_CHECK, "Fail to load TBL (%s)\n", path);
+    if (load(handle, path) != 0) {
+        log_err_as(FULL_CHECK, "%s (%s)\n", failed, path);
         return -1;
     }
     return 0;
 }
 
-static int open_fri(fri_handle* handle, const char* dir_name) {
-    char path[PATH_TEXT_SIZE];
-    if (form_path(path, sizeof path, "%s/%s/EP_FRI", opt_ctx.volpath, dir_name) != 0) {
-        return -1;
-    }
-    if (load_fri_handle(handle, path) != 0) {
-        log_err_as(FULL_CHECK, "Fail to load FRI (%s)\n", path);
-        return -1;
-    }
-    return 0;
+static int open_tbl(tbl_handle* handle, const char* root, const char* dir_name) {
+    return open_handle(handle, load_tbl_handle, TBL_LOAD_FAILED, root, dir_name, TABLE_NAME);
+}
+
+static int open_fri(fri_handle* handle, const char* root, const char* dir_name) {
+    return open_handle(handle, load_fri_handle, FRI_LOAD_FAILED, root, dir_name, INDEX_NAME);
 }
 
 // 0 when both say the same of `lpa`: free, or used by equally many.
@@ -92,13 +90,13 @@ static int compare_up_to_groups(tbl_handle* was, tbl_handle* rebuilt, uint64_t g
 }
 
 // `known_to_agree`: the files are only opened.
-static int check_consistent(bool known_to_agree) {
+static int check_consistent(const char* root, bool known_to_agree) {
     tbl_handle was{};
     tbl_handle rebuilt{};
     fri_handle index{};
     int result = -1;
-    if (open_tbl(&was, EP_DIR) == 0 && open_tbl(&rebuilt, CHECK_DIR) == 0 &&
-        open_fri(&index, CHECK_DIR) == 0) {
+    if (open_tbl(&was, root, EP_DIR) == 0 && open_tbl(&rebuilt, root, CHECK_DIR) == 0 &&
+        open_fri(&index, root, CHECK_DIR) == 0) {
         result =
             known_to_agree ? 0 : compare_up_to_groups(&was, &rebuilt, index.header.fri_group_count);
     }
@@ -108,26 +106,26 @@ static int check_consistent(bool known_to_agree) {
     return result;
 }
 
-int do_check_full_tbl_consistent() {
-    return check_consistent(false);
+int do_check_full_tbl_consistent(const volume_paths* paths) {
+    return check_consistent(paths->root, false);
 }
 
-static int open_what_agrees() {
-    return check_consistent(true);
+static int open_what_agrees(const volume_paths* paths) {
+    return check_consistent(paths->root, true);
 }
 
-int rebuild_and_compare() {
+int rebuild_and_compare(const volume_paths* paths, int32_t repair) {
     bool agrees = false;
-    if (do_import_volume_to_compare(CHECK_DIR, open_what_agrees, &agrees) < 0) {
+    if (do_import_volume_to_compare(paths, CHECK_DIR, repair, open_what_agrees, &agrees) < 0) {
         return -1;
     }
-    return agrees || check_consistent(false) == 0 ? 0 : -1;
+    return agrees || check_consistent(paths->root, false) == 0 ? 0 : -1;
 }
 
-int check_full_volume() {
-    if (rebuild_and_compare() != 0) {
+int check_full_volume(const volume_paths* paths, int32_t repair) {
+    if (rebuild_and_compare(paths, repair) != 0) {
         return -1;
     }
-    remove_work_dir(CHECK_DIR);
+    remove_work_dir(paths->root, CHECK_DIR);
     return 0;
 }

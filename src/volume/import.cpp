@@ -8,14 +8,13 @@
 #include "map/map_entries.h"
 #include "map/map_file.h"
 #include "map/map_scan.h"
-#include "options.h"
 #include "print.h"
 #include "store/keep_journal.h"
 #include "tbl/tbl_entries.h"
 #include "tbl/tbl_file.h"
 #include "tbl/tbl_ref_counts.h"
 #include "volume/map_walk.h"
-#include "volume/volume_paths.h"
+#include "volume/metadata_files.h"
 
 // One map's import under way.
 struct import_state {
@@ -264,33 +263,15 @@ int finish_import(tbl_ref_counts* counts) {
     return written ? 0 : -1;
 }
 
-static int load_and_import() {
+int import(const volume_paths* paths, int32_t kind) {
     char root[PATH_TEXT_SIZE] = {};
-    if (parse_volume_path(opt_ctx.tblpath, root) < 0) {
-        log_err_as("import", "Fail to parse volume path from %s\n", opt_ctx.tblpath);
+    if (parse_volume_path(paths->table, root) < 0) {
+        log_err("Fail to parse volume path from %s\n", paths->table);
         return -1;
     }
-    if (load_fri(opt_ctx.fripath) != 0) {
-        log_err_as("import", "Fail to load FRI %s\n", opt_ctx.fripath);
-        return -1;
-    }
-    if (load_tbl(opt_ctx.tblpath) != 0) {
-        log_err_as("import", "Fail to load TBL %s\n", opt_ctx.tblpath);
-        return -1;
-    }
-    if (load_map(opt_ctx.mappath) != 0) {
-        log_err_as("import", "Fail to load MAP %s\n", opt_ctx.mappath);
-        return -1;
-    }
-    tbl_ref_counts* counts = tbl_ref_counts_open(tarn_fri_set_init_bit);
-    const int result = import_map(opt_ctx.map_kind, root, counts);
-    return finish_import(counts) == 0 ? result : -1;
-}
-
-int import() {
-    const int result = load_and_import();
-    close_fri();
-    close_tbl();
-    close_map();
-    return result;
+    return with_files(__func__, paths, {KIND_FRI, KIND_TBL, KIND_MAP}, [&] {
+        tbl_ref_counts* counts = tbl_ref_counts_open(tarn_fri_set_init_bit);
+        const int result = import_map(kind, root, counts);
+        return finish_import(counts) == 0 ? result : -1;
+    });
 }

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "volume/volume_paths.h"
+
 struct tbl_ref_counts;
 
 // Counts every mapped entry of the current map, one of map_kind_code, of the volume `root`, into
@@ -19,6 +21,6 @@ int import_map(int32_t kind, const char* root, tbl_ref_counts* counts);
 // entry that brought its group into memory. Null: 0.
 int finish_import(tbl_ref_counts* counts);
 
-// --import: the map at opt_ctx.mappath into the table and index at tblpath and fripath, in place.
-// 0, or -1, logged; all three are closed.
-int import();
+// --import: the map, of that kind, into the table and index, all three at `paths`, in place. 0, or
+// -1, logged; all three are closed.
+int import(const volume_paths* paths, int32_t kind);

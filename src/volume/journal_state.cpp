@@ -2,38 +2,32 @@
 
 #include "jnl/jnl_file.h"
 #include "journal_status.h"
-#include "options.h"
 #include "platform.h"
 #include "store/log.h"
 #include "volume/discovery.h"
+#include "volume/metadata_files.h"
 
-int tarn_set_journal_status(uint32_t status) {
-    int result = -1;
-    if (load_jnl(opt_ctx.jnlpath) != 0) {
-        log_err("Fail to load JNL %s\n", opt_ctx.jnlpath);
-    } else if (set_journal_status(status) < 0) {
-        log_err("Fail to set journal %s BAD\n", opt_ctx.jnlpath);  // whatever the status
-    } else {
-        result = 0;
-    }
-    close_jnl();
-    return result;
+int tarn_set_journal_status(const volume_paths* paths, uint32_t status) {
+    const char* const name = __func__;
+    return with_files(name, paths, {KIND_JNL}, [&] {
+        if (set_journal_status(status) < 0) {
+            log_err_as(name, "Fail to set journal %s BAD\n",
+                       paths->journal);  // whatever the status
+            return -1;
+        }
+        return 0;
+    });
 }
 
-int tarn_get_journal_status(uint32_t* status) {
-    int result = -1;
-    if (load_jnl(opt_ctx.jnlpath) != 0) {
-        log_err("Fail to load JNL %s\n", opt_ctx.jnlpath);
-    } else {
+int tarn_get_journal_status(const volume_paths* paths, uint32_t* status) {
+    return with_files(__func__, paths, {KIND_JNL}, [&] {
         *status = static_cast<uint32_t>(journal_status());
-        result = 0;
-    }
-    close_jnl();
-    return result;
+        return 0;
+    });
 }
 
 // 1 read-only, 0 writable, -1 unknown; logged under the name that operators know: the caller's.
-static int is_read_only(const char* volume, int, char**) {
+static int is_read_only(const char* volume) {
     static constexpr const char* name = "is_read_only_volume_exist";
     ORBAMountVolInfo info = {};
     if (ORBAMountVolInfoGet(volume, &info) < 0) {
@@ -48,18 +42,18 @@ static int is_read_only(const char* volume, int, char**) {
 }
 
 int is_read_only_volume_exist() {
-    return for_each_volume(__func__, is_read_only, 0, nullptr);
+    return for_each_volume(__func__, is_read_only);
 }
 
-int set_journal_ro_bad_when_ro_volume_exist() {
+int set_journal_ro_bad_when_ro_volume_exist(const volume_paths* paths) {
     const int result = is_read_only_volume_exist();
     if (result == 0) {
         return 0;
     }
-    if (tarn_set_journal_status(JNL_STATUS_RO) != 0) {
-        log_err("Fail to set journal %s Read-Only BAD\n", opt_ctx.jnlpath);
+    if (tarn_set_journal_status(paths, JNL_STATUS_RO) != 0) {
+        log_err("Fail to set journal %s Read-Only BAD\n", paths->journal);
         return -1;
     }
-    log_err("Set journal %s Read-Only BAD\n", opt_ctx.jnlpath);
+    log_err("Set journal %s Read-Only BAD\n", paths->journal);
     return result;
 }

@@ -1,15 +1,17 @@
 // The journal's status word as a whole: reading and setting it, and the guard that marks the
-// journal when a volume cannot be written. Below: jnl_file.h, discovery.h.
+// journal when a volume cannot be written. Below: metadata_files.h, discovery.h.
 #pragma once
 
 #include <cstdint>
 
-// Loads the journal at opt_ctx.jnlpath, sets its status, closes it. 0, or -1, logged.
-int tarn_set_journal_status(uint32_t status);
+#include "volume/volume_paths.h"
+
+// Loads the journal, sets its status, closes it. 0, or -1, logged.
+int tarn_set_journal_status(const volume_paths* paths, uint32_t status);
 // Loads it, stores its status through `status`, closes it. 0, or -1, logged.
-int tarn_get_journal_status(uint32_t* status);
+int tarn_get_journal_status(const volume_paths* paths, uint32_t* status);
 // 1 when a volume is mounted read-only, 0 when none is, -1 on failure; logged. Called through the
 // guard below.
 int is_read_only_volume_exist();
 // The same results. For 1 and -1 the journal is set to JNL_STATUS_RO first (-1 when that fails).
-int set_journal_ro_bad_when_ro_volume_exist();
+int set_journal_ro_bad_when_ro_volume_exist(const volume_paths* paths);

@@ -6,11 +6,10 @@
 #include "map/map_file.h"
 #include "map/map_scan.h"
 #include "map/map_verify.h"
-#include "options.h"
 #include "print.h"
 #include "store/log.h"
 #include "volume/map_walk.h"
-#include "volume/volume_paths.h"
+#include "volume/metadata_files.h"
 
 enum class scan_step { go_on, finished, failed };
 
@@ -174,26 +173,18 @@ int do_check_map(int32_t kind, int32_t repair, const char* root) {
     return settle_mapped_count(scan.mapped, repair);
 }
 
-static int check_loaded_map() {
+int check_map(const volume_paths* paths, int32_t kind, int32_t repair) {
+    const char* const name = __func__;
     char root[PATH_TEXT_SIZE] = {};
-    if (parse_volume_path(opt_ctx.mappath, root) < 0) {
-        log_err_as("check_map", "Fail to parse volume path from %s\n", opt_ctx.mappath);
+    if (parse_volume_path(paths->map, root) < 0) {
+        log_err("Fail to parse volume path from %s\n", paths->map);
         return -1;
     }
-    if (load_map(opt_ctx.mappath) != 0) {
-        log_err_as("check_map", "Fail to load MAP %s\n", opt_ctx.mappath);
-        return -1;
-    }
-    const int result = do_check_map(opt_ctx.map_kind, opt_ctx.repair, root);
-    if (result < 0) {
-        log_err_as("check_map", "do_check_map error(%d)\n", result);
-        return result;
-    }
-    return 0;
-}
-
-int check_map() {
-    const int result = check_loaded_map();
-    close_map();
-    return result;
+    return with_files(name, paths, {KIND_MAP}, [&] {
+        const int result = do_check_map(kind, repair, root);
+        if (result < 0) {
+            log_err_as(name, "do_check_map error(%d)\n", result);
+        }
+        return result < 0 ? result : 0;
+    });
 }

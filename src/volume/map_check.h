@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "volume/volume_paths.h"
+
 // Scans the current map, one of map_kind_code, of the volume `root`; an unmap buffer's scan ends at
 // its first unmapped entry. With `repair` a node whose checksum does not match is blanked, and the
 // mapped count becomes the number of entries found. Told on standard output. Returns 0 when the
@@ -11,5 +13,5 @@
 // the result is its node's: 0, or 1 for a mismatched one, deliberate.
 int do_check_map(int32_t kind, int32_t repair, const char* root);
 
-// --check-map: the map at opt_ctx.mappath. 0, or negative, logged; the map is closed.
-int check_map();
+// --check-map: the map at paths->map. 0, or negative, logged; the map is closed.
+int check_map(const volume_paths* paths, int32_t kind, int32_t repair);

@@ -3,8 +3,12 @@
 // one_key.h.
 #pragma once
 
-// Rebuilds table and index of the volume in opt_ctx.volpath into its FIX_DIR. 0: both lie there,
-// complete and on the disk, and so are their names. -1, logged or reported on standard output:
-// FIX_DIR is gone, even one that was there before, deliberate; without a first data file that can
-// be loaded it is not touched.
-int do_reconstruct_volume();
+#include <cstdint>
+
+#include "volume/volume_paths.h"
+
+// Rebuilds table and index of the volume at paths->root into its FIX_DIR, repairing each map first
+// when `repair` is 1. 0: both are there, complete and on the disk, and so are their names. -1,
+// logged or printed: FIX_DIR is gone, even one that was there before, deliberate; without a first
+// data file that can be loaded it is not touched.
+int do_reconstruct_volume(const volume_paths* paths, int32_t repair);

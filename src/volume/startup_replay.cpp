@@ -1,5 +1,5 @@
 // The steps of start-up replay:
-//  1. the journal's path; without a journal file there is nothing to do
+//  1. the options and the journal's path; without a journal file there is nothing to do
 //  2. locks on the journal's directory and on every volume, against a second run
 //  3. the status: a clean shutdown is only checked (5, 7), an unclean one goes on, others end here
 //  4. every volume that ought to be there is there, with a table and an index of one age
@@ -14,35 +14,33 @@
 #include <cstdio>
 
 #include "journal_status.h"
-#include "options.h"
 #include "platform.h"
 #include "print.h"
 #include "store/descriptor.h"
 #include "store/keep_journal.h"
 #include "volume/consistency.h"
-#include "volume/first_map.h"
+#include "volume/discovery.h"
 #include "volume/journal_state.h"
-#include "volume/path_list.h"
 #include "volume/run_lock.h"
 #include "volume/swap_marker.h"
 #include "volume/volume_journal.h"
-#include "volume/volume_paths.h"
 
 static constexpr const char* NAME = "vaai_startup_replay";  // its steps log under its name
 
 // What one run holds.
 struct startup_run {
+    const char* journal;
     int listed;  // what the listing of volumes answered; negative: it failed
     ORBASpaceInfo* spaces;
-    path_entry volumes;  // those of them that carry LUN metadata
-    run_lock lock;       // the first `volume_count` directories are these volumes
+    path_list volumes;  // those of them that carry LUN metadata
+    run_lock lock;      // the first `volume_count` directories are these volumes
     uint32_t volume_count;
     int journal_dir;  // open for reading
 };
 
-static int mark_journal_bad() {
-    if (tarn_set_journal_status(JNL_STATUS_BAD) != 0) {
-        log_err_as(NAME, "Fail to set journal %s BAD\n", opt_ctx.jnlpath);
+static int mark_journal_bad(const volume_paths* paths) {
+    if (tarn_set_journal_status(paths, JNL_STATUS_BAD) != 0) {
+        log_err_as(NAME, "Fail to set journal %s BAD\n", paths->journal);
     }
     return -1;
 }
@@ -51,8 +49,9 @@ static int hold_volume(startup_run* run, const char* root) {
     if (!may_be_vaai_volume(root)) {
         return 0;
     }
-    return run_lock_add(&run->lock, root, nullptr) == 0 ? add_path_entry(root, &run->volumes, 0)
-                                                        : -1;
+    return run_lock_add(&run->lock, root, nullptr) == 0
+               ? add_path_entry(root, &run->volumes.head, 0)
+               : -1;
 }
 
 // Volumes that cannot be listed are the guard's to report.
@@ -63,7 +62,7 @@ static int hold_everything(startup_run* run) {
         result = hold_volume(run, at->mount_path);
     }
     run->volume_count = run->lock.count;
-    return result == 0 ? run_lock_journal(&run->lock, opt_ctx.jnlpath, &run->journal_dir) : -1;
+    return result == 0 ? run_lock_journal(&run->lock, run->journal, &run->journal_dir) : -1;
 }
 
 // 1: it holds nothing, 0: it does; -1, logged: it cannot be read.
@@ -104,7 +103,7 @@ static bool is_there(const char* root) {
 // A repair that was cut between table and index is finished first: a replay into both would be
 // wrong.
 static bool all_are_pairs(const startup_run* run) {
-    for (const path_entry* at = run->volumes.next; at != &run->volumes; at = at->next) {
+    for (const path_entry* at = run->volumes.head.next; at != &run->volumes.head; at = at->next) {
         if (table_swap_expect_pair(at->name) != 0) {
             return false;  // logged there
         }
@@ -131,9 +130,11 @@ static bool all_volumes_there(const startup_run* run) {
 // A volume without table and index is skipped by replay and check: what the journal says of its
 // maps was not done.
 static void look_for_maps_without_tables(const startup_run* run) {
-    for (const path_entry* at = run->volumes.next; at != &run->volumes; at = at->next) {
-        set_live_table_paths(at->name);
-        if (is_regular_file(opt_ctx.tblpath) == 1 || is_regular_file(opt_ctx.fripath) == 1) {
+    volume_paths paths = {};
+    for (const path_entry* at = run->volumes.head.next; at != &run->volumes.head; at = at->next) {
+        set_volume_root(&paths, at->name);
+        (void)set_table_paths(&paths, EP_DIR);  // logged; an empty path is no file
+        if (is_regular_file(paths.table) == 1 || is_regular_file(paths.index) == 1) {
             continue;
         }
         char map[PATH_TEXT_SIZE];
@@ -162,57 +163,58 @@ static int sync_removal(const startup_run* run) {
     if (io_sync(run->journal_dir) == 0) {
         return 0;
     }
-    log_err_as(NAME, "Journal %s is removed, Fail to sync its directory: %s\n", opt_ctx.jnlpath,
+    log_err_as(NAME, "Journal %s is removed, Fail to sync its directory: %s\n", run->journal,
                strerror(errno));
     return -1;
 }
 
-static int remove_journal(const startup_run* run) {
+static int remove_journal(const startup_run* run, const volume_paths* paths) {
     look_for_maps_without_tables(run);
     sync_volumes(run);
     const keep_reasons reasons = keep_journal_reasons();
     if (reasons.count != 0) {
-        log_err_as(NAME, "Keep journal %s, reasons %llu, the first: %s\n", opt_ctx.jnlpath,
+        log_err_as(NAME, "Keep journal %s, reasons %llu, the first: %s\n", paths->journal,
                    ull(reasons.count), reasons.first);
-        return mark_journal_bad();
+        return mark_journal_bad(paths);
     }
-    tarn_log("%s(%d) Journal Consistent, Remove %s\n", NAME, __LINE__, opt_ctx.jnlpath);
-    if (io_unlink(opt_ctx.jnlpath) != 0) {
-        log_err_as(NAME, "Fail to remove journal %s\n", opt_ctx.jnlpath);
+    tarn_log("%s(%d) Journal Consistent, Remove %s\n", NAME, __LINE__, paths->journal);
+    if (io_unlink(paths->journal) != 0) {
+        log_err_as(NAME, "Fail to remove journal %s\n", paths->journal);
         return -1;
     }
     return sync_removal(run);
 }
 
 // After an unclean shutdown.
-static int replay_check_and_remove(const startup_run* run, int argc, char** argv) {
+static int replay_check_and_remove(const startup_run* run, volume_paths* paths,
+                                   option_scan* options) {
     if (!all_volumes_there(run) || !all_are_pairs(run) ||
-        set_journal_ro_bad_when_ro_volume_exist() != 0) {
+        set_journal_ro_bad_when_ro_volume_exist(paths) != 0) {
         return -1;
     }
     tarn_log("%s(%d) Start to replaying Journal\n", NAME, __LINE__);
-    if (replay_all_vol_journal(argc, argv, 0) != 0 ||
-        check_all_vol_metadata_consistent(argc, argv) != 0) {
-        return mark_journal_bad();
+    if (replay_all_vol_journal(paths, options) != 0 ||
+        check_all_vol_metadata_consistent(paths, options) != 0) {
+        return mark_journal_bad(paths);
     }
-    return remove_journal(run);
+    return remove_journal(run, paths);
 }
 
 // After a clean shutdown: the journal stays.
-static int check_only(const startup_run* run, int argc, char** argv) {
-    if (!all_are_pairs(run) || set_journal_ro_bad_when_ro_volume_exist() != 0) {
+static int check_only(const startup_run* run, volume_paths* paths, option_scan* options) {
+    if (!all_are_pairs(run) || set_journal_ro_bad_when_ro_volume_exist(paths) != 0) {
         return -1;
     }
-    if (check_all_vol_metadata_consistent(argc, argv) != 0) {
-        return mark_journal_bad();
+    if (check_all_vol_metadata_consistent(paths, options) != 0) {
+        return mark_journal_bad(paths);
     }
     return 0;
 }
 
-static int act_on_status(const startup_run* run, int argc, char** argv) {
+static int act_on_status(const startup_run* run, volume_paths* paths, option_scan* options) {
     uint32_t status = JNL_STATUS_INIT;
-    if (tarn_get_journal_status(&status) != 0) {
-        log_err_as(NAME, "Fail to get journal status, jnlPath %s\n", opt_ctx.jnlpath);
+    if (tarn_get_journal_status(paths, &status) != 0) {
+        log_err_as(NAME, "Fail to get journal status, jnlPath %s\n", paths->journal);
         return -1;
     }
     switch (status) {
@@ -221,34 +223,36 @@ static int act_on_status(const startup_run* run, int argc, char** argv) {
             return -1;  // a bad journal is never replayed
         case JNL_STATUS_RO:
         case JNL_STATUS_ABNORMAL:
-            return replay_check_and_remove(run, argc, argv);
+            return replay_check_and_remove(run, paths, options);
         case JNL_STATUS_SUCCESS:
-            return check_only(run, argc, argv);
+            return check_only(run, paths, options);
         default:
             return -1;  // never used, or unknown: nothing is touched
     }
 }
 
-int vaai_startup_replay(int argc, char** argv) {
-    if (parse_sub_options(argc, argv) != 0) {
+// Sets a journal that is not named, and prints its path. 0, or -1, logged.
+static int choose_journal(volume_paths* paths) {
+    if (paths->journal[0] != '\0') {
+        return 0;
+    }
+    const int found = get_jnl_root_path(paths);
+    printf("TARN_INFO: jnlPath=%s\n", paths->journal);
+    return found;
+}
+
+int vaai_startup_replay(volume_paths* paths, option_scan* options) {
+    if (options->read(options, paths) != 0 || choose_journal(paths) != 0) {
         return -1;
     }
-    if (opt_ctx.jnlpath[0] == '\0') {
-        const int found = get_jnl_root_path();
-        printf("TARN_INFO: jnlPath=%s\n", opt_ctx.jnlpath);
-        if (found != 0) {
-            return -1;  // logged there
-        }
-    }
-    const path_kind kind = kind_of_path(__func__, opt_ctx.jnlpath);
+    const path_kind kind = kind_of_path(__func__, paths->journal);
     if (kind != path_kind::file) {
         return kind == path_kind::unknown ? -1 : 0;
     }
     startup_run run = {};
-    init_path_list(&run.volumes);
-    const int result = hold_everything(&run) == 0 ? act_on_status(&run, argc, argv) : -1;
+    run.journal = paths->journal;
+    const int result = hold_everything(&run) == 0 ? act_on_status(&run, paths, options) : -1;
     run_lock_release(&run.lock);
-    free_path_list(&run.volumes);
     ORBASpaceInfoFree(run.spaces);
     return result;
 }

@@ -6,14 +6,12 @@
 #include "map/map_file.h"
 #include "store/log.h"
 #include "volume/discovery.h"
-#include "volume/path_list.h"
-#include "volume/volume_paths.h"
 
 static constexpr size_t BUFFER_PATH_SIZE = 256;
 
 static int count_entries(const char* root, uint64_t* count) {
     char path[BUFFER_PATH_SIZE];
-    if (form_path(path, sizeof path, "%s/%s/EP_BUF", root, EP_DIR) != 0) {
+    if (form_path(path, sizeof path, "%s/%s/%s", root, EP_DIR, UNMAP_BUFFER_NAME) != 0) {
         return -1;
     }
     const int result = get_map_count(path, count);
@@ -25,20 +23,13 @@ static int count_entries(const char* root, uint64_t* count) {
 }
 
 int count_vol_unmap_buffer() {
-    path_entry volumes = {};
-    init_path_list(&volumes);
-    int result = enum_all_volumes(&volumes);
-    if (result != 0) {
-        log_err("Fail to enum all volumes\n");
-    }
     int left = 0;
-    for (const path_entry* volume = volumes.next; volume != &volumes && result == 0;
-         volume = volume->next) {
+    const int result = for_each_volume(__func__, [&](const char* root) {
         uint64_t entries = 0;
-        result = count_entries(volume->name, &entries);
+        const int counted = count_entries(root, &entries);
         left += entries != 0 ? 1 : 0;
-    }
-    free_path_list(&volumes);
+        return counted;
+    });
     if (result != 0) {
         return -1;
     }

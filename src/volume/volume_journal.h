@@ -1,10 +1,15 @@
 // The journal over whole volumes: check and replay of every file of a volume, and of all volumes.
 // Below: journal_drivers.h, discovery.h, handle_set.h, swap_marker.h. Above: the commands, start-up
-// replay.
+// replay, one_key.h.
 #pragma once
 
-// 0, or -1 at the first failure, logged; what was replayed stays replayed.
-int check_vol_journal(int argc, char** argv, int argument);       // the volume in opt_ctx.volpath
-int replay_vol_journal(int argc, char** argv, int argument);      // the same
-int check_all_vol_journal(int argc, char** argv);                 // scans sub-options
-int replay_all_vol_journal(int argc, char** argv, int argument);  // scans sub-options
+#include "volume/option_scan.h"
+#include "volume/volume_paths.h"
+
+// The files of the volume at paths->root. 0, or -1 at the first failure, logged; what was replayed
+// stays replayed. `paths` is left with the last files that were used.
+int check_vol_journal(volume_paths* paths);
+int replay_vol_journal(volume_paths* paths, option_scan* options);
+// Every volume, after a scan of the options; leaves the root of the last one that was tried.
+int check_all_vol_journal(volume_paths* paths, option_scan* options);
+int replay_all_vol_journal(volume_paths* paths, option_scan* options);

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "options.h"
 #include "platform.h"
 #include "store/descriptor.h"
 #include "store/keep_journal.h"
@@ -26,6 +25,14 @@ int form_path(char* out, size_t size, const char* format, ...) {
         return -1;
     }
     return 0;
+}
+
+// A file of the volume itself, in EP_DIR. Whoever looks for it logs what is missing.
+static void form_quietly(char* out, const char* root, const char* name) {
+    const int length = snprintf(out, PATH_TEXT_SIZE, "%s/%s/%s", root, EP_DIR, name);
+    if (length < 0 || static_cast<size_t>(length) >= PATH_TEXT_SIZE) {
+        out[0] = '\0';
+    }
 }
 
 static path_kind kind_of_status(int result, const struct stat64* status) {
@@ -50,7 +57,7 @@ path_kind kind_of_path(const char* caller, const char* path) {
     return kind;
 }
 
-static constexpr const char* VAAI_DIRECTORIES[] = {EP_DIR, "@iSCSITrg"};
+static constexpr const char* VAAI_DIRECTORIES[] = {EP_DIR, LUN_DIR};
 
 bool may_be_vaai_volume(const char* path) {
     if (strstr(path, "/volume") == nullptr) {
@@ -96,21 +103,40 @@ int is_regular_file(const char* path) {
     return kind_of_path(__func__, path) == path_kind::file ? 1 : 0;
 }
 
-int get_jnl_root_path() {
+void set_volume_root(volume_paths* paths, const char* root) {
+    snprintf(paths->root, sizeof paths->root, "%s", root);
+    form_quietly(paths->unmap_buffer, root, UNMAP_BUFFER_NAME);
+    form_quietly(paths->rod_map, root, ROD_MAP_NAME);
+}
+
+int set_table_paths(volume_paths* paths, const char* name) {
+    const char* root = paths->root;
+    const int index =
+        form_path(paths->index, sizeof paths->index, "%s/%s/%s", root, name, INDEX_NAME);
+    const int table =
+        form_path(paths->table, sizeof paths->table, "%s/%s/%s", root, name, TABLE_NAME);
+    return index == 0 && table == 0 ? 0 : -1;
+}
+
+void set_map_path(volume_paths* paths, const char* map) {
+    snprintf(paths->map, sizeof paths->map, "%s", map);
+}
+
+int get_jnl_root_path(volume_paths* paths) {
     char root[JOURNAL_ROOT_SIZE] = {};
     if (ORBAiSCSIConfJournalRootPathGet(root, sizeof root, 0) < 0) {
         log_err("Fail to get the journal root\n");
         return -1;
     }
-    return form_path(opt_ctx.jnlpath, sizeof opt_ctx.jnlpath, "%s/EP_JNL", root);
+    return form_path(paths->journal, sizeof paths->journal, "%s/%s", root, JOURNAL_NAME);
 }
 
-int prepare_jnl_path() {
-    if (opt_ctx.jnlpath[0] == '\0' && get_jnl_root_path() != 0) {
+int prepare_jnl_path(volume_paths* paths) {
+    if (paths->journal[0] == '\0' && get_jnl_root_path(paths) != 0) {
         return -1;
     }
-    if (is_regular_file(opt_ctx.jnlpath) == 0) {
-        printf("TARN_INFO: REPLAY jnlPath doesn't exist %s\n", opt_ctx.jnlpath);
+    if (is_regular_file(paths->journal) == 0) {
+        printf("TARN_INFO: REPLAY jnlPath doesn't exist %s\n", paths->journal);
     }
     return 0;
 }
@@ -129,10 +155,4 @@ int parse_volume_path(const char* path, char* out) {
         return -1;
     }
     return snprintf(out, PATH_TEXT_SIZE, "/volume%d", number);
-}
-
-void set_live_table_paths(const char* root) {
-    // A root too long leaves the path empty, and the load of an empty path fails.
-    (void)form_path(opt_ctx.fripath, sizeof opt_ctx.fripath, "%s/%s/EP_FRI", root, EP_DIR);
-    (void)form_path(opt_ctx.tblpath, sizeof opt_ctx.tblpath, "%s/%s/EP_TBL", root, EP_DIR);
 }

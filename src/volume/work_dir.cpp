@@ -4,7 +4,6 @@
 #include <cstring>
 #include <fcntl.h>
 
-#include "options.h"
 #include "platform.h"
 #include "store/descriptor.h"
 #include "store/keep_journal.h"
@@ -30,10 +29,9 @@ static bool may_be_removed(const char* dir) {
     return true;
 }
 
-void remove_work_dir(const char* dir_name) {
+void remove_work_dir(const char* root, const char* dir_name) {
     char dir[WORK_PATH_SIZE];
-    if (form_path(dir, sizeof dir, "%s/%s", opt_ctx.volpath, dir_name) != 0 ||
-        !may_be_removed(dir)) {
+    if (form_path(dir, sizeof dir, "%s/%s", root, dir_name) != 0 || !may_be_removed(dir)) {
         return;
     }
     const int status = io_allow(io_call::spawn)

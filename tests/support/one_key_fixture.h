@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/operations.h"
 #include "fri/fri_file.h"
 #include "map/map_file.h"
 #include "options.h"

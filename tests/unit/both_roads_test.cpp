@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/operations.h"
 #include "fri/fri_entries.h"
 #include "map/map_file.h"
 #include "options.h"
@@ -28,7 +29,6 @@
 #include "tbl/tbl_ref_counts.h"
 #include "tbl/tbl_show.h"
 #include "volume/consistency.h"
-#include "volume/finalize.h"
 #include "volume/full_check.h"
 #include "volume/import.h"
 #include "volume/import_volume.h"

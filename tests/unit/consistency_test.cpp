@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include "cli/operations.h"
 #include "fri/fri_file.h"
 #include "jnl/jnl_file.h"
 #include "journal_status.h"

@@ -10,6 +10,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "cli/operations.h"
 #include "options.h"
 #include "store/keep_journal.h"
 #include "support/io_faults.h"
@@ -17,7 +18,6 @@
 #include "support/open_files.h"
 #include "support/sample_volumes.h"
 #include "support/stdout_capture.h"
-#include "volume/path_list.h"
 
 class discovery : public testing::Test {
 protected:

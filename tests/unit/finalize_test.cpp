@@ -1,9 +1,8 @@
-#include "volume/finalize.h"
-
 #include <cerrno>
 #include <gtest/gtest.h>
 #include <string>
 
+#include "cli/operations.h"
 #include "fri/fri_file.h"
 #include "options.h"
 #include "support/io_faults.h"
@@ -13,6 +12,7 @@
 #include "support/sample_volumes.h"
 #include "support/stdout_capture.h"
 #include "tbl/tbl_file.h"
+#include "volume/consistency.h"
 
 class finalize_command : public testing::Test {
 protected:

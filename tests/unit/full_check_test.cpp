@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/operations.h"
 #include "options.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"

@@ -6,6 +6,7 @@
 #include <string>
 #include <sys/stat.h>
 
+#include "cli/operations.h"
 #include "fri/fri_file.h"
 #include "map/map_file.h"
 #include "options.h"

@@ -1,9 +1,9 @@
-#include "volume/journal_drivers.h"
 
 #include <cerrno>
 #include <gtest/gtest.h>
 #include <string>
 
+#include "cli/operations.h"
 #include "fri/fri_file.h"
 #include "jnl/jnl_file.h"
 #include "journal_status.h"

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/operations.h"
 #include "map/map_file.h"
 #include "options.h"
 #include "support/hex.h"

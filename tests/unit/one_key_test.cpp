@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include "cli/operations.h"
 #include "support/io_faults.h"
 #include "support/one_key_fixture.h"
 #include "volume/table_swap.h"

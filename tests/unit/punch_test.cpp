@@ -1,5 +1,3 @@
-#include "volume/punch.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -12,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "cli/punch.h"
+#include "cli/punch_command.h"
 #include "fri/fri_file.h"
 #include "options.h"
 #include "store/keep_journal.h"
@@ -25,6 +23,7 @@
 #include "support/standard_input.h"
 #include "support/stdout_capture.h"
 #include "tbl/tbl_file.h"
+#include "volume/hole_punching.h"
 
 // Extents of a mebibyte, six of them in the data file. Extents 0, 2 and 3 are in use.
 class punch : public testing::Test {

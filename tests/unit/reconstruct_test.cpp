@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include "cli/operations.h"
 #include "fri/fri_file.h"
 #include "options.h"
 #include "store/keep_journal.h"

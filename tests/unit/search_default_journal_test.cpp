@@ -1,6 +1,7 @@
 // --search jnl without a path: the configured journal, and what is logged when there is none.
 #include <gtest/gtest.h>
 
+#include "cli/operations.h"
 #include "cli/search.h"
 #include "jnl/jnl_file.h"
 #include "support/log_capture.h"

@@ -1,9 +1,8 @@
-#include "cli/service_pause.h"
-
 #include <csignal>
 #include <gtest/gtest.h>
 #include <string>
 
+#include "cli/one_key_commands.h"
 #include "support/log_capture.h"
 #include "support/sample_volumes.h"
 #include "support/stop_signal_defaults.h"

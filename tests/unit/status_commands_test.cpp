@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include "cli/operations.h"
 #include "jnl/jnl_file.h"
 #include "journal_status.h"
 #include "options.h"

@@ -1,3 +1,5 @@
+#include "cli/sub_options.h"
+
 #include <gtest/gtest.h>
 #include <string>
 

@@ -7,6 +7,7 @@
 #include <set>
 #include <unistd.h>
 
+#include "cli/operations.h"
 #include "store/descriptor.h"
 #include "store/keep_journal.h"
 #include "support/stdout_capture.h"

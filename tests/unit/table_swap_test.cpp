@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "cli/operations.h"
 #include "support/io_faults.h"
 #include "support/swap_fixture.h"
 

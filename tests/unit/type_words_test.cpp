@@ -2,9 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "cli/operations.h"
 #include "support/log_capture.h"
-#include "volume/journal_drivers.h"
-#include "volume/volume_journal.h"
 
 TEST(type_words, each_word_of_ckjnl_and_rpjnl_has_its_driver) {
     log_capture log;

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/operations.h"
 #include "fri/fri_file.h"
 #include "jnl/jnl_file.h"
 #include "journal_status.h"
@@ -19,7 +20,6 @@
 #include "support/stdout_capture.h"
 #include "tbl/tbl_file.h"
 #include "volume/discovery.h"
-#include "volume/path_list.h"
 
 class volume_journal : public testing::Test {
 protected:

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include "cli/operations.h"
 #include "options.h"
 #include "platform.h"
 #include "support/log_capture.h"
@@ -125,15 +126,21 @@ TEST(parse_volume_path, refuses_a_path_of_128_characters_and_one_without_a_volum
     EXPECT_EQ(parse_volume_path("/volume0/@EP/EP_TBL", out), -1);
 }
 
-TEST(live_table_paths, stand_in_the_volume_or_are_empty_when_they_do_not_fit) {
-    const sample_volumes volumes;
-    set_live_table_paths("/volume3");
-    EXPECT_STREQ(opt_ctx.fripath, "/volume3/@EP/EP_FRI");
-    EXPECT_STREQ(opt_ctx.tblpath, "/volume3/@EP/EP_TBL");
+TEST(table_paths, are_in_a_directory_of_the_volume_or_empty_when_they_do_not_fit) {
+    volume_paths paths = {};
+    set_volume_root(&paths, "/volume3");
+    EXPECT_EQ(set_table_paths(&paths, "@EP_FIX"), 0);
+    EXPECT_STREQ(paths.index, "/volume3/@EP_FIX/EP_FRI");
+    EXPECT_STREQ(paths.table, "/volume3/@EP_FIX/EP_TBL");
+    EXPECT_STREQ(paths.unmap_buffer, "/volume3/@EP/EP_BUF");
+    EXPECT_STREQ(paths.rod_map, "/volume3/@EP/EP_ROD");
     log_capture log;
-    set_live_table_paths(std::string(4090, 'a').c_str());
-    EXPECT_STREQ(opt_ctx.fripath, "");
-    EXPECT_STREQ(opt_ctx.tblpath, "");
+    set_volume_root(&paths, std::string(4090, 'a').c_str());
+    EXPECT_EQ(set_table_paths(&paths, "@EP"), -1);
+    EXPECT_STREQ(paths.index, "");
+    EXPECT_STREQ(paths.table, "");
+    EXPECT_STREQ(paths.unmap_buffer, "");
+    EXPECT_STREQ(paths.rod_map, "");
     EXPECT_EQ(log.count("path does not fit into 4096 bytes"), 2u);
 }
 

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 
+#include "cli/operations.h"
 #include "options.h"
 #include "store/keep_journal.h"
 #include "support/io_faults.h"

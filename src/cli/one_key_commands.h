@@ -1,6 +1,11 @@
-// Running a procedure while the iSCSI target service is paused. Below: the platform,
-// stop_signals.h.
+// --onekeycheck and --onekeyrepair: the iSCSI target service is paused, and a second run refused,
+// while one of them works. Below: operations.h, command_locks.h, the platform, stop_signals.h.
+// Above: the command table.
 #pragma once
+
+// Each prints how it ended. 0, or negative.
+int run_onekeycheck(int argc, char** argv, const char* argument);
+int run_onekeyrepair(int argc, char** argv, const char* argument);
 
 // Pauses the service, runs `procedure`, resumes the service. Returns the procedure's result; -1,
 // logged, when the service cannot be paused (the procedure does not run then) or resumed, or when a

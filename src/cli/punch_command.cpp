@@ -1,17 +1,16 @@
-#include "cli/punch.h"
+#include "cli/punch_command.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <getopt.h>
 
-#include "fri/fri_file.h"
+#include "cli/operations.h"
 #include "options.h"
 #include "store/log.h"
-#include "tbl/tbl_file.h"
-#include "volume/punch.h"
+#include "volume/hole_punching.h"
+#include "volume/metadata_files.h"
 #include "volume/run_lock.h"
-#include "volume/volume_paths.h"
 
 struct punch_options {
     bool all_groups;
@@ -19,13 +18,12 @@ struct punch_options {
     int64_t length;  // extents
 };
 
-// Decimal, signed, with no range check, deliberate: what no number can hold becomes the nearest
-// one.
+// Decimal, signed; out-of-range values saturate, deliberate.
 static int64_t decimal(const char* text) {
     return strtoll(text, nullptr, 10);
 }
 
-// A path that does not fit is cut, as the other options cut theirs.
+// The volume's root. A path that does not fit is cut, as the other options cut theirs.
 static void copy_volume_path(const char* argument) {
     const int length = snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", argument);
     if (length < 0 || static_cast<size_t>(length) >= sizeof opt_ctx.volpath) {
@@ -33,7 +31,7 @@ static void copy_volume_path(const char* argument) {
     }
 }
 
-// The scanner's "?" names the letter: one of ours stands without its argument.
+// The scanner's "?" names the letter: one of ours came without its argument.
 static int refuse_option(int letter) {
     switch (letter) {
         case 'p':
@@ -89,7 +87,7 @@ static int scan_options(int argc, char** argv, punch_options* options) {
     return 0;
 }
 
-// Only the whole line "YES" is a yes; the end of the input is none.
+// Only the whole line "YES" is a yes; the end of the input is not.
 static bool answered_yes() {
     char line[10] = {};
     printf("Do you wants to PUCH the data?(YES/NO) [NO]: ");
@@ -97,24 +95,17 @@ static bool answered_yes() {
     return fgets(line, sizeof line, stdin) != nullptr && strcmp(line, "YES\n") == 0;
 }
 
-static int ask_and_punch(const punch_options* options) {
-    if (load_fri(opt_ctx.fripath) != 0) {
-        log_err_as("punch_hole", "Fail to load FRI %s\n", opt_ctx.fripath);
-        return -1;
-    }
-    if (load_tbl(opt_ctx.tblpath) != 0) {
-        log_err_as("punch_hole", "Fail to load TBL %s\n", opt_ctx.tblpath);
-        return -1;
-    }
+// With table and index loaded.
+static int ask_and_punch(const char* root, const punch_options* options) {
     if (!answered_yes()) {
         return 0;
     }
-    printf("TARN_INFO: PUNCH volume: %s\n", opt_ctx.volpath);
-    const int result = dat_cal_end_lpa(opt_ctx.volpath, options->all_groups,
-                                       static_cast<uint64_t>(options->offset),
-                                       static_cast<uint64_t>(options->length));
+    printf("TARN_INFO: PUNCH volume: %s\n", root);
+    const int result =
+        dat_cal_end_lpa(root, options->all_groups, static_cast<uint64_t>(options->offset),
+                        static_cast<uint64_t>(options->length));
     if (result != 0) {
-        log_err_as("punch_hole", "Fail to PUNCH %s\n", opt_ctx.volpath);
+        log_err_as("punch_hole", "Fail to PUNCH %s\n", root);
     }
     return result;
 }
@@ -122,13 +113,14 @@ static int ask_and_punch(const punch_options* options) {
 int punch_hole(int argc, char** argv) {
     punch_options options{};
     run_lock_scope held;
-    if (scan_options(argc, argv, &options) != 0 || is_vaai_volume(opt_ctx.volpath) != 1 ||
-        run_lock_add(&held.lock, opt_ctx.volpath, nullptr) != 0) {
+    if (scan_options(argc, argv, &options) != 0) {
         return -1;
     }
-    set_live_table_paths(opt_ctx.volpath);
-    const int result = ask_and_punch(&options);
-    close_tbl();
-    close_fri();
-    return result;
+    volume_paths paths = paths_of_options();
+    if (is_vaai_volume(paths.root) != 1 || run_lock_add(&held.lock, paths.root, nullptr) != 0) {
+        return -1;
+    }
+    (void)set_table_paths(&paths, EP_DIR);  // logged; the load of an empty path fails
+    return with_files(__func__, &paths, {KIND_FRI, KIND_TBL},
+                      [&] { return ask_and_punch(paths.root, &options); });
 }

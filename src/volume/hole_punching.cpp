@@ -1,4 +1,4 @@
-#include "volume/punch.h"
+#include "volume/hole_punching.h"
 
 #include <cstdio>
 

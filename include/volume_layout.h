@@ -1,0 +1,55 @@
+// The layout of a volume: every name below its root is spelled here and nowhere else, and which
+// files are maps. Ground floor: includes nothing of this project.
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+
+// Directories in a volume's root.
+constexpr const char* EP_DIR = "@EP";           // the live metadata and the data files
+constexpr const char* FIX_DIR = "@EP_FIX";      // work directory of a rebuild
+constexpr const char* CHECK_DIR = "@EP_CHK";    // work directory of a full check
+constexpr const char* LUN_DIR = "@iSCSITrg";    // maps of LUNs
+constexpr const char* TRASH_DIR = "@EP_trash";  // maps of LUNs that are being deleted
+constexpr const char* SNAPSHOT_DIR = "@Snapshot";
+
+// Files in EP_DIR or a work directory.
+constexpr const char* TABLE_NAME = "EP_TBL";
+constexpr const char* INDEX_NAME = "EP_FRI";
+constexpr const char* UNMAP_BUFFER_NAME = "EP_BUF";
+constexpr const char* ROD_MAP_NAME = "EP_ROD";
+
+// The journal's file, in the directory that the configuration names.
+constexpr const char* JOURNAL_NAME = "EP_JNL";
+
+// What a map maps. The kind is not stored in the file: the place of the file, or an option, says it.
+enum map_kind_code : int {
+    MAP_KIND_LUN = 0,
+    MAP_KIND_UNMAP_BUFFER = 1,
+    MAP_KIND_ROD = 2,
+};
+
+// A directory with maps of LUNs, in the order in which a volume's maps are listed.
+struct lun_search {
+    const char* directory;
+    bool files_only;  // else every entry, directories too
+    bool (*keep)(const char* file_name);
+};
+
+inline bool is_map_of_lun(const char* file_name) {
+    return strstr(file_name, "_Extent_") != nullptr;
+}
+inline bool is_any_name(const char*) {
+    return true;
+}
+inline bool is_map_of_snapshot(const char* file_name) {
+    return strncmp(file_name, "FAMILY_", 7) == 0;
+}
+
+constexpr lun_search lun_searches[] = {
+    {LUN_DIR, true, is_map_of_lun},
+    {TRASH_DIR, true, is_any_name},
+    {SNAPSHOT_DIR, false, is_map_of_snapshot},  // without a type filter, deliberate
+};
+
+constexpr size_t LUN_SEARCH_COUNT = sizeof lun_searches / sizeof lun_searches[0];
