@@ -1,4 +1,4 @@
-// Type words ("fri", "tbl", ...) and the handlers behind them. Below: the procedures' headers.
+// Type words ("fri", "tbl", ...) and their handlers. Below: the procedures' headers.
 #pragma once
 
 using type_word_fun = int (*)(int argc, char** argv, int argument);

@@ -1,5 +1,5 @@
 // Data files: the header that names their volume, and where an extent lies in them.
-// Below: meta nodes, file primitives. Above: reconstruct.h, punch.h.
+// Below: meta nodes, file primitives. Above: reconstruct.h, hole_punching.h.
 #pragma once
 
 #include <cstddef>
@@ -23,14 +23,14 @@ struct dat_handle {
     int32_t fd;  // 0: closed
     char name[PATH_TEXT_SIZE];
     dat_header header;
-    uint8_t* buffer;  // released on close; null as a rule
+    uint8_t* buffer;  // released on close; usually null
 };
 
-// `handle` comes in zeroed. 0; -1, logged: also for a wrong magic code; nothing stays open then.
+// The caller has zeroed `handle`. 0; -1, logged, even for a wrong magic code: nothing is open then.
 int load_dat_handle(dat_handle* handle, const char* path);
 int close_dat_handle(dat_handle* handle);  // syncs and closes. 0; -1 for null, logged
 
-// Placement: every data file spans 2^42 bytes of extents, behind a header area of one mebibyte.
+// Placement: every data file holds 2^42 bytes of extents, after a header area of one mebibyte.
 constexpr uint32_t DAT_SPAN_SHIFT = 42;
 constexpr uint64_t DAT_DATA_OFFSET = 0x100000;
 constexpr int DAT_FILE_MAX = 4096;  // files of a volume that are opened

@@ -93,8 +93,8 @@ static bool has_parent_component(const char* path) {
     return false;
 }
 
-// Whether `path`, a name below the volume, leads to nothing outside it, through whatever links. One
-// that leads nowhere passes: its load fails, and reports it.
+// Whether `path`, a name below the volume, leads to nothing outside it, through any links. One that
+// leads nowhere is accepted: its load fails, and logs it.
 static bool stays_in_volume(const lun_listing* listing, const char* path) {
     char real[PATH_MAX];
     if (io_real_path(path, real) == nullptr) {
@@ -122,9 +122,9 @@ static int add_map(const lun_listing* listing, const char* path, uint32_t type) 
     return stays_in_volume(listing, listing->list->prev->name) ? 0 : -1;
 }
 
-// Takes the line end off. False, logged: the line did not fit its buffer, or it is no name below
-// `directory`: a file's name with a line end in it makes two lines, and the second one names
-// whatever it likes.
+// Removes the line end. Returns false, logged, if the line did not fit its buffer or is not a name
+// below `directory`: a file name with a line end in it makes two lines, and the second one can name
+// any file.
 static bool is_listed_name(char* line, size_t size, const char* directory) {
     const size_t length = strlen(line);
     if (length > 0 && line[length - 1] == '\n') {
@@ -157,7 +157,7 @@ static int add_found_lines(const lun_listing* listing, FILE* stream, const lun_s
     return 0;
 }
 
-// A directory that is not there holds nothing; its program ends with a status of its own then.
+// A directory that does not exist holds no map; the program exits with an error status then.
 static bool exists(const char* path) {
     struct stat64 status = {};
     return io_stat(path, &status) == 0 || errno != ENOENT;

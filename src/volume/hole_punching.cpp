@@ -75,7 +75,7 @@ static int punch_extent(const dat_files* files, const char* root, uint64_t lpa) 
     uint32_t shift = 0;
     if (ORBAiSCSIVAAIExtentSizeAndShiftGet(root, &size, &shift) < 0 || shift > EXTENT_SHIFT_MAX ||
         size != uint32_t{1} << shift) {  // another size would reach into the neighbours
-        log_err("no extent size of %s to punch by\n", root);
+        log_err("cannot get a valid extent size for %s\n", root);
         return -1;
     }
     const uint64_t number = dat_file_number(lpa, shift);

@@ -97,7 +97,8 @@ static int import_listed_map(volume_rebuild* rebuild, const path_entry* map,
     return result;
 }
 
-// Whether the live table says what was counted. What it cannot tell, the comparison on disk does.
+// Whether the live table agrees with the counts. False if that cannot be decided in memory: the
+// comparison on disk decides it then.
 static bool agrees_with(const char* live_tbl, tbl_ref_counts* counts) {
     const int fd = counts != nullptr ? io_open(live_tbl, O_RDONLY, 0) : -1;
     const uint64_t groups = current_fri.header.fri_group_count;

@@ -20,9 +20,9 @@ struct run_lock {
     uint32_t room;
 };
 
-// Each adds directories to the lock. 0, also for a directory that is not there (the command reports
-// what it misses) and on a file system without locks (logged); -1 when another run holds one of
-// them, or it cannot be locked for another reason, logged: nothing may be written then.
+// Each adds directories to the lock. Returns 0 even if a directory does not exist (the command
+// reports what it misses) or the file system has no locks (logged); -1 when another run holds one
+// of them, or it cannot be locked for another reason, logged: nothing may be written then.
 
 // Stores the open descriptor through `fd` (0: there is no such directory), unless that is null.
 int run_lock_add(run_lock* lock, const char* directory, int* fd);

@@ -2,7 +2,7 @@
 //  1. the options and the journal's path; without a journal file there is nothing to do
 //  2. locks on the journal's directory and on every volume, against a second run
 //  3. the status: a clean shutdown is only checked (5, 7), an unclean one goes on, others end here
-//  4. every volume that ought to be there is there, with a table and an index of one age
+//  4. every volume that is expected is there, with a table and an index of one age
 //  5. the guard: no volume is mounted read-only
 //  6. the replay into every volume
 //  7. the check of every volume
@@ -82,7 +82,7 @@ static int is_empty_directory(const char* path) {
     return !read ? -1 : name == nullptr ? 1 : 0;
 }
 
-// A volume that a configuration names is there: something, and no mount point without its mount.
+// Whether a volume that a configuration names is there: not absent, and not an empty mount point.
 static bool is_there(const char* root) {
     struct stat64 status = {};
     if (io_stat(root, &status) != 0) {
@@ -127,8 +127,8 @@ static bool all_volumes_there(const startup_run* run) {
     return true;
 }
 
-// A volume without table and index is skipped by replay and check: what the journal says of its
-// maps was not done.
+// Replay and check skip a volume without table and index: its maps did not get what the journal
+// has for them.
 static void look_for_maps_without_tables(const startup_run* run) {
     volume_paths paths = {};
     for (const path_entry* at = run->volumes.head.next; at != &run->volumes.head; at = at->next) {

@@ -18,11 +18,13 @@ static constexpr const char* LAST_LINE = "end %08x\n";  // the CRC-32C of the li
 static constexpr size_t LAST_LINE_SIZE = 16;
 static constexpr unsigned MARKER_MODE = 0600;
 
-static int form_file(swap_file* file, const char* root, const char* live, const char* rebuilt) {
+static int form_file(swap_file* file, const char* root, const char* name) {
     const size_t size = SWAP_PATH_SIZE;
-    file->live_name = live;
-    file->rebuilt_name = rebuilt;
-    const bool fit = form_path(file->live, size, "%s/%s", root, live) == 0 &&
+    const char* live = file->live_name;
+    const char* rebuilt = file->rebuilt_name;
+    const bool fit = form_path(file->live_name, SWAP_NAME_SIZE, "%s/%s", EP_DIR, name) == 0 &&
+                     form_path(file->rebuilt_name, SWAP_NAME_SIZE, "%s/%s", FIX_DIR, name) == 0 &&
+                     form_path(file->live, size, "%s/%s", root, live) == 0 &&
                      form_path(file->rebuilt, size, "%s/%s", root, rebuilt) == 0 &&
                      form_path(file->backup, size, "%s/%s.bkp", root, live) == 0 &&
                      form_path(file->next_backup, size, "%s/%s.bkp.new", root, live) == 0;
@@ -35,8 +37,8 @@ int table_swap_form(table_swap* swap, const char* root) {
     const bool fit = form_path(swap->live_dir, size, "%s/%s", root, EP_DIR) == 0 &&
                      form_path(swap->work_dir, size, "%s/%s", root, FIX_DIR) == 0 &&
                      form_path(swap->marker, size, "%s/%s/swap", root, FIX_DIR) == 0 &&
-                     form_file(&swap->files[0], root, "@EP/EP_TBL", "@EP_FIX/EP_TBL") == 0 &&
-                     form_file(&swap->files[1], root, "@EP/EP_FRI", "@EP_FIX/EP_FRI") == 0;
+                     form_file(&swap->files[0], root, TABLE_NAME) == 0 &&
+                     form_file(&swap->files[1], root, INDEX_NAME) == 0;
     return fit ? 0 : -1;
 }
 

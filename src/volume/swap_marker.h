@@ -11,14 +11,15 @@
 
 constexpr size_t SWAP_PATH_SIZE = 256;
 constexpr size_t SWAP_TEXT_SIZE = 1024;
+constexpr size_t SWAP_NAME_SIZE = 32;
 
 struct swap_file {
-    const char* live_name;             // below the volume's root, as the marker has it
-    const char* rebuilt_name;          // the same
-    char live[SWAP_PATH_SIZE];         // @EP/EP_TBL
-    char rebuilt[SWAP_PATH_SIZE];      // @EP_FIX/EP_TBL
-    char backup[SWAP_PATH_SIZE];       // @EP/EP_TBL.bkp
-    char next_backup[SWAP_PATH_SIZE];  // @EP/EP_TBL.bkp.new
+    char live_name[SWAP_NAME_SIZE];     // EP_DIR/TABLE_NAME, as the marker has it
+    char rebuilt_name[SWAP_NAME_SIZE];  // FIX_DIR/TABLE_NAME, the same
+    char live[SWAP_PATH_SIZE];          // the path of live_name
+    char rebuilt[SWAP_PATH_SIZE];       // the path of rebuilt_name
+    char backup[SWAP_PATH_SIZE];        // live and ".bkp"
+    char next_backup[SWAP_PATH_SIZE];   // live and ".bkp.new"
 };
 
 struct table_swap {
@@ -35,7 +36,7 @@ int table_swap_form(table_swap* swap, const char* root);
 enum class swap_found { nothing, marker, outdated, unknown };
 // Looks for the marker of a swap that was cut. One that is not complete was never acted on and
 // counts as nothing. `outdated`: neither file was swapped in, and a live one was written since, so
-// the rebuilt ones miss something. `unknown`, logged: whether there is one cannot be read.
+// the rebuilt ones miss something. `unknown`, logged: it cannot be read whether there is one.
 swap_found table_swap_find(table_swap* swap);
 
 // Whether the live table and index of the volume `root` are of one age: they are not where a swap
@@ -56,20 +57,20 @@ int table_swap_forget(const table_swap* swap);
 constexpr const char* SWAP_LOG_NAME = "one_key_repair";  // names the log lines
 constexpr size_t SWAP_LINE_SIZE = 96;
 
-// What a name stands for, a link as itself.
+// What a name refers to, a link as itself.
 struct name_status {
     bool there;
     struct stat64 status;
 };
 // 0; -1, logged, when the system does not say what is there.
 int swap_look_at(const char* path, name_status* name);
-// Two names of one file.
+// True: both are names of one file.
 bool swap_are_one(const name_status* one, const name_status* other);
-// Whether the rebuilt file is still to be swapped in.
+// True: the rebuilt file is still to be swapped in.
 bool swap_waits(const name_status* rebuilt, const name_status* live);
 
-// Writes the marker's line of the file at `path` as `name`: SWAP_LINE_SIZE bytes. A file that is
-// there and cannot be read has a line too: it is what a repair is run for. False: its status is
+// Writes the marker's line of the file at `path` as `name`: SWAP_LINE_SIZE bytes. A file that
+// cannot be read has a line too: such a file is why a repair is run. Returns false if its status is
 // unknown, logged.
 bool swap_describe(const char* name, const char* path, char* line);
 // The line of a file that is absent or unreadable has no uuid.

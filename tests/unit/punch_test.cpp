@@ -119,7 +119,8 @@ TEST_F(punch, of_extents_whose_size_is_no_power_of_two_punches_nothing) {
     set_header_u64(tbl(), 64, 68, ENTRY_SIZE | 3u << 20);
     EXPECT_EQ(punch_range(false, 1, 1), -1);
     EXPECT_EQ(text_, "TARN_INFO: There are '1' DAT files\n");
-    EXPECT_TRUE(log_.has("ERR: punch_extent(#) no extent size of " + root() + " to punch by\n"));
+    EXPECT_TRUE(
+        log_.has("ERR: punch_extent(#) cannot get a valid extent size for " + root() + "\n"));
     EXPECT_TRUE(extent_is(1, 0xd5));
 }
 
