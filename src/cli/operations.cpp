@@ -1,6 +1,7 @@
 #include "cli/operations.h"
 
 #include <cstdio>
+#include <getopt.h>
 
 #include "cli/sub_options.h"
 #include "options.h"
@@ -43,6 +44,9 @@ static void leave_paths(const volume_paths* paths) {
 
 // Options that a procedure scans in the middle of its work replace what it has in hand.
 static int scan_again(option_scan* scan, volume_paths* paths) {
+    if (optind >= scan->argc) {
+        return 0;  // everything was read, which is so from the second scan on
+    }
     leave_paths(paths);
     const int result = parse_sub_options(scan->argc, scan->argv);
     *paths = paths_of_options();
