@@ -1,8 +1,10 @@
 // Bytes of the group index: header, entries, and where an entry lies in the file.
-// Includes nothing but the common head: everything that must know the bytes includes this.
+// Includes nothing but the common head and the shape of a row: everything that must know the bytes
+// includes this.
 #pragma once
 
 #include "metadata.h"
+#include "store/field_rows.h"
 
 constexpr uint32_t FRI_VERSION = 0x00010000;
 constexpr int FRI_CONST_NODES = 2;
@@ -41,6 +43,22 @@ static_assert(offsetof(fri_header, fri_free_count) == 132);
 static_assert(offsetof(fri_header, fri_group_head) == 140);
 static_assert(sizeof(fri_header) == (FRI_CONST_NODES + FRI_VAR_NODES) * META_NODE_SIZE);
 static_assert(std::is_trivially_copyable_v<fri_header>);
+// In the order in which they are printed.
+inline constexpr field_row FRI_HEADER_ROWS[] = {
+    CHECKSUM_ROW(fri_header, checksum0),
+    FIELD_ROW(fri_header, fri_version, "fri_version     ", number),
+    FIELD_ROW(fri_header, fri_magic_code, "fri_magic_code  ", low_hex),
+    FIELD_ROW(fri_header, fri_type, "fri_type        ", number),
+    FIELD_ROW(fri_header, fri_uuid, "fri_uuid        ", blank_uuid),
+    FIELD_ROW(fri_header, fri_data_offset, "fri_data_offset ", number),
+    FIELD_ROW(fri_header, fri_create_time, "fri_create_time ", number),
+    CHECKSUM_ROW(fri_header, checksum1),
+    FIELD_ROW(fri_header, fri_entry_size, "fri_entry_size  ", number),
+    FIELD_ROW(fri_header, fri_group_count, "fri_group_count ", number),
+    CHECKSUM_ROW(fri_header, checksum2),
+    FIELD_ROW(fri_header, fri_free_count, "fri_free_count  ", number),
+    FIELD_ROW(fri_header, fri_group_head, "fri_group_head  ", number),
+};
 
 // One group of 4096 extents. All zero: a group that was never initialised.
 struct [[gnu::packed]] fri_entry {
