@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "jnl/jnl_block_cache.h"
+#include "jnl/jnl_file.h"
 #include "jnl/jnl_seen_keys.h"
 #include "options.h"
 #include "store/handle_set.h"
@@ -45,7 +45,7 @@ static int for_each_map(const path_entry* maps, map_driver driver, int argc, cha
 }
 
 int check_vol_journal(int argc, char** argv, int) {
-    const jnl_block_cache_scope blocks_stay;
+    const jnl_keep_blocks keep_blocks(&current_jnl);
     if (is_vaai_volume(opt_ctx.volpath) == 0) {
         return -1;
     }
@@ -110,7 +110,7 @@ static int replay_tbl_with_maps(const path_entry* maps, int argc, char** argv) {
 }
 
 int replay_vol_journal(int argc, char** argv, int) {
-    const jnl_block_cache_scope blocks_stay;
+    const jnl_keep_blocks keep_blocks(&current_jnl);
     if (is_vaai_volume(opt_ctx.volpath) == 0) {
         return -1;
     }
@@ -149,7 +149,7 @@ static int check_volume(const char* root, int argc, char** argv) {
 }
 
 int check_all_vol_journal(int argc, char** argv) {
-    const jnl_block_cache_scope blocks_stay;
+    const jnl_keep_blocks keep_blocks(&current_jnl);
     if (parse_sub_options(argc, argv) != 0) {
         return -1;
     }
@@ -162,7 +162,7 @@ static int replay_volume(const char* root, int argc, char** argv) {
 }
 
 int replay_all_vol_journal(int argc, char** argv, int) {
-    const jnl_block_cache_scope blocks_stay;
+    const jnl_keep_blocks keep_blocks(&current_jnl);
     if (parse_sub_options(argc, argv) != 0) {
         return -1;
     }

@@ -87,11 +87,11 @@ TEST_F(jnl_block_test, the_state_says_why_a_block_is_not_good) {
     history_.journal.put(3, file_block({tbl_record(POOL, 5, 0x8001)}));
     history_.journal.put_damaged(4, file_block({tbl_record(POOL, 5, 0x8001)}));
     history_.load();
-    EXPECT_EQ(jnl_block_get(&block_, 3), jnl_block_state::good);
-    EXPECT_EQ(jnl_block_get(&block_, 4), jnl_block_state::damaged);
-    EXPECT_EQ(jnl_block_get(&block_, 5), jnl_block_state::empty);
+    EXPECT_EQ(jnl_block_get(&current_jnl, &block_, 3), jnl_block_state::good);
+    EXPECT_EQ(jnl_block_get(&current_jnl, &block_, 4), jnl_block_state::damaged);
+    EXPECT_EQ(jnl_block_get(&current_jnl, &block_, 5), jnl_block_state::empty);
     io_fault_at fault(1, EIO, {io_call::read});
-    EXPECT_EQ(jnl_block_get(&block_, 3), jnl_block_state::unread);
+    EXPECT_EQ(jnl_block_get(&current_jnl, &block_, 3), jnl_block_state::unread);
 }
 
 TEST_F(jnl_block_test, a_block_that_no_offset_reaches_does_not_wrap_to_one_that_exists) {

@@ -1,8 +1,9 @@
-// Replay of the four kinds of history blocks. Belongs to jnl_replay_items.h.
+#include "jnl/jnl_replay_blocks.h"
+
 #include <algorithm>
 
 #include "jnl/jnl_replay_items.h"
-#include "jnl/jnl_target.h"
+#include "jnl/jnl_walk.h"
 #include "map/map_pool.h"
 #include "print.h"
 #include "store/log.h"
@@ -34,8 +35,8 @@ static int check_count(const jnl_replay_block* at, unsigned count, unsigned most
     return 0;
 }
 
-// The table entries of `count` extents, each in the pool that its map entry names. What lies in
-// another pool is passed over; so is, counted and told, what no open map can resolve.
+// The table entries of `count` extents, each in the pool that its map entry names. An extent of
+// another pool is skipped; so is one that no open map can resolve, counted and logged.
 static int replay_tbl_slots(const jnl_replay_block* at, const uint8_t* map_uuid,
                             const map_entry* maps, const tbl_entry* images, unsigned count) {
     int result = 0;
@@ -220,4 +221,50 @@ int jnl_alloc_type_replay(const jnl_replay_block* at) {
         default:
             return 0;
     }
+}
+
+// If a newer record has set the lea, the mapped count is not taken from this one either.
+static int replay_map_entry(const jnl_replay_block* at, const jnl_map_record* record,
+                            uint64_t rank) {
+    if (replay_is_seen(at, record->lea, rank)) {
+        return 0;
+    }
+    if (replay_map_image(at, record->lea, record->new_entry) != 0) {
+        return -1;
+    }
+    return replay_mapped_count(at, record->new_mapped_count);
+}
+
+static int replay_entry(const jnl_replay_block* at, const jnl_file_entry* entry, uint64_t rank) {
+    switch (entry->type) {
+        case FILE_TYPE_TBL:
+            return replay_tbl_item(at, entry->tbl.lpa, entry->tbl.new_entry, rank);
+        case FILE_TYPE_FRI:
+            return replay_fri_item(at, entry->fri.group_num, entry->fri.old_entry,
+                                   entry->fri.new_entry, rank);
+        case FILE_TYPE_FRI_VAR0:
+            return replay_fri_var(at, entry->fri_var0.new_free_count,
+                                  entry->fri_var0.new_index_head);
+        case FILE_TYPE_MAP:
+            return replay_map_entry(at, &entry->map, rank);
+        default:
+            return -1;  // not reached: no other type has a file
+    }
+}
+
+int jnl_file_block_replay(const jnl_replay_block* at) {
+    const int entry_count = jnl_entry_count(at->name, at->block);
+    if (entry_count < 0) {
+        return -1;
+    }
+    const int failed = jnl_visit_entries(at->name, at->walk->type, at->block, entry_count, at->rank,
+                                         [at](const jnl_file_entry* entry, uint64_t its_rank) {
+                                             return replay_entry(at, entry, its_rank);
+                                         });
+    if (failed >= 0) {
+        log_err_as(at->name, "Fail to replay %d type file, block_num %llu entry %d\n",
+                   at->walk->type, ull(at->block_num), failed);
+        return -1;
+    }
+    return 0;
 }
