@@ -119,18 +119,18 @@ void tarn_jnl_block_m2d(const jnl_block* block) {
     }
 }
 
-int tarn_jnl_block_entry_d2m(const jnl_file_entry* entry) {
+static int check_entry_type(const char* name, const jnl_file_entry* entry) {
     if (!is_known_entry(entry->type)) {
-        log_err("jnl block type %u isn't reconginzed\n", entry->type);
+        log_err_as(name, "jnl block type %u isn't reconginzed\n", entry->type);
         return -1;
     }
     return 0;
 }
 
+int tarn_jnl_block_entry_d2m(const jnl_file_entry* entry) {
+    return check_entry_type(__func__, entry);
+}
+
 int tarn_jnl_block_entry_m2d(const jnl_file_entry* entry) {
-    if (!is_known_entry(entry->type)) {
-        log_err("jnl block type %u isn't reconginzed\n", entry->type);
-        return -1;
-    }
-    return 0;
+    return check_entry_type(__func__, entry);
 }

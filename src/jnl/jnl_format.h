@@ -10,7 +10,7 @@
 constexpr int JNL_CONST_NODES = 2;
 constexpr int JNL_VAR_NODES = 2;
 
-// Two constant and two variable nodes (from byte 4096 of the file), as they lie in memory.
+// Two constant and two variable nodes (from byte 4096 of the file), as they are in memory.
 struct [[gnu::packed]] jnl_header {
     metadata_head head;               //   0
     uint32_t checksum1;               //  64

@@ -55,35 +55,30 @@ static int replay_tbl_slots(const jnl_replay_block* at, const uint8_t* map_uuid,
     return result;
 }
 
-static int replay_map_item(const jnl_replay_block* at, uint64_t first_lea, unsigned i,
-                           map_entry image, uint64_t rank) {
-    const uint64_t lea = first_lea + i;
-    if (lea < first_lea) {  // past the last of all leas, which would be the map's first ones
-        log_err_as(at->name, "Fail to replay MAP, lea %llu\n", ull(lea));
-        return -1;
-    }
-    return replay_is_seen(at, lea, rank) ? 0 : replay_map_image(at, lea, image);
-}
-
+// The map entries of `count` leas from `first_lea` on; `rank` is that of the first one.
 static int replay_map_slots(const jnl_replay_block* at, uint64_t first_lea, const map_entry* images,
                             unsigned count, uint64_t rank) {
     for (unsigned i = 0; i < count; i++) {
-        if (replay_map_item(at, first_lea, i, images[i], rank + i) != 0) {
+        const uint64_t lea = first_lea + i;
+        if (lea < first_lea) {  // past the last of all leas, which would be the map's first ones
+            log_err_as(at->name, "Fail to replay MAP, lea %llu\n", ull(lea));
+            return -1;
+        }
+        if (!replay_is_seen(at, lea, rank + i) && replay_map_image(at, lea, images[i]) != 0) {
             return -1;
         }
     }
     return 0;
 }
 
+// The same for leas that a move or an unmap leaves empty, JNL_MOVES_MAX at most.
 static int replay_emptied(const jnl_replay_block* at, uint64_t first_lea, uint8_t flags,
                           unsigned count) {
-    for (unsigned i = 0; i < count; i++) {
-        if (replay_map_item(at, first_lea, i, emptied_entry(flags), at->rank + i) != 0) {
-            return -1;
-        }
-    }
-    return 0;
+    map_entry images[JNL_MOVES_MAX];
+    std::fill_n(images, count, emptied_entry(flags));
+    return replay_map_slots(at, first_lea, images, count, at->rank);
 }
+static_assert(JNL_UNMAP_MAX <= JNL_MOVES_MAX);
 
 int jnl_xcopy_type_replay(const jnl_replay_block* at) {
     const ej_block_history_xcopy& record = at->block->xcopy;

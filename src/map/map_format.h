@@ -14,7 +14,7 @@ constexpr uint64_t MAP_POOL_TABLE_OFFSET = 8192;  // bytes; one uuid of 16 bytes
 constexpr uint32_t MAP_POOL_TABLE_MAX =
     static_cast<uint32_t>((METADATA_DATA_OFFSET - MAP_POOL_TABLE_OFFSET) / UUID_SIZE);
 
-// Two constant nodes and three variable nodes (from byte 4096 of the file), as they lie in memory.
+// Two constant nodes and three variable nodes (from byte 4096 of the file), as they are in memory.
 // Fields marked "shown" are printed and otherwise carried as they are.
 struct [[gnu::packed]] map_header {
     uint32_t checksum0;                  //   0
@@ -87,7 +87,7 @@ inline constexpr field_row MAP_HEADER_ROWS[] = {
 
 // One logical extent. All zero: unmapped.
 struct [[gnu::packed]] map_entry {
-    // 0-47 lpa; 48-59 row of the pool table; 60 sync, set by journal replay; 61 not ours;
+    // 0-47 lpa; 48-59 row of the pool table; 60 sync, set by journal replay; 61 reserved;
     // 62 replay flag; 63 mapped
     uint64_t word;
 };
@@ -126,7 +126,7 @@ constexpr uint64_t rod_entry_count(uint32_t shift) {
 }
 static_assert(rod_entry_count(20) == 540672);
 
-// Placement: 63 entries a data node; bytes 504 to 507 of a node are not ours and stay as they are.
+// Placement: 63 entries a data node; bytes 504 to 507 of a node are reserved and kept.
 constexpr uint64_t MAP_NODE_ENTRIES = 63;
 
 constexpr uint64_t map_node_of(uint64_t lea) {

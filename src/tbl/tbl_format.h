@@ -10,7 +10,7 @@ constexpr uint32_t TBL_VERSION = 0x00010000;
 constexpr int TBL_CONST_NODES = 2;
 constexpr int TBL_VAR_NODES = 0;
 
-// The two constant nodes, as they lie on disk and in memory.
+// The two constant nodes, as they are on disk and in memory.
 struct [[gnu::packed]] tbl_header {
     uint32_t checksum0;           //   0
     uint32_t tbl_version;         //   4: TBL_VERSION
@@ -56,7 +56,7 @@ inline constexpr field_row TBL_HEADER_ROWS[] = {
 // One extent. All zero: free, not the tail, next 0; that is what unwritten space reads as.
 struct [[gnu::packed]] tbl_entry {
     // 0-11 reference count of a used extent, or offset in its group of the next free one;
-    // 12 last of its group's free list; 13-14 not ours, kept by every update; 15 in use
+    // 12 last of its group's free list; 13-14 reserved, kept by every update; 15 in use
     uint16_t word;
 };
 static_assert(sizeof(tbl_entry) == 2 && std::is_trivially_copyable_v<tbl_entry>);
@@ -113,7 +113,7 @@ constexpr uint64_t tbl_lpa_of(uint64_t group, uint64_t offset) {
     return (group << TBL_GROUP_SHIFT) + offset;
 }
 
-// Placement: 252 entries a block; bytes 504 to 507 of a block are not ours and stay as they are.
+// Placement: 252 entries a block; bytes 504 to 507 of a block are reserved and kept.
 constexpr uint64_t TBL_BLOCK_ENTRIES = 252;
 constexpr uint64_t TBL_BLOCK_COUNT = uint64_t{1} << 33;
 constexpr uint64_t TBL_TOTAL_COUNT = TBL_BLOCK_COUNT * TBL_BLOCK_ENTRIES;

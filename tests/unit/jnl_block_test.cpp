@@ -52,7 +52,7 @@ TEST_F(jnl_block_test, a_damaged_block_is_minus_1_and_keeps_what_was_read) {
     EXPECT_EQ(hex_of(block_), on_disk(3));
 }
 
-TEST_F(jnl_block_test, a_block_that_was_never_written_is_told_apart) {
+TEST_F(jnl_block_test, a_block_that_was_never_written_is_logged_as_such) {
     EXPECT_EQ(read(3, -1), log_lines({"jnl_block_read(#) jnl block all zero value @block 3\n"}));
     EXPECT_EQ(hex_of(block_), hex_of(std::vector<uint8_t>(512, 0)));
     // Past the end of the file, too.
