@@ -10,8 +10,10 @@
 
 static constexpr uint8_t SETS_REPLAY_FLAG = 1;  // in the flags of MOVES and UNMAP
 
+// Whether `uuid` names the file that is replayed into; a type without a file has none.
 static bool is_target(const jnl_replay_block* at, const uint8_t* uuid) {
-    return uuid_equal(uuid, jnl_target_uuid(at->walk->type));
+    const uint8_t* target = jnl_target_uuid(at->walk->type);
+    return target != nullptr && uuid_equal(uuid, target);
 }
 
 static map_entry emptied_entry(uint8_t flags) {  // what the source of a move is left with
@@ -164,9 +166,6 @@ int jnl_unmap_type_replay(const jnl_replay_block* at) {
 
 static int replay_alloc_into_map(const jnl_replay_block* at) {
     const ej_block_history_alloc& record = at->block->alloc;
-    if (!is_target(at, record.dst_uuid)) {
-        return 0;
-    }
     if (replay_mapped_count(at, record.mapped_count_new) != 0) {
         return -1;
     }
@@ -175,9 +174,6 @@ static int replay_alloc_into_map(const jnl_replay_block* at) {
 
 static int replay_alloc_into_fri(const jnl_replay_block* at) {
     const ej_block_history_alloc& record = at->block->alloc;
-    if (!is_target(at, record.pool_uuid)) {
-        return 0;
-    }
     if (replay_fri_var(at, record.total_free_count, record.group_head) != 0) {
         return -1;
     }
@@ -187,9 +183,6 @@ static int replay_alloc_into_fri(const jnl_replay_block* at) {
 // Each extent gets its first reference; the mapped bit of its slot is not consulted.
 static int replay_alloc_into_tbl(const jnl_replay_block* at) {
     const ej_block_history_alloc& record = at->block->alloc;
-    if (!is_target(at, record.pool_uuid)) {
-        return 0;
-    }
     tbl_entry image = {};
     tbl_entry_set_used(&image);
     tbl_entry_set_count(&image, 1);
@@ -203,8 +196,12 @@ static int replay_alloc_into_tbl(const jnl_replay_block* at) {
 }
 
 int jnl_alloc_type_replay(const jnl_replay_block* at) {
-    if (check_count(at, at->block->alloc.count, JNL_ALLOC_MAX) != 0) {
+    const ej_block_history_alloc& record = at->block->alloc;
+    if (check_count(at, record.count, JNL_ALLOC_MAX) != 0) {
         return -1;
+    }
+    if (!is_target(at, at->walk->type == FILE_TYPE_MAP ? record.dst_uuid : record.pool_uuid)) {
+        return 0;
     }
     switch (at->walk->type) {
         case FILE_TYPE_MAP:
