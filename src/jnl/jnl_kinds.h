@@ -1,6 +1,7 @@
 // The kinds of blocks, one row each: what a kind is called, its counts and their maxima, its
 // fields, and what checking, replaying and dumping do with one block of it. A new kind is a row
-// here and its functions. Below: jnl_format.h. Above: whatever handles a block by its kind.
+// here and its functions. Below: jnl_format.h. Above: whatever handles a block by its kind, and the
+// functions in the rows, which are declared beside the operations that they belong to.
 #pragma once
 
 #include <span>
