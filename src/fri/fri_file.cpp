@@ -168,17 +168,7 @@ int dump_fri_meta() {
         log_err("fri file descriptor is invalid\n");
         return -1;
     }
-    const fri_header& header = current_fri.header;
-    printf("TARN_INFO: fri_version     %u\n", header.fri_version);
-    printf("TARN_INFO: fri_magic_code  0x%X\n", static_cast<uint32_t>(header.fri_magic_code));
-    printf("TARN_INFO: fri_type        %u\n", header.fri_type);
-    printf("TARN_INFO: fri_uuid        " UUID_DASHED_BLANK "\n", UUID_ARGS(header.fri_uuid));
-    printf("TARN_INFO: fri_data_offset %llu\n", ull(header.fri_data_offset));
-    printf("TARN_INFO: fri_create_time %u\n", header.fri_create_time);
-    printf("TARN_INFO: fri_entry_size  %u\n", header.fri_entry_size);
-    printf("TARN_INFO: fri_group_count %llu\n", ull(header.fri_group_count));
-    printf("TARN_INFO: fri_free_count  %llu\n", ull(header.fri_free_count));
-    printf("TARN_INFO: fri_group_head  %llu\n", ull(header.fri_group_head));
+    print_fields(FRI_HEADER_ROWS, &current_fri.header, nullptr);
     return 0;
 }
 

@@ -1,14 +1,16 @@
 // Bytes of the group index: header, entries, and where an entry lies in the file.
-// Includes nothing but the common head: everything that must know the bytes includes this.
+// Includes nothing but the common head and the shape of a row: everything that must know the bytes
+// includes this.
 #pragma once
 
 #include "metadata.h"
+#include "store/field_rows.h"
 
 constexpr uint32_t FRI_VERSION = 0x00010000;
 constexpr int FRI_CONST_NODES = 2;
 constexpr int FRI_VAR_NODES = 1;
 
-// Two constant nodes and one variable node (at byte 4096 of the file), as they lie in memory.
+// Two constant nodes and one variable node (at byte 4096 of the file), as they are in memory.
 struct [[gnu::packed]] fri_header {
     uint32_t checksum0;           //   0
     uint32_t fri_version;         //   4: FRI_VERSION
@@ -41,12 +43,28 @@ static_assert(offsetof(fri_header, fri_free_count) == 132);
 static_assert(offsetof(fri_header, fri_group_head) == 140);
 static_assert(sizeof(fri_header) == (FRI_CONST_NODES + FRI_VAR_NODES) * META_NODE_SIZE);
 static_assert(std::is_trivially_copyable_v<fri_header>);
+// In the order in which they are printed.
+inline constexpr field_row FRI_HEADER_ROWS[] = {
+    CHECKSUM_ROW(fri_header, checksum0),
+    FIELD_ROW(fri_header, fri_version, "fri_version     ", number),
+    FIELD_ROW(fri_header, fri_magic_code, "fri_magic_code  ", low_hex),
+    FIELD_ROW(fri_header, fri_type, "fri_type        ", number),
+    FIELD_ROW(fri_header, fri_uuid, "fri_uuid        ", blank_uuid),
+    FIELD_ROW(fri_header, fri_data_offset, "fri_data_offset ", number),
+    FIELD_ROW(fri_header, fri_create_time, "fri_create_time ", number),
+    CHECKSUM_ROW(fri_header, checksum1),
+    FIELD_ROW(fri_header, fri_entry_size, "fri_entry_size  ", number),
+    FIELD_ROW(fri_header, fri_group_count, "fri_group_count ", number),
+    CHECKSUM_ROW(fri_header, checksum2),
+    FIELD_ROW(fri_header, fri_free_count, "fri_free_count  ", number),
+    FIELD_ROW(fri_header, fri_group_head, "fri_group_head  ", number),
+};
 
 // One group of 4096 extents. All zero: a group that was never initialised.
 struct [[gnu::packed]] fri_entry {
     uint32_t ef_next1;               //  0: next listed group, bits 0-31 of its number
     uint16_t ef_next2_freelisthead;  //  4: 0-3 next group, bits 32-35; 4-15 head, offset in group
-    uint16_t ef_count_attr;          //  6: 0-13 free extents, 0..4096; 14 not ours; 15 initialised
+    uint16_t ef_count_attr;          //  6: 0-13 free extents, 0..4096; 14 reserved; 15 initialised
 };
 static_assert(offsetof(fri_entry, ef_next1) == 0);
 static_assert(offsetof(fri_entry, ef_next2_freelisthead) == 4);
@@ -54,7 +72,7 @@ static_assert(offsetof(fri_entry, ef_count_attr) == 6);
 static_assert(sizeof(fri_entry) == 8 && std::is_trivially_copyable_v<fri_entry>);
 
 constexpr uint16_t FRI_COUNT_MASK = 0x3FFF;
-constexpr uint16_t FRI_ATTR_BIT = 0x4000;  // not ours: kept by every update
+constexpr uint16_t FRI_ATTR_BIT = 0x4000;  // reserved: kept by every update
 constexpr uint16_t FRI_INIT_BIT = 0x8000;
 
 constexpr bool fri_entry_is_init(const fri_entry* entry) {
@@ -66,7 +84,7 @@ constexpr void fri_entry_set_init(fri_entry* entry) {
 constexpr uint16_t fri_entry_count(const fri_entry* entry) {
     return entry->ef_count_attr & FRI_COUNT_MASK;
 }
-// Sets the free count (0..4096). Bits 14 and 15 stay: a bit that is not ours survives every update.
+// Sets the free count (0..4096). Bits 14 and 15 stay as they are: every update keeps reserved bits.
 constexpr void fri_entry_set_count(fri_entry* entry, uint32_t free_count) {
     const unsigned kept = entry->ef_count_attr & ~unsigned{FRI_COUNT_MASK};
     entry->ef_count_attr = static_cast<uint16_t>(kept | (free_count & FRI_COUNT_MASK));
@@ -87,7 +105,7 @@ constexpr void fri_entry_set_next(fri_entry* entry, uint64_t group) {  // 36 bit
     entry->ef_next2_freelisthead = static_cast<uint16_t>(kept | ((group >> 32) & 0xFu));
 }
 
-// Placement: 63 entries a block; bytes 504 to 507 of a block are not ours and stay as they are.
+// Placement: 63 entries a block; bytes 504 to 507 of a block are reserved and kept.
 constexpr uint64_t FRI_BLOCK_ENTRIES = 63;
 constexpr uint64_t FRI_BLOCK_COUNT = uint64_t{1} << 23;
 constexpr uint64_t FRI_GROUP_CAPACITY = FRI_BLOCK_COUNT * FRI_BLOCK_ENTRIES;

@@ -4,83 +4,57 @@
 #include <cstring>
 #include <utility>
 
-#include "store/descriptor.h"
-
 // 8 MiB: the blocks of a full window of large transactions. Block n has one place, n modulo this.
 static constexpr uint64_t PLACES = 16384;
 
-struct kept_block {
-    bool taken;  // false: the place is empty
-    uint64_t number;
-    jnl_block block;
-};
-
-static struct {
-    int depth;
-    kept_block* places;
-    io_file_id file;
-    int fd;  // of the journal while nobody uses it; 0: none
-    char path[PATH_TEXT_SIZE];
-} cache;
-
-jnl_block_cache_scope::jnl_block_cache_scope() {
-    if (cache.depth++ == 0) {
-        cache.places = static_cast<kept_block*>(calloc(PLACES, sizeof(kept_block)));
-        cache.file = {};
-    }
+jnl_block_cache::jnl_block_cache()
+    : places_(static_cast<kept_block*>(calloc(PLACES, sizeof(kept_block)))) {
 }
 
-jnl_block_cache_scope::~jnl_block_cache_scope() {
-    if (--cache.depth == 0) {
-        free(cache.places);
-        cache.places = nullptr;
-        close_synced(cache.fd);
-        cache.fd = 0;
-    }
+jnl_block_cache::~jnl_block_cache() {
+    free(places_);
+    close_synced(fd_);
 }
 
-int jnl_kept_file_take(const char* path) {
-    const bool fits = cache.fd != 0 && strcmp(cache.path, path) == 0;
-    return fits ? std::exchange(cache.fd, 0) : 0;
+int jnl_block_cache::take_file(const char* path) {
+    const bool fits = fd_ != 0 && strcmp(path_, path) == 0;
+    return fits ? std::exchange(fd_, 0) : 0;
 }
 
-bool jnl_kept_file_put(int fd, const char* path) {
-    if (cache.depth == 0 || cache.fd != 0 || strlen(path) >= sizeof cache.path) {
+bool jnl_block_cache::keep_file(int fd, const char* path) {
+    if (fd_ != 0 || strlen(path) >= sizeof path_) {
         return false;
     }
-    cache.fd = fd;
-    memcpy(cache.path, path, strlen(path) + 1);
+    fd_ = fd;
+    memcpy(path_, path, strlen(path) + 1);
     return true;
 }
 
-void jnl_block_cache_opened(int fd) {
-    if (cache.places == nullptr) {
-        return;
-    }
+void jnl_block_cache::opened(int fd) {
     const io_file_id file = io_identity(fd);
-    if (file == cache.file) {
+    if (places_ == nullptr || file == file_) {
         return;
     }
     for (uint64_t i = 0; i < PLACES; i++) {
-        cache.places[i].taken = false;
+        places_[i].taken = false;
     }
-    cache.file = file;
+    file_ = file;
 }
 
-bool jnl_block_cache_get(uint64_t block_num, jnl_block* block) {
-    if (cache.places == nullptr) {
+bool jnl_block_cache::get(uint64_t n, jnl_block* block) const {
+    if (places_ == nullptr) {
         return false;
     }
-    const kept_block& place = cache.places[block_num % PLACES];
-    if (!place.taken || place.number != block_num) {
+    const kept_block& place = places_[n % PLACES];
+    if (!place.taken || place.number != n) {
         return false;
     }
     *block = place.block;
     return true;
 }
 
-void jnl_block_cache_put(uint64_t block_num, const jnl_block* block) {
-    if (cache.places != nullptr) {
-        cache.places[block_num % PLACES] = {true, block_num, *block};
+void jnl_block_cache::put(uint64_t n, const jnl_block* block) {
+    if (places_ != nullptr) {
+        places_[n % PLACES] = {true, n, *block};
     }
 }

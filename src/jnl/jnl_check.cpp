@@ -1,8 +1,8 @@
 #include "jnl/jnl_check.h"
 
 #include "fri/fri_journal.h"
+#include "jnl/jnl_kinds.h"
 #include "jnl/jnl_seen_keys.h"
-#include "jnl/jnl_target.h"
 #include "jnl/jnl_walk.h"
 #include "map/map_entries.h"
 #include "map/map_file.h"
@@ -10,25 +10,25 @@
 #include "store/log.h"
 #include "tbl/tbl_entries.h"
 
-static constexpr const char* NAME = "jnl_file_type_check";  // its steps speak in its name
+static constexpr const char* NAME = "jnl_file_type_check";  // its steps log under its name
 
-struct check_walk {
+struct jnl_check_walk {
     int32_t type;
     jnl_seen_keys seen;
     bool mapped_count_compared;  // with the newest entry of the map
     bool fri_var_compared;       // with the newest one as well
 };
 
-// The comparisons of one entry: 1 it matches or is not examined, 0 it differs, negative failure.
+// The comparisons of one entry: 1 it matches or is not examined, 0 it differs, negative: failure.
 
-static int check_tbl_entry(check_walk* walk, const jnl_file_entry* entry, uint64_t rank) {
+static int check_tbl_entry(jnl_check_walk* walk, const jnl_file_entry* entry, uint64_t rank) {
     const tbl_entry image = entry->tbl.new_entry;
     const uint64_t lpa = entry->tbl.lpa;
     return jnl_seen_keys_test_and_add(&walk->seen, lpa, rank) != 0 ? 1
                                                                    : tbl_entry_check(&image, lpa);
 }
 
-static int check_fri_entry(check_walk* walk, const jnl_file_entry* entry, uint64_t rank) {
+static int check_fri_entry(jnl_check_walk* walk, const jnl_file_entry* entry, uint64_t rank) {
     const fri_entry image = entry->fri.new_entry;
     const uint64_t group = entry->fri.group_num;
     return jnl_seen_keys_test_and_add(&walk->seen, group, rank) != 0
@@ -36,7 +36,7 @@ static int check_fri_entry(check_walk* walk, const jnl_file_entry* entry, uint64
                : fri_entry_check(&image, group);
 }
 
-static int check_fri_var0(check_walk* walk, const jnl_file_entry* entry) {
+static int check_fri_var0(jnl_check_walk* walk, const jnl_file_entry* entry) {
     if (walk->fri_var_compared) {
         return 1;
     }
@@ -44,7 +44,7 @@ static int check_fri_var0(check_walk* walk, const jnl_file_entry* entry) {
     return fri_var0_check(entry->fri_var0.new_free_count, entry->fri_var0.new_index_head);
 }
 
-static int check_map_entry(check_walk* walk, const jnl_file_entry* entry, uint64_t rank) {
+static int check_map_entry(jnl_check_walk* walk, const jnl_file_entry* entry, uint64_t rank) {
     const uint64_t mapped_count = entry->map.new_mapped_count;
     if (!walk->mapped_count_compared && map_count_check(mapped_count) == 0) {
         log_err_as(NAME, "MAP mapped_count is not match new %llu current %llu\n", ull(mapped_count),
@@ -58,37 +58,24 @@ static int check_map_entry(check_walk* walk, const jnl_file_entry* entry, uint64
                                                                    : map_entry_check(&image, lea);
 }
 
-static int check_own_entry(check_walk* walk, const jnl_file_entry* entry, uint64_t rank) {
-    const auto type = static_cast<int32_t>(entry->type);
-    if (type == FILE_TYPE_FRI_VAR0 &&
-        (walk->type == FILE_TYPE_FRI || walk->type == FILE_TYPE_FRI_VAR0)) {
-        return check_fri_var0(walk, entry);
-    }
-    if (type != walk->type) {
-        return 1;
-    }
-    switch (type) {
+static int compare_entry(jnl_check_walk* walk, const jnl_file_entry* entry, uint64_t rank) {
+    switch (entry->type) {
         case FILE_TYPE_TBL:
             return check_tbl_entry(walk, entry, rank);
         case FILE_TYPE_FRI:
             return check_fri_entry(walk, entry, rank);
+        case FILE_TYPE_FRI_VAR0:
+            return check_fri_var0(walk, entry);
         case FILE_TYPE_MAP:
             return check_map_entry(walk, entry, rank);
         default:
-            return -1;  // a type without a file: refused before
+            return -1;  // not reached: no other type has a file
     }
 }
 
-static int check_entry(check_walk* walk, const jnl_file_entry* entry, uint64_t rank) {
-    const uint8_t* uuid = jnl_target_uuid(walk->type);
-    if (uuid == nullptr) {
-        log_err_as(NAME, "Not support %d type file jnl check\n", walk->type);
-        return -1;
-    }
-    if (!uuid_equal(entry->uuid, uuid)) {
-        return 0;
-    }
-    const int result = check_own_entry(walk, entry, rank);
+// 0 the entry matches or is not examined, -1, logged.
+static int check_entry(jnl_check_walk* walk, const jnl_file_entry* entry, uint64_t rank) {
+    const int result = compare_entry(walk, entry, rank);
     if (result < 0) {
         log_err_as(NAME, "fail check %d type file\n", walk->type);
         return -1;
@@ -100,27 +87,33 @@ static int check_entry(check_walk* walk, const jnl_file_entry* entry, uint64_t r
     return 0;
 }
 
-// The block type is not consulted: a history block has no entries to compare.
-static int check_block(void* context, const jnl_block* block, uint64_t block_num, uint64_t rank) {
-    auto* walk = static_cast<check_walk*>(context);
-    const int entry_count = block->ej_header.jnl_entry_count;
-    if (entry_count > int{JNL_FILE_ENTRY_MAX}) {
-        log_err_as(NAME, "entry count %d large than %d\n", entry_count, int{JNL_FILE_ENTRY_MAX});
+int jnl_check_entries(jnl_check_walk* walk, const jnl_block* block, uint64_t block_num,
+                      uint64_t rank) {
+    const int entry_count = jnl_entry_count(NAME, block);
+    if (entry_count < 0) {
         return -1;
     }
-    for (int i = entry_count - 1; i >= 0; i--) {  // the newest stands last
-        if (check_entry(walk, &block->entry[i], rank++) != 0) {
-            log_err_as(NAME, "check %d type file not match, block_num %llu entry %d\n", walk->type,
-                       ull(block_num), i);
-            return -1;
-        }
+    const int failed = jnl_visit_entries(NAME, walk->type, block, entry_count, rank,
+                                         [walk](const jnl_file_entry* entry, uint64_t its_rank) {
+                                             return check_entry(walk, entry, its_rank);
+                                         });
+    if (failed >= 0) {
+        log_err_as(NAME, "check %d type file not match, block_num %llu entry %d\n", walk->type,
+                   ull(block_num), failed);
+        return -1;
     }
     return 0;
 }
 
+static int check_block(void* context, const jnl_block* block, uint64_t block_num, uint64_t rank) {
+    auto* walk = static_cast<jnl_check_walk*>(context);
+    return jnl_kind_of(block->type)->check(walk, block, block_num, rank);
+}
+
 int jnl_file_type_check(int32_t type) {
-    check_walk walk = {type, {}, false, false};
-    const int result = jnl_walk_commits(NAME, check_block, &walk);
+    jnl_check_walk walk = {type, {}, false, false};
+    const uint32_t budget = journal_sync_count();
+    const int result = jnl_walk_commits(&current_jnl, budget, NAME, check_block, &walk);
     const bool all_examined = !walk.seen.full;
     jnl_seen_keys_free(&walk.seen);
     return all_examined ? result : -1;

@@ -3,7 +3,12 @@
 // checks of the three kinds. Nothing is written.
 #pragma once
 
-#include <cstdint>
+#include "jnl/jnl_format.h"
 
-// 0 when every examined entry matches, -1 at the first that does not or on a failure, logged.
+struct jnl_check_walk;
+
+// 0 if every examined entry matches; -1 at the first one that does not or on a failure, logged.
 int jnl_file_type_check(int32_t type);
+// One block of that walk: the part of its FILE entries that `walk` is about. 0, or -1, logged.
+int jnl_check_entries(jnl_check_walk* walk, const jnl_block* block, uint64_t block_num,
+                      uint64_t rank);

@@ -1,7 +1,8 @@
-// The commit search: the newest transaction that was written completely, and the one before a
-// given one. Stateless, writes nothing. Below: jnl_block.h. Above: the walk, the dumps.
+// The commit search: the newest transaction of a journal that was written completely, and the one
+// before a given one. Stateless, writes nothing. Below: jnl_block.h. Above: the walk.
 #pragma once
 
+#include "jnl/jnl_file.h"
 #include "jnl/jnl_format.h"
 
 // 1: the trace lines ("MESG: ...") stay silent. Set once at start and never cleared.
@@ -15,16 +16,35 @@ struct jnl_commit {
     jnl_block last_block;
 };
 
+// `total` is the number of blocks of the ring. Each search exists twice: for the journal `jnl`, and
+// for the open one of the process.
+
 // Moves *pos back to the first, or forward to the last, block of the transaction that holds it,
 // one lap of the ring at most; `block` holds the block at *pos. 0, or -1.
-int commit_start_block(uint64_t* pos, jnl_block* block, uint64_t total);
-int commit_last_block(uint64_t* pos, jnl_block* block, uint64_t total);
+int commit_start_block(const jnl_file* jnl, uint64_t* pos, jnl_block* block, uint64_t total);
+int commit_last_block(const jnl_file* jnl, uint64_t* pos, jnl_block* block, uint64_t total);
+inline int commit_start_block(uint64_t* pos, jnl_block* block, uint64_t total) {
+    return commit_start_block(&current_jnl, pos, block, total);
+}
+inline int commit_last_block(uint64_t* pos, jnl_block* block, uint64_t total) {
+    return commit_last_block(&current_jnl, pos, block, total);
+}
 
-// The transaction that holds block `n`, whole. 0, or -1.
-int find_complete_commit(uint64_t n, jnl_commit* commit, uint64_t total);
+// The whole transaction that holds block `n`. 0, or -1.
+int find_complete_commit(const jnl_file* jnl, uint64_t n, jnl_commit* commit, uint64_t total);
+inline int find_complete_commit(uint64_t n, jnl_commit* commit, uint64_t total) {
+    return find_complete_commit(&current_jnl, n, commit, total);
+}
 // The transaction that ends at block `n`, just before the one with id `trans_id`. 0, or -1 where
 // the history ends.
-int prev_complete_commit(uint64_t n, jnl_commit* commit, uint64_t total, uint32_t trans_id);
+int prev_complete_commit(const jnl_file* jnl, uint64_t n, jnl_commit* commit, uint64_t total,
+                         uint32_t trans_id);
+inline int prev_complete_commit(uint64_t n, jnl_commit* commit, uint64_t total, uint32_t trans_id) {
+    return prev_complete_commit(&current_jnl, n, commit, total, trans_id);
+}
 // The newest complete one; one incomplete newer one is tolerated. 1 found; 0 the journal holds
 // nothing to process; -1 failure, logged.
-int last_complete_commit(jnl_commit* commit, uint64_t total);
+int last_complete_commit(const jnl_file* jnl, jnl_commit* commit, uint64_t total);
+inline int last_complete_commit(jnl_commit* commit, uint64_t total) {
+    return last_complete_commit(&current_jnl, commit, total);
+}

@@ -5,28 +5,19 @@
 
 #include "fri/fri_entries.h"
 #include "jnl/jnl_block.h"
-#include "jnl/jnl_file.h"
-#include "journal_status.h"
+#include "jnl/jnl_kinds.h"
 #include "map/map_entries.h"
 #include "print.h"
 #include "store/log.h"
 #include "tbl/tbl_show.h"
 
-// An empty tag line for a value that no shutdown leaves behind: nothing is printed.
-static const char* shutdown_text(uint32_t tag) {
-    switch (tag) {
-        case JNL_STATUS_INIT:
-            return "TARN_INFO: jnl_shutdown_tag                Not Initialized\n";
-        case JNL_STATUS_SUCCESS:
-            return "TARN_INFO: jnl_shutdown_tag                Shutdown Successfully\n";
-        case JNL_STATUS_ABNORMAL:
-            return "TARN_INFO: jnl_shutdown_tag                Abnormal Shutdown\n";
-        case JNL_STATUS_BAD:
-            return "TARN_INFO: jnl_shutdown_tag                Status Bad, Inconsistent\n";
-        case JNL_STATUS_RO:
-            return "TARN_INFO: jnl_shutdown_tag                Status Read-Only Bad\n";
-        default:
-            return "";
+// No line for a tag that no shutdown leaves.
+static void print_shutdown_tag(const field_row* row, const uint8_t* bytes) {
+    uint32_t tag;
+    memcpy(&tag, bytes, sizeof tag);
+    const char* text = jnl_status_text(tag);
+    if (text != nullptr) {
+        printf("TARN_INFO: %s%s\n", row->label, text);
     }
 }
 
@@ -35,15 +26,7 @@ int dump_jnl_meta() {
         log_err("jnl file descriptor is invalid\n");
         return -1;
     }
-    const jnl_header& header = current_jnl.header;
-    printf("TARN_INFO: jnl_total_count                 %llu\n", ull(header.jnl_total_count));
-    fputs(shutdown_text(header.jnl_shutdown_tag), stdout);
-    printf("TARN_INFO: jnl_sync_count                  %u\n", header.jnl_sync_count);
-    printf("TARN_INFO: jnl_last_trans_id               %u\n", header.jnl_last_trans_id);
-    printf("TARN_INFO: jnl_last_record_start           %llu\n", ull(header.jnl_last_record_start));
-    printf("TARN_INFO: jnl_last_flush_errno            %d\n", header.jnl_last_flush_errno);
-    printf("TARN_INFO: jnl_last_recovery_error         %d\n", header.jnl_last_recovery_error);
-    printf("TARN_INFO: jnl_empty_record_start          %llu\n", ull(header.jnl_empty_record_start));
+    print_fields(JNL_HEADER_ROWS, &current_jnl.header, print_shutdown_tag);
     return 0;
 }
 
@@ -64,106 +47,41 @@ static void print_separator() {
     puts("TARN_INFO: -------------------------");
 }
 
-static void print_both_leas(unsigned slot, uint64_t src_lea, uint64_t dst_lea) {
-    printf("TARN_INFO: [%u] src LEA %llu dst LEA %llu\n", slot, ull(src_lea + slot),
-           ull(dst_lea + slot));
+static void print_fri_image(const field_row* row, const uint8_t* bytes) {
+    fri_entry image;
+    memcpy(&image, bytes, sizeof image);
+    printf("TARN_INFO: %s\n", row->label);
+    show_fri_entry(&image);
 }
 
-static void print_dst_lea(unsigned slot, uint64_t dst_lea) {
-    printf("TARN_INFO: [%u] dst LEA %llu\n", slot, ull(dst_lea + slot));
-}
-
-static void dump_xcopy_slots(const ej_block_history_xcopy& record) {
-    puts("TARN_INFO: XCOPY DETAIL");
-    for (unsigned i = 0; i < record.count && i < JNL_XCOPY_MAX; i++) {
-        print_both_leas(i, record.src_lea, record.dst_lea);
-        show_map(record.map[i]);
-        show_tbl(record.tbl[i]);
+// One extent of a history block: where it lies, and the images that the record has of it.
+static void dump_slot(const jnl_slots& slots, const jnl_block* block, unsigned slot) {
+    const uint64_t dst_lea = jnl_value_at<uint64_t>(block, slots.dst_lea) + slot;
+    if (slots.src_lea != 0) {
+        const uint64_t src_lea = jnl_value_at<uint64_t>(block, slots.src_lea) + slot;
+        printf("TARN_INFO: [%u] src LEA %llu dst LEA %llu\n", slot, ull(src_lea), ull(dst_lea));
+    } else {
+        printf("TARN_INFO: [%u] dst LEA %llu\n", slot, ull(dst_lea));
+    }
+    show_map(jnl_value_at<map_entry>(block, slots.map + slot * sizeof(map_entry)));
+    if (slots.tbl != 0) {
+        show_tbl(jnl_value_at<tbl_entry>(block, slots.tbl + slot * sizeof(tbl_entry)));
     }
 }
 
-static void dump_xcopy(const ej_block_history_xcopy& record, int detail) {
-    printf("TARN_INFO: [%u] XCOPY TYPE\n", record.type);
-    printf("TARN_INFO: dst_uuid         " UUID_DASHED_BLANK "\n", UUID_ARGS(record.dst_uuid));
-    printf("TARN_INFO: src_uuid         " UUID_DASHED_BLANK "\n", UUID_ARGS(record.src_uuid));
-    printf("TARN_INFO: DST LEA %llu\n", ull(record.dst_lea));
-    printf("TARN_INFO: SRC LEA %llu\n", ull(record.src_lea));
-    printf("TARN_INFO: count %u\n", record.count);
-    printf("TARN_INFO: mapped_count_new %llu\n", ull(record.mapped_count_new));
+void jnl_dump_history(const jnl_kind* kind, const jnl_block* block, int detail) {
+    printf("TARN_INFO: [%u] %s TYPE\n", kind->type, kind->name);
+    print_fields(kind->fields, block->record, print_fri_image);
     if (detail != 0) {
-        dump_xcopy_slots(record);
+        printf("TARN_INFO: %s DETAIL\n", kind->name);
+        const jnl_count& count = kind->counts[0];
+        const unsigned listed =
+            std::min<unsigned>(jnl_value_at<uint8_t>(block, count.offset), count.most);
+        for (unsigned i = 0; i < listed; i++) {
+            dump_slot(kind->slots, block, i);
+        }
     }
-}
-
-static void dump_moves_slots(const ej_block_history_moves& record) {
-    puts("TARN_INFO: MOVES DETAIL");
-    for (unsigned i = 0; i < record.dst_count && i < JNL_MOVES_MAX; i++) {
-        print_both_leas(i, record.src_lea, record.dst_lea);
-        show_map(record.map[i]);
-    }
-}
-
-static void dump_moves(const ej_block_history_moves& record, int detail) {
-    printf("TARN_INFO: [%u] MOVES TYPE\n", record.type);
-    printf("TARN_INFO: dst_uuid         " UUID_DASHED_BLANK "\n", UUID_ARGS(record.dst_uuid));
-    printf("TARN_INFO: src_uuid         " UUID_DASHED_BLANK "\n", UUID_ARGS(record.src_uuid));
-    printf("TARN_INFO: DST LEA_START %llu\n", ull(record.dst_lea));
-    printf("TARN_INFO: SRC LEA_START %llu\n", ull(record.src_lea));
-    printf("TARN_INFO: dst_count %u\n", record.dst_count);
-    printf("TARN_INFO: src_count %u\n", record.src_count);
-    printf("TARN_INFO: dst_mapped_count_new %llu\n", ull(record.dst_mapped_count_new));
-    printf("TARN_INFO: src_mapped_count_new %llu\n", ull(record.src_mapped_count_new));
-    if (detail != 0) {
-        dump_moves_slots(record);
-    }
-}
-
-static void dump_unmap_slots(const ej_block_history_unmap& record) {
-    puts("TARN_INFO: UNMAP DETAIL");
-    for (unsigned i = 0; i < record.count && i < JNL_UNMAP_MAX; i++) {
-        print_dst_lea(i, record.dst_lea);
-        show_map(record.map[i]);
-        show_tbl(record.tbl[i]);
-    }
-}
-
-static void dump_unmap(const ej_block_history_unmap& record, int detail) {
-    printf("TARN_INFO: [%u] UNMAP TYPE\n", record.type);
-    printf("TARN_INFO: dst_uuid         " UUID_DASHED_BLANK "\n", UUID_ARGS(record.dst_uuid));
-    printf("TARN_INFO: DST LEA_START %llu\n", ull(record.dst_lea));
-    printf("TARN_INFO: count %u\n", record.count);
-    printf("TARN_INFO: mapped_count_new %llu\n", ull(record.mapped_count_new));
-    if (detail != 0) {
-        dump_unmap_slots(record);
-    }
-}
-
-static void dump_alloc_slots(const ej_block_history_alloc& record) {
-    puts("TARN_INFO: ALLOC DETAIL");
-    for (unsigned i = 0; i < record.count && i < JNL_ALLOC_MAX; i++) {
-        print_dst_lea(i, record.dst_lea);
-        show_map(record.map[i]);
-    }
-}
-
-static void dump_alloc(const ej_block_history_alloc& record, int detail) {
-    printf("TARN_INFO: [%u] ALLOC TYPE\n", record.type);
-    // One blank less than in the other types, deliberate.
-    printf("TARN_INFO: dst_uuid        " UUID_DASHED_BLANK "\n", UUID_ARGS(record.dst_uuid));
-    printf("TARN_INFO: DST LEA_START %llu\n", ull(record.dst_lea));
-    printf("TARN_INFO: count %u\n", record.count);
-    printf("TARN_INFO: mapped_count_new %llu\n", ull(record.mapped_count_new));
-    printf("TARN_INFO: pool_uuid        " UUID_DASHED_BLANK "\n", UUID_ARGS(record.pool_uuid));
-    printf("TARN_INFO: group_num %llu\n", ull(record.group_num));
-    puts("TARN_INFO: ef_old:");
-    show_fri(record.ef_old);
-    puts("TARN_INFO: ef_new:");
-    show_fri(record.ef_new);
-    printf("TARN_INFO: total_free_count %llu\n", ull(record.total_free_count));
-    printf("TARN_INFO: group_head %llu\n", ull(record.group_head));
-    if (detail != 0) {
-        dump_alloc_slots(record);
-    }
+    print_separator();
 }
 
 static void dump_tbl_record(unsigned slot, const jnl_tbl_record& record) {
@@ -214,26 +132,30 @@ static void dump_file_entry(unsigned slot, const jnl_file_entry& entry) {
     }
 }
 
-static void dump_file_entries(const jnl_block& block) {
-    const unsigned count = std::min<unsigned>(block.ej_header.jnl_entry_count, JNL_FILE_ENTRY_MAX);
+// No separator follows the last entry.
+void jnl_dump_entries(const jnl_kind*, const jnl_block* block, int) {
+    const unsigned count = std::min<unsigned>(block->ej_header.jnl_entry_count, JNL_FILE_ENTRY_MAX);
     for (unsigned i = 0; i < count; i++) {
         if (i > 0) {
             print_separator();
         }
-        dump_file_entry(i, block.entry[i]);
+        dump_file_entry(i, block->entry[i]);
     }
 }
 
-static void dump_block_header(const jnl_block_header& header) {
-    printf("TARN_INFO: jnl_transid      %u\n", header.jnl_transid);
-    printf("TARN_INFO: jnl_seq_num      %u\n", header.jnl_seq_num);
-    printf("TARN_INFO: jnl_flags        %u\n", header.jnl_flags);
-    printf("TARN_INFO: jnl_commit_time  %u\n", header.jnl_commit_time);
-    printf("TARN_INFO: jnl_entry_count  %u\n", header.jnl_entry_count);
-    if (header.jnl_entry_count > JNL_FILE_ENTRY_MAX) {
+static int dump_block(const jnl_file* jnl, uint64_t block_num, int detail) {
+    jnl_block block{};
+    if (jnl_block_read(jnl, &block, block_num) < 0) {
+        return -1;  // logged there
+    }
+    print_fields(JNL_BLOCK_ROWS, &block, nullptr);
+    if (block.ej_header.jnl_entry_count > JNL_FILE_ENTRY_MAX) {
         printf("\x1b[31m%s\x1b[0m", "TARN_RPT: Invalid entry count\n");
     }
     print_separator();
+    const jnl_kind* kind = jnl_kind_of(block.type);
+    kind->dump(kind, &block, detail);
+    return 0;
 }
 
 int dump_jnl_block(uint64_t block_num, int detail) {
@@ -241,28 +163,115 @@ int dump_jnl_block(uint64_t block_num, int detail) {
         log_err("jnl file descriptor is invalid\n");
         return -1;
     }
-    jnl_block block{};
-    if (jnl_block_read(&block, block_num) < 0) {
-        return -1;  // logged there
+    return dump_block(&current_jnl, block_num, detail);
+}
+
+// One search for a transaction, and what is printed of it.
+struct transaction_dump {
+    const jnl_file* jnl;
+    uint32_t trans_id;
+    uint64_t total;  // blocks of the ring, not 0
+    int dump_blocks;
+    int trace_seq;
+    int detail;
+};
+
+static int no_transaction(uint32_t trans_id) {
+    printf("TARN_INFO: NO TRANSACTION %u in JOURNAL\n", trans_id);
+    return -1;
+}
+
+static void dump_if_asked(const transaction_dump& dump, uint64_t pos) {
+    if (dump.dump_blocks != 0) {
+        (void)dump_block(dump.jnl, pos, dump.detail);  // an unreadable block is logged there
     }
-    dump_block_header(block.ej_header);
-    switch (block.type) {
-        case JNL_BLOCK_XCOPY:
-            dump_xcopy(block.xcopy, detail);
-            break;
-        case JNL_BLOCK_MOVES:
-            dump_moves(block.moves, detail);
-            break;
-        case JNL_BLOCK_UNMAP:
-            dump_unmap(block.unmap, detail);
-            break;
-        case JNL_BLOCK_ALLOC:
-            dump_alloc(block.alloc, detail);
-            break;
-        default:
-            dump_file_entries(block);
-            return 0;  // no separator behind the last entry
+}
+
+// Moves *pos forward to the transaction's first block, one lap at most; *pos may begin outside the
+// ring. 0, or -1.
+static int find_first_block(const transaction_dump& dump, uint64_t* pos, jnl_block* block) {
+    for (uint64_t visited = 0; visited < dump.total; visited++) {
+        if (jnl_block_read(dump.jnl, block, *pos) < 0) {
+            return -1;  // logged there
+        }
+        if (block->ej_header.jnl_transid == dump.trans_id && block->ej_header.jnl_seq_num == 0) {
+            return 0;
+        }
+        *pos = jnl_next_block(*pos, dump.total);
     }
-    print_separator();
+    return -1;
+}
+
+// Whether `block` at `pos` is the transaction's block number `seq`; printed if it is not.
+static bool is_next_block(const transaction_dump& dump, const jnl_block& block, uint16_t seq,
+                          uint64_t pos) {
+    const jnl_block_header& header = block.ej_header;
+    if (header.jnl_transid != dump.trans_id) {
+        printf("TARN_INFO: STOP SEARCH TRANSACTION %u DIFF ID %u @block %llu\n", dump.trans_id,
+               header.jnl_transid, ull(pos));
+        return false;
+    }
+    if (header.jnl_seq_num != seq) {
+        printf("TARN_INFO: STOP SEARCH TRANSACTION %u SEQ %u DIFF SEQ %u @block %llu, \n",
+               dump.trans_id, seq, header.jnl_seq_num, ull(pos));
+        return false;
+    }
+    return true;
+}
+
+static void print_last(const transaction_dump& dump, uint64_t pos) {
+    printf("TARN_INFO: SEARCH TRANSACTION %u LAST @block %llu\n", dump.trans_id, ull(pos));
+}
+
+// The blocks after the first one, from `pos` on. 0 at the last one or after a lap, else -1.
+static int follow(const transaction_dump& dump, uint64_t pos) {
+    uint16_t seq = 1;
+    for (uint64_t visited = 0; visited < dump.total; visited++) {
+        jnl_block block{};
+        if (jnl_block_read(dump.jnl, &block, pos) < 0) {
+            return -1;  // logged there
+        }
+        if (!is_next_block(dump, block, seq, pos)) {
+            return -1;
+        }
+        if (block.ej_header.jnl_flags == JNL_FLAG_LAST) {
+            print_last(dump, pos);
+            dump_if_asked(dump, pos);
+            return 0;
+        }
+        if (dump.trace_seq != 0) {
+            printf("TARN_INFO: SEARCH TRANSACTION %u SEQ %u @block %llu\n", dump.trans_id, seq,
+                   ull(pos));
+        }
+        dump_if_asked(dump, pos);
+        seq++;  // 16 bits, as in the blocks
+        pos = jnl_next_block(pos, dump.total);
+    }
     return 0;
+}
+
+int dump_jnl_transaction(uint32_t trans_id, uint64_t from_block, int dump_blocks, int trace_seq,
+                         int detail) {
+    if (current_jnl.fd == 0) {
+        log_err("jnl file descriptor is invalid\n");
+        return no_transaction(trans_id);
+    }
+    const transaction_dump dump = {&current_jnl, trans_id,  current_jnl.header.jnl_total_count,
+                                   dump_blocks,  trace_seq, detail};
+    if (dump.total == 0) {
+        log_err("jnl_total_count is 0\n");
+        return no_transaction(trans_id);
+    }
+    jnl_block block{};
+    uint64_t pos = from_block;
+    if (find_first_block(dump, &pos, &block) != 0) {
+        return no_transaction(trans_id);
+    }
+    printf("TARN_INFO: SEARCH TRANSACTION %u START @block %llu\n", trans_id, ull(pos));
+    dump_if_asked(dump, pos);
+    if (block.ej_header.jnl_flags == JNL_FLAG_LAST) {
+        print_last(dump, pos);
+        return 0;
+    }
+    return follow(dump, jnl_next_block(pos, dump.total));
 }

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <limits>
 
-#include "jnl/jnl_block_cache.h"
 #include "journal_status.h"
 #include "store/descriptor.h"
 #include "store/file.h"
@@ -15,12 +14,25 @@ jnl_file current_jnl = {};
 
 static constexpr uint32_t COMMITS_BY_DEFAULT = 128;
 
+jnl_keep_blocks::jnl_keep_blocks(jnl_file* jnl) : jnl_(jnl->cache == nullptr ? jnl : nullptr) {
+    if (jnl_ != nullptr) {
+        jnl_->cache = &cache_.emplace();
+    }
+}
+
+jnl_keep_blocks::~jnl_keep_blocks() {
+    if (jnl_ != nullptr) {
+        jnl_->cache = nullptr;
+    }
+}
+
 int load_jnl(const char* path) {
     if (path == nullptr) {
         log_err("%s NULL pointer\n", "name");
         return -1;
     }
-    current_jnl.fd = jnl_kept_file_take(path);
+    jnl_block_cache* cache = current_jnl.cache;
+    current_jnl.fd = cache != nullptr ? cache->take_file(path) : 0;
     if (current_jnl.fd == 0) {
         current_jnl.fd = open_file(path);
     }
@@ -35,12 +47,16 @@ int load_jnl(const char* path) {
         return -1;  // logged there
     }
     current_jnl.header = header;
-    jnl_block_cache_opened(current_jnl.fd);
+    if (cache != nullptr) {
+        cache->opened(current_jnl.fd);
+    }
     return 0;
 }
 
 void close_jnl() {
-    if (current_jnl.fd != 0 && !jnl_kept_file_put(current_jnl.fd, current_jnl.path)) {
+    jnl_block_cache* cache = current_jnl.cache;
+    if (current_jnl.fd != 0 &&
+        (cache == nullptr || !cache->keep_file(current_jnl.fd, current_jnl.path))) {
         close_synced(current_jnl.fd);
     }
     current_jnl.fd = 0;
@@ -54,9 +70,24 @@ int32_t journal_status() {
     return static_cast<int32_t>(current_jnl.header.jnl_shutdown_tag);
 }
 
-static bool is_known_status(uint32_t tag) {
-    return tag == JNL_STATUS_INIT || tag == JNL_STATUS_SUCCESS || tag == JNL_STATUS_ABNORMAL ||
-           tag == JNL_STATUS_BAD || tag == JNL_STATUS_RO;
+struct status_text {
+    uint32_t tag;
+    const char* text;
+};
+
+static constexpr status_text status_texts[] = {
+    {JNL_STATUS_INIT, "Not Initialized"},       {JNL_STATUS_SUCCESS, "Shutdown Successfully"},
+    {JNL_STATUS_ABNORMAL, "Abnormal Shutdown"}, {JNL_STATUS_BAD, "Status Bad, Inconsistent"},
+    {JNL_STATUS_RO, "Status Read-Only Bad"},
+};
+
+const char* jnl_status_text(uint32_t tag) {
+    for (const status_text& status : status_texts) {
+        if (status.tag == tag) {
+            return status.text;
+        }
+    }
+    return nullptr;
 }
 
 int set_journal_status(uint32_t tag) {
@@ -64,7 +95,7 @@ int set_journal_status(uint32_t tag) {
         log_err("jnl file descriptor is invalid\n");
         return -1;
     }
-    if (!is_known_status(current_jnl.header.jnl_shutdown_tag)) {
+    if (jnl_status_text(current_jnl.header.jnl_shutdown_tag) == nullptr) {
         return -1;
     }
     current_jnl.header.jnl_shutdown_tag = tag;

@@ -1,30 +1,51 @@
-// The journal as a file: its meta nodes, its status, its commit budget. One open journal for the
-// process. This program reads blocks and never writes them; it changes the status only.
-// Below: meta nodes, file primitives. Above: blocks, the commit search.
+// The journal as a file: its meta nodes, its status, its commit budget. The documented operations
+// work on one open journal of the process, `current_jnl`; what reads blocks gets its journal as an
+// argument. This program reads blocks and never writes them; it changes the status only.
+// Below: meta nodes, file primitives, jnl_block_cache.h. Above: blocks, the commit search.
 #pragma once
 
+#include <optional>
+
+#include "jnl/jnl_block_cache.h"
 #include "jnl/jnl_format.h"
 
 struct jnl_file {
     int fd;  // 0: no journal is open
     jnl_header header;
     char path[PATH_TEXT_SIZE];  // as it was opened, cut to fit
+    jnl_block_cache* cache;     // a jnl_keep_blocks object's; null: no block is kept
 };
 extern jnl_file current_jnl;
+
+// Keeps the blocks that are read of `jnl`, and its file open from one use to the next, as long as
+// this object lives. Inside another one of the same `jnl` it does nothing. `jnl` must live longer.
+class jnl_keep_blocks {
+public:
+    explicit jnl_keep_blocks(jnl_file* jnl);
+    ~jnl_keep_blocks();
+    jnl_keep_blocks(const jnl_keep_blocks&) = delete;
+    jnl_keep_blocks& operator=(const jnl_keep_blocks&) = delete;
+
+private:
+    jnl_file* jnl_;  // null: inside another one
+    std::optional<jnl_block_cache> cache_;
+};
 
 // Opens `path`. 0, or -1, logged; after a failure the descriptor that was opened stays set: the
 // caller closes.
 int load_jnl(const char* path);
-// Closes; nothing to do when none is open. While blocks are kept, the file stays open for the next
-// load of the same path.
+// Closes; nothing to do if no journal is open. While blocks are kept, the file stays open for the
+// next load of the same path.
 void close_jnl();
 
-// The shutdown tag as a signed value (JNL_STATUS_ABNORMAL reads as -1); -1, logged, when no
-// journal is open.
+// The shutdown tag as a signed value (JNL_STATUS_ABNORMAL reads as -1); -1, logged, if no journal
+// is open.
 int32_t journal_status();
-// Stores `tag` and writes all four meta nodes. 0, also when the write failed (counted as a failed
-// write), deliberate; -1 when no journal is open (logged) or the present tag is not a known one.
+// Stores `tag` and writes all four meta nodes. 0, even if the write failed (counted as a failed
+// write), deliberate; -1 if no journal is open (logged) or the present tag is not a known one.
 int set_journal_status(uint32_t tag);
+// What a shutdown tag means, in words; null for a value that no shutdown leaves.
+const char* jnl_status_text(uint32_t tag);
 // Commits that verification and replay walk back: twice jnl_sync_count, 2^32 - 1 at most; 128 for
-// a count of 0; 0, logged, when no journal is open.
+// a count of 0; 0, logged, if no journal is open.
 uint32_t journal_sync_count();

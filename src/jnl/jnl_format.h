@@ -10,7 +10,7 @@
 constexpr int JNL_CONST_NODES = 2;
 constexpr int JNL_VAR_NODES = 2;
 
-// Two constant and two variable nodes (from byte 4096 of the file), as they lie in memory.
+// Two constant and two variable nodes (from byte 4096 of the file), as they are in memory.
 struct [[gnu::packed]] jnl_header {
     metadata_head head;               //   0
     uint32_t checksum1;               //  64
@@ -41,6 +41,20 @@ static_assert(offsetof(jnl_header, jnl_last_recovery_error) == 192 + 20);
 static_assert(offsetof(jnl_header, jnl_empty_record_start) == 192 + 24);
 static_assert(sizeof(jnl_header) == (JNL_CONST_NODES + JNL_VAR_NODES) * META_NODE_SIZE);
 static_assert(std::is_trivially_copyable_v<jnl_header>);
+inline constexpr field_row JNL_HEADER_ROWS[] = {
+    CHECKSUM_ROW(jnl_header, checksum1),
+    FIELD_ROW(jnl_header, jnl_total_count, "jnl_total_count                 ", number),
+    CHECKSUM_ROW(jnl_header, checksum2),
+    FIELD_ROW(jnl_header, jnl_shutdown_tag, "jnl_shutdown_tag                ", words),
+    FIELD_ROW(jnl_header, jnl_sync_count, "jnl_sync_count                  ", number),
+    CHECKSUM_ROW(jnl_header, checksum3),
+    FIELD_ROW(jnl_header, jnl_last_trans_id, "jnl_last_trans_id               ", number),
+    FIELD_ROW(jnl_header, jnl_last_record_start, "jnl_last_record_start           ", number),
+    FIELD_ROW(jnl_header, jnl_last_flush_errno, "jnl_last_flush_errno            ", signed_number),
+    FIELD_ROW(jnl_header, jnl_last_recovery_error, "jnl_last_recovery_error         ",
+              signed_number),
+    FIELD_ROW(jnl_header, jnl_empty_record_start, "jnl_empty_record_start          ", number),
+};
 
 // The first 32 bytes of every block.
 struct [[gnu::packed]] jnl_block_header {
@@ -232,3 +246,60 @@ struct [[gnu::packed]] jnl_block {
 static_assert(offsetof(jnl_block, type) == 32);
 static_assert(offsetof(jnl_block, checksum) == 508);
 static_assert(sizeof(jnl_block) == DATA_NODE_SIZE && std::is_trivially_copyable_v<jnl_block>);
+
+// Counted from the block's start, as a dump prints them.
+inline constexpr field_row JNL_BLOCK_ROWS[] = {
+    FIELD_ROW(jnl_block_header, jnl_transid, "jnl_transid      ", number),
+    FIELD_ROW(jnl_block_header, jnl_seq_num, "jnl_seq_num      ", number),
+    FIELD_ROW(jnl_block_header, jnl_flags, "jnl_flags        ", number),
+    FIELD_ROW(jnl_block_header, jnl_commit_time, "jnl_commit_time  ", number),
+    FIELD_ROW(jnl_block_header, jnl_entry_count, "jnl_entry_count  ", number),
+    FIELD_ROW(jnl_block, type, nullptr, number),
+    CHECKSUM_ROW(jnl_block, checksum),
+};
+// Counted from byte JNL_RECORD_OFFSET of the block.
+inline constexpr field_row JNL_XCOPY_ROWS[] = {
+    FIELD_ROW(ej_block_history_xcopy, dst_uuid, "dst_uuid         ", blank_uuid),
+    FIELD_ROW(ej_block_history_xcopy, src_uuid, "src_uuid         ", blank_uuid),
+    FIELD_ROW(ej_block_history_xcopy, dst_lea, "DST LEA ", number),
+    FIELD_ROW(ej_block_history_xcopy, src_lea, "SRC LEA ", number),
+    FIELD_ROW(ej_block_history_xcopy, count, "count ", number),
+    FIELD_ROW(ej_block_history_xcopy, mapped_count_new, "mapped_count_new ", number),
+    IMAGES_ROW(ej_block_history_xcopy, map),
+    IMAGES_ROW(ej_block_history_xcopy, tbl),
+};
+inline constexpr field_row JNL_MOVES_ROWS[] = {
+    FIELD_ROW(ej_block_history_moves, dst_uuid, "dst_uuid         ", blank_uuid),
+    FIELD_ROW(ej_block_history_moves, src_uuid, "src_uuid         ", blank_uuid),
+    FIELD_ROW(ej_block_history_moves, dst_lea, "DST LEA_START ", number),
+    FIELD_ROW(ej_block_history_moves, src_lea, "SRC LEA_START ", number),
+    FIELD_ROW(ej_block_history_moves, dst_count, "dst_count ", number),
+    FIELD_ROW(ej_block_history_moves, src_count, "src_count ", number),
+    FIELD_ROW(ej_block_history_moves, flags, nullptr, number),
+    FIELD_ROW(ej_block_history_moves, dst_mapped_count_new, "dst_mapped_count_new ", number),
+    FIELD_ROW(ej_block_history_moves, src_mapped_count_new, "src_mapped_count_new ", number),
+    IMAGES_ROW(ej_block_history_moves, map),
+};
+inline constexpr field_row JNL_UNMAP_ROWS[] = {
+    FIELD_ROW(ej_block_history_unmap, dst_uuid, "dst_uuid         ", blank_uuid),
+    FIELD_ROW(ej_block_history_unmap, dst_lea, "DST LEA_START ", number),
+    FIELD_ROW(ej_block_history_unmap, count, "count ", number),
+    FIELD_ROW(ej_block_history_unmap, flags, nullptr, number),
+    FIELD_ROW(ej_block_history_unmap, mapped_count_new, "mapped_count_new ", number),
+    IMAGES_ROW(ej_block_history_unmap, map),
+    IMAGES_ROW(ej_block_history_unmap, tbl),
+};
+inline constexpr field_row JNL_ALLOC_ROWS[] = {
+    // One blank less than in the other kinds, deliberate.
+    FIELD_ROW(ej_block_history_alloc, dst_uuid, "dst_uuid        ", blank_uuid),
+    FIELD_ROW(ej_block_history_alloc, dst_lea, "DST LEA_START ", number),
+    FIELD_ROW(ej_block_history_alloc, count, "count ", number),
+    FIELD_ROW(ej_block_history_alloc, mapped_count_new, "mapped_count_new ", number),
+    FIELD_ROW(ej_block_history_alloc, pool_uuid, "pool_uuid        ", blank_uuid),
+    FIELD_ROW(ej_block_history_alloc, group_num, "group_num ", number),
+    FIELD_ROW(ej_block_history_alloc, ef_old, "ef_old:", image),
+    FIELD_ROW(ej_block_history_alloc, ef_new, "ef_new:", image),
+    FIELD_ROW(ej_block_history_alloc, total_free_count, "total_free_count ", number),
+    FIELD_ROW(ej_block_history_alloc, group_head, "group_head ", number),
+    IMAGES_ROW(ej_block_history_alloc, map),
+};

@@ -1,6 +1,6 @@
 // What the kinds of blocks have in common when they are replayed: the state of the walk, and one
 // item at a time with its seen test and its messages. Below: the three kinds' replay operations,
-// jnl_seen_keys.h. Above: jnl_replay_history.cpp, jnl_replay_file.cpp.
+// jnl_seen_keys.h. Above: jnl_replay_blocks.h.
 #pragma once
 
 #include "jnl/jnl_format.h"
@@ -25,7 +25,7 @@ struct jnl_replay_block {
 
 // All return 0, or -1, logged, unless said otherwise.
 
-// True: the key has a newer image, and the item is passed over.
+// True: the key has a newer image, and the item is skipped.
 bool replay_is_seen(const jnl_replay_block* at, uint64_t key, uint64_t rank);
 int replay_map_image(const jnl_replay_block* at, uint64_t lea, map_entry image);  // no seen test
 int replay_tbl_item(const jnl_replay_block* at, uint64_t lpa, tbl_entry image, uint64_t rank);
@@ -35,10 +35,3 @@ int replay_fri_item(const jnl_replay_block* at, uint64_t group, fri_entry old_im
 // The values of the whole file: only the newest record sets them.
 int replay_mapped_count(const jnl_replay_block* at, uint64_t mapped_count);
 int replay_fri_var(const jnl_replay_block* at, uint64_t free_count, uint64_t group_head);
-
-// One block of each kind.
-int jnl_xcopy_type_replay(const jnl_replay_block* at);
-int jnl_moves_type_replay(const jnl_replay_block* at);
-int jnl_unmap_type_replay(const jnl_replay_block* at);
-int jnl_alloc_type_replay(const jnl_replay_block* at);
-int jnl_file_block_replay(const jnl_replay_block* at);

@@ -53,7 +53,7 @@ static bool grow(jnl_seen_keys* keys) {
 
 static int no_room(jnl_seen_keys* keys) {
     if (!keys->full) {
-        // What the journal says of the key is not done.
+        // The record of this key is not applied.
         log_keep_as("jnl_seen_keys_test_and_add", keep_reason::unread,
                     "no room for more than %llu keys\n", ull(keys->used));
         keys->full = true;

@@ -18,7 +18,7 @@ struct jnl_seen_keys {
     jnl_key_slot* slots;
     uint64_t slot_count;  // a power of two, or 0
     uint64_t used;
-    bool full;  // a key found no place: what was told of it is lost, and the walk has failed
+    bool full;  // a key found no place: its image was lost, and the walk has failed
 };
 
 // 1: the key is known with this rank or a newer (smaller) one. 0: it was not, and now is known with

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 
-#include "print.h"
 #include "store/descriptor.h"
 #include "store/file.h"
 #include "store/log.h"
@@ -88,20 +87,6 @@ int dump_map_meta() {
         log_err("map file descriptor is invalid\n");
         return -1;
     }
-    const map_header& header = current_map.header;
-    printf("TARN_INFO: map_version              %u\n", uint32_t{header.map_version});
-    printf("TARN_INFO: map_magic_code           0x%X\n",
-           static_cast<uint32_t>(header.map_magic_code));  // deliberate: its low half
-    printf("TARN_INFO: map_type                 %u\n", uint32_t{header.map_type});
-    printf("TARN_INFO: map_attribute            0x%08x\n", uint32_t{header.map_attribute});
-    printf("TARN_INFO: map_uuid                 " UUID_DASHED "\n", UUID_ARGS(header.map_uuid));
-    printf("TARN_INFO: map_lb_size              %u\n", uint32_t{header.map_lb_size});
-    printf("TARN_INFO: map_total_count          %llu\n", ull(header.map_total_count));
-    printf("TARN_INFO: map_parent_uuid          " UUID_DASHED "\n",
-           UUID_ARGS(header.map_parent_uuid));
-    printf("TARN_INFO: map_parent_total_count   %llu\n", ull(header.map_parent_total_count));
-    printf("TARN_INFO: map_mapped_count         %llu\n", ull(header.map_mapped_count));
-    printf("TARN_INFO: map_sync_count           %llu\n", ull(header.map_sync_count));
-    printf("TARN_INFO: map_child_attr           %08x\n", uint32_t{header.map_child_attr});
+    print_fields(MAP_HEADER_ROWS, &current_map.header, nullptr);
     return 0;
 }

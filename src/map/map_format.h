@@ -1,8 +1,10 @@
 // Bytes of a LUN map: header, pool table, entries, and where an entry lies in the file.
-// Includes nothing but the common head: everything that must know the bytes includes this.
+// Includes nothing but the common head and the shape of a row: everything that must know the bytes
+// includes this.
 #pragma once
 
 #include "metadata.h"
+#include "store/field_rows.h"
 
 constexpr int MAP_CONST_NODES = 2;
 constexpr int MAP_VAR_NODES = 3;
@@ -12,7 +14,7 @@ constexpr uint64_t MAP_POOL_TABLE_OFFSET = 8192;  // bytes; one uuid of 16 bytes
 constexpr uint32_t MAP_POOL_TABLE_MAX =
     static_cast<uint32_t>((METADATA_DATA_OFFSET - MAP_POOL_TABLE_OFFSET) / UUID_SIZE);
 
-// Two constant nodes and three variable nodes (from byte 4096 of the file), as they lie in memory.
+// Two constant nodes and three variable nodes (from byte 4096 of the file), as they are in memory.
 // Fields marked "shown" are printed and otherwise carried as they are.
 struct [[gnu::packed]] map_header {
     uint32_t checksum0;                  //   0
@@ -60,10 +62,32 @@ static_assert(offsetof(map_header, map_sync_count) == 260);
 static_assert(offsetof(map_header, map_child_attr) == 268);
 static_assert(sizeof(map_header) == (MAP_CONST_NODES + MAP_VAR_NODES) * META_NODE_SIZE);
 static_assert(std::is_trivially_copyable_v<map_header>);
+// In the order in which they are printed. Of the magic code the low half, deliberate.
+inline constexpr field_row MAP_HEADER_ROWS[] = {
+    CHECKSUM_ROW(map_header, checksum0),
+    FIELD_ROW(map_header, map_version, "map_version              ", number),
+    FIELD_ROW(map_header, map_magic_code, "map_magic_code           ", low_hex),
+    FIELD_ROW(map_header, map_type, "map_type                 ", number),
+    CHECKSUM_ROW(map_header, checksum1),
+    FIELD_ROW(map_header, map_attribute, "map_attribute            ", hex),
+    FIELD_ROW(map_header, map_uuid, "map_uuid                 ", uuid),
+    FIELD_ROW(map_header, map_lb_size, "map_lb_size              ", number),
+    FIELD_ROW(map_header, map_total_count, "map_total_count          ", number),
+    FIELD_ROW(map_header, map_parent_uuid, "map_parent_uuid          ", uuid),
+    FIELD_ROW(map_header, map_parent_total_count, "map_parent_total_count   ", number),
+    CHECKSUM_ROW(map_header, checksum2),
+    FIELD_ROW(map_header, map_mapped_count, "map_mapped_count         ", number),
+    CHECKSUM_ROW(map_header, checksum3),
+    FIELD_ROW(map_header, map_pool_cksum, nullptr, number),
+    FIELD_ROW(map_header, map_pool_cnt, nullptr, number),
+    CHECKSUM_ROW(map_header, checksum4),
+    FIELD_ROW(map_header, map_sync_count, "map_sync_count           ", number),
+    FIELD_ROW(map_header, map_child_attr, "map_child_attr           ", bare_hex),
+};
 
 // One logical extent. All zero: unmapped.
 struct [[gnu::packed]] map_entry {
-    // 0-47 lpa; 48-59 row of the pool table; 60 sync, set by journal replay; 61 not ours;
+    // 0-47 lpa; 48-59 row of the pool table; 60 sync, set by journal replay; 61 reserved;
     // 62 replay flag; 63 mapped
     uint64_t word;
 };
@@ -102,7 +126,7 @@ constexpr uint64_t rod_entry_count(uint32_t shift) {
 }
 static_assert(rod_entry_count(20) == 540672);
 
-// Placement: 63 entries a data node; bytes 504 to 507 of a node are not ours and stay as they are.
+// Placement: 63 entries a data node; bytes 504 to 507 of a node are reserved and kept.
 constexpr uint64_t MAP_NODE_ENTRIES = 63;
 
 constexpr uint64_t map_node_of(uint64_t lea) {

@@ -152,16 +152,7 @@ int dump_tbl_meta() {
         log_err("tbl file descriptor is invalid\n");
         return -1;
     }
-    const tbl_header& header = current_tbl.header;
-    printf("TARN_INFO: tbl_version     %u\n", header.tbl_version);
-    printf("TARN_INFO: tbl_magic_code  0x%X\n", static_cast<uint32_t>(header.tbl_magic_code));
-    printf("TARN_INFO: tbl_type        %u\n", header.tbl_type);
-    printf("TARN_INFO: tbl_uuid        " UUID_DASHED_BLANK "\n", UUID_ARGS(header.tbl_uuid));
-    printf("TARN_INFO: tbl_data_offset %llu\n", ull(header.tbl_data_offset));
-    printf("TARN_INFO: tbl_create_time %u\n", header.tbl_create_time);
-    printf("TARN_INFO: tbl_extent_size %u\n", header.tbl_extent_size);
-    printf("TARN_INFO: tbl_entry_size  %u\n", header.tbl_entry_size);
-    printf("TARN_INFO: tbl_total_count %llu\n", ull(header.tbl_total_count));
+    print_fields(TBL_HEADER_ROWS, &current_tbl.header, nullptr);
     return 0;
 }
 

@@ -1,14 +1,16 @@
 // Bytes of the extent table: header, entries, groups, and where an entry lies in the file.
-// Includes nothing but the common head: everything that must know the bytes includes this.
+// Includes nothing but the common head and the shape of a row: everything that must know the bytes
+// includes this.
 #pragma once
 
 #include "metadata.h"
+#include "store/field_rows.h"
 
 constexpr uint32_t TBL_VERSION = 0x00010000;
 constexpr int TBL_CONST_NODES = 2;
 constexpr int TBL_VAR_NODES = 0;
 
-// The two constant nodes, as they lie on disk and in memory.
+// The two constant nodes, as they are on disk and in memory.
 struct [[gnu::packed]] tbl_header {
     uint32_t checksum0;           //   0
     uint32_t tbl_version;         //   4: TBL_VERSION
@@ -36,11 +38,25 @@ static_assert(offsetof(tbl_header, tbl_entry_size) == 72);
 static_assert(offsetof(tbl_header, tbl_total_count) == 76);
 static_assert(sizeof(tbl_header) == (TBL_CONST_NODES + TBL_VAR_NODES) * META_NODE_SIZE);
 static_assert(std::is_trivially_copyable_v<tbl_header>);
+// In the order in which they are printed.
+inline constexpr field_row TBL_HEADER_ROWS[] = {
+    CHECKSUM_ROW(tbl_header, checksum0),
+    FIELD_ROW(tbl_header, tbl_version, "tbl_version     ", number),
+    FIELD_ROW(tbl_header, tbl_magic_code, "tbl_magic_code  ", low_hex),
+    FIELD_ROW(tbl_header, tbl_type, "tbl_type        ", number),
+    FIELD_ROW(tbl_header, tbl_uuid, "tbl_uuid        ", blank_uuid),
+    FIELD_ROW(tbl_header, tbl_data_offset, "tbl_data_offset ", number),
+    FIELD_ROW(tbl_header, tbl_create_time, "tbl_create_time ", number),
+    CHECKSUM_ROW(tbl_header, checksum1),
+    FIELD_ROW(tbl_header, tbl_extent_size, "tbl_extent_size ", number),
+    FIELD_ROW(tbl_header, tbl_entry_size, "tbl_entry_size  ", number),
+    FIELD_ROW(tbl_header, tbl_total_count, "tbl_total_count ", number),
+};
 
 // One extent. All zero: free, not the tail, next 0; that is what unwritten space reads as.
 struct [[gnu::packed]] tbl_entry {
     // 0-11 reference count of a used extent, or offset in its group of the next free one;
-    // 12 last of its group's free list; 13-14 not ours, kept by every update; 15 in use
+    // 12 last of its group's free list; 13-14 reserved, kept by every update; 15 in use
     uint16_t word;
 };
 static_assert(sizeof(tbl_entry) == 2 && std::is_trivially_copyable_v<tbl_entry>);
@@ -97,7 +113,7 @@ constexpr uint64_t tbl_lpa_of(uint64_t group, uint64_t offset) {
     return (group << TBL_GROUP_SHIFT) + offset;
 }
 
-// Placement: 252 entries a block; bytes 504 to 507 of a block are not ours and stay as they are.
+// Placement: 252 entries a block; bytes 504 to 507 of a block are reserved and kept.
 constexpr uint64_t TBL_BLOCK_ENTRIES = 252;
 constexpr uint64_t TBL_BLOCK_COUNT = uint64_t{1} << 33;
 constexpr uint64_t TBL_TOTAL_COUNT = TBL_BLOCK_COUNT * TBL_BLOCK_ENTRIES;

@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "jnl/jnl_block_cache.h"
+#include "jnl/jnl_file.h"
 #include "jnl/jnl_seen_keys.h"
 #include "store/descriptor.h"
 #include "store/handle_set.h"
@@ -44,7 +44,7 @@ static int check_listed_map(volume_paths* paths, const path_entry* map) {
 }
 
 int check_vol_journal(volume_paths* paths) {
-    const jnl_block_cache_scope keep_blocks;
+    const jnl_keep_blocks keep_blocks(&current_jnl);
     if (is_vaai_volume(paths->root) == 0) {
         return -1;
     }
@@ -109,7 +109,7 @@ static int replay_listed_map(volume_paths* paths, option_scan* options, const pa
 }
 
 int replay_vol_journal(volume_paths* paths, option_scan* options) {
-    const jnl_block_cache_scope keep_blocks;
+    const jnl_keep_blocks keep_blocks(&current_jnl);
     if (is_vaai_volume(paths->root) == 0) {
         return -1;
     }
@@ -138,7 +138,7 @@ int replay_vol_journal(volume_paths* paths, option_scan* options) {
 }
 
 int check_all_vol_journal(volume_paths* paths, option_scan* options) {
-    const jnl_block_cache_scope keep_blocks;
+    const jnl_keep_blocks keep_blocks(&current_jnl);
     if (options->read(options, paths) != 0) {
         return -1;
     }
@@ -149,7 +149,7 @@ int check_all_vol_journal(volume_paths* paths, option_scan* options) {
 }
 
 int replay_all_vol_journal(volume_paths* paths, option_scan* options) {
-    const jnl_block_cache_scope keep_blocks;
+    const jnl_keep_blocks keep_blocks(&current_jnl);
     if (options->read(options, paths) != 0) {
         return -1;
     }

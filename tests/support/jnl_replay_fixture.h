@@ -38,14 +38,14 @@ protected:
         EXPECT_EQ(files_.all_bytes(), before);
     }
     // "ERR: __jnl_<kind>_type_replay(#) <text>\n"
-    static std::string told(const std::string& kind, const std::string& text) {
+    static std::string logged(const std::string& kind, const std::string& text) {
         return "ERR: __jnl_" + kind + "_type_replay(#) " + text + "\n";
     }
     // The message about a whole block of a history kind.
     static std::string blames(const std::string& kind, const std::string& word, int type,
                               uint64_t block) {
-        return told(kind, "Fail to replay " + word + " " + std::to_string(type) +
-                              " type file, block_num " + std::to_string(block) + " entry 0");
+        return logged(kind, "Fail to replay " + word + " " + std::to_string(type) +
+                                " type file, block_num " + std::to_string(block) + " entry 0");
     }
 
     journalled_files files_;

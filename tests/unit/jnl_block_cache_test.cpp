@@ -12,12 +12,17 @@
 
 // Two blocks with one place to be kept in lie so far apart.
 static constexpr uint64_t SAME_PLACE = 16384;
+static constexpr uint64_t HIGHEST = ~uint64_t{0};
 
-class jnl_block_cache : public testing::Test {
+static raw_block recording(uint16_t word) {
+    return file_block({tbl_record(POOL, 5, word)});
+}
+
+class jnl_block_cache_test : public testing::Test {
 protected:
-    jnl_block_cache() { history_.load(); }
+    jnl_block_cache_test() { history_.load(); }
 
-    // That what is read as block `n` of the open journal is what lies in that journal's file.
+    // What is read as block `n` of the open journal is what its file holds there.
     static void expect_read(const raw_history& history, uint64_t n) {
         jnl_block block;
         EXPECT_EQ(jnl_block_read(&block, n), 512);
@@ -30,21 +35,20 @@ protected:
         (void)jnl_block_read(&block, n);
         return count.calls();
     }
-    static raw_block recording(uint16_t word) { return file_block({tbl_record(POOL, 5, word)}); }
 
     raw_history history_{8};
     log_capture log_;
 };
 
-TEST_F(jnl_block_cache, keeps_a_block_as_long_as_a_scope_lives) {
+TEST_F(jnl_block_cache_test, keeps_a_block_as_long_as_the_outermost_object_lives) {
     history_.journal.put(3, recording(0x8001));
     EXPECT_EQ(reads_of(3), 1u);
     EXPECT_EQ(reads_of(3), 1u);
     {
-        const jnl_block_cache_scope outer;
+        const jnl_keep_blocks outer(&current_jnl);
         EXPECT_EQ(reads_of(3), 1u);
         {
-            const jnl_block_cache_scope inner;
+            const jnl_keep_blocks inner(&current_jnl);
             EXPECT_EQ(reads_of(3), 0u);
         }
         EXPECT_EQ(reads_of(3), 0u);
@@ -53,21 +57,21 @@ TEST_F(jnl_block_cache, keeps_a_block_as_long_as_a_scope_lives) {
     EXPECT_EQ(reads_of(3), 1u);
 }
 
-TEST_F(jnl_block_cache, takes_no_block_for_another_one_that_has_its_place) {
+TEST_F(jnl_block_cache_test, takes_no_block_for_another_one_that_has_its_place) {
     history_.journal.put(3, recording(0x8001));
     history_.journal.put(3 + SAME_PLACE, recording(0x8002));
-    const jnl_block_cache_scope scope;
+    const jnl_keep_blocks keep_blocks(&current_jnl);
     for (unsigned round = 0; round < 2; round++) {
         expect_read(history_, 3);
         expect_read(history_, 3 + SAME_PLACE);
     }
 }
 
-TEST_F(jnl_block_cache, takes_no_block_of_one_journal_for_one_of_another) {
+TEST_F(jnl_block_cache_test, takes_no_block_of_one_journal_for_one_of_another) {
     history_.journal.put(3, recording(0x8001));
     raw_history other(8);
     other.journal.put(3, recording(0x8002));
-    const jnl_block_cache_scope scope;
+    const jnl_keep_blocks keep_blocks(&current_jnl);
     for (unsigned round = 0; round < 2; round++) {
         history_.load();
         expect_read(history_, 3);
@@ -76,19 +80,19 @@ TEST_F(jnl_block_cache, takes_no_block_of_one_journal_for_one_of_another) {
     }
 }
 
-TEST_F(jnl_block_cache, keeps_blocks_while_one_journal_is_closed_and_opened) {
+TEST_F(jnl_block_cache_test, keeps_blocks_while_one_journal_is_closed_and_opened) {
     history_.journal.put(3, recording(0x8001));
-    const jnl_block_cache_scope scope;
+    const jnl_keep_blocks keep_blocks(&current_jnl);
     history_.load();
     EXPECT_EQ(reads_of(3), 1u);
     history_.load();
     EXPECT_EQ(reads_of(3), 0u);
 }
 
-TEST_F(jnl_block_cache, never_keeps_what_there_was_something_to_say_about) {
+TEST_F(jnl_block_cache_test, never_keeps_what_there_was_something_to_say_about) {
     history_.journal.put_damaged(3, recording(0x8001));
     history_.journal.put(4, unmap_block(MAP, 0, 255, 0));  // counts more entries than it holds
-    const jnl_block_cache_scope scope;
+    const jnl_keep_blocks keep_blocks(&current_jnl);
     for (const uint64_t n : {2, 3, 4}) {  // 2 was never written
         log_.clear();
         EXPECT_EQ(reads_of(n), 1u) << n;
@@ -101,24 +105,33 @@ TEST_F(jnl_block_cache, never_keeps_what_there_was_something_to_say_about) {
 }
 
 // The number after the highest is 0, which an empty place must not be taken for.
-TEST_F(jnl_block_cache, the_highest_number_is_not_found_before_it_was_kept) {
-    constexpr uint64_t HIGHEST = ~uint64_t{0};
-    const jnl_block_cache_scope scope;
+TEST(jnl_block_cache_alone, the_highest_number_is_not_found_before_it_was_kept) {
+    const jnl_block_cache cache;
     jnl_block block = {};
-    EXPECT_FALSE(jnl_block_cache_get(HIGHEST, &block));
-    history_.load();
-    EXPECT_FALSE(jnl_block_cache_get(HIGHEST, &block));
+    EXPECT_FALSE(cache.get(HIGHEST, &block));
 }
 
-TEST_F(jnl_block_cache, the_highest_number_is_kept_like_any_other) {
-    constexpr uint64_t HIGHEST = ~uint64_t{0};
-    const jnl_block_cache_scope scope;
+TEST(jnl_block_cache_alone, the_highest_number_is_kept_like_any_other) {
+    jnl_block_cache cache;
     const raw_block kept = recording(0x8001);
     jnl_block put;
     memcpy(&put, kept.data(), sizeof put);
-    jnl_block_cache_put(HIGHEST, &put);
+    cache.put(HIGHEST, &put);
     jnl_block block = {};
-    EXPECT_TRUE(jnl_block_cache_get(HIGHEST, &block));
+    EXPECT_TRUE(cache.get(HIGHEST, &block));
     EXPECT_EQ(hex_of(block), hex_of(put));
-    EXPECT_FALSE(jnl_block_cache_get(HIGHEST % SAME_PLACE, &block));
+    EXPECT_FALSE(cache.get(HIGHEST % SAME_PLACE, &block));
+}
+
+// A journal without the object reads its file, even while another one's blocks are kept.
+TEST_F(jnl_block_cache_test, keeps_no_block_of_a_journal_that_did_not_ask) {
+    history_.journal.put(3, recording(0x8001));
+    jnl_file plain = current_jnl;  // the same open file
+    const jnl_keep_blocks keep_blocks(&current_jnl);
+    EXPECT_EQ(reads_of(3), 1u);
+    EXPECT_EQ(reads_of(3), 0u);
+    const io_fault_at count(0, 0, {io_call::read});
+    jnl_block block;
+    EXPECT_EQ(jnl_block_read(&plain, &block, 3), 512);
+    EXPECT_EQ(count.calls(), 1u);
 }

@@ -52,7 +52,7 @@ TEST_F(jnl_block_test, a_damaged_block_is_minus_1_and_keeps_what_was_read) {
     EXPECT_EQ(hex_of(block_), on_disk(3));
 }
 
-TEST_F(jnl_block_test, a_block_that_was_never_written_is_told_apart) {
+TEST_F(jnl_block_test, a_block_that_was_never_written_is_logged_as_such) {
     EXPECT_EQ(read(3, -1), log_lines({"jnl_block_read(#) jnl block all zero value @block 3\n"}));
     EXPECT_EQ(hex_of(block_), hex_of(std::vector<uint8_t>(512, 0)));
     // Past the end of the file, too.
@@ -87,11 +87,11 @@ TEST_F(jnl_block_test, the_state_says_why_a_block_is_not_good) {
     history_.journal.put(3, file_block({tbl_record(POOL, 5, 0x8001)}));
     history_.journal.put_damaged(4, file_block({tbl_record(POOL, 5, 0x8001)}));
     history_.load();
-    EXPECT_EQ(jnl_block_get(&block_, 3), jnl_block_state::good);
-    EXPECT_EQ(jnl_block_get(&block_, 4), jnl_block_state::damaged);
-    EXPECT_EQ(jnl_block_get(&block_, 5), jnl_block_state::empty);
+    EXPECT_EQ(jnl_block_get(&current_jnl, &block_, 3), jnl_block_state::good);
+    EXPECT_EQ(jnl_block_get(&current_jnl, &block_, 4), jnl_block_state::damaged);
+    EXPECT_EQ(jnl_block_get(&current_jnl, &block_, 5), jnl_block_state::empty);
     io_fault_at fault(1, EIO, {io_call::read});
-    EXPECT_EQ(jnl_block_get(&block_, 3), jnl_block_state::unread);
+    EXPECT_EQ(jnl_block_get(&current_jnl, &block_, 3), jnl_block_state::unread);
 }
 
 TEST_F(jnl_block_test, a_block_that_no_offset_reaches_does_not_wrap_to_one_that_exists) {

@@ -186,7 +186,7 @@ TEST_F(jnl_check_test, an_entry_that_no_map_can_hold_fails) {
 TEST_F(jnl_check_test, whichever_read_fails_no_difference_is_missed_that_was_reached) {
     const std::string unreadable = "ERR: jnl_file_type_check(#) fail check 4 type file\n";
     history_.commit(file_block({map_record(MAP, 9, 0, 0)}));
-    uint64_t told = 0;
+    uint64_t logged = 0;
     for (uint64_t n = 1;; n++) {
         ASSERT_LT(n, 100u);
         close_map();  // its cache would save the read
@@ -200,13 +200,13 @@ TEST_F(jnl_check_test, whichever_read_fails_no_difference_is_missed_that_was_rea
             break;
         }
         if (log_.has("map entry check fail, lea 9\n")) {
-            told++;
+            logged++;
             EXPECT_EQ(result, -1);
             EXPECT_EQ(log_.count(unreadable), 1u);
             EXPECT_EQ(log_.lines().back(), blames(4, 1, 0));
         }
     }
-    EXPECT_EQ(told, 1u);
+    EXPECT_EQ(logged, 1u);
 }
 
 TEST_F(jnl_check_test, nothing_is_written) {

@@ -103,7 +103,7 @@ TEST_F(jnl_commit_test, a_gap_in_the_sequence_fails_the_search_either_way) {
                                        "not match 2\n"}));
 }
 
-TEST_F(jnl_commit_test, another_id_ends_the_search_told_only_on_the_way_forward) {
+TEST_F(jnl_commit_test, another_id_ends_the_search_and_is_logged_only_on_the_way_forward) {
     put(0, 6, 0, MORE);
     put(1, 7, 1, MORE);
     EXPECT_EQ(find(1), -1);

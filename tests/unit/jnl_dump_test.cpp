@@ -58,7 +58,7 @@ protected:
         return text;
     }
 
-    // Without its fields every tag line stands alone among the same others.
+    // A journal with the tag alone: what is printed differs in the tag line only.
     static std::string meta_text(uint32_t tag) {
         raw_journal journal(64);
         journal.set_meta(4100, &tag, sizeof tag);
@@ -376,7 +376,7 @@ TEST_F(jnl_dump, file_entries_are_parted_by_the_separator_and_none_follows_the_l
     EXPECT_EQ(block_text(journal, file_block(0), 0), header_text(13, 0, 1, 0));
 }
 
-TEST_F(jnl_dump, an_entry_count_of_9_is_told_in_red_and_entries_0_to_6_follow) {
+TEST_F(jnl_dump, an_entry_count_of_9_is_printed_in_red_and_entries_0_to_6_follow) {
     raw_journal journal(64);
     log_capture log;
     std::string header = header_text(13, 0, 1, 9);
@@ -484,7 +484,7 @@ TEST_F(jnl_dump_transaction, wraps_and_shows_its_middle_blocks_only_when_asked) 
     EXPECT_EQ(text, start + last);
     EXPECT_EQ(dump(journal, 20, 0, 0, 1, 0, &text), 0);
     EXPECT_EQ(text, start + middle + last);
-    EXPECT_EQ(dump(journal, 20, 3, 1, 0, 0, &text), 0);  // begins behind the first block
+    EXPECT_EQ(dump(journal, 20, 3, 1, 0, 0, &text), 0);  // begins after the first block
     EXPECT_EQ(text, start + header_text(20, 0, 0, 0) + header_text(20, 1, 2, 0) + last +
                         header_text(20, 2, 1, 0));
     EXPECT_EQ(dump(journal, 20, 2, 1, 1, 0, &text), 0);
@@ -506,7 +506,7 @@ TEST_F(jnl_dump_transaction, whose_first_block_is_overwritten_is_none_after_a_la
     EXPECT_EQ(log.lines(), log_lines({}));
 }
 
-TEST_F(jnl_dump_transaction, behind_a_bad_block_is_none) {
+TEST_F(jnl_dump_transaction, after_a_bad_block_there_is_no_transaction) {
     raw_journal journal(4);
     journal.put(0, raw_block(21, 0, LAST));
     journal.put_damaged(1, raw_block(22, 0, LAST));
@@ -594,7 +594,7 @@ TEST_F(jnl_dump_transaction, in_a_ring_of_absurd_size_is_searched_as_far_as_the_
     EXPECT_EQ(text, "TARN_INFO: NO TRANSACTION 22 in JOURNAL\n");
 }
 
-TEST_F(jnl_dump_transaction, tells_every_read_that_fails) {
+TEST_F(jnl_dump_transaction, logs_every_read_that_fails) {
     raw_journal journal(4);
     journal.put(0, raw_block(20, 0, LAST));
     journal.put(1, raw_block(21, 0, MORE));

@@ -13,8 +13,8 @@
 class jnl_replay_file : public jnl_replay_fixture {
 protected:
     static std::string blames_entry(int type, uint64_t block, int entry) {
-        return told("file", "Fail to replay " + std::to_string(type) + " type file, block_num " +
-                                std::to_string(block) + " entry " + std::to_string(entry));
+        return logged("file", "Fail to replay " + std::to_string(type) + " type file, block_num " +
+                                  std::to_string(block) + " entry " + std::to_string(entry));
     }
 };
 
@@ -72,7 +72,7 @@ TEST_F(jnl_replay_file, each_type_writes_its_own_file_only) {
     EXPECT_TRUE(fri());
 }
 
-TEST_F(jnl_replay_file, entries_of_other_files_and_unknown_types_are_passed_over) {
+TEST_F(jnl_replay_file, entries_of_other_files_and_unknown_types_are_skipped) {
     history_.commit(file_block({tbl_record(ELSEWHERE, 5, 1), fri_record(ELSEWHERE, 5, 0, INIT_BIT),
                                 var0_record(ELSEWHERE, 1, 1), map_record(ELSEWHERE, 1, 1, 1),
                                 raw_entry(5, POOL), raw_entry(0x80000000, MAP)}));
@@ -151,7 +151,7 @@ TEST_F(jnl_replay_file, a_free_list_that_cannot_be_built_lets_the_replay_go_on_a
     EXPECT_EQ(lines_[0],
               "ERR: link_free_tbl_entry_in_group(#) Fail to link free tbl entry, "
               "group_num 1152921504606846976\n");
-    EXPECT_EQ(lines_[3], told("file", "Fail to replay FRI, group_num 1152921504606846976"));
+    EXPECT_EQ(lines_[3], logged("file", "Fail to replay FRI, group_num 1152921504606846976"));
     EXPECT_EQ(lines_[4], blames_entry(2, 1, 0));
     EXPECT_GE(keep_journal_reasons().count, 2u);
 }
@@ -160,10 +160,10 @@ TEST_F(jnl_replay_file, a_lea_that_the_map_cannot_hold_fails) {
     history_.commit(file_block({map_record(MAP, 5, 1, 1), map_record(MAP, ~uint64_t{0}, 1, 9)}));
     EXPECT_EQ(replay(MAP_FILE), -1);
     EXPECT_EQ(lines_[lines_.size() - 2],
-              told("file", "Fail to replay MAP, lea 18446744073709551615"));
+              logged("file", "Fail to replay MAP, lea 18446744073709551615"));
     EXPECT_EQ(lines_.back(), blames_entry(4, 1, 1));
     EXPECT_EQ(files_.map(5), 0u);
-    EXPECT_EQ(files_.mapped_count(), 0u);  // set behind the entry only
+    EXPECT_EQ(files_.mapped_count(), 0u);  // set after the entry only
 }
 
 TEST_F(jnl_replay_file, an_lpa_that_no_table_holds_is_logged_and_counted) {
@@ -179,7 +179,7 @@ TEST_F(jnl_replay_file, eight_entries_fail_for_every_type_with_one_message) {
     history_.commit(file_block({tbl_record(ELSEWHERE, 1, 1)}).u8(12, 8));
     for (const int32_t type : {TBL_FILE, FRI_FILE, MAP_FILE}) {
         EXPECT_EQ(replay(type), -1);
-        EXPECT_EQ(lines_.back(), told("file", "entry count 8 large than 7"));
+        EXPECT_EQ(lines_.back(), logged("file", "entry count 8 large than 7"));
     }
 }
 
@@ -194,10 +194,9 @@ TEST_F(jnl_replay_file, a_type_without_a_file_is_refused_at_the_first_entry) {
     history_.commit(file_block({tbl_record(POOL, 5, 0), tbl_record(POOL, 6, 0)}));
     for (const int32_t type : {0, 5, -1}) {
         EXPECT_EQ(replay(type), -1);
-        EXPECT_EQ(
-            lines_,
-            log_lines({told("file", "Not support " + std::to_string(type) + " type file jnl check"),
-                       blames_entry(type, 2, 1)}));
+        EXPECT_EQ(lines_, log_lines({logged("file", "Not support " + std::to_string(type) +
+                                                        " type file jnl check"),
+                                     blames_entry(type, 2, 1)}));
     }
 }
 
@@ -208,15 +207,16 @@ TEST_F(jnl_replay_file, values_of_the_whole_file_that_cannot_be_saved_fail) {
         io_fault_at fault(1, EIO, {io_call::write});
         EXPECT_EQ(replay(FRI_FILE), -1);
     }
-    EXPECT_EQ(lines_[lines_.size() - 2], told("file",
-                                              "Fail to replay FRI var part, total_free_count_new 5 "
-                                              "index_head_new 6"));
+    EXPECT_EQ(lines_[lines_.size() - 2],
+              logged("file",
+                     "Fail to replay FRI var part, total_free_count_new 5 "
+                     "index_head_new 6"));
     EXPECT_EQ(lines_.back(), blames_entry(2, 1, 0));
     {
-        io_fault_at fault(2, EIO, {io_call::write});  // behind the entry's own
+        io_fault_at fault(2, EIO, {io_call::write});  // after the entry's own
         EXPECT_EQ(replay(MAP_FILE), -1);
     }
-    EXPECT_EQ(lines_[lines_.size() - 2], told("file", "MAP mapped_count is not match"));
+    EXPECT_EQ(lines_[lines_.size() - 2], logged("file", "MAP mapped_count is not match"));
     EXPECT_EQ(lines_.back(), blames_entry(4, 1, 1));
 }
 

@@ -56,7 +56,23 @@ TEST_F(jnl_replay_history, xcopy_does_not_touch_the_index_or_a_source) {
     EXPECT_EQ(files_.all_bytes(), before);
 }
 
-TEST_F(jnl_replay_history, xcopy_of_nothing_is_passed_over) {
+TEST_F(jnl_replay_history, no_kind_is_replayed_into_a_type_without_a_file) {
+    const raw_block blocks[] = {xcopy_block(MAP, 0, 2, 17),
+                                moves_block(MAP, 0, 2, ELSEWHERE, 0, 2, 17),
+                                unmap_block(MAP, 0, 2, 17), alloc_block(MAP, 0, 2, 17, POOL)};
+    const std::string before = files_.all_bytes();
+    for (const raw_block& block : blocks) {
+        raw_history other(64, 1);
+        other.commit(block);
+        other.load();
+        for (const int32_t type : {0, 3, 5, -1}) {  // 3 occurs in FILE blocks only
+            EXPECT_EQ(jnl_file_type_replay(type), 0);
+        }
+    }
+    EXPECT_EQ(files_.all_bytes(), before);
+}
+
+TEST_F(jnl_replay_history, xcopy_of_nothing_is_skipped) {
     history_.commit(xcopy_block(MAP, 0, 0, 17));
     for (const int32_t type : {TBL_FILE, FRI_FILE, MAP_FILE}) {
         expect_untouched(type);
@@ -80,11 +96,11 @@ TEST_F(jnl_replay_history, xcopy_counts_over_40_are_cut_to_40) {
     EXPECT_FALSE(log_.has("Fail"));
 }
 
-TEST_F(jnl_replay_history, slots_of_maps_that_are_not_open_are_counted_and_passed_over) {
+TEST_F(jnl_replay_history, slots_of_maps_that_are_not_open_are_counted_and_skipped) {
     history_.commit(two_copies());
     const std::string before = files_.all_bytes();
     EXPECT_EQ(replay(TBL_FILE), 0);
-    EXPECT_EQ(lines_, log_lines({told("xcopy", "tarn_map_get_pool_uuid error occurs 2 times")}));
+    EXPECT_EQ(lines_, log_lines({logged("xcopy", "tarn_map_get_pool_uuid error occurs 2 times")}));
     EXPECT_EQ(files_.all_bytes(), before);
 }
 
@@ -94,10 +110,10 @@ TEST_F(jnl_replay_history, a_slot_of_a_pool_row_that_the_map_has_not_is_counted)
     EXPECT_EQ(replay(TBL_FILE), 0);
     EXPECT_EQ(files_.pool.tbl(5), 0);
     EXPECT_EQ(files_.pool.tbl(6), USED | 3);
-    EXPECT_EQ(lines_.back(), told("xcopy", "tarn_map_get_pool_uuid error occurs 1 times"));
+    EXPECT_EQ(lines_.back(), logged("xcopy", "tarn_map_get_pool_uuid error occurs 1 times"));
 }
 
-TEST_F(jnl_replay_history, extents_of_another_pool_are_passed_over) {
+TEST_F(jnl_replay_history, extents_of_another_pool_are_skipped) {
     const uuid_bytes other_pool = uuid_from(ELSEWHERE);
     const std::string path = files_.directory.file("other");
     make_map(path, uuid_from(0x70), other_pool);
@@ -111,7 +127,7 @@ TEST_F(jnl_replay_history, a_lea_past_what_the_map_can_hold_fails_the_block) {
     EXPECT_EQ(replay(MAP_FILE), -1);
     ASSERT_GE(lines_.size(), 2u);
     EXPECT_EQ(lines_[lines_.size() - 2],
-              told("xcopy", "Fail to replay MAP, lea 1152921504606846976"));
+              logged("xcopy", "Fail to replay MAP, lea 1152921504606846976"));
     EXPECT_EQ(lines_.back(), blames("xcopy", "XCOPY", 4, 1));
 }
 
@@ -136,7 +152,7 @@ TEST_F(jnl_replay_history, a_lea_that_wraps_never_becomes_a_small_one) {
         log_.clear();
         EXPECT_EQ(jnl_file_type_replay_pass(MAP_FILE, &seen), -1) << test.kind;
         EXPECT_EQ(files_.map(0), 0u) << test.kind;
-        EXPECT_TRUE(log_.has(told(test.kind, "Fail to replay MAP, lea 0"))) << test.kind;
+        EXPECT_TRUE(log_.has(logged(test.kind, "Fail to replay MAP, lea 0"))) << test.kind;
         jnl_seen_keys_free(&seen);
     }
 }
@@ -182,8 +198,8 @@ TEST_F(jnl_replay_history, unmap_to_a_table_entry_without_references_fails) {
     history_.commit(block);
     EXPECT_EQ(replay(TBL_FILE), -1);
     ASSERT_EQ(lines_.size(), 4u);
-    EXPECT_EQ(lines_[1], told("unmap", "TBL refer-cnt is zero, lpa 6"));
-    EXPECT_EQ(lines_[2], told("unmap", "tarn_map_get_pool_uuid error occurs 1 times"));
+    EXPECT_EQ(lines_[1], logged("unmap", "TBL refer-cnt is zero, lpa 6"));
+    EXPECT_EQ(lines_[2], logged("unmap", "tarn_map_get_pool_uuid error occurs 1 times"));
     EXPECT_EQ(lines_[3], blames("unmap", "UNMAP", 1, 1));
     EXPECT_EQ(files_.pool.tbl(7), 0);  // the loop stopped there
 }
@@ -217,7 +233,7 @@ TEST_F(jnl_replay_history, unmap_and_alloc_counts_fail_for_every_type_even_when_
         for (const int32_t type : {TBL_FILE, FRI_FILE, MAP_FILE}) {
             log_.clear();
             EXPECT_EQ(jnl_file_type_replay(type), -1);
-            EXPECT_EQ(log_.count(told(test.kind, test.text)), 1u) << test.text;
+            EXPECT_EQ(log_.count(logged(test.kind, test.text)), 1u) << test.text;
             EXPECT_EQ(log_.lines().back(), blames(test.kind, test.word, type, 1));
         }
     }
@@ -290,7 +306,7 @@ TEST_F(jnl_replay_history, an_older_alloc_changes_neither_counters_nor_a_seen_gr
     EXPECT_EQ(files_.pool.tbl(8191), 0x1000);  // but builds the free list, group seen or not
 }
 
-TEST_F(jnl_replay_history, alloc_from_another_pool_or_into_another_map_is_passed_over) {
+TEST_F(jnl_replay_history, alloc_from_another_pool_or_into_another_map_is_skipped) {
     history_.commit(two_allocs().uuid(36, ELSEWHERE).uuid(72, ELSEWHERE));
     for (const int32_t type : {TBL_FILE, FRI_FILE, MAP_FILE}) {
         expect_untouched(type);
@@ -301,7 +317,7 @@ TEST_F(jnl_replay_history, alloc_of_a_group_past_the_index_fails) {
     history_.commit(two_allocs().u64(88, uint64_t{1} << 40).u64(96, INIT_BIT));
     EXPECT_EQ(replay(FRI_FILE), -1);
     EXPECT_EQ(lines_[lines_.size() - 2],
-              told("alloc", "Fail to replay FRI, group_num 1099511627776"));
+              logged("alloc", "Fail to replay FRI, group_num 1099511627776"));
     EXPECT_EQ(lines_.back(), blames("alloc", "ALLOC", 2, 1));
 }
 
@@ -310,9 +326,9 @@ TEST_F(jnl_replay_history, counters_that_cannot_be_saved_fail_the_block) {
     io_fault_at fault(1, EIO, {io_call::write});
     EXPECT_EQ(replay(FRI_FILE), -1);
     EXPECT_EQ(lines_[lines_.size() - 2],
-              told("alloc",
-                   "Fail to replay FRI var part, total_free_count_new 1234 "
-                   "index_head_new 1"));
+              logged("alloc",
+                     "Fail to replay FRI var part, total_free_count_new 1234 "
+                     "index_head_new 1"));
     EXPECT_EQ(lines_.back(), blames("alloc", "ALLOC", 2, 1));
 }
 
@@ -339,7 +355,7 @@ TEST_F(jnl_replay_history, a_mapped_count_that_cannot_be_saved_fails_each_kind) 
         EXPECT_EQ(jnl_file_type_replay(MAP_FILE), -1);
         const std::vector<std::string> lines = log_.lines();
         ASSERT_GE(lines.size(), 2u);
-        EXPECT_EQ(lines[lines.size() - 2], told(test.kind, "MAP mapped_count is not match"));
+        EXPECT_EQ(lines[lines.size() - 2], logged(test.kind, "MAP mapped_count is not match"));
         EXPECT_EQ(lines.back(), blames(test.kind, test.word, 4, 1));
     }
 }

@@ -81,7 +81,7 @@ TEST_F(jnl_replay_moves, moves_inside_a_map_with_two_counts_are_a_conflict) {
     history_.commit({moves_block(MAP, 0, 1, MAP, 5, 1, 17).u64(96, 18),
                      file_block({map_record(MAP, 60, 1, 17)})});
     EXPECT_EQ(replay(MAP_FILE), -1);
-    EXPECT_EQ(lines_, log_lines({told("moves", "Conflict mapped_count in same MAP"),
+    EXPECT_EQ(lines_, log_lines({logged("moves", "Conflict mapped_count in same MAP"),
                                  blames("moves", "MOVES", 4, 1)}));
     EXPECT_EQ(files_.map(5), 0u);
 }
@@ -95,8 +95,8 @@ TEST_F(jnl_replay_moves, moves_over_50_fail_for_every_type_even_when_not_concern
             log_.clear();
             EXPECT_EQ(jnl_file_type_replay(type), -1);
             EXPECT_TRUE(
-                log_.has(told("moves", "Journal count (src " + std::to_string(src) + "/ dst " +
-                                           std::to_string(dst) + ") exceed maximum (50)")));
+                log_.has(logged("moves", "Journal count (src " + std::to_string(src) + "/ dst " +
+                                             std::to_string(dst) + ") exceed maximum (50)")));
             EXPECT_EQ(log_.lines().back(), blames("moves", "MOVES", type, 1));
         }
     }

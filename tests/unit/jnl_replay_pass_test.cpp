@@ -58,7 +58,7 @@ TEST_F(jnl_replay_pass, records_that_need_no_map_keep_their_place_over_the_passe
     EXPECT_EQ(pass(older_), 7);
     EXPECT_EQ(pass(""), 7);
     history_.commit(copy(NEWER, USED | 2));
-    // A journal that goes on is another walk: the passes begin anew.
+    // A journal that grew is another walk: the passes begin again.
     jnl_seen_keys_free(&applied_);
     EXPECT_EQ(pass(older_), 7);
     EXPECT_EQ(pass(newer_), USED | 2);

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <gtest/gtest.h>
 
+#include "store/descriptor.h"
 #include "support/io_faults.h"
 #include "support/jnl_builder.h"
 #include "support/log_capture.h"
@@ -24,7 +25,10 @@ static int note_block(void* context, const jnl_block* block, uint64_t block_num,
 
 class jnl_walk_test : public testing::Test {
 protected:
-    int walk() { return jnl_walk_commits("the_walk", note_block, &seen_); }
+    int walk() {
+        const uint32_t budget = journal_sync_count();
+        return jnl_walk_commits(&current_jnl, budget, "the_walk", note_block, &seen_);
+    }
 
     visited seen_;
     stdout_capture out_;
@@ -168,11 +172,33 @@ TEST_F(jnl_walk_test, a_damaged_block_inside_a_transaction_fails_the_walk) {
     history.commit(EMPTY);
     history.load();
     // The searches read: the record, its start and last again, then 2, 2, 1, 0 on the way back.
-    // The walk reads 3 once before that and 2 behind it.
+    // The walk reads 3 once before that and 2 after it.
     io_fault_at fault(9, EIO, {io_call::read});
     EXPECT_EQ(walk(), -1);
     EXPECT_EQ(seen_.blocks, "3:2 ");
     EXPECT_EQ(log_.count("ERR: jnl_block_read(#) jnl read error, block_num[2]\n"), 1u);
+}
+
+// Two journals at once: what one holds is not seen in the other, whichever was opened last.
+TEST_F(jnl_walk_test, the_walk_reads_the_journal_that_it_is_given) {
+    raw_history one(16);
+    one.commit(EMPTY);
+    one.commit(EMPTY);
+    raw_history other(16, 5, 9);
+    other.commit(EMPTY);
+    one.load();
+    jnl_file first = current_jnl;
+    current_jnl.fd = 0;  // `first` owns it
+    other.load();
+    EXPECT_EQ(jnl_walk_commits(&first, 8, "the_walk", note_block, &seen_), 0);
+    EXPECT_EQ(seen_.blocks, "1:2 0:1 ");
+    seen_ = {};
+    EXPECT_EQ(jnl_walk_commits(&first, 1, "the_walk", note_block, &seen_), 0);
+    EXPECT_EQ(seen_.blocks, "1:2 ");  // the budget is the caller's
+    seen_ = {};
+    EXPECT_EQ(walk(), 0);
+    EXPECT_EQ(seen_.blocks, "5:9 ");
+    io_close(first.fd);
 }
 
 TEST_F(jnl_walk_test, transactions_that_overlap_are_not_walked_for_ever) {

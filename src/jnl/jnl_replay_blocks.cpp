@@ -1,16 +1,19 @@
-// Replay of the four kinds of history blocks. Belongs to jnl_replay_items.h.
+#include "jnl/jnl_replay_blocks.h"
+
 #include <algorithm>
 
 #include "jnl/jnl_replay_items.h"
-#include "jnl/jnl_target.h"
+#include "jnl/jnl_walk.h"
 #include "map/map_pool.h"
 #include "print.h"
 #include "store/log.h"
 
 static constexpr uint8_t SETS_REPLAY_FLAG = 1;  // in the flags of MOVES and UNMAP
 
+// Whether `uuid` names the file that is replayed into; a type without a file has none.
 static bool is_target(const jnl_replay_block* at, const uint8_t* uuid) {
-    return uuid_equal(uuid, jnl_target_uuid(at->walk->type));
+    const uint8_t* target = jnl_target_uuid(at->walk->type);
+    return target != nullptr && uuid_equal(uuid, target);
 }
 
 static map_entry emptied_entry(uint8_t flags) {  // what the source of a move is left with
@@ -34,8 +37,8 @@ static int check_count(const jnl_replay_block* at, unsigned count, unsigned most
     return 0;
 }
 
-// The table entries of `count` extents, each in the pool that its map entry names. What lies in
-// another pool is passed over; so is, counted and told, what no open map can resolve.
+// The table entries of `count` extents, each in the pool that its map entry names. An extent of
+// another pool is skipped; so is one that no open map can resolve, counted and logged.
 static int replay_tbl_slots(const jnl_replay_block* at, const uint8_t* map_uuid,
                             const map_entry* maps, const tbl_entry* images, unsigned count) {
     int result = 0;
@@ -54,35 +57,30 @@ static int replay_tbl_slots(const jnl_replay_block* at, const uint8_t* map_uuid,
     return result;
 }
 
-static int replay_map_item(const jnl_replay_block* at, uint64_t first_lea, unsigned i,
-                           map_entry image, uint64_t rank) {
-    const uint64_t lea = first_lea + i;
-    if (lea < first_lea) {  // past the last of all leas, which would be the map's first ones
-        log_err_as(at->name, "Fail to replay MAP, lea %llu\n", ull(lea));
-        return -1;
-    }
-    return replay_is_seen(at, lea, rank) ? 0 : replay_map_image(at, lea, image);
-}
-
+// The map entries of `count` leas from `first_lea` on; `rank` is that of the first one.
 static int replay_map_slots(const jnl_replay_block* at, uint64_t first_lea, const map_entry* images,
                             unsigned count, uint64_t rank) {
     for (unsigned i = 0; i < count; i++) {
-        if (replay_map_item(at, first_lea, i, images[i], rank + i) != 0) {
+        const uint64_t lea = first_lea + i;
+        if (lea < first_lea) {  // past the last of all leas, which would be the map's first ones
+            log_err_as(at->name, "Fail to replay MAP, lea %llu\n", ull(lea));
+            return -1;
+        }
+        if (!replay_is_seen(at, lea, rank + i) && replay_map_image(at, lea, images[i]) != 0) {
             return -1;
         }
     }
     return 0;
 }
 
+// The same for leas that a move or an unmap leaves empty, JNL_MOVES_MAX at most.
 static int replay_emptied(const jnl_replay_block* at, uint64_t first_lea, uint8_t flags,
                           unsigned count) {
-    for (unsigned i = 0; i < count; i++) {
-        if (replay_map_item(at, first_lea, i, emptied_entry(flags), at->rank + i) != 0) {
-            return -1;
-        }
-    }
-    return 0;
+    map_entry images[JNL_MOVES_MAX];
+    std::fill_n(images, count, emptied_entry(flags));
+    return replay_map_slots(at, first_lea, images, count, at->rank);
 }
+static_assert(JNL_UNMAP_MAX <= JNL_MOVES_MAX);
 
 int jnl_xcopy_type_replay(const jnl_replay_block* at) {
     const ej_block_history_xcopy& record = at->block->xcopy;
@@ -168,9 +166,6 @@ int jnl_unmap_type_replay(const jnl_replay_block* at) {
 
 static int replay_alloc_into_map(const jnl_replay_block* at) {
     const ej_block_history_alloc& record = at->block->alloc;
-    if (!is_target(at, record.dst_uuid)) {
-        return 0;
-    }
     if (replay_mapped_count(at, record.mapped_count_new) != 0) {
         return -1;
     }
@@ -179,9 +174,6 @@ static int replay_alloc_into_map(const jnl_replay_block* at) {
 
 static int replay_alloc_into_fri(const jnl_replay_block* at) {
     const ej_block_history_alloc& record = at->block->alloc;
-    if (!is_target(at, record.pool_uuid)) {
-        return 0;
-    }
     if (replay_fri_var(at, record.total_free_count, record.group_head) != 0) {
         return -1;
     }
@@ -191,9 +183,6 @@ static int replay_alloc_into_fri(const jnl_replay_block* at) {
 // Each extent gets its first reference; the mapped bit of its slot is not consulted.
 static int replay_alloc_into_tbl(const jnl_replay_block* at) {
     const ej_block_history_alloc& record = at->block->alloc;
-    if (!is_target(at, record.pool_uuid)) {
-        return 0;
-    }
     tbl_entry image = {};
     tbl_entry_set_used(&image);
     tbl_entry_set_count(&image, 1);
@@ -207,8 +196,12 @@ static int replay_alloc_into_tbl(const jnl_replay_block* at) {
 }
 
 int jnl_alloc_type_replay(const jnl_replay_block* at) {
-    if (check_count(at, at->block->alloc.count, JNL_ALLOC_MAX) != 0) {
+    const ej_block_history_alloc& record = at->block->alloc;
+    if (check_count(at, record.count, JNL_ALLOC_MAX) != 0) {
         return -1;
+    }
+    if (!is_target(at, at->walk->type == FILE_TYPE_MAP ? record.dst_uuid : record.pool_uuid)) {
+        return 0;
     }
     switch (at->walk->type) {
         case FILE_TYPE_MAP:
@@ -220,4 +213,50 @@ int jnl_alloc_type_replay(const jnl_replay_block* at) {
         default:
             return 0;
     }
+}
+
+// If a newer record has set the lea, the mapped count is not taken from this one either.
+static int replay_map_entry(const jnl_replay_block* at, const jnl_map_record* record,
+                            uint64_t rank) {
+    if (replay_is_seen(at, record->lea, rank)) {
+        return 0;
+    }
+    if (replay_map_image(at, record->lea, record->new_entry) != 0) {
+        return -1;
+    }
+    return replay_mapped_count(at, record->new_mapped_count);
+}
+
+static int replay_entry(const jnl_replay_block* at, const jnl_file_entry* entry, uint64_t rank) {
+    switch (entry->type) {
+        case FILE_TYPE_TBL:
+            return replay_tbl_item(at, entry->tbl.lpa, entry->tbl.new_entry, rank);
+        case FILE_TYPE_FRI:
+            return replay_fri_item(at, entry->fri.group_num, entry->fri.old_entry,
+                                   entry->fri.new_entry, rank);
+        case FILE_TYPE_FRI_VAR0:
+            return replay_fri_var(at, entry->fri_var0.new_free_count,
+                                  entry->fri_var0.new_index_head);
+        case FILE_TYPE_MAP:
+            return replay_map_entry(at, &entry->map, rank);
+        default:
+            return -1;  // not reached: no other type has a file
+    }
+}
+
+int jnl_file_block_replay(const jnl_replay_block* at) {
+    const int entry_count = jnl_entry_count(at->name, at->block);
+    if (entry_count < 0) {
+        return -1;
+    }
+    const int failed = jnl_visit_entries(at->name, at->walk->type, at->block, entry_count, at->rank,
+                                         [at](const jnl_file_entry* entry, uint64_t its_rank) {
+                                             return replay_entry(at, entry, its_rank);
+                                         });
+    if (failed >= 0) {
+        log_err_as(at->name, "Fail to replay %d type file, block_num %llu entry %d\n",
+                   at->walk->type, ull(at->block_num), failed);
+        return -1;
+    }
+    return 0;
 }
