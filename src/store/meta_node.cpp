@@ -35,22 +35,36 @@ int tarn_write_var_meta_node(int fd, meta_node* node, uint32_t j) {
     return tarn_write_meta_node(fd, node, static_cast<uint32_t>(META_VAR_NODE_BASE) + j);
 }
 
-// What a read of `got` bytes into `node` is worth: the result of tarn_read_meta_node.
-static int judge_node(meta_node* node, int got) {
-    const uint32_t stored = node->checksum;
-    const uint32_t computed = node_checksum(node);
-    if (stored != 0 && stored != computed) {
-        log_err_as("tarn_read_meta_node", "tarn_read_meta_node checksum error !\n");
-        got = -1;
-    } else if (stored == 0 && node_is_empty(node)) {
-        got = 0;
-    } else if (stored == 0) {
-        log_err_as("tarn_read_meta_node",
-                   "tarn_read_meta_node(%d) checksum error (checksum corrupted) !\n", -1);
-        got = -1;
+static node_state state_of(const meta_node* node, uint32_t computed) {
+    if (node->checksum != 0) {
+        return node->checksum == computed ? node_state::right : node_state::wrong;
     }
+    return node_is_empty(node) ? node_state::empty : node_state::unsummed;
+}
+
+node_state meta_node_state(const meta_node* node) {
+    return state_of(node, node_checksum(node));
+}
+
+// The result of tarn_read_meta_node after a read of `got` bytes into `node`.
+static int judge_node(meta_node* node, int got) {
+    constexpr const char* name = "tarn_read_meta_node";
+    const uint32_t computed = node_checksum(node);
+    const node_state state = state_of(node, computed);
     node->checksum = computed;
-    return got;
+    switch (state) {
+        case node_state::right:
+            return got;
+        case node_state::empty:
+            return 0;
+        case node_state::wrong:
+            log_err_as(name, "tarn_read_meta_node checksum error !\n");
+            return -1;
+        case node_state::unsummed:
+            log_err_as(name, "tarn_read_meta_node(%d) checksum error (checksum corrupted) !\n", -1);
+            return -1;
+    }
+    return -1;  // every state has returned
 }
 
 int tarn_read_meta_node(int fd, meta_node* node, uint32_t k) {

@@ -57,6 +57,27 @@ TEST(meta_node, a_node_never_written_is_empty_and_holds_the_checksum_of_zero_byt
     }
 }
 
+TEST(meta_node, its_state_follows_from_its_bytes_alone) {
+    meta_node node = counted_node();
+    EXPECT_EQ(meta_node_state(&node), node_state::unsummed);
+    node.checksum = 0x3AEDABC7;
+    EXPECT_EQ(meta_node_state(&node), node_state::right);
+    EXPECT_EQ(node.checksum, 0x3AEDABC7u);  // the node stays as it is
+    node.checksum = 0x3AEDABC6;
+    EXPECT_EQ(meta_node_state(&node), node_state::wrong);
+    node.checksum = 0x3AEDABC7;
+    node.payload[59] ^= 0x80;
+    EXPECT_EQ(meta_node_state(&node), node_state::wrong);
+
+    meta_node blank{};
+    EXPECT_EQ(meta_node_state(&blank), node_state::empty);
+    blank.checksum = 0x03C8EB67;  // of 64 zero bytes
+    EXPECT_EQ(meta_node_state(&blank), node_state::right);
+    blank = {};
+    blank.payload[59] = 1;
+    EXPECT_EQ(meta_node_state(&blank), node_state::unsummed);
+}
+
 TEST(meta_node, a_filled_node_without_a_checksum_is_corrupt) {
     scratch_file file(64);
     file.write_at(63, uint8_t{1});
