@@ -1,7 +1,6 @@
 #include "cli/create.h"
 
 #include "fri/fri_file.h"
-#include "map/map_create.h"
 #include "map/map_file.h"
 #include "options.h"
 #include "store/log.h"

@@ -1,9 +1,9 @@
 // Replay of the four kinds of history blocks. Belongs to jnl_replay_items.h.
 #include <algorithm>
 
+#include "handles/map_pool.h"
 #include "jnl/jnl_replay_items.h"
 #include "jnl/jnl_target.h"
-#include "map/map_pool.h"
 #include "print.h"
 #include "store/log.h"
 

@@ -74,7 +74,11 @@ int io_next_entry(DIR* directory, const char** name);
 // Whether something was written through this descriptor, or its size set, since it was opened.
 bool io_was_written(int fd);
 
-// Which file a descriptor stands for; all zero for none.
+// Raises the limit of open files as far as this process may. A failure is not reported: then fewer
+// files can be opened, and the open that fails is logged.
+void raise_open_file_limit();
+
+// The file that a descriptor refers to; all zero for none.
 struct io_file_id {
     uint64_t device;
     uint64_t inode;

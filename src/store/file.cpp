@@ -48,12 +48,13 @@ bool would_empty(const char* caller, const char* path, const char* old) {
     return same != 0;
 }
 
-int open_file(const char* path) {
+int open_file(const char* path, file_access access) {
     if (path == nullptr) {
         log_err("%s NULL pointer\n", "name");
         return 0;
     }
-    const int fd = open_fd(path, O_RDWR | O_LARGEFILE);
+    const int flags = access == file_access::read_only ? O_RDONLY : O_RDWR;
+    const int fd = open_fd(path, flags | O_LARGEFILE);
     return fd < 0 ? 0 : fd;
 }
 

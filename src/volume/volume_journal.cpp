@@ -2,12 +2,12 @@
 
 #include <cstdio>
 
+#include "handles/handle_set.h"
 #include "jnl/jnl_block_cache.h"
 #include "jnl/jnl_seen_keys.h"
 #include "options.h"
-#include "store/handle_set.h"
+#include "store/descriptor.h"
 #include "store/log.h"
-#include "store/open_limit.h"
 #include "volume/discovery.h"
 #include "volume/journal_drivers.h"
 #include "volume/path_list.h"

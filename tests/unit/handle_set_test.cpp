@@ -1,10 +1,10 @@
-#include "store/handle_set.h"
+#include "handles/handle_set.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <gtest/gtest.h>
 
-#include "store/handle_prefix.h"
+#include "store/header_file.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
 #include "support/open_files.h"

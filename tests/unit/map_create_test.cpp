@@ -1,5 +1,3 @@
-#include "map/map_create.h"
-
 #include <cerrno>
 #include <filesystem>
 #include <gtest/gtest.h>

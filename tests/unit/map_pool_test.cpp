@@ -1,10 +1,10 @@
-#include "map/map_pool.h"
+#include "handles/map_pool.h"
 
 #include <gtest/gtest.h>
 
+#include "handles/handle_set.h"
 #include "map/map_handle.h"
 #include "store/crc32c.h"
-#include "store/handle_set.h"
 #include "store/meta_node.h"
 #include "support/hex.h"
 #include "support/log_capture.h"
@@ -92,7 +92,7 @@ TEST_F(map_pool, of_a_map_that_is_not_open_fails_without_a_word) {
 
 TEST_F(map_pool, a_table_that_missed_its_pools_is_told) {
     load_map_of(1);
-    auto* handle = reinterpret_cast<map_handle*>(lookup_handle(uuid_of(0x4A).data(), 4));
+    auto* handle = static_cast<map_handle*>(lookup_handle(uuid_of(0x4A).data(), 4));
     ASSERT_NE(handle, nullptr);
     auto* const pools = handle->pools;
     handle->pools = nullptr;
