@@ -90,7 +90,7 @@ static char* trimmed(char* text) {
     return text;
 }
 
-// Takes one line in. Null, or what is wrong with it.
+// Parses one line into the configuration. Returns null, or what is wrong with it.
 static const char* take_line(char* line) {
     char* text = trimmed(line);
     if (text[0] == '\0' || text[0] == '#') {
@@ -157,7 +157,7 @@ static bool take_file(FILE* file, const char* path) {
     return true;
 }
 
-// This file names programs that root runs: null, or why root must not follow it.
+// The file names programs that root runs. Returns null, or why root must not trust it.
 static const char* distrusted(FILE* file) {
     if (geteuid() != 0) {
         return nullptr;
@@ -173,7 +173,7 @@ static const char* distrusted(FILE* file) {
     return group_writes || (status.st_mode & S_IWOTH) != 0 ? "others may write it" : nullptr;
 }
 
-// All of an open file. False, reported.
+// Reads all of an open file. Returns false, reported, if it cannot be used.
 static bool take_trusted_file(FILE* file, const char* path) {
     const char* reason = distrusted(file);
     if (reason != nullptr) {

@@ -114,7 +114,7 @@ TEST_F(handle_set, types_without_handles_are_refused_and_nothing_is_linked) {
     }
 }
 
-TEST_F(handle_set, a_lookup_of_types_3_and_5_is_told_and_of_unknown_ones_not) {
+TEST_F(handle_set, a_lookup_of_types_3_and_5_is_logged_and_of_unknown_ones_not) {
     for (const uint32_t type : {0u, 6u, 0xFFFFFFFFu}) {
         EXPECT_EQ(found(0xD1, type), "");
     }
@@ -125,7 +125,7 @@ TEST_F(handle_set, a_lookup_of_types_3_and_5_is_told_and_of_unknown_ones_not) {
                                        "ERR: lookup_handle(#) Not support 5 type lookup\n"}));
 }
 
-TEST_F(handle_set, files_that_cannot_be_read_are_told) {
+TEST_F(handle_set, files_that_cannot_be_read_are_logged) {
     EXPECT_EQ(load_as_handle(nullptr), -1);
     EXPECT_EQ(log_.lines(), log_lines({"ERR: load_as_handle(#) name NULL pointer\n"}));
     EXPECT_EQ(load_as_handle("/nonexistent"), -1);

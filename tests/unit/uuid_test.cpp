@@ -39,7 +39,7 @@ TEST(uuid, no_bytes_wanted_are_no_bytes_written) {
     EXPECT_EQ(out[0], 0x77);
 }
 
-TEST(uuid, a_missing_array_is_told) {
+TEST(uuid, a_missing_array_is_logged) {
     log_capture log;
     EXPECT_EQ(uuid_gen(nullptr, 16), -1);
     EXPECT_EQ(log.lines(), log_lines({"ERR: uuid_gen(#) uuid NULL pointer\n"}));
