@@ -129,8 +129,7 @@ static int take_kind(const kind_row* kind, const opened_file* file) {
 }
 
 int load_as_handle(const char* path) {
-    if (path == nullptr) {
-        log_err("%s NULL pointer\n", "name");
+    if (log_missing(path == nullptr, "name")) {
         return -1;
     }
     opened_file file;

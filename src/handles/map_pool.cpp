@@ -5,12 +5,7 @@
 #include "store/log.h"
 
 int tarn_map_get_pool_uuid(const map_entry* entry, const uint8_t* m_uuid, uint8_t* p_uuid) {
-    if (m_uuid == nullptr) {
-        log_err("%s NULL pointer\n", "m_uuid");
-        return -1;
-    }
-    if (p_uuid == nullptr) {
-        log_err("%s NULL pointer\n", "p_uuid");
+    if (log_missing(m_uuid == nullptr, "m_uuid") || log_missing(p_uuid == nullptr, "p_uuid")) {
         return -1;
     }
     handle_kind kind = HANDLE_TBL;

@@ -11,8 +11,7 @@
 map_file current_map = {0, {}, {{}, NO_NODE}, {}};
 
 int load_map(const char* path) {
-    if (path == nullptr) {
-        log_err("%s NULL pointer\n", "name");
+    if (log_missing(path == nullptr, "name")) {
         return -1;
     }
     if (load_header_file(__func__, MAP_KIND, magic_rule::only_logged, path, &current_map.fd,
@@ -86,12 +85,7 @@ static int copy_pools(int new_fd, int old_fd, uint8_t* pools, uint32_t size) {
 }
 
 int clone_map_pool_table(int new_fd, int old_fd, uint32_t pool_count, uint32_t* checksum) {
-    if (new_fd == 0) {
-        log_err("%s NULL pointer\n", "fd");
-        return -1;
-    }
-    if (old_fd == 0) {
-        log_err("%s NULL pointer\n", "ofd");
+    if (log_missing(new_fd == 0, "fd") || log_missing(old_fd == 0, "ofd")) {
         return -1;
     }
     if (pool_count > MAP_POOL_TABLE_MAX) {
@@ -100,8 +94,7 @@ int clone_map_pool_table(int new_fd, int old_fd, uint32_t pool_count, uint32_t* 
     }
     const auto size = static_cast<uint32_t>(pool_count * UUID_SIZE);
     auto* pools = static_cast<uint8_t*>(calloc(size_t{pool_count} + 1, UUID_SIZE));
-    if (pools == nullptr) {
-        log_err("%s NULL pointer\n", "p_uuid");
+    if (log_missing(pools == nullptr, "p_uuid")) {
         return -1;
     }
     const int result = copy_pools(new_fd, old_fd, pools, size);

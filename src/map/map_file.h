@@ -7,7 +7,7 @@
 #include "store/header_file.h"
 #include "store/node_cache.h"
 
-constexpr header_kind MAP_KIND = {"map", MAP_CONST_NODES, MAP_VAR_NODES};
+inline constexpr header_kind MAP_KIND = {"map", MAP_CONST_NODES, MAP_VAR_NODES};
 
 // The current map. fd 0: none is open. Its pool table is not read.
 struct map_file {

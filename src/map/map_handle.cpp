@@ -58,12 +58,7 @@ static int load_contents(map_handle* handle, const opened_file* file) {
 }
 
 int load_map_handle(map_handle* handle, const char* path, file_access access) {
-    if (path == nullptr) {
-        log_err("%s NULL pointer\n", "name");
-        return -1;
-    }
-    if (handle == nullptr) {
-        log_err("%s NULL pointer\n", "handle");
+    if (log_missing(path == nullptr, "name") || log_missing(handle == nullptr, "handle")) {
         return -1;
     }
     opened_file file;
@@ -89,8 +84,7 @@ int take_map_handle(map_handle* handle, const opened_file* file) {
 }
 
 int close_map_handle(map_handle* handle) {
-    if (handle == nullptr) {
-        log_err("%s NULL pointer\n", "handle");
+    if (log_missing(handle == nullptr, "handle")) {
         return -1;
     }
     free(handle->pools);

@@ -32,12 +32,8 @@ int read_file_uuid(const char* path, uint8_t* uuid) {
     // empty there; a map and a data file have what they need in these.
     constexpr header_kind any = {"fri", 2, 1};
     constexpr const char* name = "extract_fri_uuid";
-    if (path == nullptr) {
-        log_err_as(name, "%s NULL pointer\n", "name");
-        return -1;
-    }
-    if (uuid == nullptr) {
-        log_err_as(name, "%s NULL pointer\n", "uuid");
+    if (log_missing_as(name, path == nullptr, "name") ||
+        log_missing_as(name, uuid == nullptr, "uuid")) {
         return -1;
     }
     metadata_head nodes[3];
@@ -86,12 +82,10 @@ static void keep_header(const header_kind& kind, handle_prefix* handle, void* he
 
 int load_handle(const char* caller, const header_kind& kind, pool_handle* handle, void* header,
                 const char* name, file_access access) {
-    if (name == nullptr) {
-        log_err_as(caller, "%s NULL pointer\n", "name");
+    if (log_missing_as(caller, name == nullptr, "name")) {
         return handle == nullptr ? -1 : drop_handle(&handle->fd, &handle->buffer);
     }
-    if (handle == nullptr) {
-        log_err_as(caller, "%s NULL pointer\n", "handle");
+    if (log_missing_as(caller, handle == nullptr, "handle")) {
         return -1;
     }
     uint8_t nodes[HEADER_SIZE_MAX];
@@ -124,8 +118,7 @@ int take_handle(const header_kind& kind, pool_handle* handle, void* header,
 }
 
 int close_handle(const char* caller, pool_handle* handle) {
-    if (handle == nullptr) {
-        log_err_as(caller, "%s NULL pointer\n", "handle");
+    if (log_missing_as(caller, handle == nullptr, "handle")) {
         return -1;
     }
     end_handle(&handle->fd, &handle->buffer);

@@ -62,3 +62,8 @@ void tarn_log(const char* format, ...) {
         send("%s", shown);
     }
 }
+
+bool log_missing_argument(const char* name, int line, const char* argument) {
+    tarn_log("ERR: %s(%d) %s NULL pointer\n", name, line, argument);
+    return true;
+}

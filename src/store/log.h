@@ -25,6 +25,11 @@ extern log_line_sink log_sink;
 // The same under another name: for names that the language reserves.
 #define log_err_as(name, message, ...) \
     tarn_log("ERR: %s(%d) " message, name, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+// True when `missing`, logged: an argument of that name is null, or a descriptor 0.
+#define log_missing(missing, argument) log_missing_as(__func__, missing, argument)
+#define log_missing_as(name, missing, argument) \
+    ((missing) && log_missing_argument(name, __LINE__, argument))
+bool log_missing_argument(const char* name, int line, const char* argument);
 // "<function>(<line>) " and the message: for what is logged but is no failure of the function.
 #define log_note_as(name, message, ...) \
     tarn_log("%s(%d) " message, name, __LINE__ __VA_OPT__(, ) __VA_ARGS__)

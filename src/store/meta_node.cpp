@@ -86,7 +86,21 @@ int tarn_read_var_meta_node(int fd, meta_node* node, uint32_t j) {
     return tarn_read_meta_node(fd, node, static_cast<uint32_t>(META_VAR_NODE_BASE) + j);
 }
 
-// The header's own record is no array of meta_node: its nodes go in and out as bytes.
+// Where node `n` of a header in memory lies in the file, and what a log line calls it.
+struct node_place {
+    uint32_t k;
+    const char* word;
+    int index;
+};
+static node_place place_of(int n, int const_nodes) {
+    if (n < const_nodes) {
+        return {static_cast<uint32_t>(n), "const", n};
+    }
+    const int j = n - const_nodes;
+    return {static_cast<uint32_t>(META_VAR_NODE_BASE) + static_cast<uint32_t>(j), "var", j};
+}
+
+// A header's own record is not an array of meta_node: its nodes are copied as bytes.
 static meta_node take_node(const uint8_t* at) {
     meta_node node;
     memcpy(&node, at, sizeof node);
@@ -94,30 +108,17 @@ static meta_node take_node(const uint8_t* at) {
 }
 
 int tarn_save_meta_nodes(int fd, void* nodes, int const_nodes, int var_nodes) {
-    if (fd == 0) {
-        log_err("%s NULL pointer\n", "fd");
-        return -1;
-    }
-    if (nodes == nullptr) {
-        log_err("%s NULL pointer\n", "nodes");
+    if (log_missing(fd == 0, "fd") || log_missing(nodes == nullptr, "nodes")) {
         return -1;
     }
     auto* at = static_cast<uint8_t*>(nodes);
-    for (int i = 0; i < const_nodes; i++, at += META_NODE_SIZE) {
+    for (int n = 0; n < const_nodes + var_nodes; n++, at += META_NODE_SIZE) {
+        const node_place place = place_of(n, const_nodes);
         meta_node node = take_node(at);
-        const int put = tarn_write_const_meta_node(fd, &node, static_cast<uint32_t>(i));
+        const int put = tarn_write_meta_node(fd, &node, place.k);
         memcpy(at, &node, sizeof node);
         if (put < 0) {
-            log_err("const meta node[%d] save fail\n", i);
-            return -1;
-        }
-    }
-    for (int j = 0; j < var_nodes; j++, at += META_NODE_SIZE) {
-        meta_node node = take_node(at);
-        const int put = tarn_write_var_meta_node(fd, &node, static_cast<uint32_t>(j));
-        memcpy(at, &node, sizeof node);
-        if (put < 0) {
-            log_err("var meta node[%d] save fail\n", j);
+            log_err("%s meta node[%d] save fail\n", place.word, place.index);
             return -1;
         }
     }
@@ -150,22 +151,13 @@ int meta_header_node(const meta_header* header, meta_node* node, uint32_t k) {
 int meta_header_load(const meta_header* header, void* nodes, int const_nodes, int var_nodes) {
     constexpr const char* name = "tarn_load_meta_nodes";
     auto* at = static_cast<uint8_t*>(nodes);
-    for (int i = 0; i < const_nodes; i++, at += META_NODE_SIZE) {
+    for (int n = 0; n < const_nodes + var_nodes; n++, at += META_NODE_SIZE) {
+        const node_place place = place_of(n, const_nodes);
         meta_node node;
-        const int got = meta_header_node(header, &node, static_cast<uint32_t>(i));
+        const int got = meta_header_node(header, &node, place.k);
         memcpy(at, &node, sizeof node);
         if (got < 0) {
-            log_err_as(name, "const meta node[%d] read fail\n", i);
-            return -1;
-        }
-    }
-    for (int j = 0; j < var_nodes; j++, at += META_NODE_SIZE) {
-        meta_node node;
-        const uint32_t k = static_cast<uint32_t>(META_VAR_NODE_BASE) + static_cast<uint32_t>(j);
-        const int got = meta_header_node(header, &node, k);
-        memcpy(at, &node, sizeof node);
-        if (got < 0) {
-            log_err_as(name, "var meta node[%d] read fail\n", j);
+            log_err_as(name, "%s meta node[%d] read fail\n", place.word, place.index);
             return -1;
         }
     }
@@ -173,12 +165,7 @@ int meta_header_load(const meta_header* header, void* nodes, int const_nodes, in
 }
 
 int tarn_load_meta_nodes(int fd, void* nodes, int const_nodes, int var_nodes) {
-    if (fd == 0) {
-        log_err("%s NULL pointer\n", "fd");
-        return -1;
-    }
-    if (nodes == nullptr) {
-        log_err("%s NULL pointer\n", "nodes");
+    if (log_missing(fd == 0, "fd") || log_missing(nodes == nullptr, "nodes")) {
         return -1;
     }
     meta_header header;

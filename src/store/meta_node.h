@@ -29,6 +29,7 @@ node_state meta_node_state(const meta_node* node);
 // Writes one node with a fresh checksum, which stays in the caller's buffer.
 // Returns the bytes written (a short write is not detected here); negative on failure, logged.
 int tarn_write_meta_node(int fd, meta_node* node, uint32_t k);
+// Documented, only tests call these two.
 int tarn_write_const_meta_node(int fd, meta_node* node, uint32_t i);
 int tarn_write_var_meta_node(int fd, meta_node* node, uint32_t j);
 

@@ -32,8 +32,7 @@ bool uuid_of_line(const char* line, uint8_t* out, int n) {
 }
 
 int uuid_gen(uint8_t* out, int n) {
-    if (out == nullptr) {
-        log_err("%s NULL pointer\n", "uuid");
+    if (log_missing(out == nullptr, "uuid")) {
         return -1;
     }
     char line[64] = {};
