@@ -96,6 +96,18 @@ TEST_F(handle_set, the_file_loaded_first_answers_for_a_uuid_of_two) {
     EXPECT_EQ(found(0xC1, 4), "one");  // a map before any table
 }
 
+TEST_F(handle_set, holds_any_number_of_files_of_a_kind) {
+    const size_t before = open_files();
+    for (uint8_t uuid = 1; uuid <= 4; uuid++) {
+        EXPECT_EQ(load("map" + std::to_string(uuid), 4, uuid), 0);
+    }
+    for (uint8_t uuid = 1; uuid <= 4; uuid++) {
+        EXPECT_EQ(found(uuid, 4), "map" + std::to_string(uuid));
+    }
+    EXPECT_EQ(finish_handle_set(), 0);
+    EXPECT_EQ(open_files(), before);
+}
+
 TEST_F(handle_set, types_without_handles_are_refused_and_nothing_is_linked) {
     const size_t before = open_files();
     EXPECT_EQ(load("type3", 3, 0xD1), -1);

@@ -102,9 +102,11 @@ TEST_F(map_file_of, a_save_writes_the_five_header_nodes_and_nothing_else) {
     const std::string after = hex_of(file_.bytes(4096 + 64, 1024));
     ASSERT_EQ(load_map(file_.path()), 0);
     current_map.header.map_mapped_count = 3;
+    const std::string in_memory = hex_of(current_map.header);
     const io_fault_at writes(0, 0, {io_call::write});
     EXPECT_EQ(save_map(), 0);
     EXPECT_EQ(writes.calls(), 5u);
+    EXPECT_EQ(hex_of(current_map.header), in_memory);  // its checksums too
     EXPECT_EQ(hex_of(file_.bytes(0, 4096)), before);
     EXPECT_EQ(hex_of(file_.bytes(4096 + 64, 1024)), after);
     EXPECT_EQ(file_.read_at<uint64_t>(4100), 3u);

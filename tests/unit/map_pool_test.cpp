@@ -10,6 +10,7 @@
 #include "support/log_capture.h"
 #include "support/sample_volumes.h"
 #include "support/scratch_file.h"
+#include "tbl/tbl_file.h"
 
 namespace {
 
@@ -105,6 +106,9 @@ TEST_F(map_pool, a_table_that_missed_its_pools_is_logged) {
 TEST_F(map_pool, the_handle_of_a_table_that_answers_for_the_map_has_no_pools) {
     make_tbl(file_.path(), uuid_of(0x4A));
     ASSERT_EQ(load_as_handle(file_.path()), 0);
+    auto* table = static_cast<tbl_handle*>(lookup_handle(uuid_of(0x4A).data(), 1));
+    ASSERT_NE(table, nullptr);
+    memset(&table->node, 0xFF, sizeof table->node);  // nothing of it is taken for a map's header
     EXPECT_EQ(pool(0), -1);
     EXPECT_EQ(hex_of(uuid_), CLEARED);
     EXPECT_EQ(log_.lines(), log_lines({"ERR: tarn_map_get_pool_uuid(#) Fail to get uuid, "
