@@ -43,6 +43,10 @@ static_assert(offsetof(metadata_head, uuid) == 20);
 static_assert(sizeof(metadata_head) == META_NODE_SIZE);
 static_assert(std::is_trivially_copyable_v<metadata_head>);
 
+// Where a table's header says the extent size in bytes (32 bits), in constant node 1. Here because
+// the default platform reads it too.
+constexpr size_t TBL_EXTENT_SIZE_OFFSET = 68;
+
 inline bool uuid_equal(const uint8_t* a, const uint8_t* b) {
     return memcmp(a, b, UUID_SIZE) == 0;
 }

@@ -1,6 +1,6 @@
 // The calls out to the storage server's own system libraries. C linkage: a server links its own
-// library in place of the default one in src/platform/. docs/platform.md tells an operator how
-// the default one is configured.
+// library in place of the default one in src/platform/. docs/platform.md says how the default one
+// is configured.
 #pragma once
 
 #include <cstdint>
@@ -60,7 +60,7 @@ int ORBAVolIDParse(const char* path);
 int ORBAiSCSIConfJournalRootPathGet(char* buffer, uint32_t size, int flags);
 
 // Extent size in bytes and its shift (size = 2^shift) of the volume at `root`; negative on failure,
-// also when the configuration and the volume's table say different sizes.
+// and when the configuration and the volume's table say different sizes.
 int ORBAiSCSIVAAIExtentSizeAndShiftGet(const char* root, uint32_t* size, uint32_t* shift);
 
 // fallocate(2): 0 or more on success, negative on failure.

@@ -5,7 +5,6 @@
 #include "cli/operations.h"
 #include "cli/sub_options.h"
 #include "fri/fri_file.h"
-#include "map/map_create.h"
 #include "map/map_file.h"
 #include "options.h"
 #include "store/log.h"

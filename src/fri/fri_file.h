@@ -1,11 +1,9 @@
 // The group index as a file: header, creation, loading, saving, closing; the one current index of
-// the process, handles beside it, and the uuid of any metadata file.
-// Below: meta nodes, file primitives. Above: the table's file and entries, the index's entries.
+// the process, and handles for indexes that are open beside it.
+// Below: header_file.h, uuid.h. Above: the index's entries.
 #pragma once
 
 #include "fri/fri_format.h"
-#include "store/data_node.h"
-#include "store/handle_prefix.h"
 #include "store/header_file.h"
 
 // The current index. fd 0: none is open. The counters change in memory and reach the disk by
@@ -16,20 +14,10 @@ struct fri_file {
 };
 extern fri_file current_fri;
 
-// An index open beside the current one. Its owner allocates it zeroed and frees it. It begins like
-// handle_prefix.
-struct fri_handle {
-    int fd;
-    char path[PATH_TEXT_SIZE];
-    list_link link;
+// An index open beside the current one. Its owner allocates it zeroed and frees it.
+struct fri_handle : pool_handle {
     fri_header header;
-    uint8_t* buffer;  // of new[], released on close; null as a rule
-    data_node node;
-    uint64_t node_num;
 };
-static_assert(offsetof(fri_handle, path) == offsetof(handle_prefix, path));
-static_assert(offsetof(fri_handle, link) == offsetof(handle_prefix, link));
-static_assert(offsetof(fri_handle, header) == offsetof(handle_prefix, head));
 
 constexpr const char* FRI_LOAD_FAILED = "Fail to load FRI";  // in messages, before the path
 
@@ -47,15 +35,18 @@ int save_fri();
 // is open. A file is never created from itself.
 int create_fri(const char* newpath, const char* oldpath);
 // The same for a rebuild beside a file that exists at `oldpath`: where its uuid cannot be read, the
-// new index gets `uuid` (not null). A fresh one would cut it off from the journal's records.
+// new index gets `uuid` (not null). With a fresh one no journal record would apply to it.
 int recreate_fri(const char* newpath, const char* oldpath, const uint8_t* uuid);
 
-int load_fri_handle(fri_handle* handle, const char* name);  // a wrong magic code is only logged
+// Opens `name`; a wrong magic code is only logged. After a failure nothing stays open.
+int load_fri_handle(fri_handle* handle, const char* name,
+                    file_access access = file_access::read_write);
 int close_fri_handle(fri_handle* handle);
 // Makes a handle of a file that is open already; closes it on failure.
 int take_fri_handle(fri_handle* handle, const opened_file* file);
 
-// Reads the uuid of any metadata file (a table's too).
+// Reads the uuid of any metadata file (a table's too). A documented door to read_file_uuid, which
+// the program calls itself.
 int extract_fri_uuid(const char* name, uint8_t* uuid_out);
 
 int dump_fri_meta();  // prints the current header

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "handles/map_pool.h"
 #include "jnl/jnl_replay_items.h"
 #include "jnl/jnl_walk.h"
-#include "map/map_pool.h"
 #include "print.h"
 #include "store/log.h"
 

@@ -1,30 +1,23 @@
 #include "map/map_file.h"
 
 #include <cstdio>
+#include <cstdlib>
 
+#include "print.h"
+#include "store/crc32c.h"
 #include "store/descriptor.h"
-#include "store/file.h"
 #include "store/log.h"
-#include "store/meta_node.h"
 
 map_file current_map = {0, {}, {{}, NO_NODE}, {}};
 
 int load_map(const char* path) {
-    if (path == nullptr) {
-        log_err("%s NULL pointer\n", "name");
+    if (log_missing(path == nullptr, "name")) {
         return -1;
     }
-    current_map.fd = open_file(path);
-    if (current_map.fd == 0) {
-        log_err("map file descriptor is invalid\n");
-        return -1;
-    }
-    map_header header;
-    if (tarn_load_meta_nodes(current_map.fd, &header, MAP_CONST_NODES, MAP_VAR_NODES) != 0) {
+    if (load_header_file(__func__, MAP_KIND, magic_rule::only_logged, path, &current_map.fd,
+                         &current_map.header) != 0) {
         return -1;  // logged there
     }
-    (void)meta_hdr_d2m(&header);  // deliberate: a wrong magic code is only logged
-    current_map.header = header;
     snprintf(current_map.path, sizeof current_map.path, "%s", path);
     tarn_cache_node_init(&current_map.cache);
     return 0;
@@ -39,14 +32,8 @@ void close_map() {
 }
 
 int save_map() {
-    if (current_map.fd == 0) {
-        log_err("map file descriptor is invalid\n");
-        return -1;
-    }
-    map_header scratch = current_map.header;
-    meta_hdr_m2d(&scratch);
-    return tarn_save_meta_nodes(current_map.fd, &scratch, MAP_CONST_NODES, MAP_VAR_NODES) != 0 ? -1
-                                                                                               : 0;
+    map_header scratch = current_map.header;  // its checksums stay as they were loaded
+    return save_header_file(__func__, MAP_KIND, current_map.fd, &scratch);
 }
 
 uint64_t tarn_map_lea_total_cnt() {
@@ -80,6 +67,79 @@ int get_map_count(const char* path, uint64_t* out) {
     }
     *out = current_map.header.map_mapped_count;
     return 0;
+}
+
+// Copies the table through `pools`, which has room for it. 0, or -1, logged.
+static int copy_pools(int new_fd, int old_fd, uint8_t* pools, uint32_t size) {
+    const int got = read_fd(old_fd, pools, MAP_POOL_TABLE_OFFSET, size);
+    if (got < 0 || static_cast<uint32_t>(got) != size) {
+        log_err_as("clone_map_pool_table", "Fail to read the pool table, %u bytes\n", size);
+        return -1;
+    }
+    const int put = write_fd(new_fd, pools, MAP_POOL_TABLE_OFFSET, size);
+    if (put < 0 || static_cast<uint32_t>(put) != size) {
+        log_err_as("clone_map_pool_table", "Fail to write the pool table, %u bytes\n", size);
+        return -1;
+    }
+    return 0;
+}
+
+int clone_map_pool_table(int new_fd, int old_fd, uint32_t pool_count, uint32_t* checksum) {
+    if (log_missing(new_fd == 0, "fd") || log_missing(old_fd == 0, "ofd")) {
+        return -1;
+    }
+    if (pool_count > MAP_POOL_TABLE_MAX) {
+        log_err("map_pool_cnt %u reaches past the first mebibyte\n", pool_count);
+        return -1;
+    }
+    const auto size = static_cast<uint32_t>(pool_count * UUID_SIZE);
+    auto* pools = static_cast<uint8_t*>(calloc(size_t{pool_count} + 1, UUID_SIZE));
+    if (log_missing(pools == nullptr, "p_uuid")) {
+        return -1;
+    }
+    const int result = copy_pools(new_fd, old_fd, pools, size);
+    tarn_crc32c(pools, size, checksum);
+    free(pools);
+    return result;
+}
+
+// Fills the new file from the open old map. 0, or -1, logged.
+static int fill_new_map(int new_fd, const char* newpath, uint64_t size) {
+    map_header header = current_map.header;
+    uint32_t checksum = 0;
+    if (clone_map_pool_table(new_fd, current_map.fd, header.map_pool_cnt, &checksum) != 0) {
+        return -1;  // logged there
+    }
+    header.map_pool_cksum = checksum;
+    if (save_header_file("create_map", MAP_KIND, new_fd, &header) != 0) {
+        log_err_as("create_map", "Fail to save new map %s with size %llu\n", newpath, ull(size));
+        return -1;
+    }
+    return 0;
+}
+
+int create_map(const char* newpath, const char* oldpath) {
+    if (load_map(oldpath) < 0) {
+        log_err("Fail to load old map %s\n", oldpath != nullptr ? oldpath : "(null)");
+        close_map();
+        return -1;
+    }
+    const int64_t size = io_size(current_map.fd);
+    if (size < 0) {
+        log_err("Fail to stat old map %s size\n", oldpath);
+        close_map();
+        return -1;
+    }
+    if (would_empty(__func__, newpath, oldpath)) {
+        log_err("%s and %s are one file\n", newpath, oldpath);
+        close_map();
+        return -1;
+    }
+    const int new_fd = create_file(newpath, static_cast<uint64_t>(size));
+    const int result = fill_new_map(new_fd, newpath, static_cast<uint64_t>(size));
+    close_map();
+    close_synced(new_fd);
+    return result;
 }
 
 int dump_map_meta() {

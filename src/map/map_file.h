@@ -1,9 +1,13 @@
-// A LUN map as a file: the one current map of the process, its header, counts and printed form.
-// Below: meta nodes, node cache, file primitives. Above: the map's entries, discovery's commands.
+// A LUN map as a file: the one current map of the process, its header and counts, and a new map
+// made from an old one. Below: header_file.h, node cache. Above: the map's entries and handles,
+// discovery's commands.
 #pragma once
 
 #include "map/map_format.h"
+#include "store/header_file.h"
 #include "store/node_cache.h"
+
+inline constexpr header_kind MAP_KIND = {"map", MAP_CONST_NODES, MAP_VAR_NODES};
 
 // The current map. fd 0: none is open. Its pool table is not read.
 struct map_file {
@@ -29,4 +33,9 @@ uint64_t tarn_map_lea_total_cnt();   // entries of the LUN, or NO_MAP_COUNT, log
 uint64_t tarn_map_lea_mapped_cnt();  // mapped entries as the header says, or NO_MAP_COUNT, logged
 // Loads the map at `path` and stores its mapped count; the map stays open for the caller to close.
 int get_map_count(const char* path, uint64_t* out);
+// Creates `newpath` with the size, header (counts included) and pool table of the map at `oldpath`
+// and no mapped entry. Uses the current map.
+int create_map(const char* newpath, const char* oldpath);
+// Copies `pool_count` rows between two open maps and stores their checksum.
+int clone_map_pool_table(int new_fd, int old_fd, uint32_t pool_count, uint32_t* checksum);
 int dump_map_meta();  // prints the current header

@@ -1,13 +1,10 @@
 #include "map/map_handle.h"
 
-#include <cstdio>
 #include <cstdlib>
 
 #include "store/crc32c.h"
 #include "store/descriptor.h"
-#include "store/file.h"
 #include "store/log.h"
-#include "store/meta_node.h"
 
 static const char* pool_word(uint32_t count) {
     return count < 2 ? "pool" : "pools";
@@ -45,41 +42,30 @@ static int load_pools(map_handle* handle, uint32_t count, const char* path) {
 
 // Loads everything from the open file. 0, or -1, logged.
 static int load_contents(map_handle* handle, const opened_file* file) {
-    const char* path = file->path;
-    map_header header;
-    if (meta_header_load(&file->header, &header, MAP_CONST_NODES, MAP_VAR_NODES) != 0) {
+    if (take_header(MAP_KIND, handle, &handle->header, file) != 0) {
         return -1;  // logged there
     }
-    (void)meta_hdr_d2m(&header);  // deliberate: a wrong magic code is only logged
-    handle->header = header;
-    snprintf(handle->path, sizeof handle->path, "%s", path);
-    const uint32_t count = header.map_pool_cnt;
+    const uint32_t count = handle->header.map_pool_cnt;
     if (count > EC_MAX_VOL_NUM) {
         log_err_as("load_map_handle", "map_pool_cnt %u exceed EC_MAX_VOL_NUM (%u)\n", count,
                    EC_MAX_VOL_NUM);  // deliberate: a warning only
     }
-    if (count != 0 && load_pools(handle, count, path) != 0) {
+    if (count != 0 && load_pools(handle, count, file->path) != 0) {
         return -1;  // logged there
     }
     tarn_cache_node_init(&handle->cache);
     return 0;
 }
 
-int load_map_handle(map_handle* handle, const char* path) {
-    if (path == nullptr) {
-        log_err("%s NULL pointer\n", "name");
-        return -1;
-    }
-    if (handle == nullptr) {
-        log_err("%s NULL pointer\n", "handle");
+int load_map_handle(map_handle* handle, const char* path, file_access access) {
+    if (log_missing(path == nullptr, "name") || log_missing(handle == nullptr, "handle")) {
         return -1;
     }
     opened_file file;
     file.path = path;
-    file.fd = open_file(path);
+    file.fd = open_kind(__func__, MAP_KIND, path, access);
     if (file.fd == 0) {
-        log_err("map file descriptor is invalid\n");
-        return -1;
+        return -1;  // logged there
     }
     meta_header_read(file.fd, &file.header);
     return take_map_handle(handle, &file);
@@ -91,15 +77,14 @@ int take_map_handle(map_handle* handle, const opened_file* file) {
     if (load_contents(handle, file) != 0) {
         free(handle->pools);
         handle->pools = nullptr;
-        io_close(handle->fd);  // the field keeps its stale value: a handle that failed is let go
+        io_close(handle->fd);  // deliberate: the field keeps the number, as documented
         return -1;
     }
     return 0;
 }
 
 int close_map_handle(map_handle* handle) {
-    if (handle == nullptr) {
-        log_err("%s NULL pointer\n", "handle");
+    if (log_missing(handle == nullptr, "handle")) {
         return -1;
     }
     free(handle->pools);

@@ -1,14 +1,15 @@
 #include "platform/config.h"
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include "platform/programs.h"
-#include "platform/report.h"
 
 static constexpr const char* DEFAULT_FILE = "/etc/tarn/platform.conf";
 static constexpr const char* DEFAULT_JOURNAL_ROOT = "/var/lib/tarn";
@@ -16,6 +17,13 @@ static constexpr size_t LINE_SIZE = 2 * PLATFORM_VALUE_SIZE;
 
 static platform_config config;
 static enum { UNREAD, GOOD, WRONG } state = UNREAD;
+
+void platform_report(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    vsyslog(LOG_ERR, format, arguments);
+    va_end(arguments);
+}
 
 static bool any_text(const char*) {
     return true;
@@ -30,13 +38,13 @@ static const char* first_word(const char* text) {
     return text + strspn(text, PLATFORM_BLANKS);
 }
 
-static const char* behind_word(const char* word) {
+static const char* next_word(const char* word) {
     return first_word(word + strcspn(word, PLATFORM_BLANKS));
 }
 
 static bool program_line(const char* value) {
     int words = 0;
-    for (const char* word = first_word(value); *word != '\0'; word = behind_word(word)) {
+    for (const char* word = first_word(value); *word != '\0'; word = next_word(word)) {
         words++;
     }
     return value[0] == '/' && words <= PROGRAM_ARGUMENTS_MAX - 3;  // two more, and the null
@@ -82,7 +90,7 @@ static char* trimmed(char* text) {
     return text;
 }
 
-// Takes one line in. Null, or what is wrong with it.
+// Parses one line into the configuration. Returns null, or what is wrong with it.
 static const char* take_line(char* line) {
     char* text = trimmed(line);
     if (text[0] == '\0' || text[0] == '#') {
@@ -149,7 +157,7 @@ static bool take_file(FILE* file, const char* path) {
     return true;
 }
 
-// This file names programs that root runs: null, or why root must not follow it.
+// The file names programs that root runs. Returns null, or why root must not trust it.
 static const char* distrusted(FILE* file) {
     if (geteuid() != 0) {
         return nullptr;
@@ -165,7 +173,7 @@ static const char* distrusted(FILE* file) {
     return group_writes || (status.st_mode & S_IWOTH) != 0 ? "others may write it" : nullptr;
 }
 
-// All of an open file. False, reported.
+// Reads all of an open file. Returns false, reported, if it cannot be used.
 static bool take_trusted_file(FILE* file, const char* path) {
     const char* reason = distrusted(file);
     if (reason != nullptr) {

@@ -1,25 +1,24 @@
 // The configuration of the default platform: /etc/tarn/platform.conf, or the file that the
 // environment variable TARN_PLATFORM_CONF names. Read once, at the first call that needs it. Run as
 // root, a file that somebody else may change is refused.
-// Below: report.h; programs.h for the longest argument list. Above: every call that asks for a
-// setting.
+// Below: programs.h for the longest argument list. Above: every call that needs a setting.
 #pragma once
 
 #include <cstddef>
 
 constexpr size_t PLATFORM_VALUE_SIZE = 8192;  // bytes of one value, the closing zero included
 
-// What stands around keys and values, and between the words of a value.
+// The characters around keys and values, and between the words of a value.
 constexpr const char* PLATFORM_BLANKS = " \t\r\n";
 
-// A key that stands in no file has its default here, or is not `given`.
+// A key that the file does not have gets its default here, or is not `given`.
 struct platform_setting {
     bool given;
     char value[PLATFORM_VALUE_SIZE];
 };
 
 struct platform_config {
-    platform_setting journal_root;    // empty: there is none to be had
+    platform_setting journal_root;    // empty: there is none
     platform_setting volumes;         // mount paths separated by blanks
     platform_setting extent_shift;    // decimal, 9..30
     platform_setting service_pause;   // program and arguments separated by blanks
@@ -31,3 +30,6 @@ struct platform_config {
 const platform_config* platform_config_get();
 // Forgets what was read: for tests.
 void platform_config_forget();
+
+// Logs one line at LOG_ERR: what the default platform found wrong.
+[[gnu::format(printf, 1, 2)]] void platform_report(const char* format, ...);

@@ -10,12 +10,12 @@
 #include "platform/programs.h"
 
 // A stream of OLIBCPopen, and its program. A caller may close it with pclose() or fclose(), which
-// end the stream and know of no program: whether it is still open, its pipe tells.
+// end the stream and do not wait for the program: its pipe shows whether it is still open.
 struct open_stream {
     FILE* stream;  // null: the row is free
     pid_t pid;
     int fd;
-    dev_t device;  // these two: the pipe behind `fd`
+    dev_t device;  // these two: the pipe of `fd`
     ino_t inode;
 };
 static open_stream open_streams[16];
@@ -32,8 +32,8 @@ static bool is_open(const open_stream& row) {
            status.st_ino == row.inode;
 }
 
-// A free row, or null. On the way, waits for the programs that nobody waits for any more, each by
-// its own process id, as far as they have ended.
+// A free row, or null. Also reaps the programs whose stream was closed and that have ended, each by
+// its own process id.
 static open_stream* free_row() {
     open_stream* found = nullptr;
     for (open_stream& row : open_streams) {

@@ -13,9 +13,9 @@ static constexpr const char* SYSTEMCTL = "/usr/bin/systemctl";
 // What pause stopped, and how.
 static enum { NOTHING, BY_PROGRAM, BY_SYSTEMD } stopped = NOTHING;
 
-// Runs `command`, split at blanks, with service and reason behind its arguments. 0, or -1.
+// Runs `command`, split at blanks, with service and reason after its arguments. 0, or -1.
 static int run_configured(const char* command, const char* service, const char* reason) {
-    static char words[PLATFORM_VALUE_SIZE];
+    char words[PLATFORM_VALUE_SIZE];
     snprintf(words, sizeof words, "%s", command);
     char* argv[PROGRAM_ARGUMENTS_MAX];
     int count = 0;

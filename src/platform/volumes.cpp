@@ -1,23 +1,76 @@
 #include "platform/volumes.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "platform/config.h"
-#include "platform/volume_names.h"
 
 static constexpr const char* MOUNT_TABLE = "/proc/self/mountinfo";
 static constexpr int MOUNT_LINE_SIZE = 3 * 4096;
 
-// One listed volume; the path stands behind the record.
+int volume_number(const char* component, size_t length) {
+    static constexpr char word[] = "volume";
+    constexpr size_t word_length = sizeof word - 1;
+    if (length <= word_length || strncmp(component, word, word_length) != 0 ||
+        component[word_length] == '0') {
+        return -1;
+    }
+    int64_t number = 0;
+    for (size_t i = word_length; i < length; i++) {
+        if (component[i] < '0' || component[i] > '9') {
+            return -1;
+        }
+        number = number * 10 + (component[i] - '0');
+        if (number > INT32_MAX) {
+            return -1;
+        }
+    }
+    return static_cast<int>(number);
+}
+
+int ORBAVolIDParse(const char* path) {
+    if (path == nullptr) {
+        return -1;
+    }
+    while (*path != '\0') {
+        const size_t length = strcspn(path, "/");
+        const int number = volume_number(path, length);
+        if (number > 0) {
+            return number;
+        }
+        path += length;
+        path += strspn(path, "/");
+    }
+    return -1;
+}
+
+static bool is_octal(char c) {
+    return c >= '0' && c <= '7';
+}
+
+void decode_mount_path(char* path) {
+    char* to = path;
+    for (const char* from = path; *from != '\0'; to++) {
+        if (from[0] == '\\' && is_octal(from[1]) && is_octal(from[2]) && is_octal(from[3])) {
+            *to = static_cast<char>((from[1] - '0') * 64 + (from[2] - '0') * 8 + (from[3] - '0'));
+            from += 4;
+        } else {
+            *to = *from++;
+        }
+    }
+    *to = '\0';
+}
+
+// One listed volume; the path follows the record.
 struct space_node {
     ORBASpaceInfo info;
     int number;
     char path[1];
 };
 
-// Appends a copy of `path` behind *tail. The new tail, or null without memory.
+// Inserts a copy of `path` at *tail. Returns the new tail, or null without memory.
 static ORBASpaceInfo** append(ORBASpaceInfo** tail, const char* path, int number) {
     const size_t length = strlen(path);
     auto* node = static_cast<space_node*>(calloc(1, sizeof(space_node) + length));
@@ -33,7 +86,7 @@ static ORBASpaceInfo** append(ORBASpaceInfo** tail, const char* path, int number
 }
 
 static int list_configured(const char* volumes, ORBASpaceInfo** list) {
-    static char words[PLATFORM_VALUE_SIZE];
+    char words[PLATFORM_VALUE_SIZE];
     snprintf(words, sizeof words, "%s", volumes);
     ORBASpaceInfo** tail = list;
     char* rest = nullptr;
@@ -59,7 +112,7 @@ static char* mount_point(char* line) {
     return field;
 }
 
-// Reads a line, or as much of it as there is room for: the rest of it is passed over.
+// Reads a line, or as much of it as there is room for; the rest of it is skipped.
 static bool read_mount_line(FILE* mounts, char* line) {
     if (fgets(line, MOUNT_LINE_SIZE, mounts) == nullptr) {
         return false;
@@ -73,7 +126,7 @@ static bool read_mount_line(FILE* mounts, char* line) {
     return true;
 }
 
-// Puts a volume in its place by number; one that is mounted over another stands once.
+// Inserts a volume in order of its number; one that is mounted over another is listed once.
 static bool insert_by_number(ORBASpaceInfo** list, const char* path, int number) {
     ORBASpaceInfo** at = list;
     for (; *at != nullptr; at = &(*at)->next) {
@@ -93,7 +146,7 @@ int list_mounted_volumes(const char* mount_table, ORBASpaceInfo** list) {
     if (mounts == nullptr) {
         return -1;
     }
-    static char line[MOUNT_LINE_SIZE];
+    char line[MOUNT_LINE_SIZE];
     bool good = true;
     while (good && read_mount_line(mounts, line)) {
         const char* path = mount_point(line);

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 // Stores the checksum of `len` bytes at `buf` through `out`: reflected polynomial 0x82F63B78,
-// register 0xFFFFFFFF at the start, complemented at the end. Every call starts afresh; 0 bytes
+// register 0xFFFFFFFF at the start, complemented at the end. Calls are independent; 0 bytes
 // give 0; the nine digits "123456789" give 0xE3069283.
 void tarn_crc32c(const void* buf, uint32_t len, uint32_t* out);
 
@@ -14,7 +14,7 @@ void tarn_crc32c(const void* buf, uint32_t len, uint32_t* out);
 // at once where the processor has an instruction for it.
 void tarn_crc32c_blocks(const void* blocks, size_t count, uint32_t* checksums);
 
-// The routines behind the two, chosen once at start. All give the same results.
+// The implementations of the two, chosen once at start. All give the same results.
 struct crc32c_routines {
     const char* name;
     uint32_t (*bytes)(const void* buf, size_t len);

@@ -17,7 +17,8 @@ constexpr uint64_t DATA_NODE_BASE = METADATA_DATA_OFFSET / DATA_NODE_SIZE;
 constexpr uint64_t DATA_NODE_NUM_END = (uint64_t{1} << 63) / DATA_NODE_SIZE - DATA_NODE_BASE;
 
 // Byte of node `node_num` in its file. For a node that no file reaches it is 2^63, which every
-// transfer refuses, also with an offset inside the node added: nothing wraps to a byte that exists.
+// transfer refuses, even if an offset inside the node is added: nothing wraps to a byte that
+// exists.
 constexpr uint64_t data_node_offset(uint64_t node_num) {
     return node_num < DATA_NODE_NUM_END ? (node_num + DATA_NODE_BASE) * DATA_NODE_SIZE
                                         : uint64_t{1} << 63;
@@ -32,15 +33,14 @@ int tarn_write_data_node(int fd, data_node* node, uint64_t node_num);
 // Reads data node `node_num` into `node`, which the caller has cleared: a read at the end of the
 // file fills less of it and is no error. A stored checksum of 0 means that the node carries none,
 // so sparse space reads as an empty node. Returns 0 valid or unchecked; 1 checksum mismatch,
-// logged, payload kept as read; negative when the read fails, logged, also when it stops short
-// before the end of the file. Leaves the checksum field 0.
+// logged, payload kept as read; negative when the read fails or stops short before the end of the
+// file, logged. Leaves the checksum field 0.
 int tarn_read_data_node(int fd, data_node* node, uint64_t node_num);
 
-// Reads `len` payload bytes at `at` in node `node_num`: the way that single entries of table and
-// index come. The checksum is not looked at. Returns the bytes read, which are fewer than `len`
-// only where the file ends (the rest of `bytes` is zero then); negative when the read fails, also
-// when it stops short before the end. A failing seek is logged; the caller knows what the bytes
-// meant.
+// Reads `len` payload bytes at `at` in node `node_num`: a single entry of table or index. The
+// checksum is not checked. Returns the bytes read, fewer than `len` only at the end of the file
+// (the rest of `bytes` is zero then); negative when the read fails or stops short before the end.
+// Only a failing seek is logged: the caller knows what the bytes mean, and logs that.
 int read_data_bytes(int fd, uint64_t node_num, size_t at, void* bytes, size_t len);
 
 enum class patch_result { done, read_failed, write_failed };
@@ -54,9 +54,9 @@ struct node_mismatch {
 // Of `node` as it was read; its checksum field stays.
 node_mismatch mismatch_of(const data_node* node);
 
-// Replaces `len` payload bytes at `at` in node `node_num`, whose other bytes stay as they are, and
-// writes the node with a fresh checksum: the way that single entries of table and index go. Logs
-// nothing: the caller knows what the bytes meant. The old checksum is compared only for `before`,
+// Replaces `len` payload bytes at `at` in node `node_num` and writes the node with a fresh
+// checksum: a single entry of table or index. The node's other bytes stay as they are. Logs
+// nothing: the caller knows what the bytes mean. The old checksum is compared only for `before`,
 // which may be null.
 patch_result patch_data_node(int fd, uint64_t node_num, size_t at, const void* bytes, size_t len,
                              node_mismatch* before = nullptr);

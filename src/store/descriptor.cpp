@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <limits>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "store/keep_journal.h"
@@ -168,6 +169,14 @@ int io_next_entry(DIR* directory, const char** name) {
     }
     *name = entry->d_name;
     return 0;
+}
+
+void raise_open_file_limit() {
+    struct rlimit limit = {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        (void)setrlimit(RLIMIT_NOFILE, &limit);  // deliberate: see the contract
+    }
 }
 
 io_file_id io_identity(int fd) {

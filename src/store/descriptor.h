@@ -17,7 +17,7 @@ enum class io_call {
     write,
     seek,
     sync,      // of a file, a directory or a file system
-    truncate,  // to a size, also when a file is created
+    truncate,  // to a size; creating a file does it too
     allocate,
     stat,  // status and real path of a name
     rename,
@@ -30,7 +30,7 @@ enum class io_call {
     spawn,  // starting a program
 };
 
-// What a fault does to one call: error 0 lets it through with at most `limit` bytes.
+// What a fault does to one call: error 0 allows it, with at most `limit` bytes.
 struct io_verdict {
     int error;     // errno of the failing call; 0: the call is made
     size_t limit;  // read and write: bytes moved at most
@@ -74,7 +74,11 @@ int io_next_entry(DIR* directory, const char** name);
 // Whether something was written through this descriptor, or its size set, since it was opened.
 bool io_was_written(int fd);
 
-// Which file a descriptor stands for; all zero for none.
+// Raises the limit of open files as far as this process may. A failure is not reported: then fewer
+// files can be opened, and the open that fails is logged.
+void raise_open_file_limit();
+
+// The file that a descriptor refers to; all zero for none.
 struct io_file_id {
     uint64_t device;
     uint64_t inode;
@@ -85,13 +89,13 @@ io_file_id io_identity(int fd);
 // nothing; -1 when the system does not say.
 int io_same_file(const char* one, const char* other);
 
-// The path that `fd` was opened by, as log_text shows a name: cut to fit, "descriptor <fd>" when
-// the system does not say. Returns `out`.
+// The path of the file that `fd` refers to, cut to fit; "descriptor <fd>" when the system does not
+// say. Returns `out`.
 const char* io_name(int fd, char* out, size_t size);
 constexpr size_t IO_NAME_SIZE = 256;
 
-// Where the next byte at or after `offset` that is not in a hole lies, and where the next hole
-// begins; `end` at the most. A file system that knows no holes says that everything is data.
+// The first byte at or after `offset` that is not in a hole, and the first that is; at most `end`.
+// A file system without holes reports everything as data.
 uint64_t io_next_data(int fd, uint64_t offset, uint64_t end);
 uint64_t io_next_hole(int fd, uint64_t offset, uint64_t end);
 

@@ -19,17 +19,11 @@ int open_fd(const char* path, int flags) {
 }
 
 int create_file(const char* path, uint64_t size) {
-    if (path == nullptr) {
-        log_err("%s NULL pointer\n", "name");
-        return 0;
-    }
-    if (size == 0) {
-        log_err("%s NULL pointer\n", "size");
+    if (log_missing(path == nullptr, "name") || log_missing(size == 0, "size")) {
         return 0;
     }
     const int fd = open_fd(path, O_RDWR | O_CREAT | O_TRUNC | O_LARGEFILE);
-    if (fd <= 0) {
-        log_err("%s NULL pointer\n", "fd");
+    if (log_missing(fd <= 0, "fd")) {
         return 0;
     }
     if (io_truncate(fd, size) != 0) {
@@ -48,22 +42,17 @@ bool would_empty(const char* caller, const char* path, const char* old) {
     return same != 0;
 }
 
-int open_file(const char* path) {
-    if (path == nullptr) {
-        log_err("%s NULL pointer\n", "name");
+int open_file(const char* path, file_access access) {
+    if (log_missing(path == nullptr, "name")) {
         return 0;
     }
-    const int fd = open_fd(path, O_RDWR | O_LARGEFILE);
+    const int flags = access == file_access::read_only ? O_RDONLY : O_RDWR;
+    const int fd = open_fd(path, flags | O_LARGEFILE);
     return fd < 0 ? 0 : fd;
 }
 
 int write_fd(int fd, const void* buf, uint64_t offset, uint32_t len) {
-    if (fd == 0) {
-        log_err("%s NULL pointer\n", "fd");
-        return -1;
-    }
-    if (buf == nullptr) {
-        log_err("%s NULL pointer\n", "buf");
+    if (log_missing(fd == 0, "fd") || log_missing(buf == nullptr, "buf")) {
         return -1;
     }
     if (io_seek(fd, offset) < 0) {
@@ -85,12 +74,7 @@ int write_fd(int fd, const void* buf, uint64_t offset, uint32_t len) {
 }
 
 int read_fd(int fd, void* buf, uint64_t offset, uint32_t len) {
-    if (fd == 0) {
-        log_err("%s NULL pointer\n", "fd");
-        return -1;
-    }
-    if (buf == nullptr) {
-        log_err("%s NULL pointer\n", "buf");
+    if (log_missing(fd == 0, "fd") || log_missing(buf == nullptr, "buf")) {
         return -1;
     }
     if (io_seek(fd, offset) < 0) {

@@ -18,8 +18,9 @@ int create_file(const char* path, uint64_t size);
 // which is logged under `caller`.
 bool would_empty(const char* caller, const char* path, const char* old);
 
-// Opens `path` for reading and writing. Returns the descriptor, the caller's; 0 on failure, logged.
-int open_file(const char* path);
+enum class file_access { read_write, read_only };
+// Opens `path`. Returns the descriptor, the caller's; 0 on failure, logged.
+int open_file(const char* path, file_access access = file_access::read_write);
 
 // One write or read of `len` bytes at byte `offset`. Returns the bytes moved, which may be fewer
 // (a read at the end of the file); -1 for descriptor 0, a null buffer or a failing seek, all

@@ -1,6 +1,6 @@
-// The reasons to keep the journal: whatever went wrong in this run, or was found in doubt, so that
-// the journal may still be needed. Recorded where the doubt arises, logged there as well; asked by
-// start-up replay before it deletes the journal, by the rebuilds, and by main.
+// The reasons to keep the journal: what failed in this run, or cannot be trusted, so that the
+// journal may still be needed. Recorded and logged where it is found; checked by start-up replay
+// before it deletes the journal, by the rebuilds, and by main.
 // Below: log.h. Above: everything that reads or writes metadata.
 #pragma once
 
@@ -10,7 +10,7 @@
 
 enum class keep_reason {
     failed_write,  // a write or sync of metadata failed or was short, or was refused before it
-    unread,        // something that had to be read, or asked for, was not: I/O error, no room
+    unread,        // something could not be read or asked for: I/O error, no memory
     damage,        // damage was found, and what replaced it may hide it
 };
 

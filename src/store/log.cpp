@@ -7,6 +7,8 @@
 
 static constexpr size_t LINE_SIZE = 3 * 4096;  // two of the longest paths, and words
 
+log_line_sink log_sink = nullptr;
+
 static bool is_control(unsigned char c) {
     return c < 0x20 || c == 0x7F;
 }
@@ -44,11 +46,24 @@ void tarn_log(const char* format, ...) {
     vsnprintf(line, sizeof line, format, arguments);
     va_end(arguments);
     const size_t length = strlen(line);
-    const bool ended = length > 0 && line[length - 1] == '\n';  // the message's own line end stays
+    const bool ended = length > 0 && line[length - 1] == '\n';
     if (ended) {
         line[length - 1] = '\0';
     }
-    char shown[LINE_SIZE];
-    log_escape(line, shown, sizeof shown);
-    send("%s%s", shown, ended ? "\n" : "");
+    char shown[LINE_SIZE + 1];
+    log_escape(line, shown, LINE_SIZE);
+    if (ended) {
+        const size_t end = strlen(shown);  // LINE_SIZE - 1 at most
+        memcpy(shown + end, "\n", sizeof "\n");
+    }
+    if (log_sink != nullptr) {
+        log_sink(shown);
+    } else {
+        send("%s", shown);
+    }
+}
+
+bool log_missing_argument(const char* name, int line, const char* argument) {
+    tarn_log("ERR: %s(%d) %s NULL pointer\n", name, line, argument);
+    return true;
 }

@@ -35,22 +35,36 @@ int tarn_write_var_meta_node(int fd, meta_node* node, uint32_t j) {
     return tarn_write_meta_node(fd, node, static_cast<uint32_t>(META_VAR_NODE_BASE) + j);
 }
 
-// What a read of `got` bytes into `node` is worth: the result of tarn_read_meta_node.
-static int judge_node(meta_node* node, int got) {
-    const uint32_t stored = node->checksum;
-    const uint32_t computed = node_checksum(node);
-    if (stored != 0 && stored != computed) {
-        log_err_as("tarn_read_meta_node", "tarn_read_meta_node checksum error !\n");
-        got = -1;
-    } else if (stored == 0 && node_is_empty(node)) {
-        got = 0;
-    } else if (stored == 0) {
-        log_err_as("tarn_read_meta_node",
-                   "tarn_read_meta_node(%d) checksum error (checksum corrupted) !\n", -1);
-        got = -1;
+static node_state state_of(const meta_node* node, uint32_t computed) {
+    if (node->checksum != 0) {
+        return node->checksum == computed ? node_state::right : node_state::wrong;
     }
+    return node_is_empty(node) ? node_state::empty : node_state::unsummed;
+}
+
+node_state meta_node_state(const meta_node* node) {
+    return state_of(node, node_checksum(node));
+}
+
+// The result of tarn_read_meta_node after a read of `got` bytes into `node`.
+static int judge_node(meta_node* node, int got) {
+    constexpr const char* name = "tarn_read_meta_node";
+    const uint32_t computed = node_checksum(node);
+    const node_state state = state_of(node, computed);
     node->checksum = computed;
-    return got;
+    switch (state) {
+        case node_state::right:
+            return got;
+        case node_state::empty:
+            return 0;
+        case node_state::wrong:
+            log_err_as(name, "tarn_read_meta_node checksum error !\n");
+            return -1;
+        case node_state::unsummed:
+            log_err_as(name, "tarn_read_meta_node(%d) checksum error (checksum corrupted) !\n", -1);
+            return -1;
+    }
+    return -1;  // every state has returned
 }
 
 int tarn_read_meta_node(int fd, meta_node* node, uint32_t k) {
@@ -72,7 +86,21 @@ int tarn_read_var_meta_node(int fd, meta_node* node, uint32_t j) {
     return tarn_read_meta_node(fd, node, static_cast<uint32_t>(META_VAR_NODE_BASE) + j);
 }
 
-// The header's own record is no array of meta_node: its nodes go in and out as bytes.
+// Where node `n` of a header in memory lies in the file, and what a log line calls it.
+struct node_place {
+    uint32_t k;
+    const char* word;
+    int index;
+};
+static node_place place_of(int n, int const_nodes) {
+    if (n < const_nodes) {
+        return {static_cast<uint32_t>(n), "const", n};
+    }
+    const int j = n - const_nodes;
+    return {static_cast<uint32_t>(META_VAR_NODE_BASE) + static_cast<uint32_t>(j), "var", j};
+}
+
+// A header's own record is not an array of meta_node: its nodes are copied as bytes.
 static meta_node take_node(const uint8_t* at) {
     meta_node node;
     memcpy(&node, at, sizeof node);
@@ -80,30 +108,17 @@ static meta_node take_node(const uint8_t* at) {
 }
 
 int tarn_save_meta_nodes(int fd, void* nodes, int const_nodes, int var_nodes) {
-    if (fd == 0) {
-        log_err("%s NULL pointer\n", "fd");
-        return -1;
-    }
-    if (nodes == nullptr) {
-        log_err("%s NULL pointer\n", "nodes");
+    if (log_missing(fd == 0, "fd") || log_missing(nodes == nullptr, "nodes")) {
         return -1;
     }
     auto* at = static_cast<uint8_t*>(nodes);
-    for (int i = 0; i < const_nodes; i++, at += META_NODE_SIZE) {
+    for (int n = 0; n < const_nodes + var_nodes; n++, at += META_NODE_SIZE) {
+        const node_place place = place_of(n, const_nodes);
         meta_node node = take_node(at);
-        const int put = tarn_write_const_meta_node(fd, &node, static_cast<uint32_t>(i));
+        const int put = tarn_write_meta_node(fd, &node, place.k);
         memcpy(at, &node, sizeof node);
         if (put < 0) {
-            log_err("const meta node[%d] save fail\n", i);
-            return -1;
-        }
-    }
-    for (int j = 0; j < var_nodes; j++, at += META_NODE_SIZE) {
-        meta_node node = take_node(at);
-        const int put = tarn_write_var_meta_node(fd, &node, static_cast<uint32_t>(j));
-        memcpy(at, &node, sizeof node);
-        if (put < 0) {
-            log_err("var meta node[%d] save fail\n", j);
+            log_err("%s meta node[%d] save fail\n", place.word, place.index);
             return -1;
         }
     }
@@ -136,22 +151,13 @@ int meta_header_node(const meta_header* header, meta_node* node, uint32_t k) {
 int meta_header_load(const meta_header* header, void* nodes, int const_nodes, int var_nodes) {
     constexpr const char* name = "tarn_load_meta_nodes";
     auto* at = static_cast<uint8_t*>(nodes);
-    for (int i = 0; i < const_nodes; i++, at += META_NODE_SIZE) {
+    for (int n = 0; n < const_nodes + var_nodes; n++, at += META_NODE_SIZE) {
+        const node_place place = place_of(n, const_nodes);
         meta_node node;
-        const int got = meta_header_node(header, &node, static_cast<uint32_t>(i));
+        const int got = meta_header_node(header, &node, place.k);
         memcpy(at, &node, sizeof node);
         if (got < 0) {
-            log_err_as(name, "const meta node[%d] read fail\n", i);
-            return -1;
-        }
-    }
-    for (int j = 0; j < var_nodes; j++, at += META_NODE_SIZE) {
-        meta_node node;
-        const uint32_t k = static_cast<uint32_t>(META_VAR_NODE_BASE) + static_cast<uint32_t>(j);
-        const int got = meta_header_node(header, &node, k);
-        memcpy(at, &node, sizeof node);
-        if (got < 0) {
-            log_err_as(name, "var meta node[%d] read fail\n", j);
+            log_err_as(name, "%s meta node[%d] read fail\n", place.word, place.index);
             return -1;
         }
     }
@@ -159,12 +165,7 @@ int meta_header_load(const meta_header* header, void* nodes, int const_nodes, in
 }
 
 int tarn_load_meta_nodes(int fd, void* nodes, int const_nodes, int var_nodes) {
-    if (fd == 0) {
-        log_err("%s NULL pointer\n", "fd");
-        return -1;
-    }
-    if (nodes == nullptr) {
-        log_err("%s NULL pointer\n", "nodes");
+    if (log_missing(fd == 0, "fd") || log_missing(nodes == nullptr, "nodes")) {
         return -1;
     }
     meta_header header;

@@ -15,11 +15,21 @@ constexpr uint64_t meta_node_offset(uint32_t node_index) {      // bytes
     return static_cast<uint32_t>(node_index * META_NODE_SIZE);  // formed in 32 bits
 }
 
+// What a node is, by its bytes as they were read.
+enum class node_state {
+    right,     // its checksum is that of its bytes
+    wrong,     // its checksum is not
+    unsummed,  // it has bytes and no checksum
+    empty,     // all zero: it was never written
+};
+node_state meta_node_state(const meta_node* node);
+
 // Node `k` lies at byte 64 * k; constant node i is node i, variable node j is node 64 + j.
 
 // Writes one node with a fresh checksum, which stays in the caller's buffer.
-// Returns the bytes written (a short write is not seen here); negative on failure, logged.
+// Returns the bytes written (a short write is not detected here); negative on failure, logged.
 int tarn_write_meta_node(int fd, meta_node* node, uint32_t k);
+// Documented, only tests call these two.
 int tarn_write_const_meta_node(int fd, meta_node* node, uint32_t i);
 int tarn_write_var_meta_node(int fd, meta_node* node, uint32_t j);
 
@@ -27,6 +37,7 @@ int tarn_write_var_meta_node(int fd, meta_node* node, uint32_t j);
 // node that was never written (all zero, or past the end of the file); negative, logged, when the
 // read fails, the checksum differs, or a node without a checksum is not empty.
 int tarn_read_meta_node(int fd, meta_node* node, uint32_t k);
+// Documented, only tests call these two: the program reads a header with one transfer.
 int tarn_read_const_meta_node(int fd, meta_node* node, uint32_t i);
 int tarn_read_var_meta_node(int fd, meta_node* node, uint32_t j);
 

@@ -4,8 +4,11 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "metadata.h"
 #include "platform.h"
+#include "print.h"
 #include "store/descriptor.h"
+#include "store/header_file.h"
 #include "store/log.h"
 
 static bool is_hex(char c) {
@@ -29,8 +32,7 @@ bool uuid_of_line(const char* line, uint8_t* out, int n) {
 }
 
 int uuid_gen(uint8_t* out, int n) {
-    if (out == nullptr) {
-        log_err("%s NULL pointer\n", "uuid");
+    if (log_missing(out == nullptr, "uuid")) {
         return -1;
     }
     char line[64] = {};
@@ -50,4 +52,22 @@ int uuid_gen(uint8_t* out, int n) {
         return -1;
     }
     return 0;
+}
+
+int inherit_uuid(const char* oldpath, const uint8_t* kept, uint8_t* out) {
+    if (oldpath != nullptr && read_file_uuid(oldpath, out) == 0) {
+        return 0;
+    }
+    if (kept == nullptr) {
+        return uuid_gen(out, UUID_SIZE);
+    }
+    memcpy(out, kept, UUID_SIZE);
+    return 0;
+}
+
+void change_uuid(const char* kind, uint8_t* of_header, const uint8_t* uuid) {
+    printf("TARN_INFO: chagne %s uuid:\n", kind);
+    printf("TARN_INFO: from [" UUID_PLAIN "]\n", UUID_ARGS(of_header));
+    memcpy(of_header, uuid, UUID_SIZE);
+    printf("TARN_INFO: to   [" UUID_PLAIN "]\n", UUID_ARGS(of_header));
 }

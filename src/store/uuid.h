@@ -1,13 +1,22 @@
-// New uuids, from the system's own program. Below: descriptor.h, the platform's program call.
+// Uuids of new metadata files: fresh ones, from the system's own program, and inherited ones.
+// Below: header_file.h, descriptor.h, the platform's program call. Above: the files of table and
+// index.
 #pragma once
 
 #include <cstdint>
 
 // Fills `out` with the first `n` bytes of a fresh uuid (16 in all), in the order of its text.
-// Returns 0; -1, logged, when `out` is null, the program does not run or says too little.
+// Returns 0; -1, logged, when `out` is null, the program does not run or prints too little.
 int uuid_gen(uint8_t* out, int n);
 
-// Takes `n` bytes off a line of text: a pair of characters each, from the next hexadecimal digit
-// on; what stands between is passed over, and the second of a pair is not looked at. False when the
-// line ends before the pairs do.
+// Reads `n` bytes from a line of text: a pair of characters each, from the next hexadecimal digit
+// on. Other characters before a pair are skipped, and the second of a pair is not checked. Returns
+// false when the line ends before the pairs do.
 bool uuid_of_line(const char* line, uint8_t* out, int n);
+
+// The uuid of a new file that replaces the one at `oldpath`: that file's own; when `oldpath` is
+// null or cannot be read, `kept`; when that is null, a fresh one. 0, or -1, logged.
+int inherit_uuid(const char* oldpath, const uint8_t* kept, uint8_t* out);
+
+// Replaces the uuid of a header in memory and prints it before and after. `kind`: "TBL".
+void change_uuid(const char* kind, uint8_t* of_header, const uint8_t* uuid);

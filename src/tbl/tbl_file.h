@@ -1,11 +1,8 @@
 // The extent table as a file: header, creation, loading, saving, closing; the one current table of
 // the process, and handles for tables that are open beside it.
-// Below: meta nodes, file primitives, the index's file (which reads any file's uuid). Above: the
-// table's entries.
+// Below: header_file.h, uuid.h. Above: the table's entries.
 #pragma once
 
-#include "store/data_node.h"
-#include "store/handle_prefix.h"
 #include "store/header_file.h"
 #include "tbl/tbl_format.h"
 
@@ -16,20 +13,10 @@ struct tbl_file {
 };
 extern tbl_file current_tbl;
 
-// A table open beside the current one. Its owner allocates it zeroed and frees it. It begins like
-// handle_prefix.
-struct tbl_handle {
-    int fd;
-    char path[PATH_TEXT_SIZE];
-    list_link link;
+// A table open beside the current one. Its owner allocates it zeroed and frees it.
+struct tbl_handle : pool_handle {
     tbl_header header;
-    uint8_t* buffer;  // of new[], released on close; null as a rule
-    data_node node;
-    uint64_t node_num;
 };
-static_assert(offsetof(tbl_handle, path) == offsetof(handle_prefix, path));
-static_assert(offsetof(tbl_handle, link) == offsetof(handle_prefix, link));
-static_assert(offsetof(tbl_handle, header) == offsetof(handle_prefix, head));
 
 constexpr const char* TBL_LOAD_FAILED = "Fail to load TBL";  // in messages, before the path
 
@@ -46,11 +33,13 @@ int save_tbl();
 // `oldpath`, and makes it the current table. The header is only in memory until save_tbl. After a
 // failure no table is open. A file is never created from itself.
 int create_tbl(const char* newpath, const char* oldpath);
-// The same for a rebuild: where the uuid cannot be read once the old header was loaded, that header
-// gives it. A fresh one would cut the table off from the journal's records.
+// The same for a rebuild: when the uuid cannot be read after the old header was loaded, the
+// header's is used. With a fresh one no journal record would apply to the table.
 int recreate_tbl(const char* newpath, const char* oldpath);
 
-int load_tbl_handle(tbl_handle* handle, const char* name);  // a wrong magic code is only logged
+// Opens `name`; a wrong magic code is only logged. After a failure nothing stays open.
+int load_tbl_handle(tbl_handle* handle, const char* name,
+                    file_access access = file_access::read_write);
 int close_tbl_handle(tbl_handle* handle);
 // Makes a handle of a file that is open already; closes it on failure.
 int take_tbl_handle(tbl_handle* handle, const opened_file* file);
@@ -58,5 +47,6 @@ int take_tbl_handle(tbl_handle* handle, const opened_file* file);
 int dump_tbl_meta();  // prints the current header
 // Replaces the uuid of the current header and prints it before and after; the caller saves.
 void set_tbl_uuid(const uint8_t* uuid);
-uint32_t get_tbl_extent_size();
-void set_tbl_extent_size(uint32_t size);  // prints old and new; the caller saves
+uint32_t get_tbl_extent_size();  // bytes; documented, only tests call it
+// Prints old and new; the caller saves. Documented, only tests call it.
+void set_tbl_extent_size(uint32_t size);

@@ -33,7 +33,7 @@ static_assert(offsetof(tbl_header, tbl_uuid) == 20);
 static_assert(offsetof(tbl_header, tbl_data_offset) == 36);
 static_assert(offsetof(tbl_header, tbl_create_time) == 44);
 static_assert(offsetof(tbl_header, checksum1) == 64);
-static_assert(offsetof(tbl_header, tbl_extent_size) == 68);
+static_assert(offsetof(tbl_header, tbl_extent_size) == TBL_EXTENT_SIZE_OFFSET);
 static_assert(offsetof(tbl_header, tbl_entry_size) == 72);
 static_assert(offsetof(tbl_header, tbl_total_count) == 76);
 static_assert(sizeof(tbl_header) == (TBL_CONST_NODES + TBL_VAR_NODES) * META_NODE_SIZE);

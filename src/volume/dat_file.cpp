@@ -17,7 +17,7 @@ int load_dat_handle(dat_handle* handle, const char* path) {
         return -1;
     }
     dat_header header{};
-    handle->fd = open_with_header(__func__, "dat", path, &header, DAT_CONST_NODES, DAT_VAR_NODES);
+    handle->fd = open_with_header(__func__, {"dat", DAT_CONST_NODES, DAT_VAR_NODES}, path, &header);
     if (handle->fd == 0 || meta_hdr_d2m(&header) != 0) {
         return drop_handle(&handle->fd, &handle->buffer);  // logged there
     }

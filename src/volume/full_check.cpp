@@ -16,13 +16,14 @@ static constexpr const char* FULL_CHECK = "do_check_full_tbl_consistent";  // in
 
 // Opens the file `name` in a directory of the volume; `failed` is how the message begins.
 template <class Handle>
-static int open_handle(Handle* handle, int (*load)(Handle*, const char*), const char* failed,
-                       const char* root, const char* dir_name, const char* name) {
+static int open_handle(Handle* handle, int (*load)(Handle*, const char*, file_access),
+                       const char* failed, const char* root, const char* dir_name,
+                       const char* name) {
     char path[PATH_TEXT_SIZE];
     if (form_path(path, sizeof path, "%s/%s/%s", root, dir_name, name) != 0) {
         return -1;
     }
-    if (load(handle, path) != 0) {
+    if (load(handle, path, file_access::read_write) != 0) {
         log_err_as(FULL_CHECK, "%s (%s)\n", failed, path);
         return -1;
     }

@@ -9,7 +9,6 @@
 #include "store/descriptor.h"
 #include "store/file.h"
 #include "store/keep_journal.h"
-#include "store/open_limit.h"
 #include "tbl/tbl_entries.h"
 #include "volume/dat_file.h"
 #include "volume/volume_paths.h"

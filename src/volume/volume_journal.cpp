@@ -2,12 +2,11 @@
 
 #include <cstdio>
 
+#include "handles/handle_set.h"
 #include "jnl/jnl_file.h"
 #include "jnl/jnl_seen_keys.h"
 #include "store/descriptor.h"
-#include "store/handle_set.h"
 #include "store/log.h"
-#include "store/open_limit.h"
 #include "volume/discovery.h"
 #include "volume/journal_drivers.h"
 #include "volume/stop_signals.h"

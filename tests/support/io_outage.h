@@ -1,4 +1,4 @@
-// A disk that goes away: the n-th system call of a kind (from 1) and all behind it fail with EIO.
+// A disk that goes away: the n-th system call of a kind (from 1) and all after it fail with EIO.
 #pragma once
 
 #include <cerrno>

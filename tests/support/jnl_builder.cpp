@@ -3,10 +3,10 @@
 #include <cstring>
 #include <gtest/gtest.h>
 
+#include "handles/handle_set.h"
 #include "jnl/jnl_file.h"
 #include "map/map_entries.h"
 #include "map/map_file.h"
-#include "store/handle_set.h"
 #include "support/hex.h"
 
 uuid_bytes uuid_from(uint8_t first) {

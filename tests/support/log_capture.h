@@ -1,5 +1,5 @@
-// What the code under test tells the system log, line by line. The test program's own vsyslog
-// stands in for the system's.
+// What the code under test logs, line by line. The test program's own vsyslog replaces the
+// system's.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 class log_capture {
 public:
     log_capture();   // begins with an empty list; one at a time
-    ~log_capture();  // lines told while none is alive are dropped
+    ~log_capture();  // lines logged while none is alive are dropped
     log_capture(const log_capture&) = delete;
     log_capture& operator=(const log_capture&) = delete;
     // Each line as it was sent, its line end included, "name(123)" shown as "name(#)" and

@@ -1,4 +1,4 @@
-// The roads of single entries: a few bytes of a data node read, and patched.
+// Single entries: a few bytes of a data node read, and patched.
 #include <cerrno>
 #include <gtest/gtest.h>
 #include <vector>
@@ -106,5 +106,5 @@ TEST(data_bytes, whichever_call_of_a_patch_fails_the_node_is_whole_old_or_whole_
         EXPECT_EQ(result == patch_result::done, !fired) << n;
         EXPECT_EQ(hex_of(file.bytes(1048576 + 512, 512)) == before, fired) << n;
     }
-    EXPECT_EQ(n, 6u);  // seek, read, seek, write; the fifth is none
+    EXPECT_EQ(n, 6u);  // seek, read, seek, write; there is no fifth
 }

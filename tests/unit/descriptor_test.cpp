@@ -23,12 +23,12 @@ protected:
     scratch_file file_{3 * MEBIBYTE};
 };
 
-TEST_F(sparse_file, the_next_data_lies_behind_the_hole) {
+TEST_F(sparse_file, the_next_data_lies_after_the_hole) {
     EXPECT_EQ(io_next_data(file_.fd(), 0, 3 * MEBIBYTE), MEBIBYTE);
     EXPECT_EQ(io_next_data(file_.fd(), MEBIBYTE + 1, 3 * MEBIBYTE), MEBIBYTE + 1);
 }
 
-TEST_F(sparse_file, behind_the_last_data_the_end_is_next) {
+TEST_F(sparse_file, after_the_last_data_the_end_is_next) {
     const uint64_t hole = io_next_hole(file_.fd(), MEBIBYTE, 3 * MEBIBYTE);
     EXPECT_GT(hole, MEBIBYTE);
     EXPECT_LE(hole, 2 * MEBIBYTE);

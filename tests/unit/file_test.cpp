@@ -19,7 +19,7 @@ static uint64_t size_of(const std::string& path) {
     return static_cast<uint64_t>(status.st_size);
 }
 
-TEST(file, a_size_of_0_is_told_as_missing_and_the_existing_file_stays) {
+TEST(file, a_size_of_0_is_logged_as_missing_and_the_existing_file_stays) {
     scratch_file file;
     file.write_at(0, uint32_t{0x11223344});
     log_capture log;
@@ -31,7 +31,7 @@ TEST(file, a_size_of_0_is_told_as_missing_and_the_existing_file_stays) {
     EXPECT_EQ(file.read_at<uint32_t>(0), 0x11223344u);
 }
 
-TEST(file, a_missing_path_is_told) {
+TEST(file, a_missing_path_is_logged) {
     log_capture log;
     EXPECT_EQ(create_file(nullptr, 1), 0);
     EXPECT_EQ(open_file(nullptr), 0);
@@ -72,7 +72,7 @@ TEST(file, a_new_file_is_open_to_whom_the_umask_lets) {
     close(fd);
 }
 
-TEST(file, a_file_that_cannot_be_created_is_told_twice) {
+TEST(file, a_file_that_cannot_be_created_is_logged_twice) {
     log_capture log;
     EXPECT_EQ(create_file("/no-such-directory/file", 1), 0);
     EXPECT_EQ(log.lines(), log_lines({"ERR: open_fd(#) open file /no-such-directory/file fail\n",
@@ -101,7 +101,7 @@ TEST(file, a_size_that_no_file_has_is_refused) {
     EXPECT_TRUE(log.has("to size 9223372036854775808 errno="));
 }
 
-TEST(file, opening_a_missing_path_is_told_by_open_fd) {
+TEST(file, opening_a_missing_path_is_logged_by_open_fd) {
     log_capture log;
     EXPECT_EQ(open_file("/no-such-file"), 0);
     EXPECT_EQ(log.lines(), log_lines({"ERR: open_fd(#) open file /no-such-file fail\n"}));
@@ -151,7 +151,7 @@ TEST(file, standard_input_closed_by_the_caller_makes_the_first_open_fail) {
     EXPECT_EQ(log.lines(), log_lines({"ERR: create_file(#) fd NULL pointer\n"}));
 }
 
-TEST(file, a_missing_buffer_is_told) {
+TEST(file, a_missing_buffer_is_logged) {
     scratch_file file(8);
     log_capture log;
     EXPECT_EQ(write_fd(file.fd(), nullptr, 0, 1), -1);

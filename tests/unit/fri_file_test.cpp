@@ -121,7 +121,7 @@ TEST(fri_file, an_index_is_never_emptied_to_create_itself) {
     EXPECT_EQ(load_fri(pool.fri_file.path()), 0);
 }
 
-TEST(fri_file, a_new_index_that_cannot_be_created_is_told) {
+TEST(fri_file, a_new_index_that_cannot_be_created_is_logged) {
     log_capture log;
     EXPECT_EQ(create_fri("/no-such-directory/EP_FRI", nullptr), -1);
     EXPECT_EQ(create_fri(nullptr, nullptr), -1);
@@ -141,7 +141,7 @@ TEST(fri_file, the_uuid_of_any_metadata_file_can_be_read) {
     EXPECT_EQ(hex_of(uuid), POOL_UUID);
 }
 
-TEST(fri_file, a_wrong_magic_code_is_told_and_the_uuid_taken) {
+TEST(fri_file, a_wrong_magic_code_is_logged_and_the_uuid_taken) {
     scratch_file blank(8192);
     uint8_t uuid[16] = {1};
     log_capture log;
@@ -150,7 +150,7 @@ TEST(fri_file, a_wrong_magic_code_is_told_and_the_uuid_taken) {
     EXPECT_EQ(log.count("mismatched MAGIC_CODE"), 1u);
 }
 
-TEST(fri_file, a_uuid_that_cannot_be_read_is_told) {
+TEST(fri_file, a_uuid_that_cannot_be_read_is_logged) {
     pool_files pool;
     uint8_t uuid[16] = {};
     log_capture log;
@@ -205,7 +205,7 @@ TEST(fri_file, a_damaged_header_fails_both) {
     EXPECT_EQ(handle->buffer, nullptr);
 }
 
-TEST(fri_file, missing_arguments_of_a_handle_are_told) {
+TEST(fri_file, missing_arguments_of_a_handle_are_logged) {
     auto handle = std::make_unique<fri_handle>();
     log_capture log;
     EXPECT_EQ(load_fri_handle(handle.get(), nullptr), -1);
@@ -242,7 +242,7 @@ TEST(fri_file, the_header_prints_line_by_line) {
               "TARN_INFO: fri_group_head  5\n");
 }
 
-TEST(fri_file, a_new_uuid_is_told_and_reaches_the_disk_by_the_save) {
+TEST(fri_file, a_new_uuid_is_printed_and_reaches_the_disk_by_the_save) {
     pool_files pool;
     const uint8_t uuid[16] = {0xff, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 0xab};
     stdout_capture out;

@@ -1,10 +1,10 @@
-#include "store/handle_set.h"
+#include "handles/handle_set.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <gtest/gtest.h>
 
-#include "store/handle_prefix.h"
+#include "store/header_file.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
 #include "support/open_files.h"
@@ -96,6 +96,18 @@ TEST_F(handle_set, the_file_loaded_first_answers_for_a_uuid_of_two) {
     EXPECT_EQ(found(0xC1, 4), "one");  // a map before any table
 }
 
+TEST_F(handle_set, holds_any_number_of_files_of_a_kind) {
+    const size_t before = open_files();
+    for (uint8_t uuid = 1; uuid <= 4; uuid++) {
+        EXPECT_EQ(load("map" + std::to_string(uuid), 4, uuid), 0);
+    }
+    for (uint8_t uuid = 1; uuid <= 4; uuid++) {
+        EXPECT_EQ(found(uuid, 4), "map" + std::to_string(uuid));
+    }
+    EXPECT_EQ(finish_handle_set(), 0);
+    EXPECT_EQ(open_files(), before);
+}
+
 TEST_F(handle_set, types_without_handles_are_refused_and_nothing_is_linked) {
     const size_t before = open_files();
     EXPECT_EQ(load("type3", 3, 0xD1), -1);
@@ -114,7 +126,7 @@ TEST_F(handle_set, types_without_handles_are_refused_and_nothing_is_linked) {
     }
 }
 
-TEST_F(handle_set, a_lookup_of_types_3_and_5_is_told_and_of_unknown_ones_not) {
+TEST_F(handle_set, a_lookup_of_types_3_and_5_is_logged_and_of_unknown_ones_not) {
     for (const uint32_t type : {0u, 6u, 0xFFFFFFFFu}) {
         EXPECT_EQ(found(0xD1, type), "");
     }
@@ -125,7 +137,7 @@ TEST_F(handle_set, a_lookup_of_types_3_and_5_is_told_and_of_unknown_ones_not) {
                                        "ERR: lookup_handle(#) Not support 5 type lookup\n"}));
 }
 
-TEST_F(handle_set, files_that_cannot_be_read_are_told) {
+TEST_F(handle_set, files_that_cannot_be_read_are_logged) {
     EXPECT_EQ(load_as_handle(nullptr), -1);
     EXPECT_EQ(log_.lines(), log_lines({"ERR: load_as_handle(#) name NULL pointer\n"}));
     EXPECT_EQ(load_as_handle("/nonexistent"), -1);

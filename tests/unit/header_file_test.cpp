@@ -10,6 +10,8 @@
 #include "support/log_capture.h"
 #include "support/scratch_file.h"
 
+constexpr header_kind KIND = {"tbl", 2, 0};
+
 // A file of two constant nodes, the first word of each its number.
 class header_file : public testing::Test {
 protected:
@@ -27,16 +29,28 @@ protected:
 
 TEST_F(header_file, is_left_open_with_its_header_read) {
     meta_node header[2] = {};
-    const scoped_fd fd(open_with_header("load_it", "tbl", file_.path(), header, 2, 0));
+    const scoped_fd fd(open_with_header("load_it", KIND, file_.path(), header));
     ASSERT_GT(fd.get(), 0);
     EXPECT_EQ(memcmp(header, nodes_, sizeof header), 0);
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(header_file, that_is_missing_is_told_under_the_name_of_who_asked) {
+TEST_F(header_file, can_be_opened_read_only) {
+    for (const file_access access : {file_access::read_write, file_access::read_only}) {
+        meta_node header[2] = {};
+        const scoped_fd fd(open_with_header("load_it", KIND, file_.path(), header, access));
+        ASSERT_GT(fd.get(), 0);
+        EXPECT_EQ(memcmp(header, nodes_, sizeof header), 0);
+        const bool writes = access == file_access::read_write;
+        EXPECT_EQ(fcntl(fd.get(), F_GETFL) & O_ACCMODE, writes ? O_RDWR : O_RDONLY);
+        EXPECT_EQ(io_write(fd.get(), "x", 1), writes ? 1 : -1);
+    }
+}
+
+TEST_F(header_file, that_is_missing_is_logged_under_the_name_of_the_caller) {
     const scratch_dir dir;
     meta_node header[2] = {};
-    EXPECT_EQ(open_with_header("load_it", "tbl", dir.file("none").c_str(), header, 2, 0), 0);
+    EXPECT_EQ(open_with_header("load_it", KIND, dir.file("none").c_str(), header), 0);
     EXPECT_EQ(log_.last(), "ERR: load_it(#) tbl file descriptor is invalid\n");
 }
 
@@ -45,7 +59,7 @@ TEST_F(header_file, that_cannot_be_read_stays_not_open) {
     const int next = dup(file_.fd());  // the number that the next open takes
     close(next);
     const io_fault_at fault(1, EIO, {io_call::read});
-    EXPECT_EQ(open_with_header("load_it", "tbl", file_.path(), header, 2, 0), 0);
+    EXPECT_EQ(open_with_header("load_it", KIND, file_.path(), header), 0);
     EXPECT_EQ(fcntl(next, F_GETFD), -1);
     EXPECT_TRUE(log_.has("const meta node[0] read fail\n"));
 }

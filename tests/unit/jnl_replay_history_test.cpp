@@ -1,9 +1,9 @@
 // Replay of history blocks into each kind of file; MOVES in jnl_replay_moves_test.cpp.
 #include <cerrno>
 
+#include "handles/handle_set.h"
 #include "jnl/jnl_file.h"
 #include "jnl/jnl_seen_keys.h"
-#include "store/handle_set.h"
 #include "support/io_faults.h"
 #include "support/jnl_replay_fixture.h"
 #include "support/sample_maps.h"

@@ -1,6 +1,6 @@
 // Replay of one table in several passes, each with other maps open.
+#include "handles/handle_set.h"
 #include "jnl/jnl_seen_keys.h"
-#include "store/handle_set.h"
 #include "support/jnl_replay_fixture.h"
 
 class jnl_replay_pass : public jnl_replay_fixture {

@@ -1,5 +1,3 @@
-#include "map/map_create.h"
-
 #include <cerrno>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -28,7 +26,7 @@ protected:
 
 }  // namespace
 
-TEST_F(map_create, computes_the_checksum_of_the_pool_table_afresh) {
+TEST_F(map_create, computes_the_checksum_of_the_pool_table_again) {
     const std::string right = hex_of(file_bytes(old_, 4096 + 64, 64));
     ASSERT_EQ(load_map(old_.c_str()), 0);
     current_map.header.map_pool_cksum = 0x12345678;
@@ -58,7 +56,7 @@ TEST_F(map_create, a_sync_that_fails_is_counted_as_a_failure_and_the_result_is_0
     keep_journal_forget();
 }
 
-TEST_F(map_create, tells_a_missing_old_map) {
+TEST_F(map_create, logs_a_missing_old_map) {
     EXPECT_EQ(create_map(new_.c_str(), "/nonexistent"), -1);
     EXPECT_EQ(log_.last(), "ERR: create_map(#) Fail to load old map /nonexistent\n");
     EXPECT_FALSE(file_exists(new_));

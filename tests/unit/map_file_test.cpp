@@ -54,7 +54,7 @@ TEST_F(map_file_of, a_loaded_map_has_the_header_of_the_file_and_an_empty_cache) 
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(map_file_of, a_wrong_magic_code_is_told_and_the_map_loads) {
+TEST_F(map_file_of, a_wrong_magic_code_is_logged_and_the_map_loads) {
     header_.map_magic_code = 0x0886255218140634;
     save_header();
     EXPECT_EQ(load_map(file_.path()), 0);
@@ -63,7 +63,7 @@ TEST_F(map_file_of, a_wrong_magic_code_is_told_and_the_map_loads) {
                                        "hdr->magic_code(0886255218140634)\n"}));
 }
 
-TEST_F(map_file_of, without_a_map_every_operation_is_told) {
+TEST_F(map_file_of, without_a_map_every_operation_is_logged) {
     EXPECT_EQ(tarn_map_lea_total_cnt(), 0xFFFFFFFFFFFFFFFFu);
     EXPECT_EQ(tarn_map_lea_mapped_cnt(), 0xFFFFFFFFFFFFFFFFu);
     EXPECT_EQ(save_map(), -1);
@@ -99,14 +99,16 @@ TEST_F(map_file_of, a_save_writes_the_five_header_nodes_and_nothing_else) {
     const uint8_t pool = 0x55;
     file_.write_at(8192, pool);
     const std::string before = hex_of(file_.bytes(0, 4096));
-    const std::string behind = hex_of(file_.bytes(4096 + 64, 1024));
+    const std::string after = hex_of(file_.bytes(4096 + 64, 1024));
     ASSERT_EQ(load_map(file_.path()), 0);
     current_map.header.map_mapped_count = 3;
+    const std::string in_memory = hex_of(current_map.header);
     const io_fault_at writes(0, 0, {io_call::write});
     EXPECT_EQ(save_map(), 0);
     EXPECT_EQ(writes.calls(), 5u);
+    EXPECT_EQ(hex_of(current_map.header), in_memory);  // its checksums too
     EXPECT_EQ(hex_of(file_.bytes(0, 4096)), before);
-    EXPECT_EQ(hex_of(file_.bytes(4096 + 64, 1024)), behind);
+    EXPECT_EQ(hex_of(file_.bytes(4096 + 64, 1024)), after);
     EXPECT_EQ(file_.read_at<uint64_t>(4100), 3u);
     EXPECT_EQ(file_.read_at<uint8_t>(8192), 0x55);
     EXPECT_EQ(file_.size(), 1048576u);

@@ -40,7 +40,7 @@ protected:
         loaded_ = result == 0;
         return result;
     }
-    std::string told(const std::string& message) {
+    std::string logged(const std::string& message) {
         return "ERR: load_map_handle(#) " + message + " for MAP " + file_.path() + "\n";
     }
     // Nothing of a failed load stays open or allocated.
@@ -68,7 +68,7 @@ TEST_F(map_handle_of, a_sound_map_has_header_path_pools_and_an_empty_cache) {
     EXPECT_EQ(handle_->cache.node_num, 0xFFFFFFFFFFFFFFFFu);
 }
 
-TEST_F(map_handle_of, a_map_with_a_wrong_magic_code_loads_and_is_told) {
+TEST_F(map_handle_of, a_map_with_a_wrong_magic_code_loads_and_is_logged) {
     map_header wrong{};
     wrong.map_magic_code = 0x1122334455667788;
     ASSERT_EQ(tarn_save_meta_nodes(file_.fd(), &wrong, 2, 3), 0);
@@ -84,7 +84,7 @@ TEST_F(map_handle_of, a_map_without_pools_has_no_table) {
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(map_handle_of, 1024_pools_are_fine_and_1025_are_told_read_and_checked) {
+TEST_F(map_handle_of, 1024_pools_are_fine_and_1025_are_logged_read_and_checked) {
     make_pools(&file_, 1024, 1024);
     EXPECT_EQ(load(), 0);
     EXPECT_EQ(log_.lines(), log_lines({}));
@@ -99,7 +99,7 @@ TEST_F(map_handle_of, 1024_pools_are_fine_and_1025_are_told_read_and_checked) {
     log_.clear();
     file_.write_at(8192 + 16399, uint8_t{0x34});  // the last byte of the table
     EXPECT_EQ(load(), -1);
-    EXPECT_EQ(log_.lines(), log_lines({warning, told("cksum error, 1025 pools")}));
+    EXPECT_EQ(log_.lines(), log_lines({warning, logged("cksum error, 1025 pools")}));
     expect_let_go();
 }
 
@@ -107,7 +107,7 @@ TEST_F(map_handle_of, a_pool_table_with_a_wrong_checksum_fails) {
     make_pools(&file_, 1, 1);
     file_.write_at(8192, uint8_t{0});
     EXPECT_EQ(load(), -1);
-    EXPECT_EQ(log_.lines(), log_lines({told("cksum error, 1 pool")}));
+    EXPECT_EQ(log_.lines(), log_lines({logged("cksum error, 1 pool")}));
     expect_let_go();
 }
 
@@ -117,7 +117,7 @@ TEST_F(map_handle_of, a_pool_table_that_cannot_be_read_in_full_fails) {
         log_.clear();
         const io_fault_at fault(2, error, {io_call::read});  // after the header
         EXPECT_EQ(load(), -1);
-        EXPECT_EQ(log_.lines(), log_lines({told("Fail to load 2 pools")}));
+        EXPECT_EQ(log_.lines(), log_lines({logged("Fail to load 2 pools")}));
         expect_let_go();
     }
 }
@@ -125,7 +125,7 @@ TEST_F(map_handle_of, a_pool_table_that_cannot_be_read_in_full_fails) {
 TEST_F(map_handle_of, a_pool_table_that_the_file_cuts_fails) {
     make_pools(&file_, 3, 2);
     EXPECT_EQ(load(), -1);
-    EXPECT_EQ(log_.lines(), log_lines({told("Fail to load 3 pools")}));
+    EXPECT_EQ(log_.lines(), log_lines({logged("Fail to load 3 pools")}));
     expect_let_go();
 }
 
@@ -144,13 +144,13 @@ TEST_F(map_handle_of, a_pool_table_past_the_first_mebibyte_fails_before_it_is_re
         const io_fault_at reads(0, 0, {io_call::read});
         EXPECT_EQ(load(), -1) << count;
         EXPECT_EQ(reads.calls(), 1u);  // the header alone
-        EXPECT_EQ(log_.last(), told(std::string("Fail to load ") + shown + " pools"));
+        EXPECT_EQ(log_.last(), logged(std::string("Fail to load ") + shown + " pools"));
         EXPECT_EQ(log_.count("exceed EC_MAX_VOL_NUM (1024)"), 1u);
         expect_let_go();
     }
 }
 
-TEST_F(map_handle_of, missing_arguments_and_files_are_told) {
+TEST_F(map_handle_of, missing_arguments_and_files_are_logged) {
     EXPECT_EQ(load_map_handle(handle_.get(), nullptr), -1);
     EXPECT_EQ(load_map_handle(nullptr, nullptr), -1);
     EXPECT_EQ(load_map_handle(nullptr, file_.path()), -1);

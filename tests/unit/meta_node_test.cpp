@@ -48,13 +48,34 @@ TEST(meta_node, const_node_i_is_node_i_and_var_node_j_lies_at_4096_and_64_bytes_
 }
 
 TEST(meta_node, a_node_never_written_is_empty_and_holds_the_checksum_of_zero_bytes) {
-    scratch_file file(96);  // node 1 ends behind the file, node 2 begins there
+    scratch_file file(96);  // node 1 ends after the file, node 2 begins there
     for (const uint32_t k : {0u, 1u, 2u, 70u}) {
         meta_node node = counted_node();
         EXPECT_EQ(tarn_read_meta_node(file.fd(), &node, k), 0) << k;
         EXPECT_EQ(node.checksum, 0x03C8EB67u) << k;
         EXPECT_EQ(node.payload[0], 0) << k;
     }
+}
+
+TEST(meta_node, its_state_follows_from_its_bytes_alone) {
+    meta_node node = counted_node();
+    EXPECT_EQ(meta_node_state(&node), node_state::unsummed);
+    node.checksum = 0x3AEDABC7;
+    EXPECT_EQ(meta_node_state(&node), node_state::right);
+    EXPECT_EQ(node.checksum, 0x3AEDABC7u);  // the node stays as it is
+    node.checksum = 0x3AEDABC6;
+    EXPECT_EQ(meta_node_state(&node), node_state::wrong);
+    node.checksum = 0x3AEDABC7;
+    node.payload[59] ^= 0x80;
+    EXPECT_EQ(meta_node_state(&node), node_state::wrong);
+
+    meta_node blank{};
+    EXPECT_EQ(meta_node_state(&blank), node_state::empty);
+    blank.checksum = 0x03C8EB67;  // of 64 zero bytes
+    EXPECT_EQ(meta_node_state(&blank), node_state::right);
+    blank = {};
+    blank.payload[59] = 1;
+    EXPECT_EQ(meta_node_state(&blank), node_state::unsummed);
 }
 
 TEST(meta_node, a_filled_node_without_a_checksum_is_corrupt) {
@@ -96,7 +117,7 @@ TEST(meta_node, a_node_that_the_file_cuts_fails_its_checksum) {
     EXPECT_TRUE(log.has("checksum error !"));
 }
 
-TEST(meta_node, a_failing_transfer_is_told_with_its_result) {
+TEST(meta_node, a_failing_transfer_is_logged_with_its_result) {
     scratch_file file(64);
     meta_node node = counted_node();
     log_capture log;
@@ -160,7 +181,7 @@ TEST(meta_nodes, constant_nodes_beyond_the_count_are_neither_read_nor_written) {
     EXPECT_EQ(file.read_at<uint32_t>(128), 0xBADBADBAu);
 }
 
-TEST(meta_nodes, a_missing_file_or_array_is_told) {
+TEST(meta_nodes, a_missing_file_or_array_is_logged) {
     header_of_three header{};
     log_capture log;
     EXPECT_EQ(tarn_save_meta_nodes(0, &header, 2, 1), -1);

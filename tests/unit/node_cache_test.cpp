@@ -69,7 +69,7 @@ TEST_F(node_cache_of_file, past_the_end_of_the_file_everything_is_zero) {
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(node_cache_of_file, a_mismatched_node_is_told_once_and_its_entries_come_as_stored) {
+TEST_F(node_cache_of_file, a_mismatched_node_is_logged_once_and_its_entries_come_as_stored) {
     file_.write_at(NODE_1 + 508, uint32_t{1});
     EXPECT_EQ(tarn_cache_node_load(&cache_, file_.fd(), 1), 1);
     EXPECT_EQ(log_.count("data chksum mismatched - on-disk(00000001) != ("), 1u);
@@ -153,7 +153,7 @@ TEST_F(node_cache_of_file, a_read_that_stops_short_inside_the_file_blanks_no_nei
         const io_fault_at fault(1, 0, {io_call::read});
         EXPECT_EQ(read(1, 400), -1);
     }
-    EXPECT_EQ(write(1, 0, 1), 0);  // that read left no half node behind
+    EXPECT_EQ(write(1, 0, 1), 0);  // that read left no half node in the cache
     EXPECT_EQ(node_1(400, 8), "ab ab ab ab ab ab ab ab ");
 }
 
@@ -181,7 +181,7 @@ TEST_F(node_cache_of_file, whichever_call_of_a_write_fails_the_node_is_whole_old
         EXPECT_EQ(log_.lines().empty(), !fired) << n;
         EXPECT_EQ(node_1(0, 512) == before, fired) << n;
     }
-    EXPECT_EQ(n, 6u);  // seek, read, seek, write; the fifth is none
+    EXPECT_EQ(n, 6u);  // seek, read, seek, write; there is no fifth
 }
 
 TEST_F(node_cache_of_file, a_node_that_no_file_reaches_is_neither_read_nor_written) {

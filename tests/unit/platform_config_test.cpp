@@ -28,7 +28,7 @@ protected:
         configure(text);
         const log_capture log;
         EXPECT_EQ(platform_config_get(), nullptr) << text;
-        EXPECT_EQ(platform_config_get(), nullptr) << text;  // told once
+        EXPECT_EQ(platform_config_get(), nullptr) << text;  // logged once
         EXPECT_EQ(log.lines().size(), 1U) << text;
         const std::string line = log.last();
         EXPECT_EQ(line.rfind(conf + " line ", 0), 0U) << line;
@@ -77,7 +77,7 @@ TEST_F(platform_calls, blanks_and_comments_and_a_missing_line_end_are_fine) {
     EXPECT_EQ(log.lines(), log_lines({}));
 }
 
-TEST_F(platform_calls, each_wrong_line_is_told_with_its_number) {
+TEST_F(platform_calls, each_wrong_line_is_logged_with_its_number) {
     EXPECT_EQ(reason("volumes = /a\n\nnonsense\n"), "line 3: no '='\n");
     EXPECT_EQ(reason("colour = red\n"), "line 1: unknown key\n");
     EXPECT_EQ(reason("= red\n"), "line 1: unknown key\n");
@@ -117,7 +117,7 @@ TEST_F(platform_calls, a_service_program_has_61_words_at_most) {
     EXPECT_EQ(reason(line + " x\n"), "line 1: value out of range\n");
 }
 
-TEST_F(platform_calls, a_named_file_that_cannot_be_read_is_told) {
+TEST_F(platform_calls, a_named_file_that_cannot_be_read_is_logged) {
     unlink(conf.c_str());
     const log_capture log;
     EXPECT_EQ(platform_config_get(), nullptr);

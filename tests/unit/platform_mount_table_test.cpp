@@ -58,7 +58,7 @@ TEST(platform_mount_table, makes_no_volume_of_a_cut_line) {
     const std::string long_line =
         "36 25 8:1 / /volume1 rw" + options + " 1 2 3 /volume9 rw - ext4 /dev/sda1 rw\n";
     EXPECT_EQ(listed(long_line + mount_line("/volume2")), (names{"/volume1", "/volume2"}));
-    // Room for 12287 characters: the path ends behind "/volume1" there, and goes on in the file.
+    // Room for 12287 characters: the path ends after "/volume1" there, and goes on in the file.
     const std::string path = "/" + std::string(12287 - 12 - 1 - 8, 'p') + "/volume1";
     EXPECT_EQ(listed("36 25 8:1 / " + path + "2345 rw - ext4 /dev/sda1 rw\n"), names{});
     EXPECT_EQ(listed("36 25 8:1 /\n\n36 25 8:1 / /volume1"), names{});

@@ -26,7 +26,7 @@ TEST(platform_programs, a_stream_carries_the_output_and_its_close_the_wait_statu
     EXPECT_EQ(WEXITSTATUS(status), 3);
 }
 
-TEST(platform_programs, a_stream_tells_the_signal_of_its_program) {
+TEST(platform_programs, a_stream_gives_the_signal_of_its_program) {
     FILE* stream = OLIBCPopen("/bin/sh", "r", "-c", "kill -9 $$", nullptr);
     ASSERT_NE(stream, nullptr);
     const int status = OLIBCPclose(stream);

@@ -33,7 +33,7 @@ TEST(platform_streams, what_cannot_be_run_leaves_no_process) {
     EXPECT_FALSE(has_child());
 }
 
-TEST(platform_streams, arguments_stand_as_they_are_behind_the_program_s_name) {
+TEST(platform_streams, arguments_follow_unchanged_after_the_program_s_name) {
     FILE* stream = OLIBCPopen("/bin/sh", "r", "-c",
                               "printf '<%s>' \"$@\"; tr '\\0' ' ' "
                               "</proc/$$/cmdline | cut -c1-10",
@@ -58,7 +58,7 @@ TEST(platform_streams, a_program_takes_62_arguments_and_no_more) {
 #undef TEN
 }
 
-TEST(platform_streams, a_program_whose_output_nobody_reads_ends_by_the_closed_pipe) {
+TEST(platform_streams, a_program_whose_output_is_not_read_ends_by_the_closed_pipe) {
     signal(SIGPIPE, SIG_IGN);  // as the tool does; the program gets the default back
     FILE* stream = OLIBCPopen("/bin/sh", "r", "-c", "while echo x; do :; done", nullptr);
     ASSERT_NE(stream, nullptr);
@@ -136,7 +136,7 @@ TEST(platform_streams, the_standard_pclose_may_close_any_number_beside_one_that_
 }
 
 // An abandoned program that is still running has the row of a stream at the same address.
-TEST(platform_streams, an_abandoned_program_that_still_runs_holds_nobody_up) {
+TEST(platform_streams, an_abandoned_program_that_still_runs_holds_nothing_up) {
     const char* wait_for_end = "read line; exit 1";
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "platform.h"
-#include "platform/volume_names.h"
+#include "platform/volumes.h"
 
 TEST(platform_volume_names, the_first_component_that_is_a_volume_s_name_counts) {
     struct {

@@ -130,7 +130,7 @@ TEST_F(table_file, a_table_is_never_emptied_to_create_itself) {
     EXPECT_EQ(hex_of(old_.bytes(0, 128)), hex_of(HEADER));
 }
 
-TEST_F(table_file, a_new_table_that_cannot_be_created_is_told) {
+TEST_F(table_file, a_new_table_that_cannot_be_created_is_logged) {
     log_capture log;
     EXPECT_EQ(create_tbl(dir_.file("no/such").c_str(), old_.path()), -1);
     EXPECT_EQ(create_tbl(nullptr, old_.path()), -1);
@@ -138,7 +138,7 @@ TEST_F(table_file, a_new_table_that_cannot_be_created_is_told) {
     EXPECT_EQ(current_tbl.fd, 0);
 }
 
-TEST_F(table_file, whichever_call_of_a_creation_fails_it_is_told_or_counted) {
+TEST_F(table_file, whichever_call_of_a_creation_fails_it_is_logged_or_counted) {
     uint64_t n = 1;
     for (bool fired = true; fired; n++) {
         scratch_dir dir;
@@ -151,7 +151,7 @@ TEST_F(table_file, whichever_call_of_a_creation_fails_it_is_told_or_counted) {
         close_tbl();
         fired = fault.fired();
         if (fired) {
-            // The uuid that cannot be read is replaced by a fresh one, and the reason is told.
+            // The uuid that cannot be read is replaced by a fresh one, and the reason is logged.
             EXPECT_TRUE(!log.lines().empty() || keep_journal_reasons().count > failed) << n;
         } else {
             EXPECT_TRUE(done);
@@ -216,7 +216,7 @@ TEST_F(table_file, the_header_prints_line_by_line) {
               "TARN_INFO: tbl_total_count 2164663517184\n");
 }
 
-TEST_F(table_file, uuid_and_extent_size_change_in_memory_and_are_told_before_and_after) {
+TEST_F(table_file, uuid_and_extent_size_change_in_memory_and_are_printed_before_and_after) {
     ASSERT_EQ(load_tbl(old_.path()), 0);
     const uint8_t uuid[16] = {0xff, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 0xab};
     stdout_capture out;

@@ -6,6 +6,7 @@
 #include "support/hex.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
+#include "support/pool_files.h"
 
 TEST(uuid, the_line_gives_its_bytes_in_order) {
     uint8_t out[16] = {};
@@ -39,7 +40,7 @@ TEST(uuid, no_bytes_wanted_are_no_bytes_written) {
     EXPECT_EQ(out[0], 0x77);
 }
 
-TEST(uuid, a_missing_array_is_told) {
+TEST(uuid, a_missing_array_is_logged) {
     log_capture log;
     EXPECT_EQ(uuid_gen(nullptr, 16), -1);
     EXPECT_EQ(log.lines(), log_lines({"ERR: uuid_gen(#) uuid NULL pointer\n"}));
@@ -51,6 +52,25 @@ TEST(uuid, a_program_that_does_not_start_is_logged) {
     uint8_t out[16] = {};
     EXPECT_EQ(uuid_gen(out, 16), -1);
     EXPECT_EQ(log.lines(), log_lines({"ERR: uuid_gen(#) fail to OLIBCPopen '/usr/bin/uuidgen'\n"}));
+}
+
+TEST(uuid, is_inherited_from_the_old_file_or_from_what_is_known_of_it_or_fresh) {
+    const pool_files pool;
+    const log_capture log;
+    const uint8_t known[16] = {0x5A};
+    uint8_t out[16] = {};
+    EXPECT_EQ(inherit_uuid(pool.tbl_file.path(), known, out), 0);
+    EXPECT_EQ(hex_of(out), "00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f\n");
+    EXPECT_EQ(log.lines(), log_lines({}));
+    EXPECT_EQ(inherit_uuid("/no-such-file", known, out), 0);
+    EXPECT_EQ(hex_of(out), hex_of(known));
+    EXPECT_EQ(log.last(), "ERR: extract_fri_uuid(#) fri file descriptor is invalid\n");
+    memset(out, 0, sizeof out);
+    EXPECT_EQ(inherit_uuid(nullptr, known, out), 0);
+    EXPECT_EQ(hex_of(out), hex_of(known));
+    const io_fault_at fault(1, EAGAIN, {io_call::spawn});
+    EXPECT_EQ(inherit_uuid(nullptr, nullptr, out), -1);  // the fresh one that no program gives
+    EXPECT_EQ(log.last(), "ERR: uuid_gen(#) fail to OLIBCPopen '/usr/bin/uuidgen'\n");
 }
 
 TEST(uuid, two_fresh_ones_differ_and_are_well_formed) {

@@ -7,12 +7,12 @@
 
 #include "cli/operations.h"
 #include "fri/fri_file.h"
+#include "handles/handle_set.h"
 #include "jnl/jnl_file.h"
 #include "journal_status.h"
 #include "map/map_file.h"
 #include "options.h"
 #include "store/descriptor.h"
-#include "store/handle_set.h"
 #include "support/log_capture.h"
 #include "support/open_files.h"
 #include "support/sample_volumes.h"

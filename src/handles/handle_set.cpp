@@ -1,46 +1,47 @@
-#include "store/handle_set.h"
+#include "handles/handle_set.h"
 
-#include <cstdlib>
+#include <new>
 
 #include "fri/fri_file.h"
 #include "map/map_handle.h"
 #include "store/descriptor.h"
-#include "store/file.h"
 #include "store/log.h"
-#include "store/meta_node.h"
 #include "tbl/tbl_file.h"
 
-static int take_tbl_kind(handle_prefix* handle, const opened_file* file) {
-    return take_tbl_handle(reinterpret_cast<tbl_handle*>(handle), file);
-}
-static int take_fri_kind(handle_prefix* handle, const opened_file* file) {
-    return take_fri_handle(reinterpret_cast<fri_handle*>(handle), file);
-}
-static int take_map_kind(handle_prefix* handle, const opened_file* file) {
-    return take_map_handle(reinterpret_cast<map_handle*>(handle), file);
-}
-static int close_tbl_kind(handle_prefix* handle) {
-    return close_tbl_handle(reinterpret_cast<tbl_handle*>(handle));
-}
-static int close_fri_kind(handle_prefix* handle) {
-    return close_fri_handle(reinterpret_cast<fri_handle*>(handle));
-}
-static int close_map_kind(handle_prefix* handle) {
-    return close_map_handle(reinterpret_cast<map_handle*>(handle));
-}
+// What the set does with the handles of a kind, of which it knows the prefix.
+template <class handle_type, int (*take)(handle_type*, const opened_file*),
+          int (*close)(handle_type*)>
+struct kind_functions {
+    static handle_prefix* make() { return new (std::nothrow) handle_type{}; }
+    static int take_file(handle_prefix* handle, const opened_file* file) {
+        return take(static_cast<handle_type*>(handle), file);
+    }
+    static int close_file(handle_prefix* handle) {
+        return close(static_cast<handle_type*>(handle));
+    }
+    static void free(handle_prefix* handle) { delete static_cast<handle_type*>(handle); }
+};
 
 struct kind_row {
     uint32_t type;
     const char* word;
-    size_t size;
+    handle_prefix* (*make)();  // all zero; null without memory
     int (*take)(handle_prefix* handle, const opened_file* file);
     int (*close)(handle_prefix* handle);
+    void (*free)(handle_prefix* handle);
 };
+
+template <class functions>
+static constexpr kind_row row_of(uint32_t type, const char* word) {
+    return {type,           word, functions::make, functions::take_file, functions::close_file,
+            functions::free};
+}
+
 static constexpr kind_row kinds[] = {
     // in the order in which the set is closed
-    {FILE_TYPE_TBL, "tbl", sizeof(tbl_handle), take_tbl_kind, close_tbl_kind},
-    {FILE_TYPE_FRI, "fri", sizeof(fri_handle), take_fri_kind, close_fri_kind},
-    {FILE_TYPE_MAP, "map", sizeof(map_handle), take_map_kind, close_map_kind},
+    row_of<kind_functions<tbl_handle, take_tbl_handle, close_tbl_handle>>(FILE_TYPE_TBL, "tbl"),
+    row_of<kind_functions<fri_handle, take_fri_handle, close_fri_handle>>(FILE_TYPE_FRI, "fri"),
+    row_of<kind_functions<map_handle, take_map_handle, close_map_handle>>(FILE_TYPE_MAP, "map"),
 };
 constexpr int KIND_COUNT = sizeof kinds / sizeof kinds[0];
 static_assert(kinds[HANDLE_TBL].type == FILE_TYPE_TBL);
@@ -49,36 +50,29 @@ static_assert(kinds[HANDLE_MAP].type == FILE_TYPE_MAP);
 
 static constexpr uint32_t FILE_TYPE_HIGHEST = 5;  // of the types that are known at all
 
+struct handle_list {  // in load order
+    handle_prefix* first;
+    handle_prefix* last;
+};
+
 static struct {
     bool initialised;
-    list_link lists[KIND_COUNT];
+    handle_list lists[KIND_COUNT];
 } set;
 
-static handle_prefix* handle_of(list_link* link) {
-    return reinterpret_cast<handle_prefix*>(reinterpret_cast<char*>(link) -
-                                            offsetof(handle_prefix, link));
+static void append(handle_list* list, handle_prefix* handle) {
+    (list->first == nullptr ? list->first : list->last->next) = handle;
+    list->last = handle;
 }
 
-static void append(list_link* list, list_link* link) {
-    link->prev = list->prev;
-    link->next = list;
-    list->prev->next = link;
-    list->prev = link;
-}
-
-static void unlink_handle(list_link* link) {
-    link->prev->next = link->next;
-    link->next->prev = link->prev;
+static handle_prefix* remove_first(handle_list* list) {
+    handle_prefix* handle = list->first;
+    list->first = handle->next;
+    return handle;
 }
 
 void init_handle_set() {
-    if (set.initialised) {
-        return;
-    }
-    for (list_link& list : set.lists) {
-        list = {&list, &list};
-    }
-    set.initialised = true;
+    set.initialised = true;  // the lists are empty before and after
 }
 
 static const kind_row* kind_of_type(uint32_t type) {
@@ -90,7 +84,7 @@ static const kind_row* kind_of_type(uint32_t type) {
     return nullptr;
 }
 
-// Opens the file at `path` and reads its header and its type. 0; -1, logged, and nothing is open.
+// Opens the file at `path` and reads its header and type. 0; -1, logged, and nothing is open.
 static int open_and_read_type(opened_file* file, const char* path, uint32_t* type) {
     file->path = path;
     file->fd = open_file(path);
@@ -115,29 +109,27 @@ static int open_and_read_type(opened_file* file, const char* path, uint32_t* typ
 // Makes the file a handle of its kind, linked when the set is initialised. 0; -1, logged, and the
 // file is closed.
 static int take_kind(const kind_row* kind, const opened_file* file) {
-    auto* handle = static_cast<handle_prefix*>(calloc(1, kind->size));
+    handle_prefix* handle = kind->make();
     if (handle == nullptr) {
         log_err_as("load_as_handle", "Fail to allocate tbl handle\n");  // the words of every kind
         io_close(file->fd);
         return -1;
     }
-    handle->link = {&handle->link, &handle->link};
     if (kind->take(handle, file) != 0) {
-        free(handle);
+        kind->free(handle);
         return -1;  // logged there
     }
     if (!set.initialised) {
-        (void)kind->close(handle);  // nobody could find or close it
-        free(handle);
+        (void)kind->close(handle);  // no lookup or finish would find it
+        kind->free(handle);
         return 0;
     }
-    append(&set.lists[kind - kinds], &handle->link);
+    append(&set.lists[kind - kinds], handle);
     return 0;
 }
 
 int load_as_handle(const char* path) {
-    if (path == nullptr) {
-        log_err("%s NULL pointer\n", "name");
+    if (log_missing(path == nullptr, "name")) {
         return -1;
     }
     opened_file file;
@@ -158,16 +150,12 @@ int load_as_handle(const char* path) {
     return -1;
 }
 
-static handle_prefix* find_in_list(list_link* list, const uint8_t* uuid) {
-    if (!set.initialised) {
-        return nullptr;
+static handle_prefix* find_in_list(const handle_list* list, const uint8_t* uuid) {
+    handle_prefix* handle = list->first;
+    while (handle != nullptr && !uuid_equal(handle->uuid, uuid)) {
+        handle = handle->next;
     }
-    for (list_link* link = list->next; link != list; link = link->next) {
-        if (uuid_equal(handle_of(link)->head.uuid, uuid)) {
-            return handle_of(link);
-        }
-    }
-    return nullptr;
+    return handle;
 }
 
 handle_prefix* lookup_handle_of_kind(const uint8_t* uuid, uint32_t type, handle_kind* found) {
@@ -193,24 +181,23 @@ handle_prefix* lookup_handle(const uint8_t* uuid, uint32_t type) {
 }
 
 // Closes and frees every handle of one kind. 0, or -1 when a close failed, logged.
-static int finish_kind(const kind_row* kind, list_link* list) {
+static int finish_kind(const kind_row* kind, handle_list* list) {
     int result = 0;
-    while (list->next != list) {
-        handle_prefix* handle = handle_of(list->next);
+    while (list->first != nullptr) {
+        handle_prefix* handle = remove_first(list);
         if (kind->close(handle) != 0) {
             log_err_as("finish_handle_set", "Fail to close %s file handle name:%s\n", kind->word,
                        handle->path);
             result = -1;
         }
-        unlink_handle(&handle->link);
-        free(handle);
+        kind->free(handle);
     }
     return result;
 }
 
 int finish_handle_set() {
     int result = 0;
-    for (int i = 0; i < KIND_COUNT && set.initialised; i++) {
+    for (int i = 0; i < KIND_COUNT; i++) {
         if (finish_kind(&kinds[i], &set.lists[i]) != 0) {
             result = -1;
         }

@@ -1,38 +1,56 @@
-// The extent size of a volume: configured for all, or as its extent table's header says. A
-// configuration that contradicts the table is refused.
+// What the platform knows of the iSCSI service: where its journal is, and the extent size of a
+// volume: configured for all, or as its extent table's header says. A configuration that
+// contradicts the table is refused.
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "metadata.h"
 #include "platform.h"
 #include "platform/config.h"
-#include "platform/report.h"
-#include "tbl/tbl_format.h"
 
 static constexpr uint32_t SHIFT_MIN = 9;
 static constexpr uint32_t SHIFT_MAX = 30;
+
+int ORBAiSCSIConfJournalRootPathGet(char* buffer, uint32_t size, int /*flags*/) {
+    const platform_config* config = platform_config_get();
+    if (config == nullptr || buffer == nullptr) {
+        return -1;
+    }
+    const char* root = config->journal_root.value;
+    const size_t length = strlen(root);
+    if (length == 0 || length >= size) {
+        return -1;
+    }
+    memcpy(buffer, root, length + 1);
+    return 0;
+}
 
 static int table_path(char* path, size_t size, const char* root) {
     const int length = snprintf(path, size, "%s/@EP/EP_TBL", root);
     return length < 0 || static_cast<size_t>(length) >= size ? -1 : 0;
 }
 
-// The extent size, in bytes, that the table at `path` says. False: it cannot be read.
+// The extent size, in bytes, that the table at `path` says. Returns false if it cannot be read.
 static bool read_extent_size(const char* path, uint32_t* size) {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // a pipe has no one to wait for
+    const int fd =
+        open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // a pipe has no writer to wait for
     if (fd < 0) {
         return false;
     }
-    tbl_header header{};
-    const bool whole = pread(fd, &header, sizeof header, 0) == static_cast<ssize_t>(sizeof header);
+    uint8_t header[2 * META_NODE_SIZE];
+    const bool whole = pread(fd, header, sizeof header, 0) == static_cast<ssize_t>(sizeof header);
     close(fd);
-    *size = header.tbl_extent_size;
+    if (whole) {
+        memcpy(size, header + TBL_EXTENT_SIZE_OFFSET, sizeof *size);
+    }
     return whole;
 }
 
-// The shift that the table of the volume at `root` says. 0: it cannot be read, or says no power of
-// two in range.
+// The shift that the table of the volume at `root` says. 0 when it cannot be read, or says no power
+// of two in range.
 static uint32_t shift_of_table(const char* root) {
     char path[PATH_TEXT_SIZE];
     uint32_t size = 0;

@@ -1,16 +1,11 @@
-#include "map/map_pool.h"
+#include "handles/map_pool.h"
 
+#include "handles/handle_set.h"
 #include "map/map_handle.h"
-#include "store/handle_set.h"
 #include "store/log.h"
 
 int tarn_map_get_pool_uuid(const map_entry* entry, const uint8_t* m_uuid, uint8_t* p_uuid) {
-    if (m_uuid == nullptr) {
-        log_err("%s NULL pointer\n", "m_uuid");
-        return -1;
-    }
-    if (p_uuid == nullptr) {
-        log_err("%s NULL pointer\n", "p_uuid");
+    if (log_missing(m_uuid == nullptr, "m_uuid") || log_missing(p_uuid == nullptr, "p_uuid")) {
         return -1;
     }
     handle_kind kind = HANDLE_TBL;
@@ -19,9 +14,10 @@ int tarn_map_get_pool_uuid(const map_entry* entry, const uint8_t* m_uuid, uint8_
         return -1;
     }
     memset(p_uuid, 0, UUID_SIZE);
-    const auto* map = reinterpret_cast<const map_handle*>(handle);
+    // A table that answers for the map has no pools.
+    const auto* map = kind == HANDLE_MAP ? static_cast<const map_handle*>(handle) : nullptr;
     const uint32_t poolnum = map_entry_get_poolnum(entry);
-    const uint32_t count = kind == HANDLE_MAP ? uint32_t{map->header.map_pool_cnt} : 0;
+    const uint32_t count = map != nullptr ? uint32_t{map->header.map_pool_cnt} : 0;
     if (poolnum >= count) {
         log_err("Fail to get uuid, poolnum %u, map_pool_cnt %u\n", poolnum, count);
         return -1;
