@@ -5,7 +5,6 @@
 #include "fri/fri_file.h"
 #include "store/descriptor.h"
 #include "store/file.h"
-#include "store/roads.h"
 
 static bool holds(const fri_window* window, uint64_t block) {
     return block >= window->first && block - window->first < window->count;
@@ -25,7 +24,7 @@ static bool fill(fri_window* window, uint64_t block) {
 
 bool fri_window_read(fri_window* window, uint64_t group, fri_entry* entry) {
     const uint64_t block = fri_block_of(group);
-    if (entry_road_only || group >= FRI_GROUP_CAPACITY) {
+    if (group >= FRI_GROUP_CAPACITY) {
         return false;
     }
     if (!holds(window, block) && !fill(window, block)) {
@@ -39,7 +38,7 @@ bool fri_window_read(fri_window* window, uint64_t group, fri_entry* entry) {
 uint64_t fri_next_group_with_data(uint64_t group, uint64_t end) {
     const int64_t size = io_size(current_fri.fd);
     const uint64_t offset = data_node_offset(fri_block_of(group));
-    if (entry_road_only || size < 0) {
+    if (size < 0) {
         return group;
     }
     const auto file_end = static_cast<uint64_t>(size);

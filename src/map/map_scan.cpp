@@ -6,11 +6,10 @@
 #include "store/crc32c.h"
 #include "store/descriptor.h"
 #include "store/file.h"
-#include "store/roads.h"
 
 map_scan* map_scan_open(int fd, uint64_t node_count) {
     const int64_t size = io_size(fd);
-    if (entry_road_only || size < 0) {
+    if (size < 0) {
         return nullptr;
     }
     auto* scan = new (std::nothrow) map_scan;

@@ -17,7 +17,8 @@ enum class io_call {
     write,
     seek,
     sync,      // of a file, a directory or a file system
-    truncate,  // to a size, also when a file is created
+    bulk,      // the start of a transfer of many blocks: who is refused goes entry by entry
+    truncate,  // to a size, even if a file is created
     allocate,
     stat,  // status and real path of a name
     rename,

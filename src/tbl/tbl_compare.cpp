@@ -6,7 +6,6 @@
 #include "store/data_node.h"
 #include "store/descriptor.h"
 #include "store/file.h"
-#include "store/roads.h"
 #include "tbl/tbl_format.h"
 
 static constexpr uint32_t RUN_BLOCKS = 256;  // 128 KiB of each table
@@ -75,7 +74,7 @@ static uint64_t blocks_up_to(int one_fd, int other_fd, uint64_t block, uint64_t 
 }
 
 uint64_t tbl_agree_up_to(int one_fd, int other_fd, uint64_t lpa, uint64_t end) {
-    if (entry_road_only || lpa % TBL_BLOCK_ENTRIES != 0 || end > TBL_TOTAL_COUNT) {
+    if (lpa % TBL_BLOCK_ENTRIES != 0 || end > TBL_TOTAL_COUNT) {
         return lpa;  // inside a block: entry by entry up to the next one
     }
     auto* run = new (std::nothrow) block_run;

@@ -55,7 +55,7 @@ static bool free_between(tbl_group_image* image, int fd, uint64_t from, uint64_t
 }
 
 bool tbl_ref_counts_agree(tbl_ref_counts* counts, int fd, uint64_t group_count) {
-    if (counts->written) {
+    if (counts->in_table) {
         return false;
     }
     tbl_ref_counts_sort(counts);

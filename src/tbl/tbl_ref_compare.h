@@ -6,7 +6,7 @@
 #include "tbl/tbl_ref_counts.h"
 
 // Whether the table open as `fd` says of every extent of the groups below `group_count`, which an
-// index can hold, what was counted: free, or used by equally many. False also when that cannot be
-// told: the table cannot be read, or counts were written already. Orders the groups: nothing may be
+// index can hold, what was counted: free, or used by equally many. False even if that is unknown:
+// the table cannot be read, or some references are not in memory. Orders the groups: nothing may be
 // counted afterwards.
 bool tbl_ref_counts_agree(tbl_ref_counts* counts, int fd, uint64_t group_count);

@@ -4,7 +4,6 @@
 #include <new>
 
 #include "store/keep_journal.h"
-#include "store/roads.h"
 #include "store/zero_memory.h"
 #include "tbl/tbl_entries.h"
 #include "tbl/tbl_file.h"
@@ -37,9 +36,6 @@ void tbl_ref_counts_drop(tbl_ref_counts* counts) {
 }
 
 tbl_ref_counts* tbl_ref_counts_open(ref_group_hook first_touch) {
-    if (entry_road_only) {
-        return nullptr;
-    }
     auto* counts = new (std::nothrow) tbl_ref_counts;
     if (counts == nullptr) {
         return nullptr;
@@ -52,7 +48,7 @@ tbl_ref_counts* tbl_ref_counts_open(ref_group_hook first_touch) {
     }
     counts->first_touch = first_touch;
     counts->group_count = 0;
-    counts->written = false;
+    counts->in_table = false;
     counts->lost = false;
     counts->lost_lea = 0;
     forget(counts);
@@ -112,6 +108,7 @@ static ref_result take_group(tbl_ref_counts* counts, uint64_t number, uint64_t l
         return ref_result::lost;
     }
     if (!tbl_group_load(current_tbl.fd, &counts->image, number)) {
+        counts->in_table = true;  // the caller counts there
         return ref_result::no_entry;
     }
     *slot_of(counts, number) = counts->group_count;
@@ -262,7 +259,7 @@ static bool make_room(tbl_ref_counts* counts) {
     if (!tbl_ref_counts_write(counts)) {
         return false;
     }
-    counts->written = true;
+    counts->in_table = true;
     forget(counts);
     return true;
 }

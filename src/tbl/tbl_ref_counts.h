@@ -44,7 +44,7 @@ struct tbl_ref_counts {
     uint8_t* units;  // REF_UNITS of REF_UNIT_SIZE bytes
     uint32_t units_used;
     uint32_t group_count;
-    bool written;               // some of it, to make room
+    bool in_table;              // some references are only there: to make room, or after no_entry
     bool lost;                  // an entry could not be written: nothing more is
     uint64_t lost_lea;          // when `lost`: lea of the group that the entry is in
     uint32_t slots[REF_SLOTS];  // number in `groups`, by hash of the group
@@ -52,14 +52,14 @@ struct tbl_ref_counts {
     tbl_group_image image;  // of the group being taken in or written
 };
 
-// Null: no memory, or the entry road is to be taken. Counts go to the current table.
+// Null: no memory. Counts go to the current table.
 tbl_ref_counts* tbl_ref_counts_open(ref_group_hook first_touch);
 
 enum class ref_result {
     counted,
     touch_failed,  // the hook failed: nothing was counted
-    no_entry,  // the entry road is to be taken for this lpa: the table has no such group, or its
-               // blocks cannot be read
+    no_entry,  // this lpa takes the single-entry path: the table has no such group, or its blocks
+               // cannot be read
     full,      // the entry has 4095 references
     lost,      // room was to be made, and an entry could not be written, logged: the rebuild ends
 };

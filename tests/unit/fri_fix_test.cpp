@@ -8,8 +8,8 @@
 #include "store/keep_journal.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
+#include "support/paths.h"
 #include "support/pool_files.h"
-#include "support/roads.h"
 #include "support/stdout_capture.h"
 
 class fri_fix : public testing::Test {
@@ -91,7 +91,7 @@ TEST_F(fri_fix, without_an_index_it_fails) {
 }
 
 TEST_F(fri_fix, an_entry_or_header_that_cannot_be_written_ends_it) {
-    const entry_road_scope road;
+    const single_entry_path path;
     // Writes: the two links of group 0, its entry, the entry of group 2, the header.
     const char* const lines[] = {
         "ERR: fix_fri_group_head(#) Stop fix FRI and TBL Link List @group_num 0, free_head 5 "
@@ -115,7 +115,7 @@ TEST_F(fri_fix, an_entry_or_header_that_cannot_be_written_ends_it) {
 }
 
 TEST_F(fri_fix, whichever_read_fails_the_repair_ends_or_leaves_the_group) {
-    const entry_road_scope road;
+    const single_entry_path path;
     // Each one around the entries and checks, at a prime's distance along the groups.
     uint64_t n = 1;
     for (bool fired = true; fired; n += n < 10 || (n > 4090 && n < 4120) || n > 8190 ? 1 : 97) {

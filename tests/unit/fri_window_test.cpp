@@ -12,8 +12,8 @@
 #include "support/io_faults.h"
 #include "support/io_outage.h"
 #include "support/log_capture.h"
+#include "support/paths.h"
 #include "support/pool_files.h"
-#include "support/roads.h"
 #include "support/stdout_capture.h"
 
 static constexpr uint64_t CAPACITY = 0x1F800000;  // groups of an index
@@ -83,8 +83,8 @@ TEST_F(fri_window_of_index, shows_the_last_group_and_none_behind_it) {
     EXPECT_TRUE(log_.lines().empty());
 }
 
-TEST_F(fri_window_of_index, is_not_to_be_had_on_the_entry_road) {
-    const entry_road_scope road;
+TEST_F(fri_window_of_index, is_not_read_on_the_single_entry_path) {
+    const single_entry_path path;
     fri_entry entry{};
     EXPECT_FALSE(fri_window_read(&window_, 0, &entry));
 }
@@ -134,13 +134,6 @@ TEST_F(fri_window_of_index, behind_the_end_of_the_file_no_group_is_left) {
     set_numbered(100);
     EXPECT_EQ(fri_next_group_with_data(63 * 1000, CAPACITY), CAPACITY);
     EXPECT_EQ(fri_next_group_with_data(CAPACITY - 63, CAPACITY), CAPACITY);
-}
-
-TEST_F(fri_window_of_index, on_the_entry_road_no_group_is_passed_over) {
-    stretch();
-    const entry_road_scope road;
-    EXPECT_EQ(fri_next_group_with_data(0, CAPACITY), 0u);
-    EXPECT_EQ(fri_next_group_with_data(77, CAPACITY), 77u);
 }
 
 // After a full relink the group count stands at the capacity: half a thousand million groups, of
@@ -206,13 +199,13 @@ static std::vector<std::string> lines_of_relink_without(io_call kind, uint64_t f
     return lines;
 }
 
-TEST(fri_window, an_index_that_cannot_be_read_is_told_as_on_the_entry_road) {
+TEST(fri_window, an_index_that_cannot_be_read_is_logged_as_on_the_single_entry_path) {
     pool_files pool;
     for (uint64_t group = 0; group < 130; group++) {
         pool.set_fri(group, 0, 0, 0);
     }
     const std::vector<std::string> by_windows = lines_of_relink_without(io_call::read, 1);
-    const entry_road_scope road;
+    const single_entry_path path;
     EXPECT_EQ(by_windows, lines_of_relink_without(io_call::read, 1));
     EXPECT_EQ(by_windows, log_lines({"ERR: fri_entry_read(#) fri read error, group_num[0]\n",
                                      "ERR: tarn_link_fri_group(#) Fail to read fri entry, "

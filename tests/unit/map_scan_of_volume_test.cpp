@@ -1,6 +1,7 @@
-// The procedures above a scan of a map, its check and its import, over both roads.
+// The procedures above a scan of a map, its check and its import, on both paths.
 #include <cerrno>
 #include <gtest/gtest.h>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,7 @@
 #include "support/io_faults.h"
 #include "support/io_outage.h"
 #include "support/log_capture.h"
-#include "support/roads.h"
+#include "support/paths.h"
 #include "support/sample_maps.h"
 #include "support/sample_volumes.h"
 #include "support/scratch_file.h"
@@ -80,13 +81,13 @@ protected:
 };
 
 // Nodes 0, 120 and 9523 of 10000 hold data.
-TEST_F(map_scan_of_volume, a_sparse_map_prints_the_lines_of_the_entry_road) {
+TEST_F(map_scan_of_volume, a_sparse_map_prints_the_lines_of_the_single_entry_path) {
     make_filled_map(map(), 630000, 3, {{1, 5}, {7560, 6}, {600000, 7}});
     reload();
     const told checked = check();
     const told imported = import_it();
     reload();
-    const entry_road_scope road;
+    const single_entry_path path;
     EXPECT_EQ(checked.output, check().output);
     EXPECT_EQ(checked.output, "TARN_INFO: Try to check 10000 data-node\n" + progress_lines(0, 100) +
                                   "TARN_INFO: mapped_cnt matched: (3), on-disk(3)\n");
@@ -125,11 +126,11 @@ TEST_F(map_scan_of_volume, mismatched_nodes_are_told_once_in_their_order) {
     EXPECT_EQ(tbl_word_of(root() + "/@EP/EP_TBL", 7), 0x8001);
     EXPECT_EQ(tbl_word_of(root() + "/@EP/EP_TBL", 8), 0);  // past the map's count
     reload();
-    const entry_road_scope road;
+    const single_entry_path path;
     EXPECT_EQ(check(), checked);
 }
 
-TEST_F(map_scan_of_volume, a_repair_blanks_the_nodes_that_the_entry_road_blanks) {
+TEST_F(map_scan_of_volume, a_repair_blanks_the_nodes_that_the_single_entry_path_blanks) {
     std::vector<std::string> nodes;
     std::vector<told> all;
     for (const bool by_entries : {false, true}) {
@@ -137,10 +138,12 @@ TEST_F(map_scan_of_volume, a_repair_blanks_the_nodes_that_the_entry_road_blanks)
         spoil_node(map(), 1);
         spoil_node(map(), 40);
         reload();
-        entry_road_only = by_entries;
+        std::optional<single_entry_path> path;
+        if (by_entries) {
+            path.emplace();
+        }
         all.push_back(check(MAP_KIND_LUN, 1));
         all.push_back(check(MAP_KIND_LUN, 1));  // the second one finds nothing
-        entry_road_only = false;
         nodes.push_back(hex_of(file_bytes(map(), 1048576, 41 * 512)));
     }
     EXPECT_EQ(nodes[0], nodes[1]);
@@ -165,7 +168,7 @@ TEST_F(map_scan_of_volume, whichever_call_of_a_check_fails_once_it_passes_like_a
     }
 }
 
-TEST_F(map_scan_of_volume, without_a_disk_the_lines_are_those_of_the_entry_road) {
+TEST_F(map_scan_of_volume, without_a_disk_the_lines_are_those_of_the_single_entry_path) {
     make_filled_map(map(), 6300, 2, {{1, 5}, {700, 6}});
     for (const io_call kind : {io_call::read, io_call::seek}) {
         reload();
@@ -176,7 +179,7 @@ TEST_F(map_scan_of_volume, without_a_disk_the_lines_are_those_of_the_entry_road)
             by_runs.push_back(import_it());
         }
         reload();
-        const entry_road_scope road;
+        const single_entry_path path;
         const io_outage outage(kind);
         EXPECT_EQ(by_runs[0], check());
         EXPECT_EQ(by_runs[1], import_it());
@@ -186,12 +189,12 @@ TEST_F(map_scan_of_volume, without_a_disk_the_lines_are_those_of_the_entry_road)
     }
 }
 
-TEST_F(map_scan_of_volume, an_unmap_buffer_ends_in_a_hole_as_on_the_entry_road) {
+TEST_F(map_scan_of_volume, an_unmap_buffer_ends_in_a_hole_as_on_the_single_entry_path) {
     make_filled_map(map(), 630000, 63, run_of_entries(63, 40));
     reload();
     const told by_runs = check(MAP_KIND_UNMAP_BUFFER);
     reload();
-    const entry_road_scope road;
+    const single_entry_path path;
     EXPECT_EQ(by_runs, check(MAP_KIND_UNMAP_BUFFER));
     EXPECT_TRUE(by_runs.output.ends_with("TARN_INFO: mapped_cnt matched: (63), on-disk(63)\n"));
 }

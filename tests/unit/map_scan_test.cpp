@@ -9,7 +9,6 @@
 
 #include "support/io_faults.h"
 #include "support/log_capture.h"
-#include "support/roads.h"
 #include "support/scratch_file.h"
 
 static uint64_t node_offset(uint64_t node) {
@@ -172,10 +171,7 @@ TEST_F(map_scan_of_file, an_absurd_count_is_one_hole_more) {
     }
 }
 
-TEST_F(map_scan_of_file, there_is_none_on_the_entry_road_or_without_a_file) {
-    const entry_road_scope road;
-    EXPECT_EQ(map_scan_open(file_.fd(), 5), nullptr);
-    entry_road_only = false;
+TEST_F(map_scan_of_file, there_is_none_without_a_file) {
     EXPECT_EQ(map_scan_open(-1, 5), nullptr);
     map_scan_close(nullptr);
 }

@@ -5,7 +5,7 @@
 
 #include "support/io_faults.h"
 #include "support/log_capture.h"
-#include "support/roads.h"
+#include "support/paths.h"
 #include "support/scratch_file.h"
 
 static constexpr uint64_t ENTRIES = 0x1F800000000;  // of a whole table
@@ -119,13 +119,14 @@ TEST_F(tbl_compare, a_shorter_table_is_free_behind_its_end) {
     EXPECT_EQ(tbl_agree_up_to(shorter.fd(), one_.fd(), 0, 4096), 700u);
 }
 
-TEST_F(tbl_compare, inside_a_block_and_past_the_table_the_entry_road_is_taken) {
+TEST_F(tbl_compare, inside_a_block_and_past_the_table_the_single_entry_path_is_taken) {
     EXPECT_EQ(agree_up_to(1, 4096), 1u);
     EXPECT_EQ(agree_up_to(251, 4096), 251u);
     EXPECT_EQ(agree_up_to(252, 4096), 4096u);
     EXPECT_EQ(agree_up_to(0, ENTRIES + 1), 0u);
     EXPECT_EQ(agree_up_to(0, ~uint64_t{0}), 0u);
-    const entry_road_scope road;
+    set_both(5, 0x8001);  // no hole
+    const single_entry_path path;
     EXPECT_EQ(agree_up_to(0, 4096), 0u);
 }
 

@@ -13,8 +13,8 @@
 #include "support/io_faults.h"
 #include "support/io_outage.h"
 #include "support/log_capture.h"
+#include "support/paths.h"
 #include "support/pool_files.h"
-#include "support/roads.h"
 #include "tbl/tbl_entries.h"
 #include "tbl/tbl_file.h"
 
@@ -249,17 +249,25 @@ TEST_F(ref_counts, count_nothing_in_a_group_that_cannot_be_touched) {
     EXPECT_EQ(pool_.tbl(5), 0x8001);
 }
 
-TEST_F(ref_counts, send_an_extent_past_the_table_to_the_entry_road) {
+TEST_F(ref_counts, leave_an_extent_past_the_table_to_the_single_entry_path) {
     EXPECT_EQ(tbl_ref_counts_add(counts_, 0x1F800000000, 0), ref_result::no_entry);
     EXPECT_EQ(tbl_ref_counts_add(counts_, ~uint64_t{0}, 0), ref_result::no_entry);
     EXPECT_EQ(close(), 0);
     EXPECT_EQ(pool_.tbl_file.size(), 1048576u);
 }
 
-TEST_F(ref_counts, are_not_to_be_had_on_the_entry_road) {
-    const entry_road_scope road;
-    EXPECT_EQ(tbl_ref_counts_open(touch), nullptr);
+TEST_F(ref_counts, without_bulk_transfers_leave_every_entry_to_the_single_entry_path) {
+    const single_entry_path path;
+    EXPECT_EQ(tbl_ref_counts_add(counts_, 5, 0), ref_result::no_entry);
+    EXPECT_EQ(tbl_ref_counts_add(counts_, 5, 0), ref_result::no_entry);
+    EXPECT_EQ(touched, (std::vector<uint64_t>{0, 0}));
+    EXPECT_EQ(close(), 0);
+    EXPECT_EQ(pool_.tbl_file.size(), 1048576u);
+}
+
+TEST_F(ref_counts, that_are_null_have_nothing_to_write) {
     EXPECT_TRUE(tbl_ref_counts_write(nullptr));
+    tbl_ref_counts_drop(nullptr);
 }
 
 // As many groups as it takes, from the highest down. When the memory is full everything goes to the
@@ -404,12 +412,12 @@ TEST_F(ref_counts, whichever_call_of_the_end_fails_nothing_is_lost) {
     EXPECT_TRUE(log_.lines().empty());
 }
 
-TEST_F(ref_counts, of_a_group_that_cannot_be_read_are_left_to_the_entry_road) {
+TEST_F(ref_counts, of_a_group_that_cannot_be_read_are_left_to_the_single_entry_path) {
     for (const io_call kind : {io_call::read, io_call::seek}) {
         const io_outage outage(kind);
         EXPECT_EQ(tbl_ref_counts_add(counts_, 5, 0), ref_result::no_entry);
     }
-    EXPECT_TRUE(log_.lines().empty());  // the entry road tells
+    EXPECT_TRUE(log_.lines().empty());  // the single-entry path logs it
     add(5);
     EXPECT_EQ(close(), 0);
     EXPECT_EQ(pool_.tbl(5), 0x8001);
