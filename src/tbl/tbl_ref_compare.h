@@ -1,5 +1,5 @@
-// A rebuild's reference counts, while they are in memory, beside a table on disk: whether both say
-// the same, without the rebuilt table being written first. Reports nothing. Below:
+// Comparison of a rebuild's reference counts, while they are in memory, with a table on disk: the
+// rebuilt table need not be written first. Nothing is logged here. Below:
 // tbl_ref_counts.h, tbl_group_image.h. Above: the import of a volume.
 #pragma once
 
