@@ -69,7 +69,7 @@ static uint64_t node_at(uint64_t offset) {
     return offset < METADATA_DATA_OFFSET ? 0 : offset / DATA_NODE_SIZE - DATA_NODE_BASE;
 }
 
-// First node from runs->next on that is not wholly in a hole; runs->end when there is none.
+// First node from runs->next on that is not wholly in a hole; runs->end if all are.
 static uint64_t next_data_node(run_reader* runs) {
     const uint64_t offset = data_node_offset(runs->next);
     if (offset >= runs->file_size) {
@@ -116,7 +116,7 @@ static map_step show_hole(const run_reader* runs, const map_range& range, map_vi
     return map_step::go_on;
 }
 
-// A stored checksum of 0 means that the node carries none.
+// A stored checksum of 0 means that the node has no checksum.
 static map_step show_run(const run_reader* runs, map_visitor* visitor) {
     map_step step = map_step::go_on;
     for (uint64_t i = 0; i < runs->count && step == map_step::go_on; i++) {

@@ -74,11 +74,14 @@ map_walk_end walk_map_entries(uint64_t count, bool ends_at_unmapped, Read read, 
     return {map_step::go_on, count};
 }
 
+constexpr uint64_t MAP_WALK_AHEAD = 16;  // entries
+
 // Calls take(slot, lpa) for each mapped entry among the first `count` (1..63) of the node. take
-// returns false to fail.
-template <typename Take>
+// returns false to fail. Of a node in memory, expect(lpa) is called for every entry, mapped or not,
+// MAP_WALK_AHEAD entries before its turn: it may fetch into the cache what take needs.
+template <typename Take, typename Expect>
 map_walk_end for_each_mapped_entry(const map_scan_node& node, uint64_t count, bool ends_at_unmapped,
-                                   Take take) {
+                                   Take take, Expect expect) {
     if (node.bytes == nullptr) {
         const uint64_t first = node.number * MAP_NODE_ENTRIES;
         const auto read = [first](uint64_t slot, map_entry* entry) {
@@ -87,9 +90,20 @@ map_walk_end for_each_mapped_entry(const map_scan_node& node, uint64_t count, bo
         return walk_map_entries(count, ends_at_unmapped, read, take);
     }
     const uint8_t* payload = node.bytes->payload;
-    const auto read = [payload](uint64_t slot, map_entry* entry) {
+    const auto read = [payload, expect](uint64_t slot, map_entry* entry) {
+        if (slot + MAP_WALK_AHEAD < MAP_NODE_ENTRIES) {
+            map_entry later;
+            memcpy(&later, payload + (slot + MAP_WALK_AHEAD) * sizeof later, sizeof later);
+            expect(map_entry_get_lpa(&later));
+        }
         memcpy(entry, payload + slot * sizeof *entry, sizeof *entry);
         return true;
     };
     return walk_map_entries(count, ends_at_unmapped, read, take);
+}
+
+template <typename Take>
+map_walk_end for_each_mapped_entry(const map_scan_node& node, uint64_t count, bool ends_at_unmapped,
+                                   Take take) {
+    return for_each_mapped_entry(node, count, ends_at_unmapped, take, [](uint64_t) {});
 }

@@ -75,7 +75,7 @@ int io_next_entry(DIR* directory, const char** name);
 // Whether something was written through this descriptor, or its size set, since it was opened.
 bool io_was_written(int fd);
 
-// Which file a descriptor stands for; all zero for none.
+// The file that a descriptor refers to; all zero if it refers to no file.
 struct io_file_id {
     uint64_t device;
     uint64_t inode;
@@ -92,7 +92,7 @@ const char* io_name(int fd, char* out, size_t size);
 constexpr size_t IO_NAME_SIZE = 256;
 
 // Where the next byte at or after `offset` that is not in a hole lies, and where the next hole
-// begins; `end` at the most. A file system that knows no holes says that everything is data.
+// begins; at most `end`. On a file system without holes everything is data.
 uint64_t io_next_data(int fd, uint64_t offset, uint64_t end);
 uint64_t io_next_hole(int fd, uint64_t offset, uint64_t end);
 

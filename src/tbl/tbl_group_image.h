@@ -47,7 +47,7 @@ inline void tbl_group_set(tbl_group_image* image, uint32_t offset, tbl_entry ent
     image->changed |= 1u << ((image->first_slot + offset) / TBL_BLOCK_ENTRIES);
 }
 
-// The entries of one group for a procedure that changes none: from an image, or entry by entry
+// The entries of one group for a procedure that only reads: from an image, or entry by entry
 // where the image cannot be read.
 struct tbl_group_reader {
     bool loaded;

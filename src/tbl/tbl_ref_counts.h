@@ -86,7 +86,14 @@ inline bool tbl_ref_counts_add_in_place(tbl_ref_counts* counts, uint64_t lpa,
     return lpa < REF_NEAR_EXTENTS && ref_counter_add(counts->near + lpa, first_uses);
 }
 
-// The entry that a narrow group's counter stands for.
+// Fetches into the processor's cache what tbl_ref_counts_add_in_place needs for `lpa`.
+inline void tbl_ref_counts_expect(const tbl_ref_counts* counts, uint64_t lpa) {
+    if (lpa < REF_NEAR_EXTENTS) {
+        __builtin_prefetch(counts->near + lpa, 1);
+    }
+}
+
+// The entry that a narrow group's counter means.
 constexpr uint16_t ref_counter_word(uint8_t counter) {
     const unsigned count = counter - unsigned{REF_COUNTER_ZERO};
     return static_cast<uint16_t>(count != 0 ? TBL_USED_BIT | count : 0);

@@ -116,7 +116,8 @@ bool map_importer::import_entry(uint64_t lea, uint64_t lpa) {
     return false;
 }
 
-// Most references take one counter in memory and nothing else: those are settled together.
+// Most references take one counter in memory and nothing else: those are settled together. Their
+// counters are fetched ahead, since the extents of a map may be anywhere.
 map_walk_end map_importer::count_entries(const map_scan_node& node, uint64_t first,
                                          uint64_t entries) {
     tbl_ref_counts* const counts = counts_;
@@ -137,7 +138,12 @@ map_walk_end map_importer::count_entries(const map_scan_node& node, uint64_t fir
         most = counts != nullptr ? remaining_ : 0;
         return imported;
     };
-    const map_walk_end end = for_each_mapped_entry(node, entries, ends_at_unmapped_, take);
+    const auto expect = [counts](uint64_t lpa) {
+        if (counts != nullptr) {
+            tbl_ref_counts_expect(counts, lpa);
+        }
+    };
+    const map_walk_end end = for_each_mapped_entry(node, entries, ends_at_unmapped_, take, expect);
     settle();
     return end;
 }

@@ -119,12 +119,12 @@ TEST_F(fri_window_of_index, groups_in_holes_are_passed_over) {
     stretch();
     set_numbered(3000000);
     const uint64_t begin = fri_next_group_with_data(current_fri.fd, 0, CAPACITY);
-    // The file system tells holes in its own units: not past the group, not a mebibyte before it.
+    // The file system reports holes in its own units: not past the group, not a mebibyte before it.
     EXPECT_LE(begin, 3000000u);
     EXPECT_GE(begin, 3000000u - 131072);
     EXPECT_EQ(begin % 63, 0u);
     EXPECT_EQ(fri_next_group_with_data(current_fri.fd, 3000000, CAPACITY), 3000000u);
-    EXPECT_EQ(fri_next_group_with_data(current_fri.fd, 0, begin), begin);  // `end` at the most
+    EXPECT_EQ(fri_next_group_with_data(current_fri.fd, 0, begin), begin);  // at most `end`
     EXPECT_EQ(fri_next_group_with_data(current_fri.fd, 0, 2999), 2999u);
     EXPECT_EQ(fri_next_group_with_data(current_fri.fd, 3200000, CAPACITY - 70000),
               CAPACITY - 70000);
@@ -137,9 +137,9 @@ TEST_F(fri_window_of_index, behind_the_end_of_the_file_no_group_is_left) {
     EXPECT_EQ(fri_next_group_with_data(current_fri.fd, CAPACITY - 63, CAPACITY), CAPACITY);
 }
 
-// After a full relink the group count stands at the capacity: half a thousand million groups, of
+// After a full relink the group count is the capacity: half a thousand million groups, of
 // which a few were ever initialised. 0x1F800000 = 2^23 * 63 has 4 in common with 100, so the
-// progress is told at each quarter.
+// progress is printed at each quarter.
 TEST_F(fri_window_of_index, an_index_at_capacity_is_relinked_at_the_cost_of_its_groups) {
     stretch();
     current_fri.header.fri_group_count = CAPACITY;

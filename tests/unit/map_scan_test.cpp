@@ -272,6 +272,18 @@ TEST_F(map_walk_of_node, ends_at_the_first_unmapped_entry_of_an_unmap_buffer) {
     expect_end(map_step::go_on, 1);
 }
 
+TEST_F(map_walk_of_node, announces_each_entry_16_entries_ahead) {
+    const auto take = [](uint64_t, uint64_t) { return true; };
+    std::vector<uint64_t> announced;
+    memcpy(node_.payload + 16 * 8, "\x07", 1);  // unmapped
+    memcpy(node_.payload + 62 * 8, "\x09", 1);
+    const auto expect = [&announced](uint64_t lpa) { announced.push_back(lpa); };
+    end_ = for_each_mapped_entry({7, &node_}, 63, false, take, expect);
+    ASSERT_EQ(announced.size(), 63u - 16);
+    EXPECT_EQ(announced.front(), 7u);
+    EXPECT_EQ(announced.back(), 9u);
+}
+
 TEST_F(map_walk_of_node, fails_where_an_entry_is_refused) {
     EXPECT_EQ(walk(63, false, 102), (std::vector<uint64_t>{100, 102}));
     expect_end(map_step::failed, 2);
