@@ -1,10 +1,9 @@
-#include "map/map_scan.h"
-
 #include <cerrno>
 #include <gtest/gtest.h>
 
 #include "map/map_entries.h"
 #include "map/map_file.h"
+#include "map/map_scan.h"
 #include "support/hex.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
