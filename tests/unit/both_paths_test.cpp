@@ -292,8 +292,8 @@ TEST_P(both_paths, hide_no_failure) {
         const outcome undisturbed = run_on(root, seed, procedure);
         const io_failure failure = any_failure(injected.calls, random);
         const outcome disturbed = run_on(root, seed, procedure, failure);
-        SCOPED_TRACE(std::string(procedure.name) + (path ? ", entry by entry" : "") +
-                     ", volume " + std::to_string(seed) + ", " + shown(failure));
+        SCOPED_TRACE(std::string(procedure.name) + (path ? ", entry by entry" : "") + ", volume " +
+                     std::to_string(seed) + ", " + shown(failure));
         expect_honest(procedure, disturbed, undisturbed);
     }
 }
