@@ -60,9 +60,10 @@ static void count_references(benchmark::State& state, bool scattered) {
         extents.push_back(spread_extent(mappings, i));
     }
     for ([[maybe_unused]] auto _ : state) {
+        uint64_t first_uses = 0;
         tbl_ref_counts* counts = tbl_ref_counts_open([](uint64_t) { return 0; });
         for (const uint64_t lpa : extents) {
-            benchmark::DoNotOptimize(tbl_ref_counts_add(counts, lpa, 0));
+            benchmark::DoNotOptimize(tbl_ref_counts_add(counts, lpa, 0, &first_uses));
         }
         tbl_ref_counts_drop(counts);
     }

@@ -1,10 +1,12 @@
 #include "fri/fri_entries.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "print.h"
 #include "store/data_node.h"
 #include "store/keep_journal.h"
+#include "tbl/tbl_entries.h"
 
 int fri_entry_read(fri_entry* entry, uint64_t group) {
     const int got = read_data_bytes(current_fri.fd, fri_block_of(group), fri_byte_in_block(group),
@@ -62,6 +64,32 @@ int tarn_fri_set_init_bit(uint64_t group) {
         current_fri.header.fri_group_count = group + 1;
         (void)save_fri();  // deliberate: logged there, and saved again when the rebuild ends
     }
+    return 0;
+}
+
+void fri_take_free(uint64_t extents) {
+    if (current_fri.fd != 0) {
+        const uint64_t free_count = current_fri.header.fri_free_count;
+        current_fri.header.fri_free_count = free_count - std::min(extents, free_count);
+    }
+}
+
+int tbl_entry_ref_inc(uint64_t lpa) {
+    if (lpa >= TBL_TOTAL_COUNT) {
+        log_err("no table holds lpa %llu\n", ull(lpa));
+        return -1;
+    }
+    tbl_entry entry{};
+    if (tbl_entry_read(&entry, lpa) < 0) {
+        return -1;  // logged there
+    }
+    const uint32_t count = tbl_entry_count(&entry) + 1u;
+    if (count == 1) {
+        tbl_entry_set_used(&entry);
+        fri_take_free(1);
+    }
+    tbl_entry_set_count(&entry, count);
+    (void)tbl_entry_write(&entry, lpa);  // always 0
     return 0;
 }
 

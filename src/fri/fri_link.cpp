@@ -14,9 +14,9 @@ static_assert(FRI_GROUP_CAPACITY == TBL_GROUP_COUNT, "one index entry for each g
 
 constexpr uint64_t NO_GROUP = ~uint64_t{0};
 
-// Through the window where that can be read, else entry by entry.
+// From the window, or entry by entry where the window cannot be read.
 static int read_ahead(fri_window* window, fri_entry* entry, uint64_t group) {
-    return fri_window_read(window, group, entry) ? 0 : fri_entry_read(entry, group);
+    return fri_window_read(current_fri.fd, window, group, entry) ? 0 : fri_entry_read(entry, group);
 }
 
 static int set_fri_entry(fri_entry* entry, uint64_t group, uint16_t head, int free_count) {
@@ -72,7 +72,7 @@ static int recount_groups(uint64_t group_count, uint64_t* last) {
     link_progress progress = {group_count, group_count / std::gcd(group_count, uint64_t{100}), 0};
     for (uint64_t group = 0; group < group_count; group++) {
         if (group % FRI_BLOCK_ENTRIES == 0) {
-            group = fri_next_group_with_data(group, group_count);
+            group = fri_next_group_with_data(current_fri.fd, group, group_count);
         }
         if (group == group_count) {
             break;

@@ -1,6 +1,6 @@
-// Index windows: runs of index blocks read with one transfer, for procedures that look at the
-// entries of many groups in ascending order. Reads only; nothing is logged here: who finds that a
-// window cannot be read takes the entry road, and that road tells. Below: file.h, fri_format.h.
+// Index windows: runs of index blocks, each read in bulk, for procedures that read the entries of
+// many groups in ascending order. Nothing is logged here: where a window cannot be read, the caller
+// takes the single-entry path, which logs. Below: file.h, fri_format.h. Above: the group list.
 #pragma once
 
 #include "fri/fri_format.h"
@@ -14,10 +14,10 @@ struct fri_window {
     data_node blocks[FRI_WINDOW_BLOCKS];
 };
 
-// The entry of `group` in the current index. A window shows its blocks as they were when it was
-// read: what is written behind the group that is looked at is not seen. False: not to be had.
-bool fri_window_read(fri_window* window, uint64_t group, fri_entry* entry);
+// Reads the entry of `group` in the index open as `fd`. Writes made after the window was read are
+// not visible. Returns false if the entry cannot be read, or no index holds that group.
+bool fri_window_read(int fd, fri_window* window, uint64_t group, fri_entry* entry);
 
-// The first group from `group` on, `end` at the most, whose block is not in a hole of the current
-// index: those before it were never initialised.
-uint64_t fri_next_group_with_data(uint64_t group, uint64_t end);
+// The first group from `group` on, at most `end`, whose block is not in a hole of the index open as
+// `fd`. The groups before it were never initialised.
+uint64_t fri_next_group_with_data(int fd, uint64_t group, uint64_t end);

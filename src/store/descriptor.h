@@ -17,6 +17,7 @@ enum class io_call {
     write,
     seek,
     sync,      // of a file, a directory or a file system
+    bulk,      // the start of a transfer of many blocks; a refusal sends it entry by entry
     truncate,  // to a size; creating a file does it too
     allocate,
     stat,  // status and real path of a name

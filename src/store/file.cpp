@@ -91,9 +91,13 @@ bool read_stopped_early(int fd, uint64_t offset, int got, size_t len) {
            read_fd(fd, &next, offset + static_cast<uint64_t>(got), sizeof next) != 0;
 }
 
+static bool run_begins(int fd, uint64_t offset) {
+    return fd != 0 && io_allow(io_call::bulk) && io_seek(fd, offset) >= 0;
+}
+
 bool read_fd_run(int fd, void* buf, uint64_t offset, size_t len) {
     auto* bytes = static_cast<uint8_t*>(buf);
-    if (fd == 0 || io_seek(fd, offset) < 0) {
+    if (!run_begins(fd, offset)) {
         return false;
     }
     while (len > 0) {
@@ -113,7 +117,7 @@ bool read_fd_run(int fd, void* buf, uint64_t offset, size_t len) {
 
 bool write_fd_run(int fd, const void* buf, uint64_t offset, size_t len) {
     const auto* bytes = static_cast<const uint8_t*>(buf);
-    if (fd == 0 || io_seek(fd, offset) < 0) {
+    if (!run_begins(fd, offset)) {
         return false;
     }
     while (len > 0) {

@@ -33,9 +33,10 @@ int read_fd(int fd, void* buf, uint64_t offset, uint32_t len);
 // file. What it left out is not what the file holds.
 bool read_stopped_early(int fd, uint64_t offset, int got, size_t len);
 
-// As many transfers as `len` bytes at `offset` take: for procedures that move many blocks at once.
-// Reads what the file has, the rest of `buf` becoming zero, and returns true; false, nothing
-// logged, when a transfer fails: the caller goes entry by entry then, and that path logs it. A
-// failure is no reason to keep the journal before the single entries have failed as well.
+// The bulk path: as many transfers as `len` bytes at `offset` take. A read fills what the file does
+// not have with zeros. Returns true; false when a transfer fails, which is not logged: the caller
+// takes the single-entry path then, which logs it. A failure is no reason to keep the journal
+// before the single entries have failed as well. The seam sees each call as one io_call::bulk,
+// before its seek and its transfers.
 bool read_fd_run(int fd, void* buf, uint64_t offset, size_t len);
 bool write_fd_run(int fd, const void* buf, uint64_t offset, size_t len);

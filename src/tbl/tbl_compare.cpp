@@ -6,7 +6,6 @@
 #include "store/data_node.h"
 #include "store/descriptor.h"
 #include "store/file.h"
-#include "store/roads.h"
 #include "tbl/tbl_format.h"
 
 static constexpr uint32_t RUN_BLOCKS = 256;  // 128 KiB of each table
@@ -49,7 +48,7 @@ static uint64_t next_block_with_data(int one_fd, int other_fd, uint64_t block) {
     return std::max(block, data / DATA_NODE_SIZE - DATA_NODE_BASE);
 }
 
-// Blocks `block` up to `end`, which stands not past the tables' capacity.
+// Compares the blocks `block` to `end` - 1, which are within the tables' capacity.
 static uint64_t blocks_up_to(int one_fd, int other_fd, uint64_t block, uint64_t end,
                              block_run* run) {
     while (block < end) {
@@ -75,8 +74,8 @@ static uint64_t blocks_up_to(int one_fd, int other_fd, uint64_t block, uint64_t 
 }
 
 uint64_t tbl_agree_up_to(int one_fd, int other_fd, uint64_t lpa, uint64_t end) {
-    if (entry_road_only || lpa % TBL_BLOCK_ENTRIES != 0 || end > TBL_TOTAL_COUNT) {
-        return lpa;  // inside a block: entry by entry up to the next one
+    if (lpa % TBL_BLOCK_ENTRIES != 0 || end > TBL_TOTAL_COUNT) {
+        return lpa;  // inside a block: single entries up to the next one
     }
     auto* run = new (std::nothrow) block_run;
     if (run == nullptr) {

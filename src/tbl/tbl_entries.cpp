@@ -1,6 +1,5 @@
 #include "tbl/tbl_entries.h"
 
-#include "fri/fri_file.h"
 #include "print.h"
 #include "store/data_node.h"
 #include "store/descriptor.h"
@@ -13,7 +12,7 @@ static int read_entry(int fd, tbl_entry* entry, uint64_t lpa) {
 int tbl_entry_read(tbl_entry* entry, uint64_t lpa) {
     if (current_tbl.fd == 0) {
         log_err("tbl file descriptor is invalid\n");
-        return 0;  // deliberate: callers go on
+        return 0;  // deliberate: callers continue
     }
     const int got = read_entry(current_tbl.fd, entry, lpa);
     if (got < 0) {
@@ -57,27 +56,6 @@ static int write_entry(const tbl_entry* entry, uint64_t lpa, node_mismatch* befo
 
 int tbl_entry_write(const tbl_entry* entry, uint64_t lpa) {
     return write_entry(entry, lpa, nullptr);
-}
-
-int tbl_entry_ref_inc(uint64_t lpa) {
-    if (lpa >= TBL_TOTAL_COUNT) {
-        log_err("no table holds lpa %llu\n", ull(lpa));
-        return -1;
-    }
-    tbl_entry entry{};
-    if (tbl_entry_read(&entry, lpa) < 0) {
-        return -1;  // logged there
-    }
-    const uint32_t count = tbl_entry_count(&entry) + 1u;
-    if (count == 1) {
-        tbl_entry_set_used(&entry);
-        if (current_fri.fd != 0 && current_fri.header.fri_free_count != 0) {
-            current_fri.header.fri_free_count--;
-        }
-    }
-    tbl_entry_set_count(&entry, count);
-    (void)tbl_entry_write(&entry, lpa);  // always 0
-    return 0;
 }
 
 int tbl_entry_check(const tbl_entry* entry, uint64_t lpa) {

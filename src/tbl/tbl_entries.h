@@ -1,6 +1,6 @@
 // Entries of the extent table, one at a time: each read is one 2-byte read, each write rewrites
 // the entry's 512-byte block with a fresh checksum, on its way to the disk before the call returns.
-// Below: tbl_file.h, data_node.h; fri_file.h for the free count. Above: free lists, the journal.
+// Below: tbl_file.h, data_node.h. Above: free lists, the journal, the index's entries.
 #pragma once
 
 #include "tbl/tbl_file.h"
@@ -15,11 +15,6 @@ int tbl_handle_entry_read(tbl_handle* handle, tbl_entry* entry, uint64_t lpa);
 // Writes the entry of `lpa` in the current table. Always 0, deliberate: a failure is logged, and
 // counted as a failed write. An lpa that no table holds is such a failure.
 int tbl_entry_write(const tbl_entry* entry, uint64_t lpa);
-
-// Adds one reference. An extent that had none becomes used, and the free count of an open index
-// goes down by one, in memory. 4095 wraps to 0. Meant for a table being rebuilt from nothing.
-// Returns 0, or -1, logged, when the entry cannot be read or no table holds the lpa.
-int tbl_entry_ref_inc(uint64_t lpa);
 
 // The journal's side. Check: 1 equal, 0 different, -1 unreadable, logged. Replay: 0 or -1; a block
 // whose checksum did not match is logged, and is a reason to keep the journal.

@@ -6,7 +6,6 @@
 #include "store/keep_journal.h"
 #include "tbl/tbl_entries.h"
 #include "tbl/tbl_group_image.h"
-#include "tbl/tbl_group_reader.h"
 
 // A free entry of the group, and where it lies; the one before it is held until its next is known.
 struct free_entry {

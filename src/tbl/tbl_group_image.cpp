@@ -4,7 +4,6 @@
 
 #include "store/crc32c.h"
 #include "store/file.h"
-#include "store/roads.h"
 
 // The part of a group that lies in one of its blocks.
 struct group_piece {
@@ -23,7 +22,7 @@ static group_piece piece_in_block(const tbl_group_image* image, uint32_t i) {
 }
 
 bool tbl_group_load(int fd, tbl_group_image* image, uint64_t group) {
-    if (entry_road_only || group >= TBL_TOTAL_COUNT >> TBL_GROUP_SHIFT) {
+    if (group >= TBL_TOTAL_COUNT >> TBL_GROUP_SHIFT) {
         return false;
     }
     const uint64_t first = tbl_lpa_of(group, 0);

@@ -1,11 +1,12 @@
-// Group images: the blocks that hold one group of 4096 table entries, read with one transfer,
-// changed in memory, the changed ones given fresh checksums and written back. For procedures over
-// whole groups; nothing is logged here: who finds that an image cannot be read or written goes
-// entry by entry, and that road tells. Below: file.h, data_node.h, tbl_format.h.
+// Group images: the blocks that hold one group of 4096 table entries, read in bulk, changed in
+// memory, the changed ones sealed with fresh checksums and written back. For procedures over whole
+// groups. Nothing is logged here: where an image cannot be read or written, the caller takes the
+// single-entry path, which logs. Below: file.h, data_node.h, tbl_entries.h. Above: free lists,
+// reference counts.
 #pragma once
 
 #include "store/data_node.h"
-#include "tbl/tbl_format.h"
+#include "tbl/tbl_entries.h"
 
 // 4096 entries begin anywhere in a block of 252.
 constexpr unsigned TBL_GROUP_BLOCKS_MAX =
@@ -21,13 +22,13 @@ struct tbl_group_image {
     data_node blocks[TBL_GROUP_BLOCKS_MAX];
 };
 
-// Reads the blocks of `group` from the table open as `fd`. False: they cannot be read, or no table
-// holds that group. Past the end of the file entries are zero.
+// Reads the blocks of `group` from the table open as `fd`. Past the end of the file entries are
+// zero. Returns false if they cannot be read, or no table holds that group.
 bool tbl_group_load(int fd, tbl_group_image* image, uint64_t group);
-// Writes the changed blocks back with fresh checksums. False: one could not be written.
+// Writes the changed blocks back with fresh checksums. Returns false if one cannot be written.
 bool tbl_group_store(int fd, tbl_group_image* image);
 bool tbl_group_all_zero(const tbl_group_image* image);
-// Take every block for changed in which the group has an entry that is not zero, or a free one.
+// Mark every block as changed in which the group has an entry that is not zero, or a free one.
 void tbl_group_mark_nonzero(tbl_group_image* image);
 void tbl_group_mark_free(tbl_group_image* image);
 
@@ -44,4 +45,25 @@ inline tbl_entry tbl_group_get(const tbl_group_image* image, uint32_t offset) {
 inline void tbl_group_set(tbl_group_image* image, uint32_t offset, tbl_entry entry) {
     image->words[offset] = entry.word;
     image->changed |= 1u << ((image->first_slot + offset) / TBL_BLOCK_ENTRIES);
+}
+
+// The entries of one group for a procedure that only reads: from an image, or entry by entry
+// where the image cannot be read.
+struct tbl_group_reader {
+    bool loaded;
+    tbl_group_image image;
+};
+
+inline void tbl_group_reader_open(tbl_group_reader* reader, uint64_t group) {
+    reader->loaded = tbl_group_load(current_tbl.fd, &reader->image, group);
+}
+
+// Reads the entry of `lpa`, which is in that group. Results as tbl_entry_read: negative, logged,
+// when it cannot be read.
+inline int tbl_group_reader_get(const tbl_group_reader* reader, tbl_entry* entry, uint64_t lpa) {
+    if (!reader->loaded) {
+        return tbl_entry_read(entry, lpa);
+    }
+    *entry = tbl_group_get(&reader->image, tbl_offset_in_group(lpa));
+    return sizeof *entry;
 }

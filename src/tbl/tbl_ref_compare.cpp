@@ -36,7 +36,7 @@ static bool group_agrees(tbl_group_image* image, int fd, const ref_group* group)
                                     : wide_agrees(image, group->wide);
 }
 
-// Nothing was counted in the groups `from` up to `to`: whether the table has them free.
+// Whether the table has the groups `from` to `to` - 1 free, in which nothing was counted.
 static bool free_between(tbl_group_image* image, int fd, uint64_t from, uint64_t to) {
     while (from < to) {
         const uint64_t first = data_node_offset(tbl_block_of(tbl_lpa_of(from, 0)));
@@ -55,7 +55,7 @@ static bool free_between(tbl_group_image* image, int fd, uint64_t from, uint64_t
 }
 
 bool tbl_ref_counts_agree(tbl_ref_counts* counts, int fd, uint64_t group_count) {
-    if (counts->written) {
+    if (counts->in_table) {
         return false;
     }
     tbl_ref_counts_sort(counts);

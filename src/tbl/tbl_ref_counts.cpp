@@ -4,7 +4,6 @@
 #include <new>
 
 #include "store/keep_journal.h"
-#include "store/roads.h"
 #include "store/zero_memory.h"
 #include "tbl/tbl_entries.h"
 #include "tbl/tbl_file.h"
@@ -37,9 +36,6 @@ void tbl_ref_counts_drop(tbl_ref_counts* counts) {
 }
 
 tbl_ref_counts* tbl_ref_counts_open(ref_group_hook first_touch) {
-    if (entry_road_only) {
-        return nullptr;
-    }
     auto* counts = new (std::nothrow) tbl_ref_counts;
     if (counts == nullptr) {
         return nullptr;
@@ -52,18 +48,11 @@ tbl_ref_counts* tbl_ref_counts_open(ref_group_hook first_touch) {
     }
     counts->first_touch = first_touch;
     counts->group_count = 0;
-    counts->written = false;
+    counts->in_table = false;
     counts->lost = false;
     counts->lost_lea = 0;
     forget(counts);
     return counts;
-}
-
-void tbl_ref_counts_take_free(uint64_t extents) {
-    if (current_fri.fd != 0) {
-        const uint64_t free_count = current_fri.header.fri_free_count;
-        current_fri.header.fri_free_count = free_count - std::min(extents, free_count);
-    }
 }
 
 static uint32_t* slot_of(tbl_ref_counts* counts, uint64_t group) {
@@ -93,7 +82,7 @@ static void fill_narrow(tbl_ref_counts* counts, ref_group* group) {
     memset(group->narrow, REF_COUNTER_ZERO, TBL_GROUP_ENTRIES);
 }
 
-// The near counters of a group that is wide tell so.
+// The near counters of a wide group become REF_COUNTER_WIDE.
 static void fill_wide(tbl_ref_counts* counts, ref_group* group) {
     group->wide = reinterpret_cast<uint16_t*>(take_units(counts, 2));
     if (group->group < REF_NEAR_GROUPS) {
@@ -102,7 +91,7 @@ static void fill_wide(tbl_ref_counts* counts, ref_group* group) {
     }
 }
 
-// Takes the group from the table into memory, behind *found.
+// Takes the group from the table into memory and stores where it is through `found`.
 static ref_result take_group(tbl_ref_counts* counts, uint64_t number, uint64_t lea,
                              ref_group** found) {
     if (counts->first_touch(number) < 0) {
@@ -112,6 +101,7 @@ static ref_result take_group(tbl_ref_counts* counts, uint64_t number, uint64_t l
         return ref_result::lost;
     }
     if (!tbl_group_load(current_tbl.fd, &counts->image, number)) {
+        counts->in_table = true;  // the caller counts there
         return ref_result::no_entry;
     }
     *slot_of(counts, number) = counts->group_count;
@@ -159,7 +149,7 @@ static void widen(tbl_ref_counts* counts, ref_group* group) {
     memcpy(group->wide, words, sizeof words);
 }
 
-static ref_result add_wide(ref_group* group, uint64_t lpa) {
+static ref_result add_wide(ref_group* group, uint64_t lpa, uint64_t* first_uses) {
     const uint32_t offset = tbl_offset_in_group(lpa);
     tbl_entry entry = {group->wide[offset]};
     const uint32_t count = tbl_entry_count(&entry) + 1u;
@@ -168,7 +158,7 @@ static ref_result add_wide(ref_group* group, uint64_t lpa) {
     }
     if (count == 1) {
         tbl_entry_set_used(&entry);
-        tbl_ref_counts_take_free(1);
+        ++*first_uses;
     }
     tbl_entry_set_count(&entry, count);
     group->wide[offset] = entry.word;
@@ -176,7 +166,8 @@ static ref_result add_wide(ref_group* group, uint64_t lpa) {
     return ref_result::counted;
 }
 
-ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa, uint64_t lea) {
+ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa, uint64_t lea,
+                              uint64_t* first_uses) {
     if (counts->lost) {
         return ref_result::lost;
     }
@@ -186,26 +177,22 @@ ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa, uint64_t lea
         return found;
     }
     if (group->narrow == nullptr) {
-        return add_wide(group, lpa);
+        return add_wide(group, lpa, first_uses);
     }
-    uint8_t* counter = &group->narrow[tbl_offset_in_group(lpa)];
-    if (ref_counter_has_room(*counter)) {
-        if (*counter == REF_COUNTER_ZERO) {
-            tbl_ref_counts_take_free(1);
-        }
-        ++*counter;
+    if (ref_counter_add(&group->narrow[tbl_offset_in_group(lpa)], first_uses)) {
         return ref_result::counted;
     }
     if (!units_left(counts, 2)) {
-        return make_room(counts) ? tbl_ref_counts_add(counts, lpa, lea)  // now wide: it has counts
-                                 : ref_result::lost;
+        return make_room(counts)  // the group is wide afterwards: the table has its counts
+                   ? tbl_ref_counts_add(counts, lpa, lea, first_uses)
+                   : ref_result::lost;
     }
     widen(counts, group);
-    return add_wide(group, lpa);
+    return add_wide(group, lpa, first_uses);
 }
 
-// Entry by entry: for a group whose blocks cannot be moved as a whole. False at the first entry
-// that could not be written, logged there.
+// Entry by entry, for a group whose blocks cannot be moved in bulk. Returns false at the first
+// entry that could not be written, logged there.
 static bool write_entries(const tbl_group_image* image, uint64_t group) {
     const uint64_t failed_before = keep_journal_failures().count;
     for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
@@ -243,6 +230,13 @@ void tbl_ref_counts_sort(tbl_ref_counts* counts) {
               [](const ref_group& a, const ref_group& b) { return a.group < b.group; });
 }
 
+bool tbl_ref_counts_lost(const tbl_ref_counts* counts, uint64_t* lea) {
+    if (counts->lost) {
+        *lea = counts->lost_lea;
+    }
+    return counts->lost;
+}
+
 bool tbl_ref_counts_write(tbl_ref_counts* counts) {
     if (counts == nullptr) {
         return true;
@@ -257,12 +251,12 @@ bool tbl_ref_counts_write(tbl_ref_counts* counts) {
     return !counts->lost;
 }
 
-// Everything in memory goes to the table. False: see tbl_ref_counts_write.
+// Writes everything in memory to the table. Results as tbl_ref_counts_write.
 static bool make_room(tbl_ref_counts* counts) {
     if (!tbl_ref_counts_write(counts)) {
         return false;
     }
-    counts->written = true;
+    counts->in_table = true;
     forget(counts);
     return true;
 }

@@ -1,10 +1,9 @@
 // Reference counts of a table being rebuilt: counted in memory, a group of 4096 at a time, and
 // written as whole checksummed blocks in ascending order, at the end and when the memory is full.
-// Same bytes as tbl_entry_ref_inc entry by entry. Below: tbl_group_image.h, tbl_entries.h; the
-// index's header for its free count. Above: the import of maps.
+// Gives the bytes that single references give. Below: tbl_group_image.h, tbl_entries.h. Above: the
+// import of maps.
 #pragma once
 
-#include "fri/fri_file.h"
 #include "tbl/tbl_format.h"
 #include "tbl/tbl_group_image.h"
 
@@ -16,8 +15,8 @@ constexpr uint8_t REF_COUNTER_ZERO = 1;
 constexpr uint8_t REF_COUNTER_FULL = 254;  // counts no further: the group is widened
 constexpr uint8_t REF_COUNTER_WIDE = 255;  // the group is wide
 
-// The counters of the first groups have each its place, found by the extent's number alone; other
-// narrow groups, and wide ones, take units: a narrow group one, a wide one two.
+// Each counter of the first groups has a place of its own, found by the extent's number alone.
+// Other narrow groups take one unit, wide groups two.
 constexpr uint64_t REF_NEAR_GROUPS = 16384;  // 64 MiB: 67 million extents
 constexpr uint64_t REF_NEAR_EXTENTS = REF_NEAR_GROUPS * TBL_GROUP_ENTRIES;
 constexpr uint32_t REF_UNIT_SIZE = TBL_GROUP_ENTRIES;  // bytes
@@ -36,15 +35,15 @@ struct ref_group {
 // Called before the first reference into a group is counted in memory: 0, or negative, logged.
 using ref_group_hook = int (*)(uint64_t group);
 
-// One rebuild's counts, about 89 MiB at the most, taken as they are used. Its fields are this
-// file's own.
+// One rebuild's counts, about 89 MiB at most, taken as they are used. Only the functions below and
+// tbl_ref_compare.cpp touch its fields.
 struct tbl_ref_counts {
     ref_group_hook first_touch;
     uint8_t* near;   // REF_NEAR_EXTENTS counters
     uint8_t* units;  // REF_UNITS of REF_UNIT_SIZE bytes
     uint32_t units_used;
     uint32_t group_count;
-    bool written;               // some of it, to make room
+    bool in_table;              // some references are only there: to make room, or after no_entry
     bool lost;                  // an entry could not be written: nothing more is
     uint64_t lost_lea;          // when `lost`: lea of the group that the entry is in
     uint32_t slots[REF_SLOTS];  // number in `groups`, by hash of the group
@@ -52,46 +51,62 @@ struct tbl_ref_counts {
     tbl_group_image image;  // of the group being taken in or written
 };
 
-// Null: no memory, or the entry road is to be taken. Counts go to the current table.
+// Counts for the current table, which tbl_ref_counts_drop frees. Null when there is no memory.
 tbl_ref_counts* tbl_ref_counts_open(ref_group_hook first_touch);
 
 enum class ref_result {
     counted,
     touch_failed,  // the hook failed: nothing was counted
-    no_entry,  // the entry road is to be taken for this lpa: the table has no such group, or its
-               // blocks cannot be read
+    no_entry,  // this lpa takes the single-entry path: the table has no such group, or its blocks
+               // cannot be read
     full,      // the entry has 4095 references
-    lost,      // room was to be made, and an entry could not be written, logged: the rebuild ends
+    lost,      // the memory was full and an entry could not be written, logged: the rebuild ends
 };
-// Counts one reference to `lpa`, of whatever group, for the map entry `lea`.
-ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa, uint64_t lea);
+// Counts one reference to `lpa`, of whatever group, for the map entry `lea`. Adds 1 to
+// `*first_uses` when the extent had no reference before: the index then has one free extent less.
+ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa, uint64_t lea,
+                              uint64_t* first_uses);
 
-// The counter of one of the first extents, null of another one. What stands from REF_COUNTER_ZERO
-// up to below REF_COUNTER_FULL may be counted up in place, by who tells tbl_ref_counts_take_free
-// how many extents got their first reference; everything else is for tbl_ref_counts_add.
-inline uint8_t* tbl_ref_counts_counter(tbl_ref_counts* counts, uint64_t lpa) {
-    return lpa < REF_NEAR_EXTENTS ? counts->near + lpa : nullptr;
-}
-constexpr bool ref_counter_has_room(uint8_t counter) {
-    return static_cast<uint8_t>(counter - REF_COUNTER_ZERO) < REF_COUNTER_FULL - REF_COUNTER_ZERO;
+// The same for a counter that has room. Returns false, nothing changed, for a counter that has
+// none.
+inline bool ref_counter_add(uint8_t* counter, uint64_t* first_uses) {
+    if (static_cast<uint8_t>(*counter - REF_COUNTER_ZERO) >= REF_COUNTER_FULL - REF_COUNTER_ZERO) {
+        return false;
+    }
+    *first_uses += *counter == REF_COUNTER_ZERO ? 1 : 0;
+    ++*counter;
+    return true;
 }
 
-// The entry that a narrow group's counter stands for.
+// Counts one reference where that takes one counter and nothing else: `lpa` is one of the first
+// extents and its counter has room. Returns false, nothing changed, for every other reference: it
+// is for tbl_ref_counts_add. `first_uses` as there.
+inline bool tbl_ref_counts_add_in_place(tbl_ref_counts* counts, uint64_t lpa,
+                                        uint64_t* first_uses) {
+    return lpa < REF_NEAR_EXTENTS && ref_counter_add(counts->near + lpa, first_uses);
+}
+
+// Fetches into the processor's cache what tbl_ref_counts_add_in_place needs for `lpa`.
+inline void tbl_ref_counts_expect(const tbl_ref_counts* counts, uint64_t lpa) {
+    if (lpa < REF_NEAR_EXTENTS) {
+        __builtin_prefetch(counts->near + lpa, 1);
+    }
+}
+
+// The entry that a narrow group's counter means.
 constexpr uint16_t ref_counter_word(uint8_t counter) {
     const unsigned count = counter - unsigned{REF_COUNTER_ZERO};
     return static_cast<uint16_t>(count != 0 ? TBL_USED_BIT | count : 0);
 }
 
-// So many extents are in use from now on; the index's free count stops at 0.
-void tbl_ref_counts_take_free(uint64_t extents);
-
-// Puts the groups into ascending order, for a look at all of them: the next that may be done with
-// the counts is to write or to drop them.
+// Puts the groups into ascending order. Afterwards the counts are only read, written or dropped.
 void tbl_ref_counts_sort(tbl_ref_counts* counts);
 // Frees the counts without writing what is in memory. Null is ignored.
 void tbl_ref_counts_drop(tbl_ref_counts* counts);
 // Writes everything that was counted, in ascending order, up to the first entry that cannot be
-// written, logged. Groups whose blocks cannot be moved as a whole are written entry by entry. False
-// then, and from then on without another attempt; `lost_lea` says for which map entry the group
-// was first counted. Null: true.
+// written, logged. Groups whose blocks cannot be moved in bulk are written entry by entry. Returns
+// false after such an entry, and from then on without another attempt. Null: true.
 bool tbl_ref_counts_write(tbl_ref_counts* counts);
+// Whether an entry could not be written. Stores then the lea of the map entry that brought the
+// entry's group into memory.
+bool tbl_ref_counts_lost(const tbl_ref_counts* counts, uint64_t* lea);

@@ -5,7 +5,7 @@
 #include "print.h"
 #include "store/log.h"
 #include "tbl/tbl_entries.h"
-#include "tbl/tbl_group_reader.h"
+#include "tbl/tbl_group_image.h"
 
 void show_tbl_entry(const tbl_entry* entry) {
     if (entry == nullptr) {

@@ -1,6 +1,7 @@
 // The import of one map into a table and index that are being rebuilt: one reference for every
 // mapped entry, the init bit for every group that holds one. Free lists are linked afterwards
-// (finalize.h). Below: map_walk.h, the entries of the three kinds. Above: import_volume.h.
+// (finalize.h). Below: map_scan.h, map_walk.h, tbl_ref_counts.h, the index's entries. Above:
+// import_volume.h.
 #pragma once
 
 #include <cstdint>
@@ -11,10 +12,10 @@ struct tbl_ref_counts;
 
 // Counts every mapped entry of the current map, one of map_kind_code, of the volume `root`, into
 // the current table and index; an unmap buffer's entries end at the first unmapped one. Prints its
-// progress. 0; -1 at the first failure, logged: also for more mapped entries than the header says
-// (fewer pass), a 4096th reference, and an extent that the table cannot hold or did not take.
-// References are collected in `counts`, for the caller to give to finish_import; with null they go
-// to the table one by one.
+// progress. 0; -1 at the first failure, logged. Failures are, beside those of reads and writes,
+// more mapped entries than the header says (fewer pass), a 4096th reference to an extent, and an
+// extent past the table. References are collected in `counts`, for the caller to give to
+// finish_import; with null they go to the table one by one.
 int import_map(int32_t kind, const char* root, tbl_ref_counts* counts);
 // After the last map, and after one that failed: writes what was counted to the table and frees
 // `counts`. 0; -1 at the first entry that cannot be written, logged once with the lea of the map

@@ -2,137 +2,87 @@
 
 #include <cstdio>
 
-#include "map/map_entries.h"
 #include "map/map_file.h"
 #include "map/map_scan.h"
-#include "map/map_verify.h"
 #include "print.h"
 #include "store/log.h"
 #include "volume/map_walk.h"
 #include "volume/metadata_files.h"
 
-enum class scan_step { go_on, finished, failed };
+// Checks, and with `repair` blanks, the nodes of a scan, and counts their mapped entries.
+class map_checker : public map_visitor {
+public:
+    map_checker(int32_t kind, int32_t repair, uint64_t nodes)
+        : ends_at_unmapped_(kind == MAP_KIND_UNMAP_BUFFER),
+          repair_(repair != 0),
+          progress_(scan_progress_of(nodes)) {}
 
-struct map_scan_state {
-    int32_t kind;
-    int32_t repair;
-    int node_result;  // of the last node checked: 0, 1 mismatched, negative
-    uint64_t mapped;  // entries found
-    scan_progress progress;
+    void blank_nodes(uint64_t first, uint64_t end) override {
+        scan_progress_pass(&progress_, first, end);
+    }
+    map_step node(const map_scan_node& node) override;
+
+    [[nodiscard]] int node_result() const { return node_result_; }  // of the last node
+    [[nodiscard]] uint64_t mapped() const { return mapped_; }       // entries found
+    void end_progress() const { scan_progress_end(&progress_); }
+
+private:
+    bool check_in_cache(uint64_t number);
+    map_walk_end count_entries(const map_scan_node& node);
+
+    bool ends_at_unmapped_;
+    bool repair_;
+    int node_result_ = 0;  // 0 valid, 1 mismatched, negative on failure
+    uint64_t mapped_ = 0;
+    scan_progress progress_;
 };
 
-static scan_step check_entry(map_scan_state* scan, uint64_t lea) {
-    uint64_t lpa = 0;
-    const int mapped = tarn_get_mapped_lpa(lea, &lpa);
-    if (mapped < 0) {
-        log_err_as("do_check_map", "tarn_get_mapped_lpa error, lea %llu\n", ull(lea));
-        return scan_step::failed;
+bool map_checker::check_in_cache(uint64_t number) {
+    node_result_ =
+        repair_ ? tarn_map_data_node_check_and_repair(number) : tarn_map_data_node_check(number);
+    if (node_result_ > 0) {
+        printf("TARN_INFO: checksum mismatched: node_num(%llu)\n", ull(number));
     }
-    if (mapped == 0) {
-        return scan->kind == MAP_KIND_UNMAP_BUFFER ? scan_step::finished : scan_step::go_on;
-    }
-    if (scan->node_result > 0) {
-        printf("TARN_INFO:     lea(%llu), lpa(%llu)\n", ull(lea), ull(lpa));
-    }
-    scan->mapped++;
-    return scan_step::go_on;
+    return node_result_ >= 0;
 }
 
-// All 63 entries, also those of the last node that lie beyond the map's count.
-static scan_step check_node(map_scan_state* scan, uint64_t node) {
-    scan_progress_pass(&scan->progress, node, node + 1);
-    scan->node_result = scan->repair != 0 ? tarn_map_data_node_check_and_repair(node)
-                                          : tarn_map_data_node_check(node);
-    if (scan->node_result < 0) {
-        return scan_step::failed;
-    }
-    if (scan->node_result > 0) {
-        printf("TARN_INFO: checksum mismatched: node_num(%llu)\n", ull(node));
-    }
-    for (uint64_t i = 0; i < MAP_NODE_ENTRIES; i++) {
-        const scan_step step = check_entry(scan, node * MAP_NODE_ENTRIES + i);
-        if (step != scan_step::go_on) {
-            return step;
-        }
-    }
-    return scan_step::go_on;
+// Lists the entries of a mismatched node.
+map_walk_end map_checker::count_entries(const map_scan_node& node) {
+    uint64_t found = 0;
+    const auto count = [&found](uint64_t, uint64_t) {
+        found++;
+        return true;
+    };
+    const auto list = [&found, &node](uint64_t slot, uint64_t lpa) {
+        found++;
+        printf("TARN_INFO:     lea(%llu), lpa(%llu)\n", ull(node.number * MAP_NODE_ENTRIES + slot),
+               ull(lpa));
+        return true;
+    };
+    const map_walk_end end =
+        node_result_ > 0 ? for_each_mapped_entry(node, MAP_NODE_ENTRIES, ends_at_unmapped_, list)
+                         : for_each_mapped_entry(node, MAP_NODE_ENTRIES, ends_at_unmapped_, count);
+    mapped_ += found;
+    return end;
 }
 
-// Entry by entry, from node `node` on.
-static scan_step check_nodes_from(map_scan_state* scan, uint64_t node, uint64_t nodes) {
-    const uint64_t blank_begin = map_stored_nodes();
-    const uint64_t blank_end = map_blank_nodes_end(nodes);
-    for (; node < nodes; node++) {
-        if (node == blank_begin && node < blank_end && scan->kind != MAP_KIND_UNMAP_BUFFER) {
-            scan_progress_pass(&scan->progress, node, blank_end);
-            scan->node_result = 0;
-            node = blank_end - 1;
-            continue;
-        }
-        const scan_step step = check_node(scan, node);
-        if (step != scan_step::go_on) {
-            return step;
-        }
+// All 63 entries, even those of the last node that are past the map's count.
+map_step map_checker::node(const map_scan_node& node) {
+    scan_progress_pass(&progress_, node.number, node.number + 1);
+    node_result_ = 0;
+    if (node.bytes == nullptr && !check_in_cache(node.number)) {
+        return map_step::failed;
     }
-    return scan_step::finished;
+    const map_walk_end end = count_entries(node);
+    if (end.step == map_step::unreadable) {  // unreachable: the node is in the cache
+        log_err_as("do_check_map", "tarn_get_mapped_lpa error, lea %llu\n",
+                   ull(node.number * MAP_NODE_ENTRIES + end.slot));
+        return map_step::failed;
+    }
+    return end.step;
 }
 
-// A node in memory whose checksum is right.
-static scan_step check_good_node(map_scan_state* scan, uint64_t number, const data_node* node) {
-    scan_progress_pass(&scan->progress, number, number + 1);
-    scan->node_result = 0;
-    for (uint64_t i = 0; i < MAP_NODE_ENTRIES; i++) {
-        const map_entry entry = map_scan_entry(node, i);
-        if (map_entry_is_mapped(&entry) != 0) {
-            scan->mapped++;
-        } else if (scan->kind == MAP_KIND_UNMAP_BUFFER) {
-            return scan_step::finished;
-        }
-    }
-    return scan_step::go_on;
-}
-
-static scan_step check_hole(map_scan_state* scan, const map_scan_run* run) {
-    const bool stops = scan->kind == MAP_KIND_UNMAP_BUFFER;
-    scan_progress_pass(&scan->progress, run->first, run->first + (stops ? 1 : run->count));
-    scan->node_result = 0;
-    return stops ? scan_step::finished : scan_step::go_on;
-}
-
-static scan_step check_run(map_scan_state* scan, const map_scan_run* run) {
-    if (run->nodes == nullptr) {
-        return check_hole(scan, run);
-    }
-    scan_step step = scan_step::go_on;
-    for (uint64_t i = 0; i < run->count && step == scan_step::go_on; i++) {
-        step = map_scan_mismatched(run, i)
-                   ? check_node(scan, run->first + i)  // tells, repairs and lists
-                   : check_good_node(scan, run->first + i, &run->nodes[i]);
-    }
-    return step;
-}
-
-// In runs of nodes as far as they can be had, entry by entry from there.
-static scan_step check_nodes(map_scan_state* scan, uint64_t nodes) {
-    map_scan* runs = map_scan_open(current_map.fd, nodes);
-    if (runs == nullptr) {
-        return check_nodes_from(scan, 0, nodes);
-    }
-    map_scan_run run{};
-    scan_step step = scan_step::go_on;
-    map_scan_result got = map_scan_next(runs, &run);
-    while (got == map_scan_result::run && step == scan_step::go_on) {
-        step = check_run(scan, &run);
-        if (step == scan_step::go_on) {
-            got = map_scan_next(runs, &run);
-        }
-    }
-    const uint64_t next = runs->next;
-    map_scan_close(runs);
-    return step == scan_step::go_on ? check_nodes_from(scan, next, nodes) : step;
-}
-
-// Compares the entries found with the header's count, and sets that right when asked to.
+// Compares the entries found with the header's count. With `repair` the header gets their number.
 static int settle_mapped_count(uint64_t found, int32_t repair) {
     const uint64_t stored = tarn_map_lea_mapped_cnt();
     if (found == stored) {
@@ -141,7 +91,7 @@ static int settle_mapped_count(uint64_t found, int32_t repair) {
     }
     printf("TARN_INFO: mapped_cnt mismatched: (%llu), on-disk(%llu)\n", ull(found), ull(stored));
     if (repair == 0) {
-        return 0;  // told, and no failure
+        return 0;  // printed, and not a failure
     }
     const int result = map_count_replay(found);
     if (result < 0) {
@@ -165,12 +115,12 @@ int do_check_map(int32_t kind, int32_t repair, const char* root) {
     const uint64_t nodes = map_node_count(count);
     printf("TARN_INFO: Try to check %llu data-node\n", ull(nodes));
 
-    map_scan_state scan{kind, repair, -1, 0, scan_progress_of(nodes)};
-    if (check_nodes(&scan, nodes) == scan_step::failed) {
-        return scan.node_result;
+    map_checker checker(kind, repair, nodes);
+    if (!for_each_map_node({current_map.fd, nodes, kind == MAP_KIND_UNMAP_BUFFER}, &checker)) {
+        return checker.node_result();
     }
-    scan_progress_end(&scan.progress);
-    return settle_mapped_count(scan.mapped, repair);
+    checker.end_progress();
+    return settle_mapped_count(checker.mapped(), repair);
 }
 
 int check_map(const volume_paths* paths, int32_t kind, int32_t repair) {

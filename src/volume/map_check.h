@@ -1,5 +1,5 @@
 // The check of one map: its data nodes' checksums and its mapped count, and their repair.
-// Below: map_walk.h, the map's operations. Above: the commands, import.h, one_key.h.
+// Below: map_scan.h, map_walk.h. Above: the commands, import.h, one_key.h.
 #pragma once
 
 #include <cstdint>
@@ -8,9 +8,9 @@
 
 // Scans the current map, one of map_kind_code, of the volume `root`; an unmap buffer's scan ends at
 // its first unmapped entry. With `repair` a node whose checksum does not match is blanked, and the
-// mapped count becomes the number of entries found. Told on standard output. Returns 0 when the
-// scan finished, matching or not; negative on a failure, logged. Where an entry cannot be read,
-// the result is its node's: 0, or 1 for a mismatched one, deliberate.
+// mapped count becomes the number of entries found. Both are printed. Returns 0 when the scan
+// finished, matching or not; negative on a failure, logged. Where an entry cannot be read, the
+// result is its node's, deliberate: 0, or 1 for a mismatched one.
 int do_check_map(int32_t kind, int32_t repair, const char* root);
 
 // --check-map: the map at paths->map. 0, or negative, logged; the map is closed.

@@ -6,8 +6,6 @@
 #include "map/map_file.h"
 #include "platform.h"
 #include "print.h"
-#include "store/data_node.h"
-#include "store/descriptor.h"
 #include "store/log.h"
 
 int get_extent_shift(const char* root, uint32_t* shift) {
@@ -36,21 +34,6 @@ int map_scan_total(uint64_t* total) {
 int map_scan_mapped(uint64_t* mapped) {
     *mapped = tarn_map_lea_mapped_cnt();
     return usable_count(*mapped);
-}
-
-uint64_t map_stored_nodes() {
-    const int64_t size = io_size(current_map.fd);
-    if (size < 0) {
-        return DATA_NODE_NUM_END;  // unknown: every node is read
-    }
-    const uint64_t bytes = static_cast<uint64_t>(size);
-    return bytes <= METADATA_DATA_OFFSET
-               ? 0
-               : (bytes - METADATA_DATA_OFFSET + DATA_NODE_SIZE - 1) / DATA_NODE_SIZE;
-}
-
-uint64_t map_blank_nodes_end(uint64_t nodes) {
-    return std::min(nodes, DATA_NODE_NUM_END);
 }
 
 // The first unit n of which n * 100 / total is `percent` (0..100).

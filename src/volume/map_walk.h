@@ -1,5 +1,5 @@
-// What the check and the import of a map share: how many entries a scan looks at, where the map's
-// file ends, and the progress lines. Below: map_file.h, the platform. Above: map_check.h, import.h.
+// What the check and the import of a map share: how many entries a scan looks at, and its progress
+// lines. Below: map_file.h, the platform. Above: map_check.h, import.h.
 #pragma once
 
 #include <cstdint>
@@ -11,13 +11,6 @@ int get_extent_shift(const char* root, uint32_t* shift);
 // is open or the count is all ones.
 int map_scan_total(uint64_t* total);
 int map_scan_mapped(uint64_t* mapped);
-
-// Data nodes of the current map that its file has bytes of. Nodes behind them hold no entry and
-// need no reading.
-uint64_t map_stored_nodes();
-// End of the blank nodes from map_stored_nodes() on, in a scan of `nodes`: a node that no file can
-// reach is none of them, so that its read fails as it always does.
-uint64_t map_blank_nodes_end(uint64_t nodes);
 
 // The lines "Processing mapping <p>/100" of a scan of `total` units, p counting from 0: a unit n
 // prints the next one when n * 100 / total has reached it, one line at most. Nothing overflows.

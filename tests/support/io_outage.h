@@ -4,20 +4,13 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <gtest/gtest.h>
 
 #include "store/descriptor.h"
+#include "support/fault_hook.h"
 
 class io_outage {
 public:
-    explicit io_outage(io_call kind, uint64_t n = 1) {
-        EXPECT_EQ(io_fault, nullptr);
-        plan = {kind, n, 0};
-        io_fault = judge;
-    }
-    ~io_outage() { io_fault = nullptr; }
-    io_outage(const io_outage&) = delete;
-    io_outage& operator=(const io_outage&) = delete;
+    explicit io_outage(io_call kind, uint64_t n = 1) : hook_(judge) { plan = {kind, n, 0}; }
     [[nodiscard]] static uint64_t calls() { return plan.calls; }  // of the kind so far
     [[nodiscard]] static bool came() { return plan.calls >= plan.n; }
 
@@ -32,4 +25,5 @@ private:
         uint64_t calls;
     };
     static inline outage plan = {};
+    fault_hook hook_;
 };

@@ -9,20 +9,18 @@
 #include "map/map_file.h"
 #include "store/data_node.h"
 #include "store/descriptor.h"
+#include "support/fault_hook.h"
 
 // Alive: the map is gone once its `nodes`-th node was read, or written. Afterwards it is open
 // again.
 class lost_map {
 public:
-    explicit lost_map(uint64_t nodes, io_call transfer = io_call::read) {
-        EXPECT_EQ(io_fault, nullptr);
+    explicit lost_map(uint64_t nodes, io_call transfer = io_call::read) : hook_(lose) {
         left = nodes;
         counted = transfer;
         fd = 0;
-        io_fault = lose;
     }
     ~lost_map() {
-        io_fault = nullptr;
         EXPECT_NE(fd, 0);
         current_map.fd = fd;
     }
@@ -39,4 +37,5 @@ private:
     static inline uint64_t left;
     static inline io_call counted;
     static inline int fd;
+    fault_hook hook_;
 };

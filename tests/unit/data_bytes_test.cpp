@@ -1,4 +1,4 @@
-// Single entries: a few bytes of a data node read, and patched.
+// The single-entry path: a few bytes of a data node read, and patched.
 #include <cerrno>
 #include <gtest/gtest.h>
 #include <vector>

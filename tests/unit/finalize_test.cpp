@@ -7,7 +7,7 @@
 #include "options.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
-#include "support/roads.h"
+#include "support/paths.h"
 #include "support/sample_maps.h"
 #include "support/sample_volumes.h"
 #include "support/stdout_capture.h"
@@ -50,8 +50,9 @@ TEST_F(finalize_command, names_the_file_that_does_not_load) {
 }
 
 TEST_F(finalize_command, tells_that_the_links_could_not_be_made) {
-    const entry_road_scope road;
+    const single_entry_path path;
     set_header_u64(fri(), 64, 72, 1);  // one group to look at
+    set_fri_word(fri(), 0, 0);         // which is not in a hole
     uint64_t loading_reads = 0;
     {
         const io_fault_at count(0, 0, {io_call::read});

@@ -6,8 +6,8 @@
 #include "fri/fri_file.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
+#include "support/paths.h"
 #include "support/pool_files.h"
-#include "support/roads.h"
 #include "support/stdout_capture.h"
 
 class fri_check : public testing::Test {
@@ -101,7 +101,7 @@ TEST_F(fri_check, an_initialised_group_past_the_capacity_is_bad) {
 }
 
 TEST_F(fri_check, a_group_that_cannot_be_read_is_told_with_the_heads_number) {
-    const entry_road_scope road;
+    const single_entry_path path;
     set_group(3, 1);
     current_fri.header.fri_group_head = 3;
     log_capture log;

@@ -178,3 +178,61 @@ TEST(fri_show, no_entry_or_an_unreadable_group_is_told) {
               "ERR: dump_fri_group(#) dump fri group 18446744073709551615 fail\n");
     EXPECT_EQ(out.text(), "");
 }
+
+TEST(fri_entries, the_first_reference_uses_the_extent_and_takes_it_from_the_free_count) {
+    pool_files pool;
+    pool.set_tbl(9, 0x7000);  // free, a tail, bits 13 and 14 reserved
+    EXPECT_EQ(tbl_entry_ref_inc(9), 0);
+    EXPECT_EQ(pool.tbl(9), 0xE001);
+    EXPECT_EQ(current_fri.header.fri_free_count, 999999u);
+    EXPECT_EQ(tbl_entry_ref_inc(9), 0);
+    EXPECT_EQ(pool.tbl(9), 0xE002);
+    EXPECT_EQ(current_fri.header.fri_free_count, 999999u);
+    pool.reload();
+    EXPECT_EQ(current_fri.header.fri_free_count, 1000000u);  // in memory only
+}
+
+TEST(fri_entries, a_free_count_of_0_stays_0_and_no_open_index_is_fine) {
+    pool_files pool;
+    current_fri.header.fri_free_count = 0;
+    EXPECT_EQ(tbl_entry_ref_inc(1), 0);
+    EXPECT_EQ(current_fri.header.fri_free_count, 0u);
+    close_fri();
+    current_fri.header.fri_free_count = 5;
+    EXPECT_EQ(tbl_entry_ref_inc(2), 0);
+    EXPECT_EQ(current_fri.header.fri_free_count, 5u);
+}
+
+TEST(fri_entries, a_reference_to_4095_wraps_to_0) {
+    pool_files pool;
+    pool.set_tbl(3, 0x8FFF);
+    EXPECT_EQ(tbl_entry_ref_inc(3), 0);
+    EXPECT_EQ(pool.tbl(3), 0x8000);
+    EXPECT_EQ(current_fri.header.fri_free_count, 1000000u);
+}
+
+TEST(fri_entries, a_reference_past_the_table_changes_nothing) {
+    pool_files pool;
+    log_capture log;
+    EXPECT_EQ(tbl_entry_ref_inc(0x1F800000000), -1);
+    EXPECT_EQ(log.lines(),
+              log_lines({"ERR: tbl_entry_ref_inc(#) no table holds lpa 2164663517184\n"}));
+    EXPECT_EQ(current_fri.header.fri_free_count, 1000000u);
+    const io_fault_at fault(1, EIO, {io_call::read});
+    EXPECT_EQ(tbl_entry_ref_inc(1), -1);
+    EXPECT_EQ(current_fri.header.fri_free_count, 1000000u);
+}
+
+TEST(fri_entries, extents_are_taken_from_the_free_count_of_an_open_index_down_to_0) {
+    pool_files pool;
+    fri_take_free(0);
+    EXPECT_EQ(current_fri.header.fri_free_count, 1000000u);
+    fri_take_free(999997);
+    EXPECT_EQ(current_fri.header.fri_free_count, 3u);
+    fri_take_free(4);
+    EXPECT_EQ(current_fri.header.fri_free_count, 0u);
+    close_fri();
+    current_fri.header.fri_free_count = 5;
+    fri_take_free(2);
+    EXPECT_EQ(current_fri.header.fri_free_count, 5u);
+}

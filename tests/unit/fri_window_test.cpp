@@ -12,8 +12,8 @@
 #include "support/io_faults.h"
 #include "support/io_outage.h"
 #include "support/log_capture.h"
+#include "support/paths.h"
 #include "support/pool_files.h"
-#include "support/roads.h"
 #include "support/stdout_capture.h"
 
 static constexpr uint64_t CAPACITY = 0x1F800000;  // groups of an index
@@ -29,7 +29,7 @@ protected:
     void set_numbered(uint64_t group) { pool_.set_fri(group, static_cast<uint32_t>(group), 7, 9); }
     void expect_numbered(uint64_t group) {
         fri_entry entry{};
-        ASSERT_TRUE(fri_window_read(&window_, group, &entry)) << group;
+        ASSERT_TRUE(fri_window_read(current_fri.fd, &window_, group, &entry)) << group;
         EXPECT_EQ(fri_entry_next(&entry), group | uint64_t{7} << 32);
         EXPECT_EQ(fri_entry_count(&entry), 9);
     }
@@ -66,10 +66,10 @@ TEST_F(fri_window_of_index, shows_uninitialised_groups_past_the_end_of_the_file)
     set_numbered(70);  // the file ends in block 1
     window_.count = 0;
     fri_entry entry{1, 2, 3};
-    ASSERT_TRUE(fri_window_read(&window_, 71, &entry));
+    ASSERT_TRUE(fri_window_read(current_fri.fd, &window_, 71, &entry));
     EXPECT_EQ(hex_of(entry), "00 00 00 00 00 00 00 00 ");
     entry = {1, 2, 3};
-    ASSERT_TRUE(fri_window_read(&window_, 5000000, &entry));
+    ASSERT_TRUE(fri_window_read(current_fri.fd, &window_, 5000000, &entry));
     EXPECT_EQ(hex_of(entry), "00 00 00 00 00 00 00 00 ");
 }
 
@@ -78,15 +78,15 @@ TEST_F(fri_window_of_index, shows_the_last_group_and_none_behind_it) {
     set_numbered(CAPACITY - 1);
     expect_numbered(CAPACITY - 1);
     fri_entry entry{};
-    EXPECT_FALSE(fri_window_read(&window_, CAPACITY, &entry));
-    EXPECT_FALSE(fri_window_read(&window_, ~uint64_t{0}, &entry));
+    EXPECT_FALSE(fri_window_read(current_fri.fd, &window_, CAPACITY, &entry));
+    EXPECT_FALSE(fri_window_read(current_fri.fd, &window_, ~uint64_t{0}, &entry));
     EXPECT_TRUE(log_.lines().empty());
 }
 
-TEST_F(fri_window_of_index, is_not_to_be_had_on_the_entry_road) {
-    const entry_road_scope road;
+TEST_F(fri_window_of_index, is_not_read_on_the_single_entry_path) {
+    const single_entry_path path;
     fri_entry entry{};
-    EXPECT_FALSE(fri_window_read(&window_, 0, &entry));
+    EXPECT_FALSE(fri_window_read(current_fri.fd, &window_, 0, &entry));
 }
 
 TEST_F(fri_window_of_index, that_cannot_be_read_shows_nothing_until_it_can) {
@@ -96,8 +96,8 @@ TEST_F(fri_window_of_index, that_cannot_be_read_shows_nothing_until_it_can) {
     fri_entry entry{};
     for (const io_call kind : {io_call::seek, io_call::read}) {
         const io_outage outage(kind);
-        EXPECT_FALSE(fri_window_read(&window_, 8000, &entry));
-        EXPECT_FALSE(fri_window_read(&window_, 8001, &entry));
+        EXPECT_FALSE(fri_window_read(current_fri.fd, &window_, 8000, &entry));
+        EXPECT_FALSE(fri_window_read(current_fri.fd, &window_, 8001, &entry));
     }
     EXPECT_TRUE(log_.lines().empty());
     expect_numbered(8000);
@@ -118,34 +118,28 @@ TEST_F(fri_window_of_index, continues_reads_that_move_a_part) {
 TEST_F(fri_window_of_index, groups_in_holes_are_passed_over) {
     stretch();
     set_numbered(3000000);
-    const uint64_t begin = fri_next_group_with_data(0, CAPACITY);
-    // The file system tells holes in its own units: not past the group, not a mebibyte before it.
+    const uint64_t begin = fri_next_group_with_data(current_fri.fd, 0, CAPACITY);
+    // The file system reports holes in its own units: not past the group, not a mebibyte before it.
     EXPECT_LE(begin, 3000000u);
     EXPECT_GE(begin, 3000000u - 131072);
     EXPECT_EQ(begin % 63, 0u);
-    EXPECT_EQ(fri_next_group_with_data(3000000, CAPACITY), 3000000u);
-    EXPECT_EQ(fri_next_group_with_data(0, begin), begin);  // `end` at the most
-    EXPECT_EQ(fri_next_group_with_data(0, 2999), 2999u);
-    EXPECT_EQ(fri_next_group_with_data(3200000, CAPACITY - 70000), CAPACITY - 70000);
+    EXPECT_EQ(fri_next_group_with_data(current_fri.fd, 3000000, CAPACITY), 3000000u);
+    EXPECT_EQ(fri_next_group_with_data(current_fri.fd, 0, begin), begin);  // at most `end`
+    EXPECT_EQ(fri_next_group_with_data(current_fri.fd, 0, 2999), 2999u);
+    EXPECT_EQ(fri_next_group_with_data(current_fri.fd, 3200000, CAPACITY - 70000),
+              CAPACITY - 70000);
 }
 
 TEST_F(fri_window_of_index, behind_the_end_of_the_file_no_group_is_left) {
-    EXPECT_EQ(fri_next_group_with_data(0, 5000), 5000u);
+    EXPECT_EQ(fri_next_group_with_data(current_fri.fd, 0, 5000), 5000u);
     set_numbered(100);
-    EXPECT_EQ(fri_next_group_with_data(63 * 1000, CAPACITY), CAPACITY);
-    EXPECT_EQ(fri_next_group_with_data(CAPACITY - 63, CAPACITY), CAPACITY);
+    EXPECT_EQ(fri_next_group_with_data(current_fri.fd, 63 * 1000, CAPACITY), CAPACITY);
+    EXPECT_EQ(fri_next_group_with_data(current_fri.fd, CAPACITY - 63, CAPACITY), CAPACITY);
 }
 
-TEST_F(fri_window_of_index, on_the_entry_road_no_group_is_passed_over) {
-    stretch();
-    const entry_road_scope road;
-    EXPECT_EQ(fri_next_group_with_data(0, CAPACITY), 0u);
-    EXPECT_EQ(fri_next_group_with_data(77, CAPACITY), 77u);
-}
-
-// After a full relink the group count stands at the capacity: half a thousand million groups, of
+// After a full relink the group count is the capacity: half a thousand million groups, of
 // which a few were ever initialised. 0x1F800000 = 2^23 * 63 has 4 in common with 100, so the
-// progress is told at each quarter.
+// progress is printed at each quarter.
 TEST_F(fri_window_of_index, an_index_at_capacity_is_relinked_at_the_cost_of_its_groups) {
     stretch();
     current_fri.header.fri_group_count = CAPACITY;
@@ -187,9 +181,9 @@ TEST_F(fri_window_of_index, a_short_index_at_capacity_is_relinked_as_well) {
 TEST_F(fri_window_of_index, the_last_group_of_all_is_not_passed_over) {
     stretch();
     pool_.set_fri(CAPACITY - 1, 0, 0, 0x8000);
-    EXPECT_EQ(fri_next_group_with_data(CAPACITY - 63, CAPACITY), CAPACITY - 63);
+    EXPECT_EQ(fri_next_group_with_data(current_fri.fd, CAPACITY - 63, CAPACITY), CAPACITY - 63);
     fri_entry entry{};
-    ASSERT_TRUE(fri_window_read(&window_, CAPACITY - 1, &entry));
+    ASSERT_TRUE(fri_window_read(current_fri.fd, &window_, CAPACITY - 1, &entry));
     EXPECT_TRUE(fri_entry_is_init(&entry));
 }
 
@@ -206,13 +200,13 @@ static std::vector<std::string> lines_of_relink_without(io_call kind, uint64_t f
     return lines;
 }
 
-TEST(fri_window, an_index_that_cannot_be_read_is_told_as_on_the_entry_road) {
+TEST(fri_window, an_index_that_cannot_be_read_is_logged_as_on_the_single_entry_path) {
     pool_files pool;
     for (uint64_t group = 0; group < 130; group++) {
         pool.set_fri(group, 0, 0, 0);
     }
     const std::vector<std::string> by_windows = lines_of_relink_without(io_call::read, 1);
-    const entry_road_scope road;
+    const single_entry_path path;
     EXPECT_EQ(by_windows, lines_of_relink_without(io_call::read, 1));
     EXPECT_EQ(by_windows, log_lines({"ERR: fri_entry_read(#) fri read error, group_num[0]\n",
                                      "ERR: tarn_link_fri_group(#) Fail to read fri entry, "

@@ -13,7 +13,7 @@
 #include "support/io_faults.h"
 #include "support/log_capture.h"
 #include "support/lost_map.h"
-#include "support/roads.h"
+#include "support/paths.h"
 #include "support/sample_maps.h"
 #include "support/sample_volumes.h"
 #include "support/scratch_file.h"
@@ -240,7 +240,7 @@ TEST_F(import_volume, repairs_each_map_before_it_is_imported) {
 
 // Its check ends with 1, the result of a node that was repaired.
 TEST_F(import_volume, imports_no_map_whose_check_ended_early) {
-    const entry_road_scope road;
+    const single_entry_path path;
     make_filled_map(lun("LUN_Extent_1"), 63, 2, {{0, 5}, {1, 6}});
     spoil_node(lun("LUN_Extent_1"), 0);
     opt_ctx.repair = 1;

@@ -16,7 +16,7 @@
 #include "store/keep_journal.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
-#include "support/roads.h"
+#include "support/paths.h"
 #include "support/sample_maps.h"
 #include "support/sample_volumes.h"
 #include "support/scratch_file.h"
@@ -175,7 +175,7 @@ TEST_F(punch, of_all_groups_is_empty_when_the_index_cannot_be_read) {
 }
 
 TEST_F(punch, of_all_groups_is_empty_when_a_later_group_cannot_be_read) {
-    const entry_road_scope road;
+    const single_entry_path path;
     set_header_u64(fri(), 64, 72, 3);
     set_fri_word(fri(), 0, uint64_t{1} << 63);
     set_fri_word(fri(), 1, uint64_t{1} << 63);

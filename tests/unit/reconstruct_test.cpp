@@ -12,7 +12,7 @@
 #include "support/io_faults.h"
 #include "support/io_outage.h"
 #include "support/log_capture.h"
-#include "support/roads.h"
+#include "support/paths.h"
 #include "support/sample_maps.h"
 #include "support/sample_volumes.h"
 #include "support/scratch_file.h"
@@ -257,7 +257,7 @@ TEST_F(reconstruct, never_enters_a_work_directory_that_is_a_link) {
 }
 
 TEST_F(reconstruct, a_write_that_fails_without_a_result_leaves_no_work_directory) {
-    const entry_road_scope road;
+    const single_entry_path path;
     uint64_t writes = 0;
     {
         stdout_capture out;

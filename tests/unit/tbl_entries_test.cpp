@@ -135,50 +135,6 @@ TEST(tbl_entries, a_handle_reads_its_own_file_and_a_closed_one_is_an_error) {
                                       "ERR: tbl_handle_entry_read(#) tbl read error, lpa[5]\n"}));
 }
 
-TEST(tbl_entries, the_first_reference_uses_the_extent_and_takes_it_from_the_free_count) {
-    pool_files pool;
-    pool.set_tbl(9, 0x7000);  // free, a tail, bits 13 and 14 not ours
-    EXPECT_EQ(tbl_entry_ref_inc(9), 0);
-    EXPECT_EQ(pool.tbl(9), 0xE001);
-    EXPECT_EQ(current_fri.header.fri_free_count, 999999u);
-    EXPECT_EQ(tbl_entry_ref_inc(9), 0);
-    EXPECT_EQ(pool.tbl(9), 0xE002);
-    EXPECT_EQ(current_fri.header.fri_free_count, 999999u);
-    pool.reload();
-    EXPECT_EQ(current_fri.header.fri_free_count, 1000000u);  // in memory only
-}
-
-TEST(tbl_entries, a_free_count_of_0_stays_0_and_no_open_index_is_fine) {
-    pool_files pool;
-    current_fri.header.fri_free_count = 0;
-    EXPECT_EQ(tbl_entry_ref_inc(1), 0);
-    EXPECT_EQ(current_fri.header.fri_free_count, 0u);
-    close_fri();
-    current_fri.header.fri_free_count = 5;
-    EXPECT_EQ(tbl_entry_ref_inc(2), 0);
-    EXPECT_EQ(current_fri.header.fri_free_count, 5u);
-}
-
-TEST(tbl_entries, a_reference_to_4095_wraps_to_0) {
-    pool_files pool;
-    pool.set_tbl(3, 0x8FFF);
-    EXPECT_EQ(tbl_entry_ref_inc(3), 0);
-    EXPECT_EQ(pool.tbl(3), 0x8000);
-    EXPECT_EQ(current_fri.header.fri_free_count, 1000000u);
-}
-
-TEST(tbl_entries, a_reference_past_the_table_changes_nothing) {
-    pool_files pool;
-    log_capture log;
-    EXPECT_EQ(tbl_entry_ref_inc(0x1F800000000), -1);
-    EXPECT_EQ(log.lines(),
-              log_lines({"ERR: tbl_entry_ref_inc(#) no table holds lpa 2164663517184\n"}));
-    EXPECT_EQ(current_fri.header.fri_free_count, 1000000u);
-    const io_fault_at fault(1, EIO, {io_call::read});
-    EXPECT_EQ(tbl_entry_ref_inc(1), -1);
-    EXPECT_EQ(current_fri.header.fri_free_count, 1000000u);
-}
-
 TEST(tbl_entries, a_recorded_entry_is_compared_whole_and_applied) {
     pool_files pool;
     pool.set_tbl(11, 0x9003);

@@ -4,6 +4,7 @@
 
 #include "support/io_faults.h"
 #include "support/log_capture.h"
+#include "support/paths.h"
 #include "support/pool_files.h"
 #include "support/sample_maps.h"
 #include "support/sample_volumes.h"
@@ -30,7 +31,7 @@ protected:
 
     void add(uint64_t lpa, unsigned times) {
         for (unsigned i = 0; i < times; i++) {
-            ASSERT_EQ(tbl_ref_counts_add(counts_, lpa, 0), ref_result::counted);
+            ASSERT_EQ(tbl_ref_counts_add(counts_, lpa, 0, &first_uses_), ref_result::counted);
         }
     }
     void set(uint64_t lpa, uint16_t word) { set_tbl_word(other_.path(), lpa, word); }
@@ -40,6 +41,7 @@ protected:
     log_capture log_;
     scratch_file other_{TBL_FILE_SIZE};
     tbl_ref_counts* counts_ = tbl_ref_counts_open(touch);
+    uint64_t first_uses_ = 0;
 };
 
 TEST_F(ref_compare, agree_with_a_table_that_says_the_same) {
@@ -52,6 +54,14 @@ TEST_F(ref_compare, take_links_tails_and_unnamed_bits_for_nothing) {
     set(4096, 0x0fff);  // free, in a group that nothing refers to
     set(8192, 0xf001);  // used, with every bit that says nothing of its references
     EXPECT_TRUE(agree());
+}
+
+TEST_F(ref_compare, do_not_agree_once_an_entry_was_left_to_the_single_entry_path) {
+    {
+        const single_entry_path path;
+        EXPECT_EQ(tbl_ref_counts_add(counts_, 4 * 4096, 0, &first_uses_), ref_result::no_entry);
+    }
+    EXPECT_FALSE(agree());
 }
 
 TEST_F(ref_compare, see_each_difference) {

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <random>
 
-#include "fri/fri_file.h"
+#include "fri/fri_entries.h"
 #include "store/data_node.h"
 #include "store/descriptor.h"
 #include "store/keep_journal.h"
@@ -13,8 +13,8 @@
 #include "support/io_faults.h"
 #include "support/io_outage.h"
 #include "support/log_capture.h"
+#include "support/paths.h"
 #include "support/pool_files.h"
-#include "support/roads.h"
 #include "tbl/tbl_entries.h"
 #include "tbl/tbl_file.h"
 
@@ -43,7 +43,8 @@ protected:
 
     void add(uint64_t lpa, unsigned times = 1) {
         for (unsigned i = 0; i < times; i++) {
-            ASSERT_EQ(tbl_ref_counts_add(counts_, lpa, 0), ref_result::counted) << lpa;
+            ASSERT_EQ(tbl_ref_counts_add(counts_, lpa, 0, &first_uses_), ref_result::counted)
+                << lpa;
         }
     }
     int close() {
@@ -63,6 +64,7 @@ protected:
     pool_files pool_;
     log_capture log_;
     tbl_ref_counts* counts_ = tbl_ref_counts_open(touch);
+    uint64_t first_uses_ = 0;
 };
 
 TEST_F(ref_counts, are_written_at_the_end) {
@@ -78,7 +80,7 @@ TEST_F(ref_counts, are_written_at_the_end) {
     EXPECT_TRUE(log_.lines().empty());
 }
 
-// A byte holds 255 at the most. Each count has a group of its own, so that each widens by itself,
+// A byte holds at most 255. Each count has a group of its own, so that each widens by itself,
 // or does not.
 TEST_F(ref_counts, stay_exact_where_a_byte_no_longer_holds_them) {
     const std::vector<unsigned> all = {1, 2, 253, 254, 255, 256, 257, 258, 511, 512, 4094, 4095};
@@ -118,42 +120,27 @@ TEST_F(ref_counts, of_4096_extents_of_one_group_stay_exact) {
 
 TEST_F(ref_counts, reference_4096_is_refused_and_the_count_stays) {
     add(7, 4095);
-    EXPECT_EQ(tbl_ref_counts_add(counts_, 7, 0), ref_result::full);
-    EXPECT_EQ(tbl_ref_counts_add(counts_, 7, 0), ref_result::full);
+    EXPECT_EQ(tbl_ref_counts_add(counts_, 7, 0, &first_uses_), ref_result::full);
+    EXPECT_EQ(tbl_ref_counts_add(counts_, 7, 0, &first_uses_), ref_result::full);
     add(8);
     reopen();
     EXPECT_EQ(pool_.tbl(7), 0x8fff);
-    EXPECT_EQ(tbl_ref_counts_add(counts_, 7, 0), ref_result::full);
+    EXPECT_EQ(tbl_ref_counts_add(counts_, 7, 0, &first_uses_), ref_result::full);
     EXPECT_EQ(close(), 0);
     EXPECT_EQ(pool_.tbl(7), 0x8fff);
     EXPECT_EQ(pool_.tbl(8), 0x8001);
 }
 
-TEST_F(ref_counts, take_each_extent_from_the_free_count_once) {
-    current_fri.header.fri_free_count = 1000;
+TEST_F(ref_counts, return_each_extent_that_had_no_reference_once) {
     add(5, 300);
     add(6);
     add(FAR_GROUP * 4096, 2);
-    EXPECT_EQ(current_fri.header.fri_free_count, 997u);
+    EXPECT_EQ(first_uses_, 3u);
     reopen();
     add(5);
-    EXPECT_EQ(current_fri.header.fri_free_count, 997u);
+    EXPECT_EQ(first_uses_, 3u);
     add(9);
-    EXPECT_EQ(current_fri.header.fri_free_count, 996u);
-}
-
-TEST_F(ref_counts, leave_a_free_count_of_0) {
-    current_fri.header.fri_free_count = 1;
-    add(5);
-    add(6);
-    EXPECT_EQ(current_fri.header.fri_free_count, 0u);
-}
-
-TEST_F(ref_counts, without_an_index_count_nothing_but_references) {
-    current_fri.header.fri_free_count = 1000;
-    close_fri();
-    add(5);
-    EXPECT_EQ(current_fri.header.fri_free_count, 1000u);
+    EXPECT_EQ(first_uses_, 4u);
 }
 
 TEST_F(ref_counts, add_to_what_the_table_has) {
@@ -190,6 +177,7 @@ TEST_F(ref_counts, give_the_bytes_that_references_one_by_one_give) {
                 pool_.tbl_file.write_at(at + 504, FOREIGN_BYTES);
             }
             current_fri.header.fri_free_count = 5000;
+            first_uses_ = 0;
         };
         lay_out();
         for (const uint64_t lpa : lpas) {
@@ -202,6 +190,7 @@ TEST_F(ref_counts, give_the_bytes_that_references_one_by_one_give) {
             add(lpa);
         }
         reopen();
+        fri_take_free(first_uses_);
         EXPECT_EQ(current_fri.header.fri_free_count, free_count);
         ASSERT_EQ(table_bytes(4), expected) << round;
     }
@@ -238,32 +227,39 @@ TEST_F(ref_counts, touch_a_group_before_it_is_first_counted) {
 
 TEST_F(ref_counts, count_nothing_in_a_group_that_cannot_be_touched) {
     touch_result = -1;
-    current_fri.header.fri_free_count = 1000;
-    EXPECT_EQ(tbl_ref_counts_add(counts_, 5, 0), ref_result::touch_failed);
-    EXPECT_EQ(tbl_ref_counts_add(counts_, 5, 0), ref_result::touch_failed);
+    EXPECT_EQ(tbl_ref_counts_add(counts_, 5, 0, &first_uses_), ref_result::touch_failed);
+    EXPECT_EQ(tbl_ref_counts_add(counts_, 5, 0, &first_uses_), ref_result::touch_failed);
     EXPECT_EQ(touched, (std::vector<uint64_t>{0, 0}));
-    EXPECT_EQ(current_fri.header.fri_free_count, 1000u);
+    EXPECT_EQ(first_uses_, 0u);
     touch_result = 0;
     add(5);
     EXPECT_EQ(close(), 0);
     EXPECT_EQ(pool_.tbl(5), 0x8001);
 }
 
-TEST_F(ref_counts, send_an_extent_past_the_table_to_the_entry_road) {
-    EXPECT_EQ(tbl_ref_counts_add(counts_, 0x1F800000000, 0), ref_result::no_entry);
-    EXPECT_EQ(tbl_ref_counts_add(counts_, ~uint64_t{0}, 0), ref_result::no_entry);
+TEST_F(ref_counts, leave_an_extent_past_the_table_to_the_single_entry_path) {
+    EXPECT_EQ(tbl_ref_counts_add(counts_, 0x1F800000000, 0, &first_uses_), ref_result::no_entry);
+    EXPECT_EQ(tbl_ref_counts_add(counts_, ~uint64_t{0}, 0, &first_uses_), ref_result::no_entry);
     EXPECT_EQ(close(), 0);
     EXPECT_EQ(pool_.tbl_file.size(), 1048576u);
 }
 
-TEST_F(ref_counts, are_not_to_be_had_on_the_entry_road) {
-    const entry_road_scope road;
-    EXPECT_EQ(tbl_ref_counts_open(touch), nullptr);
+TEST_F(ref_counts, without_bulk_transfers_leave_every_entry_to_the_single_entry_path) {
+    const single_entry_path path;
+    EXPECT_EQ(tbl_ref_counts_add(counts_, 5, 0, &first_uses_), ref_result::no_entry);
+    EXPECT_EQ(tbl_ref_counts_add(counts_, 5, 0, &first_uses_), ref_result::no_entry);
+    EXPECT_EQ(touched, (std::vector<uint64_t>{0, 0}));
+    EXPECT_EQ(close(), 0);
+    EXPECT_EQ(pool_.tbl_file.size(), 1048576u);
+}
+
+TEST_F(ref_counts, that_are_null_have_nothing_to_write) {
     EXPECT_TRUE(tbl_ref_counts_write(nullptr));
+    tbl_ref_counts_drop(nullptr);
 }
 
 // As many groups as it takes, from the highest down. When the memory is full everything goes to the
-// table, and counting goes on from there.
+// table, and counting continues from there.
 TEST_F(ref_counts, are_written_when_the_memory_is_full_and_go_on) {
     const auto lpa_of = [](uint64_t i) { return (FAR_GROUP + 40000 - i) * 4096 + i % 4096; };
     add(5, 2);
@@ -282,7 +278,7 @@ TEST_F(ref_counts, are_written_when_the_memory_is_full_and_go_on) {
     }
     EXPECT_EQ(pool_.tbl(lpa_of(last)), 0);
     EXPECT_EQ(pool_.tbl(5), 0x8002);
-    EXPECT_FALSE(ref_counter_has_room(*tbl_ref_counts_counter(counts_, 5)));
+    EXPECT_FALSE(tbl_ref_counts_add_in_place(counts_, 5, &first_uses_));
     add(5);
     add(lpa_of(0), 4000);  // in the table already
     add(lpa_of(last));
@@ -318,34 +314,34 @@ TEST_F(ref_counts, stay_exact_when_the_memory_is_full_as_a_byte_overflows) {
     EXPECT_EQ(pool_.tbl(4096 + 7), 0x8002);
 }
 
-// Who finds room in a counter may count by himself; where there is none he may not.
-TEST_F(ref_counts, count_up_in_place_where_a_counter_has_room) {
-    const auto has_room = [this](uint64_t lpa) {
-        const uint8_t* counter = tbl_ref_counts_counter(counts_, lpa);
-        return counter != nullptr && ref_counter_has_room(*counter);
+// A counter has room for 253 references. Where it has none, or is not in memory, nothing changes.
+TEST_F(ref_counts, are_added_in_place_where_a_counter_has_room) {
+    const auto in_place = [this](uint64_t lpa) {
+        return tbl_ref_counts_add_in_place(counts_, lpa, &first_uses_);
     };
     pool_.set_tbl(4096 + 9, 0x8001);
-    EXPECT_FALSE(has_room(5));  // not in memory yet
+    EXPECT_FALSE(in_place(5));  // not in memory yet
     add(5);
     add(4096 + 5);
-    EXPECT_TRUE(has_room(5));
-    EXPECT_TRUE(has_room(6));
-    EXPECT_FALSE(has_room(4096 + 5));  // that group was not empty
-    EXPECT_FALSE(has_room(0x1F800000000));
-    unsigned counted = 1;
-    for (; has_room(5); counted++) {
-        ++*tbl_ref_counts_counter(counts_, 5);
+    EXPECT_EQ(first_uses_, 2u);
+    EXPECT_FALSE(in_place(4096 + 5));  // that group was not empty
+    EXPECT_FALSE(in_place(FAR_GROUP * 4096));
+    EXPECT_FALSE(in_place(0x1F800000000));
+    for (unsigned references = 2; references <= 253; references++) {
+        ASSERT_TRUE(in_place(5)) << references;
     }
-    EXPECT_LE(counted, 255u);
-    ++*tbl_ref_counts_counter(counts_, 6);
+    EXPECT_FALSE(in_place(5));
+    EXPECT_TRUE(in_place(6));
+    EXPECT_EQ(first_uses_, 3u);
     add(5);
     reopen();
-    EXPECT_EQ(pool_.tbl(5), 0x8000 | (counted + 1));
+    EXPECT_EQ(pool_.tbl(5), 0x8000 | 254);
     EXPECT_EQ(pool_.tbl(6), 0x8001);
-    EXPECT_FALSE(has_room(5));  // nothing of before is in memory
+    EXPECT_EQ(pool_.tbl(4096 + 5), 0x8001);
+    EXPECT_FALSE(in_place(5));  // the memory is empty again
 }
 
-// At every write of the table: nothing of a group stands there before all lower ones do.
+// At every write of the table: nothing of a group is there before all lower ones are.
 static struct {
     const pool_files* pool;
     std::vector<uint64_t> lpas;  // ascending, one of each group
@@ -397,19 +393,21 @@ TEST_F(ref_counts, whichever_call_of_the_end_fails_nothing_is_lost) {
         ASSERT_EQ(pool_.tbl(5), 0x8003) << n;
         ASSERT_EQ(pool_.tbl(2 * 4096), 0x8000 + 300) << n;
         if (!fault.fired()) {
-            EXPECT_GT(n, 4u);  // reads, writes, seeks of both groups
+            // Each group: one read and one write, each with a seek. The file ends inside group 2,
+            // which takes one read more.
+            EXPECT_EQ(fault.calls(), 9u);
             break;
         }
     }
     EXPECT_TRUE(log_.lines().empty());
 }
 
-TEST_F(ref_counts, of_a_group_that_cannot_be_read_are_left_to_the_entry_road) {
+TEST_F(ref_counts, of_a_group_that_cannot_be_read_are_left_to_the_single_entry_path) {
     for (const io_call kind : {io_call::read, io_call::seek}) {
         const io_outage outage(kind);
-        EXPECT_EQ(tbl_ref_counts_add(counts_, 5, 0), ref_result::no_entry);
+        EXPECT_EQ(tbl_ref_counts_add(counts_, 5, 0, &first_uses_), ref_result::no_entry);
     }
-    EXPECT_TRUE(log_.lines().empty());  // the entry road tells
+    EXPECT_TRUE(log_.lines().empty());  // the single-entry path logs it
     add(5);
     EXPECT_EQ(close(), 0);
     EXPECT_EQ(pool_.tbl(5), 0x8001);

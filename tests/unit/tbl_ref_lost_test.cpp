@@ -1,5 +1,5 @@
-// Counts that the table does not take: writing ends at the first entry, and says for which map
-// entry its group was counted.
+// Counts that cannot be written to the table: writing ends at the first entry, and the map entry
+// that its group was counted for is known.
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -26,12 +26,19 @@ protected:
         keep_journal_forget();
     }
     void add(uint64_t lpa, uint64_t lea) {
-        ASSERT_EQ(tbl_ref_counts_add(counts_, lpa, lea), ref_result::counted);
+        ASSERT_EQ(tbl_ref_counts_add(counts_, lpa, lea, &first_uses_), ref_result::counted);
+    }
+
+    uint64_t lost_lea() const {
+        uint64_t lea = 0;
+        EXPECT_TRUE(tbl_ref_counts_lost(counts_, &lea));
+        return lea;
     }
 
     pool_files pool_;
     log_capture log_;
     tbl_ref_counts* counts_ = tbl_ref_counts_open([](uint64_t) { return 0; });
+    uint64_t first_uses_ = 0;
 };
 
 TEST_F(ref_lost, the_first_entry_that_cannot_be_written_ends_the_writing) {
@@ -40,9 +47,12 @@ TEST_F(ref_lost, the_first_entry_that_cannot_be_written_ends_the_writing) {
     add(4096 + 8, 30);
     add(7, 40);
     add(4096 + 8, 50);
+    uint64_t untouched = 5;
+    EXPECT_FALSE(tbl_ref_counts_lost(counts_, &untouched));
+    EXPECT_EQ(untouched, 5u);
     const io_outage outage(io_call::write, 2);  // the lowest group goes out
     EXPECT_FALSE(tbl_ref_counts_write(counts_));
-    EXPECT_EQ(counts_->lost_lea, 20u);
+    EXPECT_EQ(lost_lea(), 20u);
     EXPECT_EQ(log_.lines(), log_lines({"ERR: tbl_entry_write(#) write tbl error, lpa 4104\n"}));
     EXPECT_EQ(pool_.tbl(7), 0x8001);
     EXPECT_EQ(keep_journal_failures().count, 1u);
@@ -54,7 +64,7 @@ TEST_F(ref_lost, nothing_is_tried_after_that) {
     EXPECT_FALSE(tbl_ref_counts_write(counts_));
     const uint64_t writes = io_outage::calls();
     EXPECT_FALSE(tbl_ref_counts_write(counts_));
-    EXPECT_EQ(tbl_ref_counts_add(counts_, 9 * 4096, 2), ref_result::lost);
+    EXPECT_EQ(tbl_ref_counts_add(counts_, 9 * 4096, 2, &first_uses_), ref_result::lost);
     EXPECT_EQ(io_outage::calls(), writes);
     EXPECT_EQ(log_.lines(), log_lines({"ERR: tbl_entry_write(#) write tbl error, lpa 5\n"}));
 }
@@ -64,7 +74,7 @@ TEST_F(ref_lost, an_entry_that_cannot_be_read_is_not_written) {
     add(5, 77);
     const io_outage outage(io_call::read);
     EXPECT_FALSE(tbl_ref_counts_write(counts_));
-    EXPECT_EQ(counts_->lost_lea, 77u);
+    EXPECT_EQ(lost_lea(), 77u);
     EXPECT_EQ(
         log_.lines(),
         log_lines({"ERR: tbl_entry_read(#) tbl read error, lpa[0]\n",
@@ -77,10 +87,10 @@ TEST_F(ref_lost, room_that_cannot_be_made_ends_the_counting) {
     uint64_t added = 0;
     const io_outage outage(io_call::write);
     for (; result == ref_result::counted && added < 40000; added++) {
-        result = tbl_ref_counts_add(counts_, (FAR + added) * 4096 + 3, 1000 + added);
+        result = tbl_ref_counts_add(counts_, (FAR + added) * 4096 + 3, 1000 + added, &first_uses_);
     }
     EXPECT_EQ(result, ref_result::lost);
-    EXPECT_EQ(counts_->lost_lea, 1000u);  // the lowest group was the first
+    EXPECT_EQ(lost_lea(), 1000u);  // the lowest group was the first
     EXPECT_EQ(log_.lines(),
               log_lines({"ERR: tbl_entry_write(#) write tbl error, lpa 286720003\n"}));
 }

@@ -6,8 +6,8 @@
 
 #include "support/io_faults.h"
 #include "support/log_capture.h"
+#include "support/paths.h"
 #include "support/pool_files.h"
-#include "support/roads.h"
 #include "support/stdout_capture.h"
 
 TEST(tbl_show, an_entry_prints_its_three_fields) {
@@ -127,7 +127,7 @@ TEST(tbl_list, a_list_without_a_tail_ends_after_4096_elements_in_red) {
 }
 
 TEST(tbl_list, an_entry_that_cannot_be_read_ends_it) {
-    const entry_road_scope entry_by_entry;
+    const single_entry_path path;
     pool_files pool;
     lay_out_list(&pool);
     for (const uint64_t n : {1, 4096, 4097, 4099}) {  // the marking, then the walk

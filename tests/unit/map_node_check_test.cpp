@@ -1,10 +1,9 @@
-#include "map/map_verify.h"
-
 #include <cerrno>
 #include <gtest/gtest.h>
 
 #include "map/map_entries.h"
 #include "map/map_file.h"
+#include "map/map_scan.h"
 #include "support/hex.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
@@ -15,14 +14,14 @@
 namespace {
 
 // The current map: node 0 is sound, node 1 has a checksum that does not match.
-class map_verify : public testing::Test {
+class map_node_check : public testing::Test {
 protected:
-    map_verify() : path_(dir_.file("EP_MAP")) {
+    map_node_check() : path_(dir_.file("EP_MAP")) {
         make_filled_map(path_, 200, 3, {{0, 1000}, {63, 2000}, {125, 3000}});
         spoil_node(path_, 1);
         EXPECT_EQ(load_map(path_.c_str()), 0);
     }
-    ~map_verify() override { close_map(); }
+    ~map_node_check() override { close_map(); }
 
     scratch_dir dir_;
     std::string path_;
@@ -31,7 +30,7 @@ protected:
 
 }  // namespace
 
-TEST_F(map_verify, tells_a_sound_node_a_mismatched_one_and_one_that_was_never_written) {
+TEST_F(map_node_check, tells_a_sound_node_a_mismatched_one_and_one_that_was_never_written) {
     EXPECT_EQ(tarn_map_data_node_check(0), 0);
     EXPECT_EQ(tarn_map_data_node_check(99), 0);
     EXPECT_EQ(log_.lines(), log_lines({}));
@@ -40,7 +39,7 @@ TEST_F(map_verify, tells_a_sound_node_a_mismatched_one_and_one_that_was_never_wr
     EXPECT_EQ(log_.count("data chksum mismatched"), 1u);
 }
 
-TEST_F(map_verify, without_a_map_it_fails) {
+TEST_F(map_node_check, without_a_map_it_fails) {
     close_map();
     EXPECT_EQ(tarn_map_data_node_check(0), -1);
     stdout_capture out;
@@ -50,7 +49,7 @@ TEST_F(map_verify, without_a_map_it_fails) {
     EXPECT_EQ(log_.lines(), log_lines({line, line}));
 }
 
-TEST_F(map_verify, a_repair_of_a_sound_node_writes_and_prints_nothing) {
+TEST_F(map_node_check, a_repair_of_a_sound_node_writes_and_prints_nothing) {
     stdout_capture out;
     const io_fault_at count(0, 0, {io_call::write});
     EXPECT_EQ(tarn_map_data_node_check_and_repair(0), 0);
@@ -59,7 +58,7 @@ TEST_F(map_verify, a_repair_of_a_sound_node_writes_and_prints_nothing) {
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(map_verify, a_repair_blanks_the_node_and_no_other) {
+TEST_F(map_node_check, a_repair_blanks_the_node_and_no_other) {
     const std::string node_0 = hex_of(node_bytes(path_, 0));
     stdout_capture out;
     EXPECT_EQ(tarn_map_data_node_check_and_repair(1), 1);
@@ -76,7 +75,7 @@ TEST_F(map_verify, a_repair_blanks_the_node_and_no_other) {
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(map_verify, a_node_that_cannot_be_read_is_not_repaired) {
+TEST_F(map_node_check, a_node_that_cannot_be_read_is_not_repaired) {
     stdout_capture out;
     const std::string before = hex_of(node_bytes(path_, 1));
     const io_fault_at fault(1, EIO, {io_call::read});
@@ -85,7 +84,7 @@ TEST_F(map_verify, a_node_that_cannot_be_read_is_not_repaired) {
     EXPECT_EQ(hex_of(node_bytes(path_, 1)), before);
 }
 
-TEST_F(map_verify, a_repair_that_cannot_be_written_fails_and_is_printed_all_the_same) {
+TEST_F(map_node_check, a_repair_that_cannot_be_written_fails_and_is_printed_all_the_same) {
     stdout_capture out;
     const std::string before = hex_of(node_bytes(path_, 1));
     const io_fault_at fault(1, EIO, {io_call::write});

@@ -1,7 +1,7 @@
-// Every whole-volume procedure over both roads, on random volumes, many of them damaged: the same
-// lines on standard output and in the log, the same result, the same bytes in every file. And with
-// calls to the system that fail, by either road: a result that says so, or a recorded reason, or
-// the bytes of the run that nothing disturbed.
+// Every whole-volume procedure on both paths, the bulk path and the single-entry path, on random
+// volumes, many of them damaged: the same lines on standard output and in the log, the same result,
+// the same bytes in every file. And with calls to the system that fail, on either path: a result
+// that says so, or a recorded reason, or the bytes of the run that nothing disturbed.
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,8 +21,8 @@
 #include "store/keep_journal.h"
 #include "support/injected_failures.h"
 #include "support/log_capture.h"
+#include "support/paths.h"
 #include "support/random_volume.h"
-#include "support/roads.h"
 #include "support/sample_maps.h"
 #include "support/sample_volumes.h"
 #include "support/stdout_capture.h"
@@ -201,9 +202,10 @@ static outcome run_on(const std::string& root, uint64_t seed, const procedure& p
     procedure.prepare();
     keep_journal_forget();
     injected = {failure, {}};
-    io_fault = inject;
-    all.result = procedure.run();
-    io_fault = nullptr;
+    {
+        const fault_hook hook(inject);
+        all.result = procedure.run();
+    }
     all.failures = keep_journal_failures().count;
     all.output = output.text();
     all.log = log.lines();
@@ -211,9 +213,9 @@ static outcome run_on(const std::string& root, uint64_t seed, const procedure& p
     return all;
 }
 
-class both_roads : public testing::TestWithParam<size_t> {};
+class both_paths : public testing::TestWithParam<size_t> {};
 
-TEST_P(both_roads, give_the_same_lines_results_and_bytes) {
+TEST_P(both_paths, give_the_same_lines_results_and_bytes) {
     const sample_volumes volumes;
     const std::string root = volumes.volume(1);
     const procedure& procedure = procedures[GetParam()];
@@ -221,7 +223,7 @@ TEST_P(both_roads, give_the_same_lines_results_and_bytes) {
     const uint64_t first = GetParam() * VOLUMES;
     for (uint64_t seed = first; seed < first + VOLUMES; seed++) {
         const outcome by_runs = run_on(root, seed, procedure);
-        const entry_road_scope road;
+        const single_entry_path path;
         const outcome by_entries = run_on(root, seed, procedure);
         ASSERT_EQ(by_runs.result, by_entries.result) << procedure.name << ", volume " << seed;
         ASSERT_EQ(by_runs.output, by_entries.output) << procedure.name << ", volume " << seed;
@@ -276,23 +278,25 @@ static void expect_honest(const procedure& procedure, const outcome& disturbed,
     EXPECT_TRUE(disturbed.contents == undisturbed.contents) << "the files differ";
 }
 
-TEST_P(both_roads, hide_no_failure) {
+TEST_P(both_paths, hide_no_failure) {
     const sample_volumes volumes;
     const std::string root = volumes.volume(1);
     const procedure& procedure = procedures[GetParam()];
     randomness random(GetParam());
     for (uint64_t i = 0; i < injected_failures() && !HasFailure(); i++) {
         const uint64_t seed = 10000 * GetParam() + i / 4;  // four failures on each volume
-        entry_road_only = i % 2 == 1;
+        std::optional<single_entry_path> path;
+        if (i % 2 == 1) {
+            path.emplace();
+        }
         const outcome undisturbed = run_on(root, seed, procedure);
         const io_failure failure = any_failure(injected.calls, random);
         const outcome disturbed = run_on(root, seed, procedure, failure);
-        SCOPED_TRACE(std::string(procedure.name) + (entry_road_only ? ", entry by entry" : "") +
-                     ", volume " + std::to_string(seed) + ", " + shown(failure));
+        SCOPED_TRACE(std::string(procedure.name) + (path ? ", entry by entry" : "") + ", volume " +
+                     std::to_string(seed) + ", " + shown(failure));
         expect_honest(procedure, disturbed, undisturbed);
-        entry_road_only = false;
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(over, both_roads,
+INSTANTIATE_TEST_SUITE_P(over, both_paths,
                          testing::Range(size_t{0}, sizeof procedures / sizeof procedures[0]));

@@ -1,3 +1,0 @@
-#include "store/roads.h"
-
-bool entry_road_only = false;
