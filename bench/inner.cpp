@@ -60,12 +60,13 @@ static void count_references(benchmark::State& state, bool scattered) {
         extents.push_back(spread_extent(mappings, i));
     }
     for ([[maybe_unused]] auto _ : state) {
-        uint64_t first_uses = 0;
-        tbl_ref_counts* counts = tbl_ref_counts_open([](uint64_t) { return 0; });
+        ref_counts* counts = ref_counts_open();
+        (void)ref_counts_begin_scan(counts);
         for (const uint64_t lpa : extents) {
-            benchmark::DoNotOptimize(tbl_ref_counts_add(counts, lpa, 0, &first_uses));
+            benchmark::DoNotOptimize(ref_counts_add(counts, lpa));
         }
-        tbl_ref_counts_drop(counts);
+        ref_counts_end_scan(counts);
+        ref_counts_close(counts);
     }
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(extents.size()));
 }

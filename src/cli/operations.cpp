@@ -183,8 +183,8 @@ int import() {
 }
 
 int do_import_volume(const char* dir_name) {
-    return run<int (*)(const volume_paths*, const char*, int32_t)>(do_import_volume, dir_name,
-                                                                   opt_ctx.repair);
+    return run<int (*)(const volume_paths*, const char*, int32_t, linked_groups*)>(
+        do_import_volume, dir_name, opt_ctx.repair, nullptr);
 }
 
 int do_reconstruct_volume() {

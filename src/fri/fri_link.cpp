@@ -19,28 +19,50 @@ static int read_ahead(fri_window* window, fri_entry* entry, uint64_t group) {
     return fri_window_read(current_fri.fd, window, group, entry) ? 0 : fri_entry_read(entry, group);
 }
 
-static int set_fri_entry(fri_entry* entry, uint64_t group, uint16_t head, int free_count) {
-    fri_entry_set_head(entry, head);
-    fri_entry_set_count(entry, static_cast<uint32_t>(free_count));
-    if (fri_entry_write(entry, group) != 0) {
-        log_err("Fail to write fri entry, group_num %llu\n", ull(group));
-        return -1;
-    }
-    return 0;
+// The relink under way.
+struct relink {
+    fri_writer writer;
+    const linked_groups* linked;
+    size_t next_linked;
+};
+
+static void log_unset(const relink* run, uint64_t group) {
+    fri_entry entry = {};
+    memcpy(&entry, run->writer.node.payload + fri_byte_in_block(group), sizeof entry);
+    log_err_as("set_fri_entry", "Fail to write fri entry, group_num %llu\n", ull(group));
+    log_err_as("tarn_link_fri_group",
+               "Fail to link free tbl entry, group_num %llu, head %llu free_count %d\n", ull(group),
+               ull(fri_entry_head(&entry)), static_cast<int>(fri_entry_count(&entry)));
 }
 
-static int recount_group(fri_entry* entry, uint64_t group) {
-    uint16_t head = 0;
-    const int free_count = link_free_tbl_entry_in_group(group, &head);
+// What is known of the group's list, or null. Groups come in ascending order.
+static const linked_group* known_list(relink* run, uint64_t group) {
+    const linked_groups* linked = run->linked;
+    if (linked == nullptr) {
+        return nullptr;
+    }
+    while (run->next_linked < linked->count && linked->at[run->next_linked].group < group) {
+        run->next_linked++;
+    }
+    const linked_group* at = linked->at + run->next_linked;
+    return run->next_linked < linked->count && at->group == group ? at : nullptr;
+}
+
+static int recount_group(relink* run, fri_entry* entry, uint64_t group) {
+    const linked_group* known = known_list(run, group);
+    uint16_t head = known != nullptr ? known->head : 0;
+    const int free_count =
+        known != nullptr ? known->free_count : link_free_tbl_entry_in_group(group, &head);
     if (free_count < 0) {
         log_err_as("tarn_link_fri_group", "Fail to link free tbl entry, group_num %llu\n",
                    ull(group));
         return -1;
     }
-    if (set_fri_entry(entry, group, head, free_count) != 0) {
-        log_err_as("tarn_link_fri_group",
-                   "Fail to link free tbl entry, group_num %llu, head %llu free_count %d\n",
-                   ull(group), ull(head), free_count);
+    fri_entry_set_head(entry, head);
+    fri_entry_set_count(entry, static_cast<uint32_t>(free_count));
+    uint64_t failed = 0;
+    if (!fri_writer_put(&run->writer, group, entry, &failed)) {
+        log_unset(run, failed);
         return -1;
     }
     return 0;
@@ -63,7 +85,7 @@ static void show_progress_up_to(link_progress* progress, uint64_t group) {
 // The first half: head and count of every initialised group below `group_count`, from the table.
 // *last becomes the highest of them, NO_GROUP when there is none. Holes of the index are passed
 // over: a finalized index costs what its groups cost, not its capacity.
-static int recount_groups(uint64_t group_count, uint64_t* last) {
+static int recount_groups(relink* run, uint64_t group_count, uint64_t* last) {
     *last = NO_GROUP;
     if (group_count == 0) {
         return 0;
@@ -90,10 +112,15 @@ static int recount_groups(uint64_t group_count, uint64_t* last) {
         if (!fri_entry_is_init(&entry)) {
             continue;
         }
-        if (recount_group(&entry, group) != 0) {
+        if (recount_group(run, &entry, group) != 0) {
             return -1;  // logged there
         }
         *last = group;
+    }
+    uint64_t failed = 0;
+    if (!fri_writer_flush(&run->writer, &failed)) {
+        log_unset(run, failed);
+        return -1;
     }
     show_progress_up_to(&progress, group_count - 1);
     return 0;
@@ -106,13 +133,14 @@ struct listed_group {
 };
 
 // A group below the limit that was never initialised: wholly free, its list from offset 0 on.
-static int init_as_free(listed_group* at) {
+static int init_as_free(relink* run, listed_group* at) {
     fri_entry_set_head(&at->entry, 0);
     fri_entry_set_count(&at->entry, TBL_GROUP_ENTRIES);
     fri_entry_set_init(&at->entry);
-    if (fri_entry_write(&at->entry, at->group) != 0) {
+    uint64_t failed = 0;
+    if (!fri_writer_put(&run->writer, at->group, &at->entry, &failed)) {
         log_err_as("find_none_empty_entry", "Fail to write fri entry, group_num %llu\n",
-                   ull(at->group));
+                   ull(failed));
         return -1;
     }
     uint16_t head = 0;
@@ -126,14 +154,15 @@ static int init_as_free(listed_group* at) {
 
 // Moves `at` up to the first group, below `limit`, that belongs in the list. Its group is `limit`
 // when there is none. 0, or -1, logged, at the group that failed.
-static int find_none_empty_entry(fri_window* window, listed_group* at, uint64_t limit) {
+static int find_none_empty_entry(relink* run, fri_window* window, listed_group* at,
+                                 uint64_t limit) {
     for (; at->group < limit; at->group++) {
         if (read_ahead(window, &at->entry, at->group) < 0) {
             log_err("Fail to read fri entry, group_num %llu\n", ull(at->group));
             return -1;
         }
         if (!fri_entry_is_init(&at->entry)) {
-            return init_as_free(at);
+            return init_as_free(run, at);
         }
         if (fri_entry_count(&at->entry) != 0) {
             return 0;
@@ -142,37 +171,43 @@ static int find_none_empty_entry(fri_window* window, listed_group* at, uint64_t 
     return 0;
 }
 
-static int set_next_entry(listed_group* prev, uint64_t next) {
+static int log_unlinked(const relink* run, uint64_t group) {
+    fri_entry entry = {};
+    memcpy(&entry, run->writer.node.payload + fri_byte_in_block(group), sizeof entry);
+    log_err_as("set_next_entry", "Fail to write fri entry, group_num %llu\n", ull(group));
+    log_err_as("tarn_link_fri_group", "Fail to link fri entry, prev %llu next %llu\n", ull(group),
+               ull(fri_entry_next(&entry)));
+    return -1;
+}
+
+static int set_next_entry(relink* run, listed_group* prev, uint64_t next) {
+    uint64_t failed = 0;
     fri_entry_set_next(&prev->entry, next);
-    if (fri_entry_write(&prev->entry, prev->group) != 0) {
-        log_err("Fail to write fri entry, group_num %llu\n", ull(prev->group));
-        log_err_as("tarn_link_fri_group", "Fail to link fri entry, prev %llu next %llu\n",
-                   ull(prev->group), ull(next));
-        return -1;
-    }
-    return 0;
+    return fri_writer_put(&run->writer, prev->group, &prev->entry, &failed)
+               ? 0
+               : log_unlinked(run, failed);
 }
 
 // The second half: chains the groups below `limit` that have free extents, in ascending order.
 // The last initialised group, when it is one of them, points at the first uninitialised one; when
 // it is full, the last listed group keeps the link it had, deliberate.
-static int chain_groups(uint64_t last, uint64_t limit) {
+static int chain_groups(relink* run, uint64_t last, uint64_t limit) {
     fri_window window{};
     listed_group prev = {NO_GROUP, {}};
     listed_group at = {0, {}};
     for (;;) {
-        if (find_none_empty_entry(&window, &at, limit) != 0) {
+        if (find_none_empty_entry(run, &window, &at, limit) != 0) {
             log_err_as("tarn_link_fri_group", "Fail to find free fri entry, stop group_num %llu\n",
                        ull(at.group));
             return -1;
         }
         if (prev.group == NO_GROUP) {
             current_fri.header.fri_group_head = at.group;
-        } else if (at.group < limit && set_next_entry(&prev, at.group) != 0) {
+        } else if (at.group < limit && set_next_entry(run, &prev, at.group) != 0) {
             return -1;  // logged there
         }
         if (at.group == last) {
-            (void)set_next_entry(&at, limit);  // deliberate: logged there, the relink goes on
+            (void)set_next_entry(run, &at, limit);  // deliberate: logged there, the relink goes on
         }
         if (at.group >= limit || at.group == last) {
             return 0;
@@ -182,7 +217,7 @@ static int chain_groups(uint64_t last, uint64_t limit) {
     }
 }
 
-int tarn_link_fri_group() {
+int tarn_link_fri_group(const linked_groups* linked) {
     const uint64_t group_count = current_fri.header.fri_group_count;
     if (group_count > FRI_GROUP_CAPACITY) {
         log_err("fri_group_count %llu exceeds the capacity %llu\n", ull(group_count),
@@ -191,12 +226,20 @@ int tarn_link_fri_group() {
     }
     current_fri.header.fri_group_count = FRI_GROUP_CAPACITY;
     uint64_t last = NO_GROUP;
-    if (recount_groups(group_count, &last) != 0) {
+    relink run = {{}, linked, 0};
+    if (recount_groups(&run, group_count, &last) != 0) {
         return -1;  // logged there
     }
     const uint64_t limit = last + 1;  // 0 for NO_GROUP
-    if (chain_groups(last, limit) != 0) {
+    if (chain_groups(&run, last, limit) != 0) {
         return -1;  // logged there
+    }
+    uint64_t failed = 0;
+    if (!fri_writer_flush(&run.writer, &failed)) {
+        (void)log_unlinked(&run, failed);  // deliberate, if it is the last one: see chain_groups
+        if (failed != last) {
+            return -1;
+        }
     }
     (void)save_fri();  // deliberate: logged there
     return 0;

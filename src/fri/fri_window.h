@@ -21,3 +21,22 @@ bool fri_window_read(int fd, fri_window* window, uint64_t group, fri_entry* entr
 // The first group from `group` on, at most `end`, whose block is not in a hole of the index open as
 // `fd`. The groups before it were never initialised.
 uint64_t fri_next_group_with_data(int fd, uint64_t group, uint64_t end);
+
+// Entries of the current index written in ascending order of their groups: each block is read and
+// written once. What cannot be moved as a block is written entry by entry. Zero at start.
+struct fri_writer {
+    bool is_open;      // a block is in memory
+    uint64_t block;    // its number
+    uint64_t changed;  // bit of each of its 63 entries
+    data_node node;
+};
+
+// Reads the entry of `group` as it will be written. False: it cannot be read, logged by
+// fri_entry_read, or an entry before it could not be written: *failed is its group then, else
+// `group`.
+bool fri_writer_get(fri_writer* writer, uint64_t group, fri_entry* entry, uint64_t* failed);
+// Writes the entry of `group`, now or later. False: an entry could not be written, logged by
+// fri_entry_write; its group goes to *failed.
+bool fri_writer_put(fri_writer* writer, uint64_t group, const fri_entry* entry, uint64_t* failed);
+// Writes what is in memory. The same result.
+bool fri_writer_flush(fri_writer* writer, uint64_t* failed);

@@ -70,6 +70,26 @@ ssize_t io_write(int fd, const void* buf, size_t len) {
     return write(fd, buf, len);
 }
 
+static bool is_offset(uint64_t offset) {
+    errno = EINVAL;
+    return offset <= static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
+}
+
+ssize_t io_read_at(int fd, void* buf, size_t len, uint64_t offset) {
+    if (!allow(io_call::read, &len) || !is_offset(offset)) {
+        return -1;
+    }
+    return pread64(fd, buf, len, static_cast<off64_t>(offset));
+}
+
+ssize_t io_write_at(int fd, const void* buf, size_t len, uint64_t offset) {
+    if (!allow(io_call::write, &len) || !is_offset(offset)) {
+        return -1;
+    }
+    set_written(fd, true);
+    return pwrite64(fd, buf, len, static_cast<off64_t>(offset));
+}
+
 int64_t io_seek(int fd, uint64_t offset) {
     if (!io_allow(io_call::seek)) {
         return -1;

@@ -48,6 +48,9 @@ bool io_allow(io_call call);
 int io_open(const char* path, int flags, unsigned mode);
 ssize_t io_read(int fd, void* buf, size_t len);
 ssize_t io_write(int fd, const void* buf, size_t len);
+// At a byte of the file; its position stays where it is. io_call::read and io_call::write.
+ssize_t io_read_at(int fd, void* buf, size_t len, uint64_t offset);
+ssize_t io_write_at(int fd, const void* buf, size_t len, uint64_t offset);
 int64_t io_seek(int fd, uint64_t offset);  // from the start; an offset past 2^63 - 1 is EINVAL
 int io_sync(int fd);
 int io_sync_file_system(int fd);  // everything on the file system of `fd`

@@ -91,17 +91,17 @@ bool read_stopped_early(int fd, uint64_t offset, int got, size_t len) {
            read_fd(fd, &next, offset + static_cast<uint64_t>(got), sizeof next) != 0;
 }
 
-static bool run_begins(int fd, uint64_t offset) {
-    return fd != 0 && io_allow(io_call::bulk) && io_seek(fd, offset) >= 0;
+static bool run_begins(int fd) {
+    return fd != 0 && io_allow(io_call::bulk);
 }
 
 bool read_fd_run(int fd, void* buf, uint64_t offset, size_t len) {
     auto* bytes = static_cast<uint8_t*>(buf);
-    if (!run_begins(fd, offset)) {
+    if (!run_begins(fd)) {
         return false;
     }
     while (len > 0) {
-        const ssize_t got = io_read(fd, bytes, len);
+        const ssize_t got = io_read_at(fd, bytes, len, offset);
         if (got < 0) {
             return false;
         }
@@ -110,6 +110,7 @@ bool read_fd_run(int fd, void* buf, uint64_t offset, size_t len) {
             return true;
         }
         bytes += got;
+        offset += static_cast<uint64_t>(got);
         len -= static_cast<size_t>(got);
     }
     return true;
@@ -117,15 +118,16 @@ bool read_fd_run(int fd, void* buf, uint64_t offset, size_t len) {
 
 bool write_fd_run(int fd, const void* buf, uint64_t offset, size_t len) {
     const auto* bytes = static_cast<const uint8_t*>(buf);
-    if (!run_begins(fd, offset)) {
+    if (!run_begins(fd)) {
         return false;
     }
     while (len > 0) {
-        const ssize_t put = io_write(fd, bytes, len);
+        const ssize_t put = io_write_at(fd, bytes, len, offset);
         if (put <= 0) {
             return false;
         }
         bytes += put;
+        offset += static_cast<uint64_t>(put);
         len -= static_cast<size_t>(put);
     }
     return true;

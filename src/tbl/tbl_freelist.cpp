@@ -66,17 +66,22 @@ static int link_in_image(tbl_group_image* image, uint16_t* head) {
         offsets[count] = static_cast<uint16_t>(offset);
         count += (image->words[offset] & TBL_USED_BIT) == 0 ? 1 : 0;
     }
+    tbl_group_mark_free(image);
+    tbl_group_keep_unsound(image);
     for (int i = 0; i < count; i++) {
         tbl_entry entry = {image->words[offsets[i]]};
         tbl_entry_clear_tail(&entry);
         tbl_entry_set_count(&entry, i + 1 < count ? offsets[i + 1] : 0);
-        image->words[offsets[i]] = entry.word;
+        if (i + 1 == count) {
+            tbl_entry_set_tail(&entry);
+        }
+        if (image->words[offsets[i]] != entry.word) {
+            tbl_group_set(image, offsets[i], entry);
+        }
     }
     if (count > 0) {
-        image->words[offsets[count - 1]] |= TBL_TAIL_BIT;
         *head = offsets[0];
     }
-    tbl_group_mark_free(image);
     return count;
 }
 

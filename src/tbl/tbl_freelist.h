@@ -2,6 +2,7 @@
 // Below: tbl_entries.h. Above: the index's entries, which hold head and count of each list.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 // Links the free entries of `group` in ascending order, the last one flagged as tail. *head becomes
@@ -9,6 +10,19 @@
 // entries (0..4096); -1 at the first entry that cannot be read or written, and for a group past the
 // table, logged.
 int link_free_tbl_entry_in_group(uint64_t group, uint16_t* head);
+
+// A group whose free list was linked, and what its index entry says of it.
+struct linked_group {
+    uint64_t group;
+    uint16_t head;        // offset of the first free entry, 0 without any
+    uint16_t free_count;  // 0..4096
+};
+struct linked_groups {
+    linked_group* at;
+    size_t count;
+    size_t room;
+};
+constexpr size_t LINKED_GROUPS_MAX = 500000;  // remembered at the most: 8 MiB
 
 // Before such a relink by the journal's replay: logs and records each block that the relink will
 // rewrite although its checksum does not match. Changes nothing.

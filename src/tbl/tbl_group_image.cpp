@@ -103,3 +103,13 @@ void tbl_group_mark_nonzero(tbl_group_image* image) {
 void tbl_group_mark_free(tbl_group_image* image) {
     mark(image, TBL_USED_BIT, TBL_USED_BIT);
 }
+
+void tbl_group_keep_unsound(tbl_group_image* image) {
+    uint32_t checksums[TBL_GROUP_BLOCKS_MAX];
+    tarn_crc32c_blocks(image->blocks, image->block_count, checksums);
+    for (uint32_t i = 0; i < image->block_count; i++) {
+        if (image->blocks[i].checksum == checksums[i] && checksums[i] != 0) {
+            image->changed &= ~(1u << i);
+        }
+    }
+}

@@ -31,6 +31,8 @@ bool tbl_group_all_zero(const tbl_group_image* image);
 // Mark every block as changed in which the group has an entry that is not zero, or a free one.
 void tbl_group_mark_nonzero(tbl_group_image* image);
 void tbl_group_mark_free(tbl_group_image* image);
+// Of the blocks that count as changed, takes those for unchanged whose checksum is right.
+void tbl_group_keep_unsound(tbl_group_image* image);
 
 // Bit of the block, of those that hold `group`, in which its entry `offset` lies.
 constexpr uint32_t tbl_group_block_bit(uint64_t group, uint32_t offset) {

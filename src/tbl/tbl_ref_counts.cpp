@@ -1,262 +1,553 @@
 #include "tbl/tbl_ref_counts.h"
 
 #include <algorithm>
+#include <bit>
 #include <new>
 
-#include "store/keep_journal.h"
 #include "store/zero_memory.h"
-#include "tbl/tbl_entries.h"
-#include "tbl/tbl_file.h"
 
-constexpr size_t NEAR_SIZE = REF_NEAR_EXTENTS;
-constexpr size_t UNITS_SIZE = size_t{REF_UNITS} * REF_UNIT_SIZE;
-constexpr uint32_t NO_GROUP = ~uint32_t{0};
-constexpr uint32_t HASH_SHIFT = 64 - 15;
-static_assert(REF_SLOTS == 1u << 15 && REF_GROUPS < REF_SLOTS);
+// A part of a region: what a bucket is for. Its counters fit in the first-level cache.
+constexpr unsigned PART_SHIFT = 16;
+constexpr uint32_t PART_EXTENTS = uint32_t{1} << PART_SHIFT;
+constexpr uint32_t PARTS = REF_REGION_EXTENTS / PART_EXTENTS;
+constexpr size_t PART_COUNTERS = PART_EXTENTS / 2;  // bytes, 4 bits an extent
+constexpr uint32_t BUCKET_ENTRIES = 8192;
+constexpr unsigned NIBBLE_MAX = 15;
 
-static void forget(tbl_ref_counts* counts) {
-    for (uint32_t i = 0; i < counts->group_count; i++) {
-        if (counts->groups[i].group < REF_NEAR_GROUPS) {
-            memset(counts->near + counts->groups[i].group * TBL_GROUP_ENTRIES, REF_COUNTER_NONE,
-                   TBL_GROUP_ENTRIES);
-        }
-    }
-    std::fill_n(counts->slots, REF_SLOTS, NO_GROUP);
-    counts->units_used = 0;
-    counts->group_count = 0;
+enum region_kind : uint32_t {
+    REGION_DENSE,      // counters of 4 bits, and buckets
+    REGION_SPARSE,     // the offsets of its references, as they came
+    REGION_WIDE,       // counters of 16 bits
+    REGION_ABANDONED,  // dense, until too many of its counts were kept apart: it will be wide
+};
+
+// What a region has in the memory of a window; the rest of its kind comes after it.
+struct region_head {
+    uint32_t region;
+    uint32_t kind;
+    uint32_t used;  // sparse: offsets
+    uint32_t room;
+    uint16_t fill[PARTS];  // dense: entries in each bucket
+    uint8_t pad[16];
+};
+static_assert(sizeof(region_head) == 64);
+
+constexpr size_t DENSE_COUNTERS = REF_REGION_EXTENTS / 2;
+constexpr size_t DENSE_BUCKETS = size_t{PARTS} * BUCKET_ENTRIES * sizeof(uint16_t);
+constexpr size_t DENSE_SIZE = sizeof(region_head) + DENSE_COUNTERS + DENSE_BUCKETS;
+constexpr size_t WIDE_SIZE = sizeof(region_head) + REF_REGION_EXTENTS * sizeof(uint16_t);
+constexpr uint32_t SPARSE_MAX = 16384;  // references of a region that is sorted, not counted
+
+// Where a region is: its head's place in the window's memory, in units of 64 bytes, and 1 more.
+constexpr uint32_t NOWHERE = 0;
+
+// Counts above 15, by extent: the extent's number and, in the upper 16 bits, what is above.
+constexpr uint32_t APART_SLOTS = 1u << 18;
+constexpr uint32_t APART_MAX = APART_SLOTS / 4 * 3;
+constexpr unsigned APART_SHIFT = 48;
+constexpr uint64_t APART_ONE = uint64_t{1} << APART_SHIFT;
+constexpr uint64_t APART_LPA = APART_ONE - 1;
+
+// What is known of a region: how many references it has that no window has counted yet.
+constexpr uint32_t PENDING_WIDE = ~uint32_t{0};
+
+constexpr size_t PLACES_SIZE = REF_REGIONS * sizeof(uint32_t);
+
+struct ref_counts {
+    uint8_t* window;     // REF_WINDOW_SIZE bytes
+    size_t window_used;  // bytes
+    uint32_t* place;     // of each region, in this window
+    uint32_t* pending;   // references of each region that waits for a later window
+    uint32_t end;        // 1 more than the highest region that was met
+    uint64_t met[(REF_REGIONS + 63) / 64];  // bit of each region that some reference is in
+    bool first_scan;
+    bool is_more;
+    bool past_max;
+    uint64_t* apart;  // APART_SLOTS
+    uint32_t apart_used;
+};
+
+static constexpr size_t UNIT = sizeof(region_head);
+
+static region_head* head_of(const ref_counts* counts, uint32_t region) {
+    const uint32_t place = counts->place[region];
+    return place == NOWHERE ? nullptr
+                            : reinterpret_cast<region_head*>(counts->window + (place - 1) * UNIT);
 }
 
-void tbl_ref_counts_drop(tbl_ref_counts* counts) {
-    if (counts == nullptr) {
-        return;
-    }
-    zero_memory_free(counts->near, NEAR_SIZE);
-    zero_memory_free(counts->units, UNITS_SIZE);
-    delete counts;
+static uint8_t* counters_of(region_head* head) {
+    return reinterpret_cast<uint8_t*>(head + 1);
 }
 
-tbl_ref_counts* tbl_ref_counts_open(ref_group_hook first_touch) {
-    auto* counts = new (std::nothrow) tbl_ref_counts;
+static uint16_t* bucket_of(region_head* head, uint32_t part) {
+    return reinterpret_cast<uint16_t*>(counters_of(head) + DENSE_COUNTERS) + part * BUCKET_ENTRIES;
+}
+
+static uint32_t* offsets_of(region_head* head) {
+    return reinterpret_cast<uint32_t*>(head + 1);
+}
+
+static uint16_t* wide_of(region_head* head) {
+    return reinterpret_cast<uint16_t*>(head + 1);
+}
+
+// Null: the window is full.
+static region_head* open_region(ref_counts* counts, uint32_t region, region_kind kind,
+                                uint32_t room, size_t size) {
+    size = (size + UNIT - 1) / UNIT * UNIT;
+    if (size > REF_WINDOW_SIZE - counts->window_used) {
+        return nullptr;
+    }
+    counts->place[region] = static_cast<uint32_t>(counts->window_used / UNIT) + 1;
+    counts->window_used += size;
+    region_head* head = head_of(counts, region);
+    *head = {region, kind, 0, room, {}, {}};
+    return head;
+}
+
+static void forget_window(ref_counts* counts) {
+    memset(counts->window, 0, counts->window_used);
+    memset(counts->place, 0, counts->end * sizeof(uint32_t));
+    if (counts->apart_used != 0) {
+        memset(counts->apart, 0, APART_SLOTS * sizeof(uint64_t));
+    }
+    counts->window_used = 0;
+    counts->apart_used = 0;
+}
+
+ref_counts* ref_counts_open() {
+    auto* counts = new (std::nothrow) ref_counts{};
     if (counts == nullptr) {
         return nullptr;
     }
-    counts->near = static_cast<uint8_t*>(zero_memory(NEAR_SIZE));
-    counts->units = static_cast<uint8_t*>(zero_memory(UNITS_SIZE));
-    if (counts->near == nullptr || counts->units == nullptr) {
-        tbl_ref_counts_drop(counts);
+    counts->window = static_cast<uint8_t*>(zero_memory(REF_WINDOW_SIZE));
+    counts->place = static_cast<uint32_t*>(zero_memory(PLACES_SIZE));
+    counts->pending = static_cast<uint32_t*>(zero_memory(PLACES_SIZE));
+    counts->apart = static_cast<uint64_t*>(zero_memory(APART_SLOTS * sizeof(uint64_t)));
+    if (counts->window == nullptr || counts->place == nullptr || counts->pending == nullptr ||
+        counts->apart == nullptr) {
+        ref_counts_close(counts);
         return nullptr;
     }
-    counts->first_touch = first_touch;
-    counts->group_count = 0;
-    counts->in_table = false;
-    counts->lost = false;
-    counts->lost_lea = 0;
-    forget(counts);
+    counts->first_scan = true;
+    counts->is_more = true;
     return counts;
 }
 
-static uint32_t* slot_of(tbl_ref_counts* counts, uint64_t group) {
-    uint64_t slot = (group * 0x9E3779B97F4A7C15) >> HASH_SHIFT;
-    while (counts->slots[slot] != NO_GROUP && counts->groups[counts->slots[slot]].group != group) {
-        slot = (slot + 1) % REF_SLOTS;
-    }
-    return &counts->slots[slot];
+void ref_counts_restart(ref_counts* counts) {
+    forget_window(counts);
+    memset(counts->pending, 0, counts->end * sizeof(uint32_t));
+    memset(counts->met, 0, sizeof counts->met);
+    counts->end = 0;
+    counts->first_scan = true;
+    counts->is_more = true;
+    counts->past_max = false;
 }
 
-static bool make_room(tbl_ref_counts* counts);
-
-static uint8_t* take_units(tbl_ref_counts* counts, uint32_t wanted) {
-    uint8_t* taken = counts->units + size_t{counts->units_used} * REF_UNIT_SIZE;
-    counts->units_used += wanted;
-    return taken;
-}
-
-static bool units_left(const tbl_ref_counts* counts, uint32_t wanted) {
-    return counts->units_used + wanted <= REF_UNITS;
-}
-
-// The group in `counts->image` has nothing in it: counters, from zero on.
-static void fill_narrow(tbl_ref_counts* counts, ref_group* group) {
-    group->narrow = group->group < REF_NEAR_GROUPS ? counts->near + group->group * TBL_GROUP_ENTRIES
-                                                   : take_units(counts, 1);
-    memset(group->narrow, REF_COUNTER_ZERO, TBL_GROUP_ENTRIES);
-}
-
-// The near counters of a wide group become REF_COUNTER_WIDE.
-static void fill_wide(tbl_ref_counts* counts, ref_group* group) {
-    group->wide = reinterpret_cast<uint16_t*>(take_units(counts, 2));
-    if (group->group < REF_NEAR_GROUPS) {
-        memset(counts->near + group->group * TBL_GROUP_ENTRIES, REF_COUNTER_WIDE,
-               TBL_GROUP_ENTRIES);
-    }
-}
-
-// Takes the group from the table into memory and stores where it is through `found`.
-static ref_result take_group(tbl_ref_counts* counts, uint64_t number, uint64_t lea,
-                             ref_group** found) {
-    if (counts->first_touch(number) < 0) {
-        return ref_result::touch_failed;
-    }
-    if (!units_left(counts, 2) && !make_room(counts)) {
-        return ref_result::lost;
-    }
-    if (!tbl_group_load(current_tbl.fd, &counts->image, number)) {
-        counts->in_table = true;  // the caller counts there
-        return ref_result::no_entry;
-    }
-    *slot_of(counts, number) = counts->group_count;
-    *found = &counts->groups[counts->group_count++];
-    **found = {number, nullptr, nullptr, 0, lea};
-    if (tbl_group_all_zero(&counts->image)) {
-        fill_narrow(counts, *found);
-    } else {
-        fill_wide(counts, *found);
-        memcpy((*found)->wide, counts->image.words, sizeof counts->image.words);
-    }
-    return ref_result::counted;
-}
-
-static ref_result find_group(tbl_ref_counts* counts, uint64_t number, uint64_t lea,
-                             ref_group** found) {
-    const uint32_t place = *slot_of(counts, number);
-    if (place == NO_GROUP) {
-        return take_group(counts, number, lea, found);
-    }
-    *found = &counts->groups[place];
-    return ref_result::counted;
-}
-
-// Blocks of a narrow group in which something was counted.
-static uint32_t counted_blocks(const ref_group* group) {
-    uint32_t blocks = 0;
-    for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
-        if (group->narrow[offset] != REF_COUNTER_ZERO) {
-            blocks |= tbl_group_block_bit(group->group, offset);
-        }
-    }
-    return blocks;
-}
-
-// A byte no longer holds the count. Needs two units.
-static void widen(tbl_ref_counts* counts, ref_group* group) {
-    uint16_t words[TBL_GROUP_ENTRIES];
-    for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
-        words[offset] = ref_counter_word(group->narrow[offset]);
-    }
-    group->changed = counted_blocks(group);
-    group->narrow = nullptr;
-    fill_wide(counts, group);
-    memcpy(group->wide, words, sizeof words);
-}
-
-static ref_result add_wide(ref_group* group, uint64_t lpa, uint64_t* first_uses) {
-    const uint32_t offset = tbl_offset_in_group(lpa);
-    tbl_entry entry = {group->wide[offset]};
-    const uint32_t count = tbl_entry_count(&entry) + 1u;
-    if (count > TBL_COUNT_MAX) {
-        return ref_result::full;
-    }
-    if (count == 1) {
-        tbl_entry_set_used(&entry);
-        ++*first_uses;
-    }
-    tbl_entry_set_count(&entry, count);
-    group->wide[offset] = entry.word;
-    group->changed |= tbl_group_block_bit(group->group, offset);
-    return ref_result::counted;
-}
-
-ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa, uint64_t lea,
-                              uint64_t* first_uses) {
-    if (counts->lost) {
-        return ref_result::lost;
-    }
-    ref_group* group = nullptr;
-    const ref_result found = find_group(counts, tbl_group_of(lpa), lea, &group);
-    if (found != ref_result::counted) {
-        return found;
-    }
-    if (group->narrow == nullptr) {
-        return add_wide(group, lpa, first_uses);
-    }
-    if (ref_counter_add(&group->narrow[tbl_offset_in_group(lpa)], first_uses)) {
-        return ref_result::counted;
-    }
-    if (!units_left(counts, 2)) {
-        return make_room(counts)  // the group is wide afterwards: the table has its counts
-                   ? tbl_ref_counts_add(counts, lpa, lea, first_uses)
-                   : ref_result::lost;
-    }
-    widen(counts, group);
-    return add_wide(group, lpa, first_uses);
-}
-
-// Entry by entry, for a group whose blocks cannot be moved in bulk. Returns false at the first
-// entry that could not be written, logged there.
-static bool write_entries(const tbl_group_image* image, uint64_t group) {
-    const uint64_t failed_before = keep_journal_failures().count;
-    for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
-        const uint64_t lpa = tbl_lpa_of(group, offset);
-        const tbl_entry wanted = tbl_group_get(image, offset);
-        tbl_entry present{};
-        if (tbl_entry_read(&present, lpa) >= 0 && present.word == wanted.word) {
-            continue;
-        }
-        (void)tbl_entry_write(&wanted, lpa);  // always 0
-        if (keep_journal_failures().count != failed_before) {
-            return false;
-        }
-    }
-    return true;
-}
-
-static bool write_group(tbl_ref_counts* counts, const ref_group* group) {
-    tbl_group_image* image = &counts->image;
-    const bool loaded = tbl_group_load(current_tbl.fd, image, group->group);
-    if (group->narrow != nullptr) {
-        for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
-            image->words[offset] = ref_counter_word(group->narrow[offset]);
-        }
-        tbl_group_mark_nonzero(image);
-    } else {
-        memcpy(image->words, group->wide, sizeof image->words);
-        image->changed = group->changed;
-    }
-    return (loaded && tbl_group_store(current_tbl.fd, image)) || write_entries(image, group->group);
-}
-
-void tbl_ref_counts_sort(tbl_ref_counts* counts) {
-    std::sort(counts->groups, counts->groups + counts->group_count,
-              [](const ref_group& a, const ref_group& b) { return a.group < b.group; });
-}
-
-bool tbl_ref_counts_lost(const tbl_ref_counts* counts, uint64_t* lea) {
-    if (counts->lost) {
-        *lea = counts->lost_lea;
-    }
-    return counts->lost;
-}
-
-bool tbl_ref_counts_write(tbl_ref_counts* counts) {
+void ref_counts_close(ref_counts* counts) {
     if (counts == nullptr) {
-        return true;
+        return;
     }
-    tbl_ref_counts_sort(counts);
-    for (uint32_t i = 0; i < counts->group_count && !counts->lost; i++) {
-        if (!write_group(counts, &counts->groups[i])) {
-            counts->lost = true;
-            counts->lost_lea = counts->groups[i].lea;
-        }
-    }
-    return !counts->lost;
+    zero_memory_free(counts->window, REF_WINDOW_SIZE);
+    zero_memory_free(counts->place, PLACES_SIZE);
+    zero_memory_free(counts->pending, PLACES_SIZE);
+    zero_memory_free(counts->apart, APART_SLOTS * sizeof(uint64_t));
+    delete counts;
 }
 
-// Writes everything in memory to the table. Results as tbl_ref_counts_write.
-static bool make_room(tbl_ref_counts* counts) {
-    if (!tbl_ref_counts_write(counts)) {
+// A region that waits, in the form that suits the number of its references.
+static region_head* open_pending(ref_counts* counts, uint32_t region, uint32_t references) {
+    if (references == PENDING_WIDE) {
+        return open_region(counts, region, REGION_WIDE, 0, WIDE_SIZE);
+    }
+    if (references <= SPARSE_MAX) {
+        return open_region(counts, region, REGION_SPARSE, references,
+                           sizeof(region_head) + references * sizeof(uint32_t));
+    }
+    return open_region(counts, region, REGION_DENSE, 0, DENSE_SIZE);
+}
+
+bool ref_counts_begin_scan(ref_counts* counts) {
+    if (!counts->is_more) {
         return false;
     }
-    counts->in_table = true;
-    forget(counts);
+    counts->is_more = false;
+    if (counts->end == 0) {
+        return true;  // the first scan opens the regions as it meets them
+    }
+    counts->first_scan = false;
+    forget_window(counts);
+    for (uint32_t region = 0; region < counts->end; region++) {
+        const uint32_t references = counts->pending[region];
+        if (references == 0) {
+            continue;
+        }
+        if (open_pending(counts, region, references) == nullptr) {
+            counts->is_more = true;
+            break;
+        }
+        counts->pending[region] = 0;
+    }
     return true;
+}
+
+// The region's counts do not fit the way they are kept: it is counted again, wide.
+static void abandon(ref_counts* counts, region_head* head) {
+    head->kind = REGION_ABANDONED;
+    counts->pending[head->region] = PENDING_WIDE;
+    counts->is_more = true;
+}
+
+// Never full: the slot of the extent, or the empty one where it belongs.
+static uint64_t* apart_slot(const ref_counts* counts, uint64_t lpa) {
+    uint64_t slot = (lpa * 0x9E3779B97F4A7C15) >> (64 - std::bit_width(APART_SLOTS - 1));
+    while (counts->apart[slot] != 0 && (counts->apart[slot] & APART_LPA) != lpa) {
+        slot = (slot + 1) % APART_SLOTS;
+    }
+    return &counts->apart[slot];
+}
+
+// One more reference to an extent whose counter is full.
+static void count_apart(ref_counts* counts, region_head* head, uint64_t lpa) {
+    uint64_t* slot = apart_slot(counts, lpa);
+    if (*slot == 0) {  // extent 0 with nothing above 15 yet looks empty, and is the same
+        if (counts->apart_used == APART_MAX) {
+            abandon(counts, head);
+            return;
+        }
+        counts->apart_used++;
+        *slot = lpa;
+    }
+    if ((*slot >> APART_SHIFT) + NIBBLE_MAX == TBL_COUNT_MAX) {
+        counts->past_max = true;
+        return;
+    }
+    *slot += APART_ONE;
+}
+
+// Counts what is in a bucket.
+static void drain(ref_counts* counts, region_head* head, uint32_t part) {
+    uint8_t* const counters = counters_of(head) + part * PART_COUNTERS;
+    const uint16_t* const bucket = bucket_of(head, part);
+    const uint32_t fill = head->fill[part];
+    head->fill[part] = 0;
+    for (uint32_t i = 0; i < fill; i++) {
+        const uint32_t offset = bucket[i];
+        uint8_t* const counter = &counters[offset / 2];
+        const unsigned shift = offset % 2 * 4;
+        const unsigned value = *counter;
+        if (((value >> shift) & NIBBLE_MAX) != NIBBLE_MAX) [[likely]] {
+            *counter = static_cast<uint8_t>(value + (1u << shift));
+        } else {
+            count_apart(
+                counts, head,
+                (uint64_t{head->region} << REF_REGION_SHIFT) + part * PART_EXTENTS + offset);
+        }
+    }
+}
+
+static void add_dense(ref_counts* counts, region_head* head, uint64_t lpa) {
+    const uint32_t part = static_cast<uint32_t>(lpa >> PART_SHIFT) % PARTS;
+    const uint32_t fill = head->fill[part];
+    bucket_of(head, part)[fill] = static_cast<uint16_t>(lpa);
+    head->fill[part] = static_cast<uint16_t>(fill + 1);
+    if (fill + 1 == BUCKET_ENTRIES) [[unlikely]] {
+        drain(counts, head, part);
+    }
+}
+
+// Of a region that is not dense.
+static void add_other(ref_counts* counts, region_head* head, uint64_t lpa) {
+    const auto offset = static_cast<uint32_t>(lpa % REF_REGION_EXTENTS);
+    if (head->kind == REGION_SPARSE) {
+        if (head->used == head->room) {
+            abandon(counts, head);  // somebody writes to the maps: count again
+        } else {
+            offsets_of(head)[head->used++] = offset;
+        }
+    } else if (head->kind == REGION_WIDE) {
+        uint16_t* counter = &wide_of(head)[offset];
+        if (*counter == TBL_COUNT_MAX) {
+            counts->past_max = true;
+        } else {
+            ++*counter;
+        }
+    }
+}
+
+// Of a region that has no place in the window: only the first scan makes one, as long as it can.
+static void add_without_place(ref_counts* counts, uint32_t region, uint64_t lpa) {
+    if (!counts->first_scan) {
+        return;
+    }
+    counts->end = std::max(counts->end, region + 1);
+    counts->met[region / 64] |= uint64_t{1} << region % 64;
+    region_head* head = counts->pending[region] == 0
+                            ? open_region(counts, region, REGION_DENSE, 0, DENSE_SIZE)
+                            : nullptr;
+    if (head != nullptr) {
+        add_dense(counts, head, lpa);
+        return;
+    }
+    if (counts->pending[region] < PENDING_WIDE - 1) {
+        counts->pending[region]++;
+    }
+    counts->is_more = true;
+}
+
+static inline void add_known(ref_counts* counts, uint64_t lpa) {
+    const auto region = static_cast<uint32_t>(lpa >> REF_REGION_SHIFT);
+    region_head* head = head_of(counts, region);
+    if (head == nullptr) [[unlikely]] {
+        add_without_place(counts, region, lpa);
+    } else if (head->kind == REGION_DENSE) [[likely]] {
+        add_dense(counts, head, lpa);
+    } else {
+        add_other(counts, head, lpa);
+    }
+}
+
+bool ref_counts_add(ref_counts* counts, uint64_t lpa) {
+    if (lpa >= TBL_TOTAL_COUNT) {
+        return false;
+    }
+    add_known(counts, lpa);
+    return true;
+}
+
+// 63 counters of 4 bits from an even one on, as bytes: 31 of them and half of the next one.
+constexpr size_t RUN_BYTES = 32;
+constexpr uint64_t EACH = 0x1111111111111111;
+
+static uint64_t load_word(const uint8_t* at) {
+    uint64_t word;
+    memcpy(&word, at, sizeof word);
+    return word;
+}
+
+// Adds one to each counter of 4 bits that has a bit in `ones`, 4 words of 16 counters. False, and
+// nothing is added: one of them is full.
+static bool add_to_counters(uint8_t* counters, const uint64_t ones[4]) {
+    uint64_t words[4];
+    uint64_t full = 0;
+    for (size_t i = 0; i < 4; i++) {
+        const uint64_t word = load_word(counters + i * sizeof word);
+        full |= word & word >> 1 & word >> 2 & word >> 3 & ones[i];
+        words[i] = word + ones[i];
+    }
+    if (full != 0) {
+        return false;
+    }
+    memcpy(counters, words, sizeof words);
+    return true;
+}
+
+// The extents `lpa` to lpa + 62, in one step. False: they are to be counted one by one.
+static bool add_run(ref_counts* counts, uint64_t lpa) {
+    const uint32_t offset = lpa % PART_EXTENTS;
+    region_head* head = head_of(counts, static_cast<uint32_t>(lpa >> REF_REGION_SHIFT));
+    if (offset > PART_EXTENTS - 2 * RUN_BYTES || head == nullptr || head->kind != REGION_DENSE) {
+        return false;
+    }
+    static constexpr uint64_t from_even[4] = {EACH, EACH, EACH, EACH >> 4};
+    static constexpr uint64_t from_odd[4] = {EACH - 1, EACH, EACH, EACH};
+    const auto part = static_cast<uint32_t>(lpa >> PART_SHIFT) % PARTS;
+    uint8_t* counters = counters_of(head) + part * PART_COUNTERS + offset / 2;
+    return add_to_counters(counters, offset % 2 == 0 ? from_even : from_odd);
+}
+
+static uint64_t word_of(const data_node* node, size_t slot) {
+    return load_word(node->payload + slot * sizeof(uint64_t));
+}
+
+// All 63 entries are mapped to extents that follow each other, none of them past the table.
+static bool is_run(const data_node* node) {
+    const uint64_t first = word_of(node, 0);
+    if (word_of(node, MAP_NODE_ENTRIES - 1) != first + MAP_NODE_ENTRIES - 1 ||
+        (first & MAP_MAPPED_BIT) == 0 ||
+        (first & MAP_LPA_MASK) + MAP_NODE_ENTRIES > TBL_TOTAL_COUNT) {
+        return false;
+    }
+    uint64_t differences = 0;
+    for (size_t slot = 0; slot < MAP_NODE_ENTRIES; slot++) {
+        differences |= word_of(node, slot) ^ (first + slot);
+    }
+    return differences == 0;
+}
+
+node_references ref_counts_add_node(ref_counts* counts, const data_node* node, uint32_t entries) {
+    if (entries == MAP_NODE_ENTRIES && is_run(node) &&
+        add_run(counts, word_of(node, 0) & MAP_LPA_MASK)) {
+        return {MAP_NODE_ENTRIES, false};
+    }
+    node_references found = {0, false};
+    for (uint32_t slot = 0; slot < entries; slot++) {
+        const uint64_t word = word_of(node, slot);
+        if ((word & MAP_MAPPED_BIT) == 0) {
+            continue;
+        }
+        found.mapped++;
+        const uint64_t lpa = word & MAP_LPA_MASK;
+        if (lpa >= TBL_TOTAL_COUNT) [[unlikely]] {
+            found.past_table = true;
+        } else {
+            add_known(counts, lpa);
+        }
+    }
+    return found;
+}
+
+// Whether the sorted offsets name one extent more often than an entry can count.
+static bool is_past_max(region_head* head) {
+    const uint32_t* offsets = offsets_of(head);
+    for (uint32_t i = TBL_COUNT_MAX; i < head->used; i++) {
+        if (offsets[i] == offsets[i - TBL_COUNT_MAX]) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void ref_counts_end_scan(ref_counts* counts) {
+    for (uint32_t region = 0; region < counts->end; region++) {
+        region_head* head = head_of(counts, region);
+        if (head == nullptr) {
+            continue;
+        }
+        if (head->kind == REGION_SPARSE) {
+            std::sort(offsets_of(head), offsets_of(head) + head->used);
+            counts->past_max = counts->past_max || is_past_max(head);
+        }
+        for (uint32_t part = 0; part < PARTS && head->kind == REGION_DENSE; part++) {
+            drain(counts, head, part);
+        }
+    }
+}
+
+bool ref_counts_is_past_max(const ref_counts* counts) {
+    return counts->past_max;
+}
+
+bool ref_counts_is_more(const ref_counts* counts) {
+    return counts->is_more;
+}
+
+bool ref_counts_has_region(const ref_counts* counts, uint32_t region) {
+    const region_head* head = region < counts->end ? head_of(counts, region) : nullptr;
+    return head != nullptr && head->kind != REGION_ABANDONED;
+}
+
+bool ref_counts_met_region(const ref_counts* counts, uint32_t region) {
+    return (counts->met[region / 64] >> region % 64 & 1) != 0;
+}
+
+// The bytes of a group's counters, in a dense region or a wide one.
+static const uint8_t* dense_group(region_head* head, uint64_t group) {
+    return counters_of(head) + group % REF_REGION_GROUPS * (TBL_GROUP_ENTRIES / 2);
+}
+
+static const uint16_t* wide_group(region_head* head, uint64_t group) {
+    return wide_of(head) + group % REF_REGION_GROUPS * TBL_GROUP_ENTRIES;
+}
+
+static bool is_any_byte(const uint8_t* bytes, size_t size) {
+    uint64_t any = 0;
+    for (size_t i = 0; i < size; i += sizeof any) {
+        any |= load_word(bytes + i);
+    }
+    return any != 0;
+}
+
+// The first of the region's sorted offsets that is `offset` or more.
+static const uint32_t* first_offset(region_head* head, uint32_t offset) {
+    return std::lower_bound(offsets_of(head), offsets_of(head) + head->used, offset);
+}
+
+static bool has_reference(region_head* head, uint64_t group) {
+    switch (head->kind) {
+        case REGION_DENSE:
+            return is_any_byte(dense_group(head, group), TBL_GROUP_ENTRIES / 2);
+        case REGION_WIDE:
+            return is_any_byte(reinterpret_cast<const uint8_t*>(wide_group(head, group)),
+                               TBL_GROUP_ENTRIES * sizeof(uint16_t));
+        case REGION_SPARSE: {
+            const uint32_t begin = group % REF_REGION_GROUPS * TBL_GROUP_ENTRIES;
+            const uint32_t* at = first_offset(head, begin);
+            return at != offsets_of(head) + head->used && *at < begin + TBL_GROUP_ENTRIES;
+        }
+        default:
+            return false;
+    }
+}
+
+bool ref_counts_next_group(const ref_counts* counts, uint64_t* group) {
+    const uint64_t end = uint64_t{counts->end} * REF_REGION_GROUPS;
+    while (*group < end) {
+        region_head* head = head_of(counts, static_cast<uint32_t>(*group / REF_REGION_GROUPS));
+        if (head == nullptr) {
+            *group = (*group / REF_REGION_GROUPS + 1) * REF_REGION_GROUPS;
+        } else if (has_reference(head, *group)) {
+            return true;
+        } else {
+            ++*group;
+        }
+    }
+    return false;
+}
+
+uint64_t ref_counts_group_end(const ref_counts* counts) {
+    for (uint64_t group = uint64_t{counts->end} * REF_REGION_GROUPS; group > 0; group--) {
+        region_head* head = head_of(counts, static_cast<uint32_t>((group - 1) / REF_REGION_GROUPS));
+        if (head == nullptr) {
+            group -= (group - 1) % REF_REGION_GROUPS;  // to the region's first group
+        } else if (has_reference(head, group - 1)) {
+            return group;
+        }
+    }
+    return 0;
+}
+
+uint64_t ref_counts_group_limit(const ref_counts* counts) {
+    const bool has_last = counts->end != 0 && ref_counts_has_region(counts, counts->end - 1);
+    return has_last ? ref_counts_group_end(counts) : uint64_t{counts->end} * REF_REGION_GROUPS;
+}
+
+static void get_dense(const ref_counts* counts, region_head* head, uint64_t group, uint16_t* out) {
+    const uint8_t* bytes = dense_group(head, group);
+    unsigned full = 0;
+    for (uint32_t i = 0; i < TBL_GROUP_ENTRIES / 2; i++) {
+        const unsigned low = bytes[i] & NIBBLE_MAX;
+        const unsigned high = bytes[i] >> 4;
+        out[2 * i] = static_cast<uint16_t>(low);
+        out[2 * i + 1] = static_cast<uint16_t>(high);
+        full |= (low + 1) | (high + 1);
+    }
+    if (full <= NIBBLE_MAX) {
+        return;  // no counter is full
+    }
+    for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
+        if (out[offset] == NIBBLE_MAX) {
+            const uint64_t apart = *apart_slot(counts, tbl_lpa_of(group, offset));
+            out[offset] = static_cast<uint16_t>(NIBBLE_MAX + (apart >> APART_SHIFT));
+        }
+    }
+}
+
+void ref_counts_get_group(const ref_counts* counts, uint64_t group, uint16_t* out) {
+    region_head* head = head_of(counts, static_cast<uint32_t>(group / REF_REGION_GROUPS));
+    if (head->kind == REGION_DENSE) {
+        get_dense(counts, head, group, out);
+        return;
+    }
+    if (head->kind == REGION_WIDE) {
+        memcpy(out, wide_group(head, group), TBL_GROUP_ENTRIES * sizeof *out);
+        return;
+    }
+    memset(out, 0, TBL_GROUP_ENTRIES * sizeof *out);
+    const uint32_t begin = group % REF_REGION_GROUPS * TBL_GROUP_ENTRIES;
+    const uint32_t* end = offsets_of(head) + head->used;
+    for (const uint32_t* at = first_offset(head, begin);
+         at != end && *at < begin + TBL_GROUP_ENTRIES; at++) {
+        out[*at - begin]++;
+    }
 }

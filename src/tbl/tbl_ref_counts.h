@@ -1,112 +1,66 @@
-// Reference counts of a table being rebuilt: counted in memory, a group of 4096 at a time, and
-// written as whole checksummed blocks in ascending order, at the end and when the memory is full.
-// Gives the bytes that single references give. Below: tbl_group_image.h, tbl_entries.h. Above: the
-// import of maps.
+// Reference counts in memory: how often the entries of a set of maps name each extent. The counts
+// are exact, and the memory is fixed: a volume with more extents than fit is counted in windows of
+// regions, and the same maps are scanned once for each window. Nothing is logged, and no table is
+// looked at. Below: tbl_format.h, map_format.h, zero_memory.h. Above: the rebuild of a table.
+//
+// A region holds 2^20 extents. Most references of a scan come in no order, and a counter that is
+// not in the processor's cache costs more than everything else; so a reference is first put into
+// the bucket of its part of the region, as 16 bits, and a full bucket is counted at once, into
+// 32 KiB of counters of 4 bits each. What a counter of 4 bits cannot hold is kept apart, by extent;
+// a region with too much of that gets counters of 16 bits, in a later window.
 #pragma once
 
+#include "map/map_format.h"
+#include "store/data_node.h"
 #include "tbl/tbl_format.h"
-#include "tbl/tbl_group_image.h"
 
-// A group in memory is narrow (a byte an entry, its counter; the group was all zero before) until a
-// count outgrows the byte, or wide (the entries' words) from then on or when it was not all zero.
-// A counter holds the count and REF_COUNTER_ZERO, or one of the two values around those.
-constexpr uint8_t REF_COUNTER_NONE = 0;  // the group is not in memory
-constexpr uint8_t REF_COUNTER_ZERO = 1;
-constexpr uint8_t REF_COUNTER_FULL = 254;  // counts no further: the group is widened
-constexpr uint8_t REF_COUNTER_WIDE = 255;  // the group is wide
+constexpr unsigned REF_REGION_SHIFT = 20;
+constexpr uint32_t REF_REGION_EXTENTS = uint32_t{1} << REF_REGION_SHIFT;
+constexpr uint32_t REF_REGION_GROUPS = REF_REGION_EXTENTS / TBL_GROUP_ENTRIES;
+constexpr uint32_t REF_REGIONS =
+    static_cast<uint32_t>((TBL_TOTAL_COUNT + REF_REGION_EXTENTS - 1) >> REF_REGION_SHIFT);
+constexpr size_t REF_WINDOW_SIZE = size_t{60} << 20;  // bytes: counters and buckets of a window
 
-// Each counter of the first groups has a place of its own, found by the extent's number alone.
-// Other narrow groups take one unit, wide groups two.
-constexpr uint64_t REF_NEAR_GROUPS = 16384;  // 64 MiB: 67 million extents
-constexpr uint64_t REF_NEAR_EXTENTS = REF_NEAR_GROUPS * TBL_GROUP_ENTRIES;
-constexpr uint32_t REF_UNIT_SIZE = TBL_GROUP_ENTRIES;  // bytes
-constexpr uint32_t REF_UNITS = 6144;                   // 24 MiB
-constexpr uint32_t REF_GROUPS = static_cast<uint32_t>(REF_NEAR_GROUPS) + REF_UNITS;
-constexpr uint32_t REF_SLOTS = 32768;
+struct ref_counts;
 
-struct ref_group {
-    uint64_t group;
-    uint8_t* narrow;   // counters; null: wide
-    uint16_t* wide;    // words; null: narrow
-    uint32_t changed;  // wide: bit i: block i of the group; narrow: every block with a count
-    uint64_t lea;      // of the map entry that brought the group into memory
+// Null: no memory. The caller owns it.
+ref_counts* ref_counts_open();
+void ref_counts_close(ref_counts* counts);  // null is ignored
+// Forgets everything: the next scan is a first one.
+void ref_counts_restart(ref_counts* counts);
+
+// Prepares a scan over the maps, for the next window. False: every region was counted. The first
+// scan counts the regions that come first, and finds out which others there are.
+bool ref_counts_begin_scan(ref_counts* counts);
+
+// What a node of a map holds.
+struct node_references {
+    uint32_t mapped;  // entries
+    bool past_table;  // one of them names an extent that no table has; it is not counted
 };
+// Counts the references among the first `entries` (0..63) entries of a node.
+node_references ref_counts_add_node(ref_counts* counts, const data_node* node, uint32_t entries);
+// Counts one reference; false for an extent that no table has.
+bool ref_counts_add(ref_counts* counts, uint64_t lpa);
 
-// Called before the first reference into a group is counted in memory: 0, or negative, logged.
-using ref_group_hook = int (*)(uint64_t group);
+// Ends a scan: everything that was added is in the counters.
+void ref_counts_end_scan(ref_counts* counts);
+// True: some extent has more references than an entry of a table can count.
+bool ref_counts_is_past_max(const ref_counts* counts);
+// True: a further scan is needed.
+bool ref_counts_is_more(const ref_counts* counts);
 
-// One rebuild's counts, about 89 MiB at most, taken as they are used. Only the functions below and
-// tbl_ref_compare.cpp touch its fields.
-struct tbl_ref_counts {
-    ref_group_hook first_touch;
-    uint8_t* near;   // REF_NEAR_EXTENTS counters
-    uint8_t* units;  // REF_UNITS of REF_UNIT_SIZE bytes
-    uint32_t units_used;
-    uint32_t group_count;
-    bool in_table;              // some references are only there: to make room, or after no_entry
-    bool lost;                  // an entry could not be written: nothing more is
-    uint64_t lost_lea;          // when `lost`: lea of the group that the entry is in
-    uint32_t slots[REF_SLOTS];  // number in `groups`, by hash of the group
-    ref_group groups[REF_GROUPS];
-    tbl_group_image image;  // of the group being taken in or written
-};
+// True: the region is counted in this window, up to its last extent.
+bool ref_counts_has_region(const ref_counts* counts, uint32_t region);
+// True: a reference into the region came in some scan.
+bool ref_counts_met_region(const ref_counts* counts, uint32_t region);
 
-// Counts for the current table, which tbl_ref_counts_drop frees. Null when there is no memory.
-tbl_ref_counts* tbl_ref_counts_open(ref_group_hook first_touch);
-
-enum class ref_result {
-    counted,
-    touch_failed,  // the hook failed: nothing was counted
-    no_entry,  // this lpa takes the single-entry path: the table has no such group, or its blocks
-               // cannot be read
-    full,      // the entry has 4095 references
-    lost,      // the memory was full and an entry could not be written, logged: the rebuild ends
-};
-// Counts one reference to `lpa`, of whatever group, for the map entry `lea`. Adds 1 to
-// `*first_uses` when the extent had no reference before: the index then has one free extent less.
-ref_result tbl_ref_counts_add(tbl_ref_counts* counts, uint64_t lpa, uint64_t lea,
-                              uint64_t* first_uses);
-
-// The same for a counter that has room. Returns false, nothing changed, for a counter that has
-// none.
-inline bool ref_counter_add(uint8_t* counter, uint64_t* first_uses) {
-    if (static_cast<uint8_t>(*counter - REF_COUNTER_ZERO) >= REF_COUNTER_FULL - REF_COUNTER_ZERO) {
-        return false;
-    }
-    *first_uses += *counter == REF_COUNTER_ZERO ? 1 : 0;
-    ++*counter;
-    return true;
-}
-
-// Counts one reference where that takes one counter and nothing else: `lpa` is one of the first
-// extents and its counter has room. Returns false, nothing changed, for every other reference: it
-// is for tbl_ref_counts_add. `first_uses` as there.
-inline bool tbl_ref_counts_add_in_place(tbl_ref_counts* counts, uint64_t lpa,
-                                        uint64_t* first_uses) {
-    return lpa < REF_NEAR_EXTENTS && ref_counter_add(counts->near + lpa, first_uses);
-}
-
-// Fetches into the processor's cache what tbl_ref_counts_add_in_place needs for `lpa`.
-inline void tbl_ref_counts_expect(const tbl_ref_counts* counts, uint64_t lpa) {
-    if (lpa < REF_NEAR_EXTENTS) {
-        __builtin_prefetch(counts->near + lpa, 1);
-    }
-}
-
-// The entry that a narrow group's counter means.
-constexpr uint16_t ref_counter_word(uint8_t counter) {
-    const unsigned count = counter - unsigned{REF_COUNTER_ZERO};
-    return static_cast<uint16_t>(count != 0 ? TBL_USED_BIT | count : 0);
-}
-
-// Puts the groups into ascending order. Afterwards the counts are only read, written or dropped.
-void tbl_ref_counts_sort(tbl_ref_counts* counts);
-// Frees the counts without writing what is in memory. Null is ignored.
-void tbl_ref_counts_drop(tbl_ref_counts* counts);
-// Writes everything that was counted, in ascending order, up to the first entry that cannot be
-// written, logged. Groups whose blocks cannot be moved in bulk are written entry by entry. Returns
-// false after such an entry, and from then on without another attempt. Null: true.
-bool tbl_ref_counts_write(tbl_ref_counts* counts);
-// Whether an entry could not be written. Stores then the lea of the map entry that brought the
-// entry's group into memory.
-bool tbl_ref_counts_lost(const tbl_ref_counts* counts, uint64_t* lea);
+// Moves *group to the first group, from *group on, that has a reference in this window. False:
+// there is none.
+bool ref_counts_next_group(const ref_counts* counts, uint64_t* group);
+// After the highest group of this window that has a reference; 0 if none has.
+uint64_t ref_counts_group_end(const ref_counts* counts);
+// Not below the end of the highest group of all windows: exact in the window that it is in.
+uint64_t ref_counts_group_limit(const ref_counts* counts);
+// Stores the count of each of the 4096 extents of a group, whose region is in this window.
+void ref_counts_get_group(const ref_counts* counts, uint64_t group, uint16_t* out);

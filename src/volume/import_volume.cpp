@@ -1,7 +1,6 @@
 #include "volume/import_volume.h"
 
 #include <cstdio>
-#include <fcntl.h>
 
 #include "fri/fri_entries.h"
 #include "fri/fri_file.h"
@@ -9,8 +8,6 @@
 #include "store/descriptor.h"
 #include "store/keep_journal.h"
 #include "tbl/tbl_file.h"
-#include "tbl/tbl_ref_compare.h"
-#include "tbl/tbl_ref_counts.h"
 #include "volume/discovery.h"
 #include "volume/import.h"
 #include "volume/map_check.h"
@@ -19,6 +16,7 @@
 #include "volume/work_dir.h"
 
 static constexpr mode_t WORK_DIR_MODE = 0700;
+static constexpr const char* IMPORT_TITLE = "import MAP";
 
 // One rebuild: of which volume, and where.
 struct volume_rebuild {
@@ -26,6 +24,8 @@ struct volume_rebuild {
     volume_paths made;
     char dir[PATH_TEXT_SIZE];
     int32_t repair;
+    linked_groups* linked;
+    int (*confirm)(const volume_paths* paths);
 };
 
 static int form_paths(volume_rebuild* rebuild, const char* dir_name) {
@@ -72,7 +72,7 @@ static int create_files(const volume_rebuild* rebuild) {
     return 0;
 }
 
-static int import_loaded_map(const volume_rebuild* rebuild, int32_t kind, tbl_ref_counts* counts) {
+static int import_loaded_map(const volume_rebuild* rebuild, int32_t kind, import_tally* tally) {
     const char* root = rebuild->live.root;
     if (rebuild->repair != 0) {
         printf("TARN_INFO: check and repair MAP(%s)\n", rebuild->live.map);
@@ -80,37 +80,26 @@ static int import_loaded_map(const volume_rebuild* rebuild, int32_t kind, tbl_re
             return -1;
         }
     }
-    printf("TARN_INFO: import MAP(%s)\n", rebuild->live.map);
-    return import_map(kind, root, counts) < 0 ? -1 : 0;
+    printf("TARN_INFO: %s(%s)\n", IMPORT_TITLE, rebuild->live.map);
+    return import_map(kind, root, tally) < 0 ? -1 : 0;
 }
 
-static int import_listed_map(volume_rebuild* rebuild, const path_entry* map,
-                             tbl_ref_counts* counts) {
+static int import_listed_map(void* context, const path_entry* map, import_tally* tally) {
     if (stop_requested()) {
         return -1;
     }
+    auto* rebuild = static_cast<volume_rebuild*>(context);
     set_map_path(&rebuild->live, map->name);
     const int result = load_files("do_import_volume", &rebuild->live, {KIND_MAP}) == 0
-                           ? import_loaded_map(rebuild, static_cast<int32_t>(map->type), counts)
+                           ? import_loaded_map(rebuild, static_cast<int32_t>(map->type), tally)
                            : -1;
     close_map();
     return result;
 }
 
-// Whether the live table agrees with the counts. False if that cannot be decided in memory: the
-// comparison on disk decides it then.
-static bool agrees_with(const char* live_tbl, tbl_ref_counts* counts) {
-    const int fd = counts != nullptr ? io_open(live_tbl, O_RDONLY, 0) : -1;
-    const uint64_t groups = current_fri.header.fri_group_count;
-    const bool agrees = fd > 0 && tbl_ref_counts_agree(counts, fd, groups);
-    if (fd > 0) {
-        io_close(fd);
-    }
-    return agrees;
-}
-
-// Every listed map, up to the first that fails.
-static int import_listed_maps(volume_rebuild* rebuild, tbl_ref_counts* counts) {
+// Lists the maps, and imports them with `import_all`, as far as the first that fails.
+template <class ImportAll>
+static int import_listed_maps(volume_rebuild* rebuild, ImportAll import_all) {
     path_list maps;
     const int result = enum_all_vaai_luns(&rebuild->live, &maps.head);
     if (result != 0) {
@@ -118,8 +107,8 @@ static int import_listed_maps(volume_rebuild* rebuild, tbl_ref_counts* counts) {
                    rebuild->live.root);
         return result;
     }
-    return for_each_entry(
-        &maps.head, [&](const path_entry* map) { return import_listed_map(rebuild, map, counts); });
+    return import_all({&maps.head, rebuild->live.root, true, rebuild->linked, rebuild->repair != 0,
+                       IMPORT_TITLE, nullptr, rebuild, import_listed_map});
 }
 
 static void print_rebuilt(const volume_rebuild* rebuild) {
@@ -128,41 +117,31 @@ static void print_rebuilt(const volume_rebuild* rebuild) {
 }
 
 static int rebuild_in(volume_rebuild* rebuild) {
-    if (create_files(rebuild) != 0) {
-        return -1;
-    }
-    tbl_ref_counts* counts = tbl_ref_counts_open(tarn_fri_set_init_bit);
-    const int imported = import_listed_maps(rebuild, counts);
-    if (finish_import(counts) != 0 || imported != 0) {
+    if (create_files(rebuild) != 0 || import_listed_maps(rebuild, import_listed) != 0) {
         return -1;
     }
     print_rebuilt(rebuild);
     return 0;
 }
 
-// The same, but where the live table agrees and `confirm` does too, no entry is written.
-static int rebuild_to_compare(volume_rebuild* rebuild, int (*confirm)(const volume_paths* paths),
-                              bool* agrees) {
+static int print_and_confirm(void* context) {
+    auto* rebuild = static_cast<volume_rebuild*>(context);
+    print_rebuilt(rebuild);
+    return rebuild->confirm(&rebuild->live);
+}
+
+// The same, but where the live table agrees and is confirmed, no entry is written.
+static int rebuild_to_compare(volume_rebuild* rebuild, bool* agrees) {
     if (create_files(rebuild) != 0) {
         return -1;
     }
-    tbl_ref_counts* counts = tbl_ref_counts_open(tarn_fri_set_init_bit);
-    int result = import_listed_maps(rebuild, counts);
-    const bool agreed = result == 0 && agrees_with(rebuild->live.table, counts);
-    if (agreed) {
+    const int result = import_listed_maps(rebuild, [&](const import_job& job) {
+        return import_to_compare(job, rebuild->live.table, print_and_confirm, agrees);
+    });
+    if (result == 0 && !*agrees) {
         print_rebuilt(rebuild);
-        result = confirm(&rebuild->live);
     }
-    if (agreed && result == 0) {
-        *agrees = true;
-        tbl_ref_counts_drop(counts);
-        return 0;
-    }
-    if (finish_import(counts) != 0 || result != 0) {
-        return -1;
-    }
-    print_rebuilt(rebuild);
-    return 0;
+    return result != 0 ? -1 : 0;
 }
 
 // Makes the work directory. 0, or -1, logged: nothing was made.
@@ -179,8 +158,9 @@ static int start_rebuild(volume_rebuild* rebuild, const char* dir_name) {
     return 0;
 }
 
-int do_import_volume(const volume_paths* paths, const char* dir_name, int32_t repair) {
-    volume_rebuild rebuild = {*paths, *paths, {}, repair};
+int do_import_volume(const volume_paths* paths, const char* dir_name, int32_t repair,
+                     linked_groups* linked) {
+    volume_rebuild rebuild = {*paths, *paths, {}, repair, linked, nullptr};
     if (start_rebuild(&rebuild, dir_name) != 0) {
         return -1;
     }
@@ -198,11 +178,11 @@ int do_import_volume(const volume_paths* paths, const char* dir_name, int32_t re
 int do_import_volume_to_compare(const volume_paths* paths, const char* dir_name, int32_t repair,
                                 int (*confirm)(const volume_paths* paths), bool* agrees) {
     *agrees = false;
-    volume_rebuild rebuild = {*paths, *paths, {}, repair};
+    volume_rebuild rebuild = {*paths, *paths, {}, repair, nullptr, confirm};
     if (start_rebuild(&rebuild, dir_name) != 0) {
         return -1;
     }
-    const int result = rebuild_to_compare(&rebuild, confirm, agrees);
+    const int result = rebuild_to_compare(&rebuild, agrees);
     close_tbl();
     close_fri();
     return result;

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "tbl/tbl_freelist.h"
 #include "volume/volume_paths.h"
 
 // Rebuilds table and index of the volume at paths->root from all its maps, in the new directory
@@ -12,7 +13,10 @@
 // on the disk, and so are their names. -1 at the first failure, logged, and at a stop signal: the
 // directory then stays for the caller to remove. Table, index and map are closed. An existing
 // directory, or a link of that name, is refused before a file is made.
-int do_import_volume(const volume_paths* paths, const char* dir_name, int32_t repair);
+// With `linked` the free entries of each group are linked as they are written, and the rows are in
+// ascending order afterwards.
+int do_import_volume(const volume_paths* paths, const char* dir_name, int32_t repair,
+                     linked_groups* linked = nullptr);
 
 // The same for a comparison with the live table; nothing needs to be on the disk. Where that table
 // agrees with the maps about every extent, `confirm` is called with the rebuilt files still open:

@@ -6,16 +6,20 @@
 #include "fri/fri_link.h"
 #include "print.h"
 #include "store/keep_journal.h"
+#include "store/zero_memory.h"
 #include "tbl/tbl_file.h"
 #include "volume/dat_file.h"
 #include "volume/import_volume.h"
 #include "volume/work_dir.h"
 
+constexpr size_t LINKED_SIZE = LINKED_GROUPS_MAX * sizeof(linked_group);
+
 struct volume_reconstruction {
     volume_paths live;
     volume_paths made;  // in FIX_DIR
     char dat_path[PATH_TEXT_SIZE];
-    dat_handle dat;  // the first data file, open
+    dat_handle dat;        // the first data file, open
+    linked_groups linked;  // groups whose lists the import has linked
 };
 
 static int load_rebuilt(volume_reconstruction* volume) {
@@ -68,11 +72,12 @@ static int set_uuids(const volume_reconstruction* volume) {
 }
 
 static int rebuild_and_link(volume_reconstruction* volume, int32_t repair) {
-    if (do_import_volume(&volume->live, FIX_DIR, repair) < 0 || load_rebuilt(volume) != 0 ||
+    linked_groups* linked = &volume->linked;
+    if (do_import_volume(&volume->live, FIX_DIR, repair, linked) < 0 || load_rebuilt(volume) != 0 ||
         set_uuids(volume) != 0) {
         return -1;
     }
-    if (tarn_link_fri_group() != 0) {
+    if (tarn_link_fri_group(linked) != 0) {
         log_err_as("do_reconstruct_volume", "Fail to finalize the link process\n");
         return -1;
     }
@@ -108,7 +113,7 @@ static int reconstruct(volume_reconstruction* volume, int32_t repair) {
 }
 
 int do_reconstruct_volume(const volume_paths* paths, int32_t repair) {
-    volume_reconstruction volume = {*paths, *paths, {}, {}};
+    volume_reconstruction volume = {*paths, *paths, {}, {}, {}};
     const char* dat_path = volume.dat_path;
     printf("TARN_INFO: CHECK volume '%s'\n", paths->root);
     if (dat_file_path(volume.dat_path, paths->root, 0) != 0 ||
@@ -124,5 +129,9 @@ int do_reconstruct_volume(const volume_paths* paths, int32_t repair) {
         log_err("Fail to load DAT (%s)\n", dat_path);
         return -1;
     }
-    return reconstruct(&volume, repair);
+    volume.linked.at = static_cast<linked_group*>(zero_memory(LINKED_SIZE));
+    volume.linked.room = volume.linked.at != nullptr ? LINKED_GROUPS_MAX : 0;
+    const int result = reconstruct(&volume, repair);
+    zero_memory_free(volume.linked.at, LINKED_SIZE);
+    return result;
 }

@@ -27,7 +27,6 @@
 #include "support/sample_volumes.h"
 #include "support/stdout_capture.h"
 #include "tbl/tbl_file.h"
-#include "tbl/tbl_ref_counts.h"
 #include "tbl/tbl_show.h"
 #include "volume/consistency.h"
 #include "volume/full_check.h"
@@ -62,9 +61,7 @@ static int import_loaded() {
     int result = -1;
     if (load_fri(opt_ctx.fripath) == 0 && load_tbl(opt_ctx.tblpath) == 0 &&
         load_map(opt_ctx.mappath) == 0) {
-        tbl_ref_counts* counts = tbl_ref_counts_open(tarn_fri_set_init_bit);
-        result = import_map(opt_ctx.map_kind, opt_ctx.volpath, counts);
-        result = finish_import(counts) == 0 ? result : -1;
+        result = import_loaded(opt_ctx.mappath, opt_ctx.map_kind, opt_ctx.volpath);
     }
     close_map();
     close_tbl();

@@ -19,7 +19,6 @@
 #include "support/scratch_file.h"
 #include "support/stdout_capture.h"
 #include "tbl/tbl_file.h"
-#include "tbl/tbl_ref_counts.h"
 
 static constexpr uint64_t INIT_BIT = uint64_t{1} << 63;  // of an index entry as one number
 static constexpr uint64_t EVERY_EXTENT = 0x1F800000000;  // free extents of a new volume
@@ -55,10 +54,8 @@ protected:
         close_map();
     }
     int import_it(int32_t kind) { return import_it(kind, root()); }
-    static int import_it(int32_t kind, const std::string& root) {
-        tbl_ref_counts* counts = tbl_ref_counts_open(tarn_fri_set_init_bit);
-        const int result = import_map(kind, root.c_str(), counts);
-        return finish_import(counts) == 0 ? result : -1;
+    int import_it(int32_t kind, const std::string& root) {
+        return import_loaded(map().c_str(), kind, root.c_str());
     }
 
     sample_volumes volumes_;

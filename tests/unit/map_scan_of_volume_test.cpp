@@ -20,7 +20,6 @@
 #include "support/scratch_file.h"
 #include "support/stdout_capture.h"
 #include "tbl/tbl_file.h"
-#include "tbl/tbl_ref_counts.h"
 #include "volume/import.h"
 #include "volume/map_check.h"
 
@@ -70,9 +69,7 @@ protected:
     report import_it() {
         log_.clear();
         stdout_capture out;
-        tbl_ref_counts* counts = tbl_ref_counts_open(tarn_fri_set_init_bit);
-        const int result = import_map(MAP_KIND_LUN, root().c_str(), counts);
-        EXPECT_EQ(finish_import(counts), 0);
+        const int result = import_loaded(map().c_str(), MAP_KIND_LUN, root().c_str());
         return {result, out.text(), log_.lines()};
     }
 
@@ -241,16 +238,14 @@ TEST_F(map_scan_of_volume, a_disk_that_goes_away_inside_a_scan_ends_it_there) {
         check(),
         (report{-1, "TARN_INFO: Try to check 1500 data-node\n" + progress_lines(0, 68), {unread}}));
     log_.clear();
-    tbl_ref_counts* counts = tbl_ref_counts_open(tarn_fri_set_init_bit);
     failing_run.runs = 0;
     {
         stdout_capture out;
-        EXPECT_EQ(import_map(MAP_KIND_LUN, root().c_str(), counts), -1);
+        EXPECT_EQ(import_map(MAP_KIND_LUN, root().c_str()), -1);
         EXPECT_EQ(out.text(),
                   "TARN_INFO: Try to import 2/94500 mappings\n" + progress_lines(0, 68));
     }
     io_fault = nullptr;
-    tbl_ref_counts_drop(counts);
     EXPECT_EQ(log_.lines(),
               log_lines({unread, "ERR: import_map(#) Fail to import map, lea 64512\n"}));
 }

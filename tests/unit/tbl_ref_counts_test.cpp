@@ -1,414 +1,277 @@
 #include "tbl/tbl_ref_counts.h"
 
-#include <algorithm>
-#include <cerrno>
+#include <cstring>
 #include <gtest/gtest.h>
+#include <map>
 #include <random>
+#include <vector>
 
-#include "fri/fri_entries.h"
-#include "store/data_node.h"
-#include "store/descriptor.h"
-#include "store/keep_journal.h"
-#include "support/hex.h"
-#include "support/io_faults.h"
-#include "support/io_outage.h"
-#include "support/log_capture.h"
-#include "support/paths.h"
-#include "support/pool_files.h"
-#include "tbl/tbl_entries.h"
-#include "tbl/tbl_file.h"
-
-static constexpr uint64_t FAR_GROUP = 70000;  // not found by its number alone
-static constexpr uint32_t WRONG_CHECKSUM = 0x11111111;
-static constexpr uint32_t FOREIGN_BYTES = 0xDEADBEEF;
-
-static std::vector<uint64_t> touched;
-static int touch_result = 0;
-
-static int touch(uint64_t group) {
-    touched.push_back(group);
-    return touch_result;
-}
-
-class ref_counts : public testing::Test {
+// References as a scan brings them, and what a map of counters makes of the same.
+class reference_counts : public testing::Test {
 protected:
-    ref_counts() {
-        touched.clear();
-        touch_result = 0;
-    }
-    ~ref_counts() override {
-        EXPECT_EQ(close(), 0);
-        keep_journal_forget();
-    }
+    ~reference_counts() override { ref_counts_close(counts_); }
 
-    void add(uint64_t lpa, unsigned times = 1) {
-        for (unsigned i = 0; i < times; i++) {
-            ASSERT_EQ(tbl_ref_counts_add(counts_, lpa, 0, &first_uses_), ref_result::counted)
-                << lpa;
+    void add(uint64_t lpa, uint32_t times = 1) {
+        references_.insert(references_.end(), times, lpa);
+        expected_[lpa] += times;
+    }
+    // Scans as often as the counts want it, and collects what each window gives.
+    std::map<uint64_t, uint32_t> count() {
+        std::map<uint64_t, uint32_t> found;
+        scans_ = 0;
+        while (ref_counts_begin_scan(counts_)) {
+            scans_++;
+            for (const uint64_t lpa : references_) {
+                EXPECT_TRUE(ref_counts_add(counts_, lpa));
+            }
+            ref_counts_end_scan(counts_);
+            collect(&found);
         }
+        return found;
     }
-    int close() {
-        const bool written = tbl_ref_counts_write(counts_);
-        tbl_ref_counts_drop(counts_);
-        counts_ = nullptr;
-        return written ? 0 : -1;
-    }
-    void reopen() {
-        ASSERT_EQ(close(), 0);
-        counts_ = tbl_ref_counts_open(touch);
-    }
-    std::string table_bytes(uint64_t groups) const {
-        return hex_of(pool_.tbl_file.bytes(1048576, (groups * 4096 / 252 + 1) * 512));
+    void collect(std::map<uint64_t, uint32_t>* found) {
+        uint64_t next = 0;
+        for (uint64_t group = 0; ref_counts_next_group(counts_, &group); group++) {
+            EXPECT_GE(group, next);
+            next = group + 1;
+            uint16_t group_counts[TBL_GROUP_ENTRIES];
+            ref_counts_get_group(counts_, group, group_counts);
+            unsigned any = 0;
+            for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
+                any |= group_counts[offset];
+                if (group_counts[offset] != 0) {
+                    EXPECT_TRUE(
+                        found->emplace(tbl_lpa_of(group, offset), group_counts[offset]).second);
+                }
+            }
+            EXPECT_NE(any, 0u) << group;
+        }
+        EXPECT_LE(ref_counts_group_end(counts_), ref_counts_group_limit(counts_));
     }
 
-    pool_files pool_;
-    log_capture log_;
-    tbl_ref_counts* counts_ = tbl_ref_counts_open(touch);
-    uint64_t first_uses_ = 0;
+    ref_counts* counts_ = ref_counts_open();
+    std::vector<uint64_t> references_;
+    std::map<uint64_t, uint32_t> expected_;
+    unsigned scans_ = 0;
 };
 
-TEST_F(ref_counts, are_written_at_the_end) {
-    add(5, 2);
-    add(4096);
-    add(FAR_GROUP * 4096 + 9, 3);
-    EXPECT_EQ(pool_.tbl(5), 0);
-    EXPECT_EQ(close(), 0);
-    EXPECT_EQ(pool_.tbl(4), 0);
-    EXPECT_EQ(pool_.tbl(5), 0x8002);
-    EXPECT_EQ(pool_.tbl(4096), 0x8001);
-    EXPECT_EQ(pool_.tbl(FAR_GROUP * 4096 + 9), 0x8003);
-    EXPECT_TRUE(log_.lines().empty());
+TEST_F(reference_counts, without_references_have_no_group) {
+    EXPECT_TRUE(count().empty());
+    EXPECT_EQ(scans_, 1u);
+    EXPECT_EQ(ref_counts_group_end(counts_), 0u);
 }
 
-// A byte holds at most 255. Each count has a group of its own, so that each widens by itself,
-// or does not.
-TEST_F(ref_counts, stay_exact_where_a_byte_no_longer_holds_them) {
-    const std::vector<unsigned> all = {1, 2, 253, 254, 255, 256, 257, 258, 511, 512, 4094, 4095};
-    for (const uint64_t base : {uint64_t{0}, FAR_GROUP}) {
-        for (size_t i = 0; i < all.size(); i++) {
-            const uint64_t lpa = (base + i) * 4096 + 61 * i;
-            add(lpa + 1, 3);
-            add(lpa + 2000, 2);  // in another block, and never again
-            add(lpa, all[i]);
-            add(lpa + 2, 4);
+TEST_F(reference_counts, are_exact_at_the_edges_of_counters_groups_parts_and_regions) {
+    for (const uint64_t lpa : {0u, 1u, 4095u, 4096u, 65535u, 65536u, (1u << 20) - 1, 1u << 20}) {
+        add(lpa, 1 + static_cast<uint32_t>(lpa % 3));
+    }
+    add(TBL_TOTAL_COUNT - 1);
+    EXPECT_EQ(count(), expected_);
+    EXPECT_EQ(scans_, 1u);
+    EXPECT_EQ(ref_counts_group_end(counts_), TBL_GROUP_COUNT);
+    EXPECT_FALSE(ref_counts_add(counts_, TBL_TOTAL_COUNT));
+}
+
+TEST_F(reference_counts, above_15_are_exact_up_to_4095) {
+    for (uint32_t times : {14u, 15u, 16u, 17u, 255u, 4094u, 4095u}) {
+        add(times * 2, times);
+        add(times * 2 + 1, times);  // both counters of a byte
+    }
+    add(0, 100);  // the extent whose number is 0
+    EXPECT_EQ(count(), expected_);
+    EXPECT_FALSE(ref_counts_is_past_max(counts_));
+}
+
+TEST_F(reference_counts, of_4096_are_past_what_an_entry_counts) {
+    add(77, 4095);
+    (void)count();
+    EXPECT_FALSE(ref_counts_is_past_max(counts_));
+    ref_counts_restart(counts_);
+    add(77);
+    (void)count();
+    EXPECT_TRUE(ref_counts_is_past_max(counts_));
+}
+
+// Full buckets are counted on the way, the rest at the end.
+TEST_F(reference_counts, in_no_order_are_exact) {
+    std::mt19937_64 random(7);
+    for (unsigned i = 0; i < 300000; i++) {
+        add(random() % (3u << 20));
+    }
+    EXPECT_EQ(count(), expected_);
+    EXPECT_EQ(scans_, 1u);
+}
+
+// 80 regions fit in a window: 768 KiB and a head of 64 bytes each, in 60 MiB.
+TEST_F(reference_counts, of_more_regions_than_fit_take_a_second_scan) {
+    for (uint64_t region = 0; region < 79; region++) {
+        add((200 - region) << 20 | region);
+    }
+    EXPECT_EQ(count(), expected_);
+    EXPECT_EQ(scans_, 1u);
+    ref_counts_restart(counts_);
+    for (uint64_t region = 300; region < 340; region++) {
+        add(region << 20 | 5, 20000);  // too many to be kept as they come
+        add(region << 20 | 6);
+        expected_[region << 20 | 5] = 20000;
+    }
+    (void)count();
+    EXPECT_EQ(scans_, 2u);
+    EXPECT_TRUE(ref_counts_is_past_max(counts_));
+}
+
+TEST_F(reference_counts, spread_over_every_region_take_two_scans_more_at_the_most) {
+    std::mt19937_64 random(3);
+    for (unsigned i = 0; i < 1000000; i++) {
+        add(random() % TBL_TOTAL_COUNT);
+    }
+    EXPECT_EQ(count(), expected_);
+    EXPECT_LE(scans_, 3u);
+}
+
+TEST_F(reference_counts, of_a_far_region_are_kept_as_they_come_or_counted) {
+    for (uint64_t region = 0; region < 80; region++) {
+        add(region << 20);  // the window is full
+    }
+    for (uint32_t i = 0; i < 16384; i++) {
+        add(uint64_t{100} << 20 | i % 5000, 1);
+    }
+    for (uint32_t i = 0; i < 16385; i++) {
+        add(uint64_t{101} << 20 | i % 5000, 1);
+    }
+    EXPECT_EQ(count(), expected_);
+    EXPECT_EQ(scans_, 2u);
+}
+
+TEST_F(reference_counts, of_a_far_region_past_4095_are_noticed_in_either_form) {
+    for (const uint32_t others : {0u, 20000u}) {
+        ref_counts_restart(counts_);
+        references_.clear();
+        for (uint64_t region = 0; region < 80; region++) {
+            add(region << 20);
         }
-    }
-    EXPECT_EQ(close(), 0);
-    for (const uint64_t base : {uint64_t{0}, FAR_GROUP}) {
-        for (size_t i = 0; i < all.size(); i++) {
-            const uint64_t lpa = (base + i) * 4096 + 61 * i;
-            EXPECT_EQ(pool_.tbl(lpa), 0x8000 | all[i]);
-            EXPECT_EQ(pool_.tbl(lpa + 1), 0x8003);
-            EXPECT_EQ(pool_.tbl(lpa + 2), 0x8004);
-            EXPECT_EQ(pool_.tbl(lpa + 2000), 0x8002);
-            EXPECT_EQ(pool_.tbl(lpa + 3), 0);
+        for (uint32_t i = 0; i < others; i++) {
+            add(uint64_t{100} << 20 | (1000 + i));
         }
+        add(uint64_t{100} << 20 | 9, 4095);
+        (void)count();
+        EXPECT_FALSE(ref_counts_is_past_max(counts_)) << others;
+        ref_counts_restart(counts_);
+        add(uint64_t{100} << 20 | 9);
+        (void)count();
+        EXPECT_TRUE(ref_counts_is_past_max(counts_)) << others;
     }
 }
 
-TEST_F(ref_counts, of_4096_extents_of_one_group_stay_exact) {
-    for (unsigned offset = 0; offset < 4096; offset++) {
-        add(3 * 4096 + offset, 250 + offset % 10);  // 250 to 259
+// 3 * 2^16 extents have room for what is above 15; one more, and their region is counted again.
+TEST_F(reference_counts, of_which_too_many_are_above_15_take_a_scan_with_wide_counters) {
+    for (uint32_t i = 0; i < 3 * 65536 + 1; i++) {
+        add(5 + i, 16 + i % 3);
     }
-    EXPECT_EQ(close(), 0);
-    for (unsigned offset = 0; offset < 4096; offset++) {
-        ASSERT_EQ(pool_.tbl(3 * 4096 + offset), 0x8000 + 250 + offset % 10);
+    add(uint64_t{9} << 20, 1);
+    EXPECT_EQ(count(), expected_);
+    EXPECT_EQ(scans_, 2u);
+    EXPECT_FALSE(ref_counts_is_past_max(counts_));
+    ref_counts_restart(counts_);
+    add(6, 4096);
+    (void)count();
+    EXPECT_TRUE(ref_counts_is_past_max(counts_));
+}
+
+TEST_F(reference_counts, know_the_regions_that_were_met_and_those_of_the_window) {
+    for (uint64_t region = 0; region < 81; region++) {
+        add(region << 20);
     }
-    EXPECT_EQ(pool_.tbl(3 * 4096 - 1), 0);
-    EXPECT_EQ(pool_.tbl(4 * 4096), 0);
+    ASSERT_TRUE(ref_counts_begin_scan(counts_));
+    for (const uint64_t lpa : references_) {
+        (void)ref_counts_add(counts_, lpa);
+    }
+    ref_counts_end_scan(counts_);
+    EXPECT_TRUE(ref_counts_has_region(counts_, 0));
+    EXPECT_TRUE(ref_counts_has_region(counts_, 78));
+    EXPECT_FALSE(ref_counts_has_region(counts_, 80));
+    EXPECT_FALSE(ref_counts_has_region(counts_, 81));
+    EXPECT_TRUE(ref_counts_met_region(counts_, 80));
+    EXPECT_FALSE(ref_counts_met_region(counts_, 81));
+    EXPECT_TRUE(ref_counts_is_more(counts_));
 }
 
-TEST_F(ref_counts, reference_4096_is_refused_and_the_count_stays) {
-    add(7, 4095);
-    EXPECT_EQ(tbl_ref_counts_add(counts_, 7, 0, &first_uses_), ref_result::full);
-    EXPECT_EQ(tbl_ref_counts_add(counts_, 7, 0, &first_uses_), ref_result::full);
-    add(8);
-    reopen();
-    EXPECT_EQ(pool_.tbl(7), 0x8fff);
-    EXPECT_EQ(tbl_ref_counts_add(counts_, 7, 0, &first_uses_), ref_result::full);
-    EXPECT_EQ(close(), 0);
-    EXPECT_EQ(pool_.tbl(7), 0x8fff);
-    EXPECT_EQ(pool_.tbl(8), 0x8001);
-}
-
-TEST_F(ref_counts, return_each_extent_that_had_no_reference_once) {
-    add(5, 300);
-    add(6);
-    add(FAR_GROUP * 4096, 2);
-    EXPECT_EQ(first_uses_, 3u);
-    reopen();
-    add(5);
-    EXPECT_EQ(first_uses_, 3u);
-    add(9);
-    EXPECT_EQ(first_uses_, 4u);
-}
-
-TEST_F(ref_counts, add_to_what_the_table_has) {
-    pool_.set_tbl(10, 0x8005);
-    pool_.set_tbl(11, 0x7000);  // free, a tail, foreign bits
-    pool_.set_tbl(12, 0x1000);
-    pool_.set_tbl(4095, 0x80ff);
-    add(10);
-    add(11);
-    add(4095, 2);
-    EXPECT_EQ(close(), 0);
-    EXPECT_EQ(pool_.tbl(10), 0x8006);
-    EXPECT_EQ(pool_.tbl(11), 0xe001);
-    EXPECT_EQ(pool_.tbl(12), 0x1000);
-    EXPECT_EQ(pool_.tbl(4095), 0x8101);
-}
-
-// Whatever the table held before, and wherever the references go.
-TEST_F(ref_counts, give_the_bytes_that_references_one_by_one_give) {
-    std::mt19937_64 random(20);
-    for (unsigned round = 0; round < 4; round++) {
-        std::vector<uint64_t> lpas;
-        for (unsigned i = 0; i < 6000; i++) {
-            const uint64_t hot = random() % 3 * 4096 + 100;
-            lpas.push_back(random() % 4 == 0 ? hot : random() % (4 * 4096));
+// Nodes of a map, and the same entries one by one.
+class references_of_nodes : public reference_counts {
+protected:
+    static data_node node_of(const std::vector<uint64_t>& words) {
+        data_node node = {};
+        memcpy(node.payload, words.data(), words.size() * sizeof words[0]);
+        return node;
+    }
+    static std::vector<uint64_t> run_from(uint64_t lpa) {
+        std::vector<uint64_t> words;
+        for (uint64_t i = 0; i < 63; i++) {
+            words.push_back(MAP_MAPPED_BIT | (lpa + i));
         }
-        const auto lay_out = [this, round] {
-            std::mt19937_64 words(round);
-            for (uint64_t lpa = 0; lpa < 4 * 4096; lpa++) {
-                const auto word = static_cast<uint16_t>(words());
-                pool_.set_tbl(lpa, round % 2 == 0 || lpa < 2 * 4096 ? 0 : word & 0xf7ff);
+        return words;
+    }
+    void add_node(const std::vector<uint64_t>& words, uint32_t entries, uint32_t mapped) {
+        const data_node node = node_of(words);
+        const node_references found = ref_counts_add_node(counts_, &node, entries);
+        EXPECT_EQ(found.mapped, mapped);
+        EXPECT_FALSE(found.past_table);
+        for (uint32_t i = 0; i < entries; i++) {
+            if ((words[i] & MAP_MAPPED_BIT) != 0) {
+                expected_[words[i] & MAP_LPA_MASK]++;
             }
-            for (uint64_t at = 1048576; at < 1048576 + 67 * 512; at += 512) {
-                pool_.tbl_file.write_at(at + 504, FOREIGN_BYTES);
-            }
-            current_fri.header.fri_free_count = 5000;
-            first_uses_ = 0;
-        };
-        lay_out();
-        for (const uint64_t lpa : lpas) {
-            ASSERT_EQ(tbl_entry_ref_inc(lpa), 0);
-        }
-        const std::string expected = table_bytes(4);
-        const uint64_t free_count = current_fri.header.fri_free_count;
-        lay_out();
-        for (const uint64_t lpa : lpas) {
-            add(lpa);
-        }
-        reopen();
-        fri_take_free(first_uses_);
-        EXPECT_EQ(current_fri.header.fri_free_count, free_count);
-        ASSERT_EQ(table_bytes(4), expected) << round;
-    }
-}
-
-TEST_F(ref_counts, write_the_blocks_they_change_and_no_others) {
-    // lpas 12288 to 16383: blocks 48 to 65. 12288 + 60 is slot 0 of block 49.
-    for (uint64_t block = 47; block <= 66; block++) {
-        pool_.tbl_file.write_at((block + 2048) * 512 + 504, FOREIGN_BYTES);
-        pool_.tbl_file.write_at((block + 2048) * 512 + 508, WRONG_CHECKSUM);
-    }
-    pool_.set_tbl(12287, 0x8111);  // the neighbour's, in block 48
-    add(12288 + 60, 300);
-    add(12288 + 2);
-    EXPECT_EQ(close(), 0);
-    EXPECT_EQ(pool_.tbl(12287), 0x8111);
-    for (uint64_t block = 47; block <= 66; block++) {
-        const uint64_t at = (block + 2048) * 512;
-        EXPECT_EQ(pool_.tbl_file.read_at<uint32_t>(at + 504), FOREIGN_BYTES);
-        const bool written = pool_.tbl_file.read_at<uint32_t>(at + 508) != WRONG_CHECKSUM;
-        EXPECT_EQ(written, block == 48 || block == 49) << block;
-        data_node node{};
-        EXPECT_EQ(tarn_read_data_node(current_tbl.fd, &node, block), written ? 0 : 1);
-    }
-}
-
-TEST_F(ref_counts, touch_a_group_before_it_is_first_counted) {
-    add(4096 + 5, 2);
-    add(3);
-    add(4096 + 6);
-    add(FAR_GROUP * 4096, 2);
-    EXPECT_EQ(touched, (std::vector<uint64_t>{1, 0, FAR_GROUP}));
-}
-
-TEST_F(ref_counts, count_nothing_in_a_group_that_cannot_be_touched) {
-    touch_result = -1;
-    EXPECT_EQ(tbl_ref_counts_add(counts_, 5, 0, &first_uses_), ref_result::touch_failed);
-    EXPECT_EQ(tbl_ref_counts_add(counts_, 5, 0, &first_uses_), ref_result::touch_failed);
-    EXPECT_EQ(touched, (std::vector<uint64_t>{0, 0}));
-    EXPECT_EQ(first_uses_, 0u);
-    touch_result = 0;
-    add(5);
-    EXPECT_EQ(close(), 0);
-    EXPECT_EQ(pool_.tbl(5), 0x8001);
-}
-
-TEST_F(ref_counts, leave_an_extent_past_the_table_to_the_single_entry_path) {
-    EXPECT_EQ(tbl_ref_counts_add(counts_, 0x1F800000000, 0, &first_uses_), ref_result::no_entry);
-    EXPECT_EQ(tbl_ref_counts_add(counts_, ~uint64_t{0}, 0, &first_uses_), ref_result::no_entry);
-    EXPECT_EQ(close(), 0);
-    EXPECT_EQ(pool_.tbl_file.size(), 1048576u);
-}
-
-TEST_F(ref_counts, without_bulk_transfers_leave_every_entry_to_the_single_entry_path) {
-    const single_entry_path path;
-    EXPECT_EQ(tbl_ref_counts_add(counts_, 5, 0, &first_uses_), ref_result::no_entry);
-    EXPECT_EQ(tbl_ref_counts_add(counts_, 5, 0, &first_uses_), ref_result::no_entry);
-    EXPECT_EQ(touched, (std::vector<uint64_t>{0, 0}));
-    EXPECT_EQ(close(), 0);
-    EXPECT_EQ(pool_.tbl_file.size(), 1048576u);
-}
-
-TEST_F(ref_counts, that_are_null_have_nothing_to_write) {
-    EXPECT_TRUE(tbl_ref_counts_write(nullptr));
-    tbl_ref_counts_drop(nullptr);
-}
-
-// As many groups as it takes, from the highest down. When the memory is full everything goes to the
-// table, and counting continues from there.
-TEST_F(ref_counts, are_written_when_the_memory_is_full_and_go_on) {
-    const auto lpa_of = [](uint64_t i) { return (FAR_GROUP + 40000 - i) * 4096 + i % 4096; };
-    add(5, 2);
-    uint64_t count = 0;
-    {
-        const io_fault_at writes(0, 0, {io_call::write});
-        while (writes.calls() == 0) {
-            ASSERT_LT(count, 40000u);  // 160 MiB
-            add(lpa_of(count), 2);
-            count++;
         }
     }
-    const uint64_t last = count - 1;  // found it full
-    for (uint64_t i = 0; i < last; i++) {
-        ASSERT_EQ(pool_.tbl(lpa_of(i)), 0x8002);
+    void expect_counts() {
+        std::map<uint64_t, uint32_t> found;
+        ref_counts_end_scan(counts_);
+        collect(&found);
+        EXPECT_EQ(found, expected_);
     }
-    EXPECT_EQ(pool_.tbl(lpa_of(last)), 0);
-    EXPECT_EQ(pool_.tbl(5), 0x8002);
-    EXPECT_FALSE(tbl_ref_counts_add_in_place(counts_, 5, &first_uses_));
-    add(5);
-    add(lpa_of(0), 4000);  // in the table already
-    add(lpa_of(last));
-    EXPECT_EQ(close(), 0);
-    EXPECT_EQ(pool_.tbl(lpa_of(0)), 0x8000 + 4002);
-    EXPECT_EQ(pool_.tbl(lpa_of(1)), 0x8002);
-    EXPECT_EQ(pool_.tbl(lpa_of(last)), 0x8003);
-    EXPECT_EQ(pool_.tbl(5), 0x8003);
+};
+
+TEST_F(references_of_nodes, that_are_runs_count_as_their_entries) {
+    ASSERT_TRUE(ref_counts_begin_scan(counts_));
+    std::mt19937_64 random(5);
+    for (unsigned i = 0; i < 3000; i++) {
+        add_node(run_from(random() % 70000 + (i % 2 << 20) - (i % 2) * 100), 63, 63);
+    }
+    for (const uint64_t edge : {65536u - 63, 65536u - 62, (1u << 20) - 63, (1u << 20) - 62}) {
+        add_node(run_from(edge), 63, 63);
+    }
+    expect_counts();
 }
 
-// The step from a byte to a word takes memory as well.
-TEST_F(ref_counts, stay_exact_when_the_memory_is_full_as_a_byte_overflows) {
-    constexpr uint64_t most = REF_UNITS + 4;
-    add(7);  // what lies beside that memory
-    add(4096 + 7, 2);
-    for (uint64_t i = 0; i < most; i++) {
-        const uint64_t lpa = (FAR_GROUP + i) * 4096;
-        add(lpa);
-        if (i + 12 > most) {
-            add(lpa + 1, 260);
-            add(5 * 4096 + 9, 260);
-        }
+TEST_F(references_of_nodes, that_are_runs_stay_exact_above_15) {
+    ASSERT_TRUE(ref_counts_begin_scan(counts_));
+    for (unsigned i = 0; i < 40; i++) {
+        add_node(run_from(1000 + i % 2), 63, 63);
     }
-    EXPECT_EQ(close(), 0);
-    for (uint64_t i = 0; i < most; i++) {
-        const uint64_t lpa = (FAR_GROUP + i) * 4096;
-        ASSERT_EQ(pool_.tbl(lpa), 0x8001);
-        ASSERT_EQ(pool_.tbl(lpa + 1), i + 12 > most ? 0x8000 + 260 : 0) << i;
-    }
-    EXPECT_EQ(pool_.tbl(5 * 4096 + 9), 0x8000 + 11 * 260);
-    EXPECT_EQ(pool_.tbl(7), 0x8001);
-    EXPECT_EQ(pool_.tbl(8), 0);
-    EXPECT_EQ(pool_.tbl(4096 + 7), 0x8002);
+    expect_counts();
 }
 
-// A counter has room for 253 references. Where it has none, or is not in memory, nothing changes.
-TEST_F(ref_counts, are_added_in_place_where_a_counter_has_room) {
-    const auto in_place = [this](uint64_t lpa) {
-        return tbl_ref_counts_add_in_place(counts_, lpa, &first_uses_);
-    };
-    pool_.set_tbl(4096 + 9, 0x8001);
-    EXPECT_FALSE(in_place(5));  // not in memory yet
-    add(5);
-    add(4096 + 5);
-    EXPECT_EQ(first_uses_, 2u);
-    EXPECT_FALSE(in_place(4096 + 5));  // that group was not empty
-    EXPECT_FALSE(in_place(FAR_GROUP * 4096));
-    EXPECT_FALSE(in_place(0x1F800000000));
-    for (unsigned references = 2; references <= 253; references++) {
-        ASSERT_TRUE(in_place(5)) << references;
-    }
-    EXPECT_FALSE(in_place(5));
-    EXPECT_TRUE(in_place(6));
-    EXPECT_EQ(first_uses_, 3u);
-    add(5);
-    reopen();
-    EXPECT_EQ(pool_.tbl(5), 0x8000 | 254);
-    EXPECT_EQ(pool_.tbl(6), 0x8001);
-    EXPECT_EQ(pool_.tbl(4096 + 5), 0x8001);
-    EXPECT_FALSE(in_place(5));  // the memory is empty again
+TEST_F(references_of_nodes, count_the_mapped_entries_that_are_asked_for) {
+    ASSERT_TRUE(ref_counts_begin_scan(counts_));
+    std::vector<uint64_t> words = run_from(5000);
+    words[3] = 77;                                 // not mapped
+    words[4] |= uint64_t{9} << 48 | MAP_FLAG_BIT;  // pool and flags are no part of the lpa
+    words[5] = MAP_MAPPED_BIT | (TBL_TOTAL_COUNT - 1);
+    add_node(words, 63, 62);
+    add_node(words, 4, 3);
+    add_node(words, 0, 0);
+    expect_counts();
 }
 
-// At every write of the table: nothing of a group is there before all lower ones are.
-static struct {
-    const pool_files* pool;
-    std::vector<uint64_t> lpas;  // ascending, one of each group
-    size_t written;
-    unsigned writes;
-} watched;
-
-static io_verdict watch(io_call call, size_t wanted) {
-    if (call == io_call::write) {
-        watched.writes++;
-        while (watched.written < watched.lpas.size() &&
-               watched.pool->tbl(watched.lpas[watched.written]) != 0) {
-            watched.written++;
-        }
-        for (size_t i = watched.written; i < watched.lpas.size(); i++) {
-            EXPECT_EQ(watched.pool->tbl(watched.lpas[i]), 0) << "before " << watched.written;
-        }
+TEST_F(references_of_nodes, past_the_table_are_said_and_not_counted) {
+    ASSERT_TRUE(ref_counts_begin_scan(counts_));
+    std::vector<uint64_t> words = run_from(TBL_TOTAL_COUNT - 62);  // the last one is past it
+    const data_node node = node_of(words);
+    const node_references found = ref_counts_add_node(counts_, &node, 63);
+    EXPECT_EQ(found.mapped, 63u);
+    EXPECT_TRUE(found.past_table);
+    words.pop_back();
+    for (const uint64_t word : words) {
+        expected_[word & MAP_LPA_MASK]++;
     }
-    return {0, wanted};
-}
-
-TEST_F(ref_counts, are_written_in_ascending_order) {
-    std::vector<uint64_t> lpas;
-    for (uint64_t i = 0; i < 60; i++) {
-        lpas.push_back((i < 40 ? i * 3 : FAR_GROUP + i * 7) * 4096 + 2000);
-    }
-    watched = {&pool_, lpas, 0, 0};
-    std::shuffle(lpas.begin(), lpas.end(), std::mt19937_64(3));
-    for (const uint64_t lpa : lpas) {
-        add(lpa, static_cast<unsigned>(1 + lpa / 4096 % 300));
-    }
-    io_fault = watch;
-    EXPECT_EQ(close(), 0);
-    io_fault = nullptr;
-    EXPECT_GT(watched.writes, 1u);
-    EXPECT_GE(watched.written, watched.lpas.size() - 1);
-}
-
-// A group that cannot be written as a whole goes entry by entry.
-TEST_F(ref_counts, whichever_call_of_the_end_fails_nothing_is_lost) {
-    for (uint64_t n = 1;; n++) {
-        pool_.fill_group(0, 0);
-        pool_.fill_group(2, 0);
-        reopen();
-        add(5, 3);
-        add(2 * 4096, 300);
-        const io_fault_at fault(n, EIO);
-        ASSERT_EQ(close(), 0) << n;
-        ASSERT_EQ(pool_.tbl(5), 0x8003) << n;
-        ASSERT_EQ(pool_.tbl(2 * 4096), 0x8000 + 300) << n;
-        if (!fault.fired()) {
-            // Each group: one read and one write, each with a seek. The file ends inside group 2,
-            // which takes one read more.
-            EXPECT_EQ(fault.calls(), 9u);
-            break;
-        }
-    }
-    EXPECT_TRUE(log_.lines().empty());
-}
-
-TEST_F(ref_counts, of_a_group_that_cannot_be_read_are_left_to_the_single_entry_path) {
-    for (const io_call kind : {io_call::read, io_call::seek}) {
-        const io_outage outage(kind);
-        EXPECT_EQ(tbl_ref_counts_add(counts_, 5, 0, &first_uses_), ref_result::no_entry);
-    }
-    EXPECT_TRUE(log_.lines().empty());  // the single-entry path logs it
-    add(5);
-    EXPECT_EQ(close(), 0);
-    EXPECT_EQ(pool_.tbl(5), 0x8001);
+    expect_counts();
 }
