@@ -11,7 +11,7 @@
 #include "store/log.h"
 #include "tbl/tbl_show.h"
 
-// No line for a tag that no shutdown leaves.
+// Prints nothing for an unknown tag.
 static void print_shutdown_tag(const field_row* row, const uint8_t* bytes) {
     uint32_t tag;
     memcpy(&tag, bytes, sizeof tag);
@@ -54,7 +54,7 @@ static void print_fri_image(const field_row* row, const uint8_t* bytes) {
     show_fri_entry(&image);
 }
 
-// One extent of a history block: where it lies, and the images that the record has of it.
+// One extent of a history block: its leas, and its images in the record.
 static void dump_slot(const jnl_slots& slots, const jnl_block* block, unsigned slot) {
     const uint64_t dst_lea = jnl_value_at<uint64_t>(block, slots.dst_lea) + slot;
     if (slots.src_lea != 0) {
@@ -166,7 +166,7 @@ int dump_jnl_block(uint64_t block_num, int detail) {
     return dump_block(&current_jnl, block_num, detail);
 }
 
-// One search for a transaction, and what is printed of it.
+// One search for a transaction, and what to print about it.
 struct transaction_dump {
     const jnl_file* jnl;
     uint32_t trans_id;

@@ -118,8 +118,8 @@ static const char* take_line(char* line) {
     return nullptr;
 }
 
-// Reads one line, without its end. False at the end of the file. *wrong: null, or what keeps it
-// from being a line.
+// Reads one line, without its end. Returns false at the end of the file. *wrong: null, or why the
+// line is invalid.
 static bool read_line(FILE* file, char* line, const char** wrong) {
     *wrong = nullptr;
     int c = getc(file);

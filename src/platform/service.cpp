@@ -60,7 +60,7 @@ int OLIBServicePauseByReason(const char* service, const char* reason) {
         return 0;
     }
     if (!systemd_runs() || !systemctl("is-active", "--quiet", service)) {
-        return 0;  // nothing runs that would have to stop
+        return 0;  // it is not running: nothing to stop
     }
     if (!systemctl("stop", nullptr, service)) {
         return -1;

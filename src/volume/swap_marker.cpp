@@ -58,7 +58,7 @@ int swap_look_at(const char* path, name_status* name) {
     return absent ? 0 : swap_failed("get the status of", path);
 }
 
-bool swap_are_one(const name_status* one, const name_status* other) {
+bool swap_same_file(const name_status* one, const name_status* other) {
     return one->there && other->there && one->status.st_dev == other->status.st_dev &&
            one->status.st_ino == other->status.st_ino;
 }
@@ -131,10 +131,10 @@ static bool is_complete(const char* text) {
 }
 
 bool swap_waits(const name_status* rebuilt, const name_status* live) {
-    return rebuilt->there && !swap_are_one(rebuilt, live);
+    return rebuilt->there && !swap_same_file(rebuilt, live);
 }
 
-// Whether neither file was swapped in and somebody has written to a live one since.
+// `outdated` if neither file was swapped in and a live one was written since.
 static swap_found marker_or_outdated(const table_swap* swap) {
     bool written = false;
     for (const swap_file& file : swap->files) {
@@ -158,7 +158,7 @@ swap_found table_swap_find(table_swap* swap) {
     if (swap_look_at(swap->work_dir, &dir) != 0) {
         return swap_found::unknown;
     }
-    if (!dir.there || !S_ISDIR(dir.status.st_mode)) {  // a link is never entered
+    if (!dir.there || !S_ISDIR(dir.status.st_mode)) {  // a link is not followed
         return swap_found::nothing;
     }
     const int fd = io_open(swap->marker, O_RDONLY | O_NOFOLLOW | O_NONBLOCK, 0);
@@ -198,7 +198,7 @@ int table_swap_expect_pair(const char* root) {
         return found == swap_found::unknown ? -1 : 0;
     }
     log_err_as(SWAP_LOG_NAME,
-               "%s: table and index are of two ages until --onekeyrepair is run again\n", root);
+               "%s: table and index do not match until --onekeyrepair is run again\n", root);
     return -1;
 }
 
@@ -209,7 +209,7 @@ int table_swap_expect_none(const char* root) {
     }
     const swap_found found = table_swap_find(&swap);
     if (found == swap_found::marker) {
-        log_err_as(SWAP_LOG_NAME, "%s belongs to a repair that was cut: run --onekeyrepair again\n",
+        log_err_as(SWAP_LOG_NAME, "%s belongs to an interrupted repair: run --onekeyrepair again\n",
                    swap.work_dir);
     }
     return found == swap_found::marker || found == swap_found::unknown ? -1 : 0;
