@@ -163,7 +163,7 @@ static constexpr command_row commands[] = {
 static_assert(sizeof commands / sizeof commands[0] == 25);
 
 // The result of a command after a failed write, sync or read.
-static int answer_for_failures(int result) {
+static int result_after_failures(int result) {
     const keep_reasons failures = keep_journal_failures();
     if (failures.count == 0) {
         return result;
@@ -196,5 +196,5 @@ int run_command(int argc, char** argv) {
         return -1;
     }
     const int result = command->run(argc, argv, argument);
-    return command->verdict == WHOLE ? answer_for_failures(result) : result;
+    return command->verdict == WHOLE ? result_after_failures(result) : result;
 }

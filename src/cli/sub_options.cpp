@@ -122,7 +122,7 @@ static int apply_sub_option(const sub_option_row* row, const char* argument) {
 }
 
 // Leftover arguments: reported, -1. Without any: 0.
-static int refuse_left_words(int argc, char** argv) {
+static int refuse_leftover_arguments(int argc, char** argv) {
     if (optind >= argc) {
         return 0;
     }
@@ -143,5 +143,5 @@ int parse_sub_options(int argc, char** argv) {
             return -1;
         }
     }
-    return refuse_left_words(argc, argv);
+    return refuse_leftover_arguments(argc, argv);
 }

@@ -34,7 +34,7 @@ struct loop_watch {
     uint64_t limit;  // steps until it is replaced
 };
 
-static bool came_back(loop_watch* watch, uint64_t group) {
+static bool is_loop(loop_watch* watch, uint64_t group) {
     if (group == watch->remembered) {
         return true;
     }
@@ -66,7 +66,7 @@ int fri_check_free_group_list() {
             return 0;
         }
         group = fri_entry_next(&entry);
-        if (steps == STEPS_END || came_back(&watch, group)) {
+        if (steps == STEPS_END || is_loop(&watch, group)) {
             log_err("error, group-list loops\n");
             return -1;
         }

@@ -176,7 +176,7 @@ struct transaction_dump {
     int detail;
 };
 
-static int no_transaction(uint32_t trans_id) {
+static int print_no_transaction(uint32_t trans_id) {
     printf("TARN_INFO: NO TRANSACTION %u in JOURNAL\n", trans_id);
     return -1;
 }
@@ -254,18 +254,18 @@ int dump_jnl_transaction(uint32_t trans_id, uint64_t from_block, int dump_blocks
                          int detail) {
     if (current_jnl.fd == 0) {
         log_err("jnl file descriptor is invalid\n");
-        return no_transaction(trans_id);
+        return print_no_transaction(trans_id);
     }
     const transaction_dump dump = {&current_jnl, trans_id,  current_jnl.header.jnl_total_count,
                                    dump_blocks,  trace_seq, detail};
     if (dump.total == 0) {
         log_err("jnl_total_count is 0\n");
-        return no_transaction(trans_id);
+        return print_no_transaction(trans_id);
     }
     jnl_block block{};
     uint64_t pos = from_block;
     if (find_first_block(dump, &pos, &block) != 0) {
-        return no_transaction(trans_id);
+        return print_no_transaction(trans_id);
     }
     printf("TARN_INFO: SEARCH TRANSACTION %u START @block %llu\n", trans_id, ull(pos));
     dump_if_asked(dump, pos);

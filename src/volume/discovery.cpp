@@ -95,7 +95,7 @@ static bool has_parent_component(const char* path) {
 
 // Whether `path`, a name below the volume, resolves to a file inside it. A dangling link is
 // accepted: its load fails, and logs it.
-static bool stays_in_volume(const lun_listing* listing, const char* path) {
+static bool is_inside_volume(const lun_listing* listing, const char* path) {
     char real[PATH_MAX];
     if (io_real_path(path, real) == nullptr) {
         const int error = errno;
@@ -119,7 +119,7 @@ static int add_map(const lun_listing* listing, const char* path, uint32_t type) 
     if (add_path_entry(path, listing->list, type) != 0) {
         return -1;
     }
-    return stays_in_volume(listing, listing->list->prev->name) ? 0 : -1;
+    return is_inside_volume(listing, listing->list->prev->name) ? 0 : -1;
 }
 
 // Removes the line end. Returns false, logged, if the line did not fit its buffer or is not a name

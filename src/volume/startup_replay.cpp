@@ -83,7 +83,7 @@ static int is_empty_directory(const char* path) {
 }
 
 // Whether a volume that the configuration names exists and is not an empty mount point.
-static bool is_there(const char* root) {
+static bool volume_is_present(const char* root) {
     struct stat64 status = {};
     if (io_stat(root, &status) != 0) {
         if (errno == ENOENT || errno == ENOTDIR) {
@@ -120,7 +120,7 @@ static bool all_volumes_there(const startup_run* run) {
         return !none;
     }
     for (const ORBASpaceInfo* at = run->spaces; at != nullptr; at = at->next) {
-        if (!is_there(at->mount_path)) {
+        if (!volume_is_present(at->mount_path)) {
             return false;
         }
     }

@@ -64,11 +64,11 @@ struct name_status {
     struct stat64 status;
 };
 // 0; -1, logged, if that is unknown.
-int swap_look_at(const char* path, name_status* name);
+int swap_stat(const char* path, name_status* name);
 // Returns true if both are names of the same file.
 bool swap_same_file(const name_status* one, const name_status* other);
 // Returns true if the rebuilt file is still to be swapped in.
-bool swap_waits(const name_status* rebuilt, const name_status* live);
+bool swap_is_pending(const name_status* rebuilt, const name_status* live);
 
 // Writes the marker's line of the file at `path` as `name`: SWAP_LINE_SIZE bytes. An unreadable
 // file gets a line too: such a file is why a repair is run. Returns false if its status is unknown,

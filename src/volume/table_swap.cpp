@@ -14,7 +14,7 @@ enum class rebuilt_place { waiting, swapped_in, unknown };
 static rebuilt_place find_rebuilt(const table_swap* swap, const swap_file* file) {
     name_status rebuilt;
     name_status live;
-    if (swap_look_at(file->rebuilt, &rebuilt) != 0 || swap_look_at(file->live, &live) != 0) {
+    if (swap_stat(file->rebuilt, &rebuilt) != 0 || swap_stat(file->live, &live) != 0) {
         return rebuilt_place::unknown;
     }
     const char* path = rebuilt.there ? file->rebuilt : file->live;
@@ -28,7 +28,7 @@ static rebuilt_place find_rebuilt(const table_swap* swap, const swap_file* file)
                    path, swap->marker);
         return rebuilt_place::unknown;
     }
-    return swap_waits(&rebuilt, &live) ? rebuilt_place::waiting : rebuilt_place::swapped_in;
+    return swap_is_pending(&rebuilt, &live) ? rebuilt_place::waiting : rebuilt_place::swapped_in;
 }
 
 // Finds the owner and mode for the rebuilt file: those of the live file; if that was moved away and
@@ -64,12 +64,12 @@ static int set_owner(int fd, const struct stat64* wanted, const struct stat64* n
     return io_set_mode(fd, wanted->st_mode & bits) == 0 && io_sync(fd) == 0 ? 0 : -1;
 }
 
-static int give_owner(const char* rebuilt, const name_status* owner) {
+static int copy_owner(const char* rebuilt, const name_status* owner) {
     if (!owner->there) {
         return 0;
     }
     name_status now;
-    if (swap_look_at(rebuilt, &now) != 0) {
+    if (swap_stat(rebuilt, &now) != 0) {
         return -1;
     }
     const int fd = io_open(rebuilt, O_RDONLY | O_NOFOLLOW, 0);
@@ -92,7 +92,7 @@ enum class backup_step { not_needed, linked, moved, failed };
 static backup_step keep_live(const swap_file* file) {
     name_status live;
     name_status backup;
-    if (swap_look_at(file->live, &live) != 0 || swap_look_at(file->backup, &backup) != 0) {
+    if (swap_stat(file->live, &live) != 0 || swap_stat(file->backup, &backup) != 0) {
         return backup_step::failed;
     }
     if (!live.there || swap_same_file(&live, &backup)) {
@@ -116,9 +116,9 @@ static backup_step keep_live(const swap_file* file) {
     return backup_step::moved;
 }
 
-static int move_in(const table_swap* swap, const swap_file* file, const name_status* owner) {
+static int replace_live(const table_swap* swap, const swap_file* file, const name_status* owner) {
     // The backup's name is on the disk before the live name refers to another file.
-    if (sync_directory(swap->live_dir) != 0 || give_owner(file->rebuilt, owner) != 0) {
+    if (sync_directory(swap->live_dir) != 0 || copy_owner(file->rebuilt, owner) != 0) {
         return -1;
     }
     return io_rename(file->rebuilt, file->live) == 0 ? 0 : swap_failed("rename to", file->live);
@@ -140,7 +140,7 @@ static int swap_in(const table_swap* swap, const swap_file* file) {
     if (backup == backup_step::failed) {
         return -1;
     }
-    const int result = move_in(swap, file, &owner);
+    const int result = replace_live(swap, file, &owner);
     if (result != 0 && backup == backup_step::moved &&
         io_rename(file->backup, file->live) != 0) {  // else no file would have the live name
         return swap_failed("rename back to", file->live);
@@ -150,7 +150,7 @@ static int swap_in(const table_swap* swap, const swap_file* file) {
 
 // Gives the rebuilt file its name in the work directory back, and then the live name to the
 // original. 0, or -1, logged.
-static int name_both_again(const table_swap* swap, const swap_file* file) {
+static int restore_both_names(const table_swap* swap, const swap_file* file) {
     if (io_link(file->live, file->rebuilt) != 0) {
         const bool move = has_no_links(errno);
         if (!move || io_rename(file->live, file->rebuilt) != 0) {
@@ -167,10 +167,10 @@ static int name_both_again(const table_swap* swap, const swap_file* file) {
 
 // Undoes the swap of the table, since that of the index failed: a resumed service must find a pair.
 // The next run begins with the table again.
-static void take_back(const table_swap* swap, const swap_file* file) {
+static void undo_swap_in(const table_swap* swap, const swap_file* file) {
     char absent[SWAP_LINE_SIZE];
     snprintf(absent, sizeof absent, "%s absent\n", file->live_name);
-    if (swap_has_line(swap, absent) || name_both_again(swap, file) != 0) {
+    if (swap_has_line(swap, absent) || restore_both_names(swap, file) != 0) {
         log_err_as(SWAP_LOG_NAME, "%s is rebuilt and the index is not: do not start the service\n",
                    file->live);
         return;
@@ -185,7 +185,7 @@ int table_swap_finish(const table_swap* swap) {
         return -1;
     }
     if (swap_in(swap, index) != 0) {
-        take_back(swap, table);
+        undo_swap_in(swap, table);
         return -1;
     }
     return sync_directory(swap->live_dir) == 0 ? table_swap_forget(swap) : -1;

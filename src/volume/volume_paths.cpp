@@ -29,7 +29,7 @@ int form_path(char* out, size_t size, const char* format, ...) {
 
 // A file of the volume itself, in EP_DIR. Logs nothing: the code that needs the file logs that it
 // is missing.
-static void form_quietly(char* out, const char* root, const char* name) {
+static void form_path_unlogged(char* out, const char* root, const char* name) {
     const int length = snprintf(out, PATH_TEXT_SIZE, "%s/%s/%s", root, EP_DIR, name);
     if (length < 0 || static_cast<size_t>(length) >= PATH_TEXT_SIZE) {
         out[0] = '\0';
@@ -106,8 +106,8 @@ int is_regular_file(const char* path) {
 
 void set_volume_root(volume_paths* paths, const char* root) {
     snprintf(paths->root, sizeof paths->root, "%s", root);
-    form_quietly(paths->unmap_buffer, root, UNMAP_BUFFER_NAME);
-    form_quietly(paths->rod_map, root, ROD_MAP_NAME);
+    form_path_unlogged(paths->unmap_buffer, root, UNMAP_BUFFER_NAME);
+    form_path_unlogged(paths->rod_map, root, ROD_MAP_NAME);
 }
 
 int set_table_paths(volume_paths* paths, const char* name) {

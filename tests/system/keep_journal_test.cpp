@@ -352,9 +352,8 @@ TEST(keep_journal, a_rebuild_does_not_remove_the_files_of_a_repair_that_was_cut)
     for (const char* command : {"--reconstruct", "--import-volume"}) {
         const run_result got = box.run({command, "--volpath", "/volume1"});
         EXPECT_EQ(got.status, 255);
-        EXPECT_EQ(got.log,
-                  (lines{"ERR: one_key_repair(#) /volume1/@EP_FIX belongs to a repair that "
-                         "was cut: run --onekeyrepair again\n"}));
+        EXPECT_EQ(got.log, (lines{"ERR: one_key_repair(#) /volume1/@EP_FIX belongs to an "
+                                  "interrupted repair: run --onekeyrepair again\n"}));
         EXPECT_EQ(all_trees(box), before);
     }
 }
