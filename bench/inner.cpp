@@ -15,7 +15,7 @@
 
 static void checksum_blocks(benchmark::State& state, const crc32c_routines* routines) {
     if (routines == nullptr) {
-        state.SkipWithError("this processor has no instruction for it");
+        state.SkipWithError("this processor has no CRC-32C instruction");
         return;
     }
     const auto count = static_cast<size_t>(state.range(0));
@@ -30,7 +30,7 @@ static void checksum_blocks(benchmark::State& state, const crc32c_routines* rout
 BENCHMARK_CAPTURE(checksum_blocks, portable, &crc32c_portable)->Arg(1)->Arg(1024);
 BENCHMARK_CAPTURE(checksum_blocks, processor, crc32c_of_processor())->Arg(1)->Arg(1024);
 
-// An empty table that is the current one, on tmpfs.
+// Makes an empty table on tmpfs the current table.
 class empty_table {
 public:
     empty_table() {
@@ -51,7 +51,7 @@ public:
     empty_table& operator=(const empty_table&) = delete;
 };
 
-// Reference by reference, not the import's loop over a node.
+// Counts one reference at a time, unlike the import's loop over a node.
 static void count_references(benchmark::State& state, bool scattered) {
     const empty_table table;
     const spread mappings = {1 << 22, scattered};
@@ -70,7 +70,7 @@ static void count_references(benchmark::State& state, bool scattered) {
     }
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(extents.size()));
 }
-BENCHMARK_CAPTURE(count_references, side_by_side, false);
+BENCHMARK_CAPTURE(count_references, sequential, false);
 BENCHMARK_CAPTURE(count_references, scattered, true);
 
 static void load_group(benchmark::State& state) {

@@ -1,8 +1,8 @@
-// bench-limit MAP...: how fast it could go. Reads the maps in large reads, verifies every block's
-// checksum with the fastest routine, counts the references into a plain array and writes that out
-// as checksummed blocks into the working directory.
-// bench-limit --read-only MAP...: reads and verifies, nothing else.
-// bench-limit --rewrite TABLE: reads, verifies and rewrites the blocks that hold data.
+// bench-limit MAP...: a lower bound for the time that a rebuild takes. Reads the maps in large
+// reads, verifies every block's checksum with the fastest routine, counts the references in a plain
+// array and writes that array as checksummed blocks into the working directory. bench-limit
+// --read-only MAP...: only reads and verifies. bench-limit --rewrite TABLE: reads, verifies and
+// rewrites the blocks that hold data.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -16,14 +16,14 @@
 #include "store/data_node.h"
 #include "tbl/tbl_format.h"
 
-// Blocks of one transfer: they stay in the second-level cache while they are used. They begin a
-// page: measured, that reads twice as fast as a vector's memory does.
+// Blocks of one transfer: they stay in the second-level cache while they are used. The array is
+// page-aligned: in measurements, reads into it were twice as fast as reads into a vector.
 static constexpr size_t RUN = 512;
 alignas(4096) static data_node nodes[RUN];
 static uint32_t checksums[RUN];
 
-// How often each extent is referred to. Address space for every extent there can be; memory for
-// those that are counted.
+// The number of references to each extent. Reserves address space for every possible extent, and
+// uses memory only for those that are counted.
 struct counts {
     uint16_t* of;
     uint64_t end;  // one past the highest extent counted
@@ -34,7 +34,7 @@ struct counts {
     exit(1);
 }
 
-// Verifies the first `count` blocks; leaves what their checksums ought to be in `checksums`.
+// Verifies the first `count` blocks; leaves their correct checksums in `checksums`.
 static void verify(size_t count) {
     tarn_crc32c_blocks(nodes, count, checksums);
     for (size_t i = 0; i < count; i++) {
@@ -45,7 +45,7 @@ static void verify(size_t count) {
     }
 }
 
-static counts no_counts() {
+static counts empty_counts() {
     const size_t size = TBL_TOTAL_COUNT * sizeof(uint16_t);
     void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE,
                         MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
@@ -155,7 +155,7 @@ int main(int argc, char** argv) {
         return 0;
     }
     const bool read_only = argc > 1 && strcmp(argv[1], "--read-only") == 0;
-    counts references = no_counts();
+    counts references = empty_counts();
     for (int i = read_only ? 2 : 1; i < argc; i++) {
         read_map(argv[i], !read_only, references);
     }

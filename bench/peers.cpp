@@ -1,6 +1,7 @@
-// bench-peers thin MAPPINGS [--scattered]: prints pool metadata of that many mappings over 16
-// devices, as thin_restore reads it.
-// bench-peers qcow2 IMAGE: permutes where the clusters of an image of fully allocated metadata lie.
+// bench-peers thin MAPPINGS [--scattered]: prints pool metadata with that many mappings over 16
+// devices, in the format that thin_restore reads.
+// bench-peers qcow2 IMAGE: permutes the places of the clusters of an image with fully allocated
+// metadata.
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -14,7 +15,7 @@
 
 static constexpr uint64_t DEVICES = 16;
 
-// The mappings of one device: a range while they lie side by side.
+// The mappings of one device; sequential mappings are one range.
 static void print_device(const spread& mappings, uint64_t first, uint64_t end) {
     if (!mappings.scattered) {
         printf("<range_mapping origin_begin=\"0\" data_begin=\"%" PRIu64 "\" length=\"%" PRIu64
@@ -59,7 +60,7 @@ static uint64_t big_u64(const uint8_t* at) {
     return __builtin_bswap64(value);
 }
 
-// The second-level tables of an image lie behind the pointers of its first-level table.
+// An image whose first-level table points to its second-level tables.
 struct image {
     uint8_t* bytes;
     const uint8_t* l1;

@@ -1,6 +1,6 @@
-// Where the mappings of a benchmark lie: side by side, or anywhere among a quarter more extents, as
-// after years of snapshots. Below: nothing. Above: the makers of volumes and of what the peers
-// read.
+// Which extents the mappings of a benchmark use: sequential ones, or random ones out of 25 % more
+// extents, as after years of snapshots. Below: nothing. Above: the generators of volumes and of the
+// peers' input.
 #pragma once
 
 #include <cstdint>
@@ -24,7 +24,7 @@ inline uint64_t permuted(uint64_t x, unsigned bits) {
     return high << low_bits | low;
 }
 
-// The extents that the mappings lie among.
+// The number of extents that the mappings are chosen from.
 inline uint64_t spread_extents(const spread& spread) {
     return spread.scattered ? spread.mappings + spread.mappings / 4 : spread.mappings;
 }

@@ -1,9 +1,9 @@
-// bench-volume ROOT MAPPINGS [--scattered] [--luns N] [--declared N] [--one-in N]: a volume of
-// 2^20-byte extents whose LUN maps hold MAPPINGS mapped entries in all, each extent referred to
-// once. Table and index get headers only: the rebuild under test fills them.
-//   --luns N      maps that share the mappings (16)
-//   --declared N  entries that the maps' headers claim beyond those, in a hole
-//   --one-in N    of N stretches of the maps one holds mappings, the others are holes
+// bench-volume ROOT MAPPINGS [--scattered] [--luns N] [--declared N] [--one-in N]: makes a volume
+// with 2^20-byte extents whose LUN maps hold MAPPINGS mapped entries in total, with one reference
+// to each extent. Table and index get only headers: the rebuild under test fills them.
+//   --luns N      maps that the mappings are divided among (16)
+//   --declared N  additional entries that the maps' headers declare; they lie in a hole
+//   --one-in N    one of every N stretches of a map holds mappings, the others are holes
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -116,7 +116,7 @@ static data_node filled_node(const spread& mappings, uint64_t first, uint64_t co
     return node;
 }
 
-// `count` mappings from number `first` on, one stretch of nodes in plan.one_in.
+// Writes `count` mappings, starting with number `first`, into one of every plan.one_in stretches.
 static void write_nodes(int fd, const plan& plan, uint64_t first, uint64_t count) {
     const uint64_t run = plan.one_in == 1 ? NODES_A_WRITE : NODES_A_STRETCH;
     const uint64_t all = map_node_count(count);

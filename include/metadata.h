@@ -8,7 +8,7 @@
 #include <type_traits>
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
-              "every integer on disk is little-endian and is used as it lies there");
+              "integers on disk are little-endian and are used without conversion");
 
 constexpr uint64_t METADATA_MAGIC_CODE = 0x0886255218140633;
 
@@ -29,10 +29,10 @@ constexpr size_t PATH_TEXT_SIZE = 4096;  // bytes of a path text, the closing ze
 
 // Constant node 0 of every metadata file.
 struct [[gnu::packed]] metadata_head {
-    uint32_t checksum;        //  0
-    uint32_t version;         //  4
-    uint64_t magic_code;      //  8: METADATA_MAGIC_CODE
-    uint32_t file_type;       // 16: metadata_file_type; journal and data files carry their own
+    uint32_t checksum;    //  0
+    uint32_t version;     //  4
+    uint64_t magic_code;  //  8: METADATA_MAGIC_CODE
+    uint32_t file_type;   // 16: metadata_file_type; journal and data files have their own values
     uint8_t uuid[UUID_SIZE];  // 20: raw bytes, in the order of their hexadecimal text
     uint8_t of_kind[28];      // 36: each kind's own fields
 };
@@ -43,8 +43,8 @@ static_assert(offsetof(metadata_head, uuid) == 20);
 static_assert(sizeof(metadata_head) == META_NODE_SIZE);
 static_assert(std::is_trivially_copyable_v<metadata_head>);
 
-// Where a table's header says the extent size in bytes (32 bits), in constant node 1. Here because
-// the default platform reads it too.
+// Byte offset in a table of the extent size (bytes, 32 bits), in constant node 1. Here because the
+// default platform reads it too.
 constexpr size_t TBL_EXTENT_SIZE_OFFSET = 68;
 
 inline bool uuid_equal(const uint8_t* a, const uint8_t* b) {

@@ -1,5 +1,5 @@
-// The option record: what the sub-options of one run said. One record for the process, zero at
-// start. The command line writes it, and reads it; procedures get what they work on as arguments.
+// The option record: the sub-options of this run. One record per process, zero at start. Only the
+// command line reads and writes it; procedures get what they work on as arguments.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
-// The layout of a volume: every name below its root is spelled here and nowhere else, and which
-// files are maps. Ground floor: includes nothing of this project.
+// The layout of a volume: the names below its root, which are spelled only here, and which files
+// are maps. Ground floor: includes nothing of this project.
 #pragma once
 
 #include <cstddef>
@@ -22,7 +22,8 @@ constexpr const char* ROD_MAP_NAME = "EP_ROD";
 // The journal's file, in the directory that the configuration names.
 constexpr const char* JOURNAL_NAME = "EP_JNL";
 
-// What a map maps. The kind is not stored in the file: the place of the file, or an option, says it.
+// What a map maps. The kind is not stored in the file: it follows from the file's place, or from an
+// option.
 enum map_kind_code : int {
     MAP_KIND_LUN = 0,
     MAP_KIND_UNMAP_BUFFER = 1,

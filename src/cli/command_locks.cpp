@@ -8,7 +8,7 @@
 
 static constexpr size_t JOURNAL_ROOT_SIZE = 256;
 
-// In silence where there is no journal root: the command reports that itself.
+// Logs nothing if there is no journal root: the command reports that itself.
 static int lock_journal(run_lock* lock) {
     if (opt_ctx.jnlpath[0] != '\0') {
         return run_lock_journal(lock, opt_ctx.jnlpath, nullptr);

@@ -1,10 +1,10 @@
-// What a command locks against a second run before it writes. Below: run_lock.h, the option record,
-// the platform. Above: the commands.
+// The locks that a command takes, against a second run, before it writes. Below: run_lock.h, the
+// option record, the platform. Above: the commands.
 #pragma once
 
 struct run_lock;
 
-// Bits; each names directories by what the options say.
+// Bits; each names directories, taken from the options.
 enum command_locks : unsigned {
     LOCKS_NOTHING = 0,  // it only reads, or takes its locks itself
     LOCKS_VOLUME = 1,   // --volpath

@@ -61,7 +61,7 @@ static int run_ckvjnl(int argc, char** argv, const char*) {
     return check_all_vol_journal(argc, argv);
 }
 
-// Scans first, to know the journal; the replay's own scan finds nothing more.
+// Scans the options first, to get the journal's path; the replay's own scan finds none left.
 static int run_rpvjnl(int argc, char** argv, const char*) {
     run_lock_scope held;
     if (parse_sub_options(argc, argv) != 0 ||
@@ -118,10 +118,10 @@ static int run_ckvbuf(int, char**, const char*) {
 // Who reads the options after a command.
 enum option_reader { TABLE_READS, COMMAND_READS };
 
-// What failures on the way, reads among them, make of a command's result.
+// How a failed write, sync or read during the run affects the command's result.
 enum command_verdict {
-    WHOLE,     // 0 says that everything was written and read: a failure turns it into -1
-    AS_FOUND,  // it answers with what it found, and the log says what it did not
+    WHOLE,     // 0 means that everything was written and read: a failure makes it -1
+    AS_FOUND,  // the result is what the command found; failures are only logged
 };
 
 struct command_row {
@@ -162,8 +162,8 @@ static constexpr command_row commands[] = {
 };
 static_assert(sizeof commands / sizeof commands[0] == 25);
 
-// The answer of a command when something of it may not be on the disk, or was not read.
-static int answer_for_failures(int result) {
+// The result of a command after a failed write, sync or read.
+static int result_after_failures(int result) {
     const keep_reasons failures = keep_journal_failures();
     if (failures.count == 0) {
         return result;
@@ -196,5 +196,5 @@ int run_command(int argc, char** argv) {
         return -1;
     }
     const int result = command->run(argc, argv, argument);
-    return command->verdict == WHOLE ? answer_for_failures(result) : result;
+    return command->verdict == WHOLE ? result_after_failures(result) : result;
 }

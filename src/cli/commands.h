@@ -2,5 +2,6 @@
 #pragma once
 
 // Reads the command, runs it, and returns what main returns: the command's own result; -1, logged
-// in one line, when the command is one that writes and a write, a sync or a read failed on its way.
+// in one line, if the command is one that writes and a write, a sync or a read failed during the
+// run.
 int run_command(int argc, char** argv);

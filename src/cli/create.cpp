@@ -12,7 +12,7 @@
 #include "volume/metadata_files.h"
 #include "volume/run_lock.h"
 
-// A path that was not given, in a log line.
+// A path for a log line; it may be missing.
 static const char* shown(const char* path) {
     return path != nullptr ? path : "(null)";
 }
@@ -21,11 +21,11 @@ struct create_row {
     const char* caller;  // in the log
     metadata_kind kind;
     int (*create)(const char* newpath, const char* oldpath);
-    int (*save)();  // null: the creation has saved it
+    int (*save)();  // null: `create` saves the file
 };
 
-// Closes the file in every case: it may be the old one, where the creation stopped halfway. Always
-// -1, even if the file was created, deliberate.
+// Always closes the file, which may be the old one if the creation stopped halfway. Always -1, even
+// if the file was created, deliberate.
 static int create_file_of_kind(const create_row& row, int argc, char** argv) {
     run_lock_scope held;
     if (parse_sub_options(argc, argv) != 0 || run_lock_file(&held.lock, opt_ctx.path) != 0) {
@@ -73,7 +73,7 @@ static int change_uuid(const change_uuid_row& row, int argc, char** argv) {
     }
     return with_files(row.caller, &paths, {row.kind}, [&] {
         row.set_uuid(opt_ctx.uuid);
-        if (row.save() != 0) {  // --path and not the file's own path, deliberate
+        if (row.save() != 0) {  // --path instead of the file's own path, deliberate
             log_err_as(row.caller, "Fail to save %s %s\n", kind->name, shown(opt_ctx.path));
         }
         return 0;

@@ -3,13 +3,13 @@
 // words.
 #pragma once
 
-// Create --path from --oldpath. Always -1, even if the file was created, deliberate: look at the
-// file. What failed is logged.
+// Create --path from --oldpath. Always -1, even if the file was created, deliberate: check the
+// file. Failures are logged.
 int creat_fri_op(int argc, char** argv, int argument);
 int creat_tbl_op(int argc, char** argv, int argument);
 int creat_map_op(int argc, char** argv, int argument);
 
 // Give the file of --fripath or --tblpath the uuid of --uuid; without --uuid sixteen zero bytes.
-// 0 once it was loaded, even if it could not be saved (logged), deliberate; else -1, logged.
+// 0 if it was loaded, even if it could not be saved (logged), deliberate; else -1, logged.
 int change_uuid_fri_op(int argc, char** argv, int argument);
 int change_uuid_tbl_op(int argc, char** argv, int argument);

@@ -1,5 +1,5 @@
-// The option scanner's form of a table whose rows begin with a name and whether an argument
-// follows. Below: nothing. Above: the command table, the sub-options.
+// Converts a table of commands or options, whose rows have `name` and `has_argument`, to the form
+// of getopt_long. Below: nothing. Above: the command table, the sub-options.
 #pragma once
 
 #include <array>

@@ -1,4 +1,4 @@
-// The way in: makes the process safe to write in, sets the switches, runs the command.
+// Entry point: secures the standard descriptors, sets the switches, runs the command.
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -15,13 +15,13 @@ static bool is_closed(int fd) {
     return fcntl(fd, F_GETFD) == -1 && errno == EBADF;
 }
 
-// The standard descriptors are taken in their order, so that each is the lowest that is free.
+// Called for the standard descriptors in ascending order, so that each is the lowest free one.
 static bool open_on_null(int fd) {
     return open("/dev/null", fd == STDIN_FILENO ? O_RDONLY : O_RDWR) == fd;
 }
 
-// A metadata file that got descriptor 1 or 2 would be overwritten with report lines; one that got
-// descriptor 0 would be taken for no file.
+// A metadata file that got descriptor 1 or 2 would be overwritten with printed lines; descriptor 0
+// means that no file is open.
 static bool hold_standard_descriptors() {
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (is_closed(fd) && !open_on_null(fd)) {

@@ -31,8 +31,8 @@ int run_with_iscsi_paused(int argc, char** argv, int argument,
 // Held while the service is paused.
 static run_lock one_key_locks;
 
-// Gives the locks back before the service is resumed, even if a stop signal came while it was
-// paused: what its start runs has to find them free.
+// Releases the locks before the service is resumed, even if a stop signal came while it was paused:
+// the programs that its start runs need them.
 static int check_and_release(int argc, char** argv, int argument) {
     const int result = stop_requested() ? -1 : one_key_check_all_vol(argc, argv, argument);
     run_lock_release(&one_key_locks);

@@ -33,8 +33,8 @@ volume_paths paths_of_options() {
     return paths;
 }
 
-// What a procedure leaves in the record: the volume it ended with, and the files it used last.
-static void leave_paths(const volume_paths* paths) {
+// Stores in the record the last volume and files that a procedure used.
+static void store_paths(const volume_paths* paths) {
     copy_path(opt_ctx.volpath, paths->root);
     copy_path(opt_ctx.tblpath, paths->table);
     copy_path(opt_ctx.fripath, paths->index);
@@ -42,25 +42,25 @@ static void leave_paths(const volume_paths* paths) {
     copy_path(opt_ctx.mappath, paths->map);
 }
 
-// Options that a procedure scans in the middle of its work replace what it has in hand.
+// The scan that a procedure makes in the middle of its work: the options replace its paths.
 static int scan_again(option_scan* scan, volume_paths* paths) {
     if (optind >= scan->argc) {
-        return 0;  // everything was read, which is so from the second scan on
+        return 0;  // nothing is left, as in every scan after the first
     }
-    leave_paths(paths);
+    store_paths(paths);
     const int result = parse_sub_options(scan->argc, scan->argv);
     *paths = paths_of_options();
     scan->repair = opt_ctx.repair;
     return result;
 }
 
-// Runs `procedure` on the paths of the options, with the arguments for a scan.
+// Runs `procedure` on the paths of the options; it may scan the options itself.
 static int run_scanning(int argc, char** argv,
                         int (*procedure)(volume_paths* paths, option_scan* options)) {
     volume_paths paths = paths_of_options();
     option_scan scan = {argc, argv, scan_again, opt_ctx.repair};
     const int result = procedure(&paths, &scan);
-    leave_paths(&paths);
+    store_paths(&paths);
     return result;
 }
 
@@ -69,11 +69,11 @@ template <class Procedure, class... Arguments>
 static int run(Procedure procedure, Arguments... arguments) {
     volume_paths paths = paths_of_options();
     const int result = procedure(&paths, arguments...);
-    leave_paths(&paths);
+    store_paths(&paths);
     return result;
 }
 
-// The overloads of a name that work on paths alone.
+// To select the overload of a name that takes only paths.
 using on_paths = int (*)(const volume_paths* paths);
 using changing_paths = int (*)(volume_paths* paths);
 

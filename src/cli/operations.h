@@ -1,6 +1,6 @@
 // The operations over volumes as the command line calls them: each takes its paths and switches
-// from the option record, and leaves there the paths that it ended with. Below: the procedures,
-// which get all of that as arguments and say what they return. Above: the command table, the type
+// from the option record, and stores there the paths that it ended with. Below: the procedures,
+// which get all of that as arguments and document their results. Above: the command table, the type
 // words.
 #pragma once
 

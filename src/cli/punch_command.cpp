@@ -23,7 +23,7 @@ static int64_t decimal(const char* text) {
     return strtoll(text, nullptr, 10);
 }
 
-// The volume's root. A path that does not fit is cut, as the other options cut theirs.
+// Copies the volume's root. A path that does not fit is cut, as in the other options.
 static void copy_volume_path(const char* argument) {
     const int length = snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", argument);
     if (length < 0 || static_cast<size_t>(length) >= sizeof opt_ctx.volpath) {
@@ -31,7 +31,7 @@ static void copy_volume_path(const char* argument) {
     }
 }
 
-// The scanner's "?" names the letter: one of ours came without its argument.
+// For the scanner's "?": `letter` is unknown, or an option without its argument.
 static int refuse_option(int letter) {
     switch (letter) {
         case 'p':
@@ -49,7 +49,7 @@ static int refuse_option(int letter) {
     }
 }
 
-// 0 to go on, -1 logged.
+// 0 to continue; -1, logged.
 static int take_option(punch_options* options, int found) {
     switch (found) {
         case 'a':
@@ -87,7 +87,7 @@ static int scan_options(int argc, char** argv, punch_options* options) {
     return 0;
 }
 
-// Only the whole line "YES" is a yes; the end of the input is not.
+// Only the whole line "YES" is a yes; the end of the input is a no.
 static bool answered_yes() {
     char line[10] = {};
     printf("Do you wants to PUCH the data?(YES/NO) [NO]: ");

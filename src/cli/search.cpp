@@ -12,7 +12,7 @@
 #include "tbl/tbl_show.h"
 #include "volume/metadata_files.h"
 
-// The displays' results are dropped below, deliberate: what failed is logged where it did, and a
+// The displays' results are dropped below, deliberate: a failure is logged where it is found, and a
 // display that was reached counts as done.
 
 struct search_row {
@@ -21,7 +21,7 @@ struct search_row {
     bool (*display)(const search_request& request);  // false: no display has that number
 };
 
-// The journal that is not named is the configured one; every other file has to be named.
+// A journal that is not named is the configured one; every other file must be named.
 static bool has_path(const search_row& row) {
     if (row.options.path[0] != '\0') {
         return true;

@@ -17,7 +17,7 @@ static const search_option* find_option(const search_option* table, int letter) 
     return nullptr;
 }
 
-// The first display is kept; its partner may join once, and the higher number of the two counts.
+// The first display is kept. Its partner may be added once; the higher number of the two counts.
 static bool choose_mode(search_request* request, const search_option* option) {
     if (request->mode == 0) {
         request->mode = option->mode;
@@ -48,7 +48,7 @@ static int apply_option(const search_options* options, const search_option* opti
     return 0;
 }
 
-// The scanner's "?": an option in the table came without its argument.
+// For the scanner's "?": `letter` is unknown, or an option without its argument.
 static int refuse_option(const search_options* options, int letter) {
     if (letter == 'p' || find_option(options->table, letter) != nullptr) {
         log_err_as(options->handler, "Bad param for -%c option\n", letter);

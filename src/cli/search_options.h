@@ -1,4 +1,4 @@
-// The short options of --search: a table a handler, and the one scan that reads them.
+// The short options of --search: one table per handler, and one scan for all.
 // Below: the option scanner of the system. Above: the search handlers.
 #pragma once
 
@@ -7,7 +7,7 @@
 // What the options of one run asked for. Zero at start.
 struct search_request {
     int mode;           // number of the display; 0: none was chosen
-    char partner;       // the option that may still join the one that chose it; 0: none
+    char partner;       // the option that may still be combined with the display; 0: none
     uint64_t group;     // numbers are signed on the command line, and not bounded
     uint64_t offset;    // of an entry in its group
     uint64_t address;   // lpa or lea
@@ -23,7 +23,7 @@ struct search_request {
 
 struct search_option {
     char letter;                       // 0 ends a table
-    char partner;                      // the one option that it chooses a display together with
+    char partner;                      // the one option that it may be combined with
     int mode;                          // the display that it chooses; 0: it chooses none
     uint64_t search_request::*number;  // where its argument goes
     bool search_request::*flag;        // what it switches on
@@ -31,7 +31,7 @@ struct search_option {
 
 struct search_options {
     const char* handler;  // its name in the log
-    const char* letters;  // as the scanner wants them
+    const char* letters;  // in the form of getopt
     char* path;           // where the argument of -p goes, PATH_TEXT_SIZE bytes
     const search_option* table;
 };

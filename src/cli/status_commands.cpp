@@ -12,7 +12,7 @@
 #include "volume/run_lock.h"
 
 // 0 when the open journal is not marked bad, else -1.
-static int answer_status(bool quiet) {
+static int check_status(bool quiet) {
     if (static_cast<uint32_t>(journal_status()) != JNL_STATUS_BAD) {
         return 0;
     }
@@ -31,7 +31,7 @@ int vaai_status_check(int argc, char** argv, const char* mode) {
     if (is_regular_file(paths.journal) == 0) {
         return 0;
     }
-    return with_files(__func__, &paths, {KIND_JNL}, [&] { return answer_status(quiet); });
+    return with_files(__func__, &paths, {KIND_JNL}, [&] { return check_status(quiet); });
 }
 
 struct status_word {

@@ -1,4 +1,4 @@
-// The commands that ask for the journal's status word and set it. Below: volume procedures.
+// The commands that check and set the journal's status word. Below: volume procedures.
 #pragma once
 
 int vaai_status_check(int argc, char** argv, const char* mode);  // --vaaick

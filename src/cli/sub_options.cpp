@@ -12,7 +12,7 @@ option_record opt_ctx;
 
 static constexpr size_t UUID_TEXT_SIZE = 2 * UUID_SIZE;  // hexadecimal digits
 
-// A path that does not fit is cut: no file that the system opens has a path that long.
+// A path that does not fit is cut: the system opens no file by a path that long.
 static void copy_path(char* path, const char* argument) {
     const int length = snprintf(path, PATH_TEXT_SIZE, "%s", argument);
     if (length < 0 || static_cast<size_t>(length) >= PATH_TEXT_SIZE) {
@@ -37,7 +37,7 @@ static int digit_value(char digit) {
 static void print_uuid(const uint8_t* uuid) {
     printf("Input UUID[");
     for (size_t i = 0; i < UUID_SIZE; i++) {
-        // The byte as a signed one, widened: 0x9A prints ffffff9a, deliberate.
+        // The byte is sign-extended: 0x9A prints ffffff9a, deliberate.
         const int widened = uuid[i] < 0x80 ? uuid[i] : uuid[i] - 0x100;
         printf("%02x", static_cast<unsigned>(widened));
     }
@@ -122,7 +122,7 @@ static int apply_sub_option(const sub_option_row* row, const char* argument) {
 }
 
 // Leftover arguments: reported, -1. Without any: 0.
-static int refuse_left_words(int argc, char** argv) {
+static int refuse_leftover_arguments(int argc, char** argv) {
     if (optind >= argc) {
         return 0;
     }
@@ -143,5 +143,5 @@ int parse_sub_options(int argc, char** argv) {
             return -1;
         }
     }
-    return refuse_left_words(argc, argv);
+    return refuse_leftover_arguments(argc, argv);
 }

@@ -25,21 +25,21 @@ int fri_check_group_head() {
     return fri_check_free_group_entry(&entry, group) == 0 ? 0 : -1;
 }
 
-// Tells a walk along links that came back to a group, in fixed memory: the walk is compared with a
-// group that it passed, and that group moves on to the walk's place after 1, 2, 4, ... steps. A
-// loop is told before three times as many steps are made as the list has groups.
+// Detects a loop in a walk along links, in constant memory: each group is compared with one that
+// was remembered, and after 1, 2, 4, ... steps the current group is remembered instead. A loop is
+// found within three times as many steps as the list has groups.
 struct loop_watch {
-    uint64_t passed;
-    uint64_t since;  // steps since `passed`
-    uint64_t lease;  // steps until it moves on
+    uint64_t remembered;
+    uint64_t since;  // steps since `remembered`
+    uint64_t limit;  // steps until it is replaced
 };
 
-static bool came_back(loop_watch* watch, uint64_t group) {
-    if (group == watch->passed) {
+static bool is_loop(loop_watch* watch, uint64_t group) {
+    if (group == watch->remembered) {
         return true;
     }
-    if (++watch->since == watch->lease) {
-        *watch = {group, 0, watch->lease * 2};
+    if (++watch->since == watch->limit) {
+        *watch = {group, 0, watch->limit * 2};
     }
     return false;
 }
@@ -66,7 +66,7 @@ int fri_check_free_group_list() {
             return 0;
         }
         group = fri_entry_next(&entry);
-        if (steps == STEPS_END || came_back(&watch, group)) {
+        if (steps == STEPS_END || is_loop(&watch, group)) {
             log_err("error, group-list loops\n");
             return -1;
         }

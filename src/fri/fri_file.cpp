@@ -13,7 +13,7 @@ static constexpr header_kind FRI_KIND = {"fri", FRI_CONST_NODES, FRI_VAR_NODES};
 fri_file current_fri;
 
 int load_fri(const char* path) {
-    close_fri();  // one that is still open would be lost, its writes unsynced
+    close_fri();  // an open one would be lost, its writes unsynced
     return load_header_file(__func__, FRI_KIND, magic_rule::required, path, &current_fri.fd,
                             &current_fri.header);
 }
@@ -27,8 +27,8 @@ int save_fri() {
     return save_header_file(__func__, FRI_KIND, current_fri.fd, &current_fri.header);
 }
 
-// Gives up the current index: nothing in it needs to reach the disk. The number is cleared, since
-// after the close it may name any other file, which a later close_fri must not touch.
+// Closes the current index without a sync: nothing in it needs to reach the disk. The descriptor is
+// cleared, since a later close_fri must not close another file that got its number.
 static void drop_fri() {
     io_close(current_fri.fd);
     current_fri.fd = 0;
@@ -51,7 +51,7 @@ static fri_header new_header(const uint8_t* uuid) {
 static int create_keeping(const char* newpath, const char* oldpath, const uint8_t* kept) {
     close_fri();  // as in load_fri
     if (would_empty("create_fri", newpath, oldpath)) {
-        log_err_as("create_fri", "%s would be emptied to create itself\n", newpath);
+        log_err_as("create_fri", "%s cannot be created from itself\n", newpath);
         return -1;
     }
     current_fri.fd = create_file(newpath, FRI_FILE_SIZE);

@@ -1,20 +1,19 @@
 // The group index as a file: header, creation, loading, saving, closing; the one current index of
-// the process, and handles for indexes that are open beside it.
+// the process, and handles for other open indexes.
 // Below: header_file.h, uuid.h. Above: the index's entries.
 #pragma once
 
 #include "fri/fri_format.h"
 #include "store/header_file.h"
 
-// The current index. fd 0: none is open. The counters change in memory and reach the disk by
-// save_fri only.
+// The current index. fd 0: none is open. The counters change in memory; only save_fri writes them.
 struct fri_file {
     int fd;
     fri_header header;
 };
 extern fri_file current_fri;
 
-// An index open beside the current one. Its owner allocates it zeroed and frees it.
+// An index open in addition to the current one. Its owner allocates it zeroed and frees it.
 struct fri_handle : pool_handle {
     fri_header header;
 };
@@ -34,19 +33,19 @@ int save_fri();
 // makes it the current index. The header is only in memory until save_fri. After a failure no index
 // is open. A file is never created from itself.
 int create_fri(const char* newpath, const char* oldpath);
-// The same for a rebuild beside a file that exists at `oldpath`: where its uuid cannot be read, the
-// new index gets `uuid` (not null). With a fresh one no journal record would apply to it.
+// The same for a rebuild: if the uuid of the file at `oldpath` cannot be read, the new index gets
+// `uuid` (not null). With a fresh one no journal record would apply to it.
 int recreate_fri(const char* newpath, const char* oldpath, const uint8_t* uuid);
 
 // Opens `name`; a wrong magic code is only logged. After a failure nothing stays open.
 int load_fri_handle(fri_handle* handle, const char* name,
                     file_access access = file_access::read_write);
 int close_fri_handle(fri_handle* handle);
-// Makes a handle of a file that is open already; closes it on failure.
+// Turns an open file into a handle; closes it on failure.
 int take_fri_handle(fri_handle* handle, const opened_file* file);
 
-// Reads the uuid of any metadata file (a table's too). A documented door to read_file_uuid, which
-// the program calls itself.
+// Reads the uuid of any metadata file (a table's too). Documented; the program calls read_file_uuid
+// instead.
 int extract_fri_uuid(const char* name, uint8_t* uuid_out);
 
 int dump_fri_meta();  // prints the current header

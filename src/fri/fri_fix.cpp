@@ -8,12 +8,12 @@
 #include "tbl/tbl_format.h"
 #include "tbl/tbl_freelist.h"
 
-// What the groups so far came to.
+// The result of the groups so far.
 struct fix_result {
     int64_t delta;   // to the index's free count
     bool any;        // a group was relinked
     uint64_t first;  // the lowest of them
-    uint16_t head;   // of the last relinked list; a group without free extents gets it too
+    uint16_t head;   // of the last relinked list; kept for a group without free extents
 };
 
 static int relink_group(fri_entry* entry, uint64_t group, fix_result* fixed) {

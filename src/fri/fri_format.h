@@ -1,6 +1,6 @@
 // Bytes of the group index: header, entries, and where an entry lies in the file.
-// Includes nothing but the common head and the shape of a row: everything that must know the bytes
-// includes this.
+// Includes only the common head and the field rows; everything that knows these bytes includes
+// this.
 #pragma once
 
 #include "metadata.h"

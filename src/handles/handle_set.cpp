@@ -8,7 +8,7 @@
 #include "store/log.h"
 #include "tbl/tbl_file.h"
 
-// What the set does with the handles of a kind, of which it knows the prefix.
+// The operations on handles of one kind. The set itself knows only their prefix.
 template <class handle_type, int (*take)(handle_type*, const opened_file*),
           int (*close)(handle_type*)>
 struct kind_functions {
@@ -48,7 +48,7 @@ static_assert(kinds[HANDLE_TBL].type == FILE_TYPE_TBL);
 static_assert(kinds[HANDLE_FRI].type == FILE_TYPE_FRI);
 static_assert(kinds[HANDLE_MAP].type == FILE_TYPE_MAP);
 
-static constexpr uint32_t FILE_TYPE_HIGHEST = 5;  // of the types that are known at all
+static constexpr uint32_t FILE_TYPE_HIGHEST = 5;  // the highest known type
 
 struct handle_list {  // in load order
     handle_prefix* first;
@@ -111,7 +111,7 @@ static int open_and_read_type(opened_file* file, const char* path, uint32_t* typ
 static int take_kind(const kind_row* kind, const opened_file* file) {
     handle_prefix* handle = kind->make();
     if (handle == nullptr) {
-        log_err_as("load_as_handle", "Fail to allocate tbl handle\n");  // the words of every kind
+        log_err_as("load_as_handle", "Fail to allocate tbl handle\n");  // for every kind
         io_close(file->fd);
         return -1;
     }

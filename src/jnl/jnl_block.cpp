@@ -37,7 +37,7 @@ static unsigned entries_of(const jnl_kind* kind, const jnl_block* block) {
     return jnl_has_entries(kind) ? std::min(count, JNL_FILE_ENTRY_MAX) : 0;
 }
 
-// Whether tarn_jnl_block_d2m stays silent about this block.
+// Whether tarn_jnl_block_d2m has nothing to log about this block.
 static bool nothing_to_report(const jnl_block* block) {
     const jnl_kind* kind = jnl_kind_of(block->type);
     return std::all_of(std::begin(kind->counts), std::end(kind->counts),
@@ -46,8 +46,8 @@ static bool nothing_to_report(const jnl_block* block) {
                        [](const jnl_file_entry& entry) { return is_known_entry(entry.type); });
 }
 
-// Reads the block's bytes. False: not all that the file has of it, logged; what the block records
-// may stay unwritten then.
+// Reads the block's bytes. Returns false, logged, if it got fewer than the file has: what the block
+// records may then not be replayed.
 static bool read_bytes(int fd, jnl_block* block, uint64_t n) {
     const uint64_t offset = data_node_offset(n);
     const int got = read_fd(fd, block, offset, sizeof *block);
@@ -104,7 +104,7 @@ void tarn_jnl_block_d2m(const jnl_block* block) {
     const jnl_kind* kind = jnl_kind_of(block->type);
     report_counts(__func__, kind, block);
     for (unsigned i = 0; i < entries_of(kind, block); i++) {
-        (void)tarn_jnl_block_entry_d2m(&block->entry[i]);  // a report, nothing more
+        (void)tarn_jnl_block_entry_d2m(&block->entry[i]);  // only logs
     }
 }
 
@@ -115,7 +115,7 @@ void tarn_jnl_block_m2d(const jnl_block* block) {
     }
     report_counts(__func__, kind, block);
     for (const jnl_file_entry& entry : block->entry) {
-        (void)tarn_jnl_block_entry_m2d(&entry);  // a report, nothing more
+        (void)tarn_jnl_block_entry_m2d(&entry);  // only logs
     }
 }
 

@@ -13,19 +13,19 @@ enum class jnl_block_state {
     unread,   // the read failed, or stopped before the end of block and file
 };
 
-// Reads block `n` of `jnl` into `block`, which always ends up holding what was read, with the
+// Reads block `n` of `jnl` into `block`, which holds what was read even after a failure, with the
 // stored checksum in place. A block that is not good is logged; `unread` is a reason to keep the
 // journal.
 jnl_block_state jnl_block_get(const jnl_file* jnl, jnl_block* block, uint64_t n);
-// The same. Returns the bytes read; -1 for a block that is not good.
+// The same, but returns the bytes read, or -1 for a block that is not good.
 int jnl_block_read(const jnl_file* jnl, jnl_block* block, uint64_t n);
 inline int jnl_block_read(jnl_block* block, uint64_t n) {  // of the open journal
     return jnl_block_read(&current_jnl, block, n);
 }
 
-// Report, to the log only, counts and entry types that a block may not have. Nothing is rejected:
-// a caller that needs a limit enforces it. m2d, the other direction, reports no count of a history
-// block, and examines all seven entries of a FILE block whatever its count, deliberate.
+// Log the invalid counts and entry types of a block. Nothing is rejected: a caller that needs a
+// limit enforces it. m2d, the other direction, ignores history blocks, and examines all seven
+// entries of a FILE block whatever its count, deliberate.
 void tarn_jnl_block_d2m(const jnl_block* block);
 void tarn_jnl_block_m2d(const jnl_block* block);
 int tarn_jnl_block_entry_d2m(const jnl_file_entry* entry);  // 0, or -1, logged

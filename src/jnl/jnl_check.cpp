@@ -16,7 +16,7 @@ struct jnl_check_walk {
     int32_t type;
     jnl_seen_keys seen;
     bool mapped_count_compared;  // with the newest entry of the map
-    bool fri_var_compared;       // with the newest one as well
+    bool fri_var_compared;       // likewise, of the index
 };
 
 // The comparisons of one entry: 1 it matches or is not examined, 0 it differs, negative: failure.

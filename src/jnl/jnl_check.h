@@ -9,6 +9,6 @@ struct jnl_check_walk;
 
 // 0 if every examined entry matches; -1 at the first one that does not or on a failure, logged.
 int jnl_file_type_check(int32_t type);
-// One block of that walk: the part of its FILE entries that `walk` is about. 0, or -1, logged.
+// Checks the entries of one block of that walk that belong to the file of `walk`. 0, or -1, logged.
 int jnl_check_entries(jnl_check_walk* walk, const jnl_block* block, uint64_t block_num,
                       uint64_t rank);

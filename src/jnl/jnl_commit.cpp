@@ -147,7 +147,7 @@ static int found(const jnl_commit* commit) {
     return 1;
 }
 
-// The expected transaction is not complete. That is no failure if it is the very first one.
+// The expected transaction is not complete. That is not an error if it is the first one ever.
 static int conflict_end(const jnl_file* jnl) {
     const jnl_header& header = jnl->header;
     return header.jnl_last_trans_id == 1 && header.jnl_last_record_start == 0 ? 0 : -1;
@@ -182,9 +182,9 @@ static int cannot_read() {
     return -1;
 }
 
-// Whether a block that is not good counts as never written: it carries no checksum. A block that
-// could not be read may hold anything.
-static bool decides_nothing(jnl_block_state state, const jnl_block* block) {
+// Whether a block that is not good counts as never written: it has no checksum. A block that could
+// not be read may hold anything.
+static bool counts_as_unwritten(jnl_block_state state, const jnl_block* block) {
     return state != jnl_block_state::unread && block->checksum == 0;
 }
 
@@ -197,7 +197,7 @@ static int commit_before_unwritten(const last_search& search, uint64_t record) {
     if (state == jnl_block_state::good) {
         return commit_at_or_before(search, before, commit->last_block.ej_header.jnl_transid);
     }
-    return decides_nothing(state, &commit->last_block) ? conflict_end(jnl) : cannot_read();
+    return counts_as_unwritten(state, &commit->last_block) ? conflict_end(jnl) : cannot_read();
 }
 
 // The block that the header names belongs to another transaction than the header says.
@@ -223,13 +223,14 @@ static int commit_before_conflict(const last_search& search, uint64_t record) {
     return found(commit);
 }
 
-// From the block that the header names. As last_complete_commit.
+// Searches from the block that the header names. Returns the same as last_complete_commit.
 static int search_from(const last_search& search, uint64_t record) {
     const auto& [jnl, commit, total] = search;
     const jnl_block_state state = jnl_block_get(jnl, &commit->last_block, record);
     if (state != jnl_block_state::good) {
-        return decides_nothing(state, &commit->last_block) ? commit_before_unwritten(search, record)
-                                                           : cannot_read();
+        return counts_as_unwritten(state, &commit->last_block)
+                   ? commit_before_unwritten(search, record)
+                   : cannot_read();
     }
     const uint32_t id = commit->last_block.ej_header.jnl_transid;
     if (id != jnl->header.jnl_last_trans_id) {
@@ -259,6 +260,6 @@ int last_complete_commit(const jnl_file* jnl, jnl_commit* commit, uint64_t total
     printf("TARN_INFO: jnl_last_record_start = %llu\n", ull(record));
     const uint64_t unread_before = keep_journal_failures().count;
     const int result = search_from({jnl, commit, total}, record);
-    // An older commit is not the answer if a newer one could not be read.
+    // An older commit must not be returned if a newer one could not be read.
     return result >= 0 && keep_journal_failures().count != unread_before ? cannot_read() : result;
 }

@@ -5,7 +5,7 @@
 #include "jnl/jnl_file.h"
 #include "jnl/jnl_format.h"
 
-// 1: the trace lines ("MESG: ...") stay silent. Set once at start and never cleared.
+// 1: no trace lines ("MESG: ..."). Set once at start and never cleared.
 extern int jnl_search_quiet;
 
 // A transaction in the ring: its first and last block, and what was read there.
@@ -16,8 +16,8 @@ struct jnl_commit {
     jnl_block last_block;
 };
 
-// `total` is the number of blocks of the ring. Each search exists twice: for the journal `jnl`, and
-// for the open one of the process.
+// `total` is the number of blocks of the ring. Each search has two forms: for the journal `jnl`,
+// and for current_jnl.
 
 // Moves *pos back to the first, or forward to the last, block of the transaction that holds it,
 // one lap of the ring at most; `block` holds the block at *pos. 0, or -1.
@@ -30,20 +30,20 @@ inline int commit_last_block(uint64_t* pos, jnl_block* block, uint64_t total) {
     return commit_last_block(&current_jnl, pos, block, total);
 }
 
-// The whole transaction that holds block `n`. 0, or -1.
+// Finds the whole transaction that holds block `n`. 0, or -1.
 int find_complete_commit(const jnl_file* jnl, uint64_t n, jnl_commit* commit, uint64_t total);
 inline int find_complete_commit(uint64_t n, jnl_commit* commit, uint64_t total) {
     return find_complete_commit(&current_jnl, n, commit, total);
 }
-// The transaction that ends at block `n`, just before the one with id `trans_id`. 0, or -1 where
-// the history ends.
+// Finds the transaction that ends at block `n`, just before the one with id `trans_id`. 0, or -1 at
+// the end of the history.
 int prev_complete_commit(const jnl_file* jnl, uint64_t n, jnl_commit* commit, uint64_t total,
                          uint32_t trans_id);
 inline int prev_complete_commit(uint64_t n, jnl_commit* commit, uint64_t total, uint32_t trans_id) {
     return prev_complete_commit(&current_jnl, n, commit, total, trans_id);
 }
-// The newest complete one; one incomplete newer one is tolerated. 1 found; 0 the journal holds
-// nothing to process; -1 failure, logged.
+// Finds the newest complete transaction; one incomplete newer one is tolerated. 1 if found; 0 if
+// the journal holds nothing to process; -1 on failure, logged.
 int last_complete_commit(const jnl_file* jnl, jnl_commit* commit, uint64_t total);
 inline int last_complete_commit(jnl_commit* commit, uint64_t total) {
     return last_complete_commit(&current_jnl, commit, total);

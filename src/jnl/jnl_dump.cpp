@@ -11,7 +11,7 @@
 #include "store/log.h"
 #include "tbl/tbl_show.h"
 
-// No line for a tag that no shutdown leaves.
+// Prints nothing for an unknown tag.
 static void print_shutdown_tag(const field_row* row, const uint8_t* bytes) {
     uint32_t tag;
     memcpy(&tag, bytes, sizeof tag);
@@ -54,7 +54,7 @@ static void print_fri_image(const field_row* row, const uint8_t* bytes) {
     show_fri_entry(&image);
 }
 
-// One extent of a history block: where it lies, and the images that the record has of it.
+// One extent of a history block: its leas, and its images in the record.
 static void dump_slot(const jnl_slots& slots, const jnl_block* block, unsigned slot) {
     const uint64_t dst_lea = jnl_value_at<uint64_t>(block, slots.dst_lea) + slot;
     if (slots.src_lea != 0) {
@@ -166,7 +166,7 @@ int dump_jnl_block(uint64_t block_num, int detail) {
     return dump_block(&current_jnl, block_num, detail);
 }
 
-// One search for a transaction, and what is printed of it.
+// One search for a transaction, and what to print about it.
 struct transaction_dump {
     const jnl_file* jnl;
     uint32_t trans_id;
@@ -176,7 +176,7 @@ struct transaction_dump {
     int detail;
 };
 
-static int no_transaction(uint32_t trans_id) {
+static int print_no_transaction(uint32_t trans_id) {
     printf("TARN_INFO: NO TRANSACTION %u in JOURNAL\n", trans_id);
     return -1;
 }
@@ -254,18 +254,18 @@ int dump_jnl_transaction(uint32_t trans_id, uint64_t from_block, int dump_blocks
                          int detail) {
     if (current_jnl.fd == 0) {
         log_err("jnl file descriptor is invalid\n");
-        return no_transaction(trans_id);
+        return print_no_transaction(trans_id);
     }
     const transaction_dump dump = {&current_jnl, trans_id,  current_jnl.header.jnl_total_count,
                                    dump_blocks,  trace_seq, detail};
     if (dump.total == 0) {
         log_err("jnl_total_count is 0\n");
-        return no_transaction(trans_id);
+        return print_no_transaction(trans_id);
     }
     jnl_block block{};
     uint64_t pos = from_block;
     if (find_first_block(dump, &pos, &block) != 0) {
-        return no_transaction(trans_id);
+        return print_no_transaction(trans_id);
     }
     printf("TARN_INFO: SEARCH TRANSACTION %u START @block %llu\n", trans_id, ull(pos));
     dump_if_asked(dump, pos);

@@ -1,6 +1,6 @@
 // The journal as a file: its meta nodes, its status, its commit budget. The documented operations
-// work on one open journal of the process, `current_jnl`; what reads blocks gets its journal as an
-// argument. This program reads blocks and never writes them; it changes the status only.
+// work on one open journal of the process, `current_jnl`; code that reads blocks gets its journal
+// as an argument. The program never writes blocks, only the status.
 // Below: meta nodes, file primitives, jnl_block_cache.h. Above: blocks, the commit search.
 #pragma once
 
@@ -13,12 +13,13 @@ struct jnl_file {
     int fd;  // 0: no journal is open
     jnl_header header;
     char path[PATH_TEXT_SIZE];  // as it was opened, cut to fit
-    jnl_block_cache* cache;     // a jnl_keep_blocks object's; null: no block is kept
+    jnl_block_cache* cache;     // owned by a jnl_keep_blocks object; null: none
 };
 extern jnl_file current_jnl;
 
-// Keeps the blocks that are read of `jnl`, and its file open from one use to the next, as long as
-// this object lives. Inside another one of the same `jnl` it does nothing. `jnl` must live longer.
+// As long as this object lives, caches the blocks that are read from `jnl` and keeps its file open
+// from one use to the next. Does nothing inside another one for the same `jnl`. `jnl` must outlive
+// it.
 class jnl_keep_blocks {
 public:
     explicit jnl_keep_blocks(jnl_file* jnl);
@@ -34,18 +35,18 @@ private:
 // Opens `path`. 0, or -1, logged; after a failure the descriptor that was opened stays set: the
 // caller closes.
 int load_jnl(const char* path);
-// Closes; nothing to do if no journal is open. While blocks are kept, the file stays open for the
-// next load of the same path.
+// Closes the journal, if one is open. While blocks are cached, the file stays open for the next
+// load of the same path.
 void close_jnl();
 
 // The shutdown tag as a signed value (JNL_STATUS_ABNORMAL reads as -1); -1, logged, if no journal
 // is open.
 int32_t journal_status();
 // Stores `tag` and writes all four meta nodes. 0, even if the write failed (counted as a failed
-// write), deliberate; -1 if no journal is open (logged) or the present tag is not a known one.
+// write), deliberate; -1 if no journal is open (logged) or the present tag is unknown.
 int set_journal_status(uint32_t tag);
-// What a shutdown tag means, in words; null for a value that no shutdown leaves.
+// The text for a shutdown tag; null for an unknown value.
 const char* jnl_status_text(uint32_t tag);
-// Commits that verification and replay walk back: twice jnl_sync_count, 2^32 - 1 at most; 128 for
-// a count of 0; 0, logged, if no journal is open.
+// The number of commits that verification and replay walk back: twice jnl_sync_count, 2^32 - 1 at
+// most; 128 for a count of 0; 0, logged, if no journal is open.
 uint32_t journal_sync_count();

@@ -1,5 +1,5 @@
-// Bytes of the journal: its meta nodes and the ring of 512-byte blocks. Includes the format
-// headers of the three kinds whose entries its records carry, and nothing else.
+// Bytes of the journal: its meta nodes and the ring of 512-byte blocks. Includes only the format
+// headers of the three kinds whose entries its records hold.
 #pragma once
 
 #include "fri/fri_format.h"
@@ -247,7 +247,7 @@ static_assert(offsetof(jnl_block, type) == 32);
 static_assert(offsetof(jnl_block, checksum) == 508);
 static_assert(sizeof(jnl_block) == DATA_NODE_SIZE && std::is_trivially_copyable_v<jnl_block>);
 
-// Counted from the block's start, as a dump prints them.
+// Offsets count from the block's start. In the order of the dump.
 inline constexpr field_row JNL_BLOCK_ROWS[] = {
     FIELD_ROW(jnl_block_header, jnl_transid, "jnl_transid      ", number),
     FIELD_ROW(jnl_block_header, jnl_seq_num, "jnl_seq_num      ", number),
@@ -257,7 +257,7 @@ inline constexpr field_row JNL_BLOCK_ROWS[] = {
     FIELD_ROW(jnl_block, type, nullptr, number),
     CHECKSUM_ROW(jnl_block, checksum),
 };
-// Counted from byte JNL_RECORD_OFFSET of the block.
+// Offsets count from byte JNL_RECORD_OFFSET of the block.
 inline constexpr field_row JNL_XCOPY_ROWS[] = {
     FIELD_ROW(ej_block_history_xcopy, dst_uuid, "dst_uuid         ", blank_uuid),
     FIELD_ROW(ej_block_history_xcopy, src_uuid, "src_uuid         ", blank_uuid),

@@ -1,7 +1,7 @@
-// The kinds of blocks, one row each: what a kind is called, its counts and their maxima, its
-// fields, and what checking, replaying and dumping do with one block of it. A new kind is a row
-// here and its functions. Below: jnl_format.h. Above: whatever handles a block by its kind, and the
-// functions in the rows, which are declared beside the operations that they belong to.
+// The kinds of blocks, one row each: the kind's name, its counts and their maxima, its fields, and
+// the functions that check, replay and dump one block of it. A new kind is a row here and its
+// functions. Below: jnl_format.h. Above: code that handles a block by its kind, and the functions
+// in the rows, which are declared in the headers of their operations.
 #pragma once
 
 #include <span>
@@ -12,7 +12,7 @@ struct jnl_check_walk;
 struct jnl_kind;
 struct jnl_replay_block;
 
-constexpr uint32_t JNL_BLOCK_FILE = 0;  // in the table only: any type that no other row has
+constexpr uint32_t JNL_BLOCK_FILE = 0;  // only in the table: any type without a row of its own
 
 struct jnl_count {
     const char* name;  // in messages; null: the kind has no such count
@@ -20,7 +20,7 @@ struct jnl_count {
     unsigned most;     // a block with more is reported
 };
 
-// Where a history block has its extents, in bytes from the block's start. 0: the kind has none.
+// Byte offsets, from the start of a history block, of its extents. 0: the kind has none.
 struct jnl_slots {
     size_t src_lea;  // first lea of the source, u64
     size_t dst_lea;  // first lea of the destination, u64

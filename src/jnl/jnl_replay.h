@@ -9,7 +9,7 @@ struct jnl_seen_keys;
 
 // 0 if the walk ends normally, -1 at the first failure, logged; what was written stays written.
 int jnl_file_type_replay(int32_t type);
-// The same in several passes over one table, with another batch of maps open each time: `applied`
-// keeps, over the passes, which image each lpa got, and only a newer one replaces it. The caller
-// frees it.
+// The same as one of several passes over one table, each with another batch of maps open. `applied`
+// records over all passes which image each lpa got; only a newer one replaces it. The caller frees
+// it.
 int jnl_file_type_replay_pass(int32_t type, jnl_seen_keys* applied);

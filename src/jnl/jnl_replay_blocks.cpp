@@ -10,13 +10,13 @@
 
 static constexpr uint8_t SETS_REPLAY_FLAG = 1;  // in the flags of MOVES and UNMAP
 
-// Whether `uuid` names the file that is replayed into; a type without a file has none.
+// Whether `uuid` names the file that gets the changes; false for a type without a file.
 static bool is_target(const jnl_replay_block* at, const uint8_t* uuid) {
     const uint8_t* target = jnl_target_uuid(at->walk->type);
     return target != nullptr && uuid_equal(uuid, target);
 }
 
-static map_entry emptied_entry(uint8_t flags) {  // what the source of a move is left with
+static map_entry emptied_entry(uint8_t flags) {  // of a moved or unmapped lea
     map_entry marker = {};
     map_entry_set_sync(&marker);
     if ((flags & SETS_REPLAY_FLAG) != 0) {
@@ -37,8 +37,9 @@ static int check_count(const jnl_replay_block* at, unsigned count, unsigned most
     return 0;
 }
 
-// The table entries of `count` extents, each in the pool that its map entry names. An extent of
-// another pool is skipped; so is one that no open map can resolve, counted and logged.
+// Replays the table entries of `count` extents, each in the pool that its map entry names. An
+// extent of another pool is skipped; so is one whose pool cannot be resolved, which is counted and
+// logged.
 static int replay_tbl_slots(const jnl_replay_block* at, const uint8_t* map_uuid,
                             const map_entry* maps, const tbl_entry* images, unsigned count) {
     int result = 0;
@@ -57,12 +58,12 @@ static int replay_tbl_slots(const jnl_replay_block* at, const uint8_t* map_uuid,
     return result;
 }
 
-// The map entries of `count` leas from `first_lea` on; `rank` is that of the first one.
+// Replays the map entries of `count` leas from `first_lea` on; `rank` is that of the first one.
 static int replay_map_slots(const jnl_replay_block* at, uint64_t first_lea, const map_entry* images,
                             unsigned count, uint64_t rank) {
     for (unsigned i = 0; i < count; i++) {
         const uint64_t lea = first_lea + i;
-        if (lea < first_lea) {  // past the last of all leas, which would be the map's first ones
+        if (lea < first_lea) {  // wrapped: it would be one of the map's first leas
             log_err_as(at->name, "Fail to replay MAP, lea %llu\n", ull(lea));
             return -1;
         }
@@ -73,7 +74,7 @@ static int replay_map_slots(const jnl_replay_block* at, uint64_t first_lea, cons
     return 0;
 }
 
-// The same for leas that a move or an unmap leaves empty, JNL_MOVES_MAX at most.
+// The same for leas that a move or an unmap empties, JNL_MOVES_MAX at most.
 static int replay_emptied(const jnl_replay_block* at, uint64_t first_lea, uint8_t flags,
                           unsigned count) {
     map_entry images[JNL_MOVES_MAX];
@@ -100,8 +101,8 @@ int jnl_xcopy_type_replay(const jnl_replay_block* at) {
     return replay_map_slots(at, record.dst_lea, record.map, count, at->rank);
 }
 
-// The mapped count of a move, from the side that lies in the map. A move inside one map carries
-// counts of which neither is the map's own: a newer record must have set it.
+// Replays the mapped count from the side of the move that is in the map. For a move inside one map,
+// neither count is the map's: a newer record must have set it.
 static int replay_moves_count(const jnl_replay_block* at, bool to_target, bool from_target) {
     const ej_block_history_moves& record = at->block->moves;
     if (at->walk->mapped_count_set) {
@@ -116,7 +117,7 @@ static int replay_moves_count(const jnl_replay_block* at, bool to_target, bool f
     return record.dst_count == 0 ? 0 : replay_mapped_count(at, record.dst_mapped_count_new);
 }
 
-// Sources go first: where a move inside one map overlaps itself, the emptied image stays.
+// Sources go first: if a move inside one map overlaps itself, the emptied image is kept.
 int jnl_moves_type_replay(const jnl_replay_block* at) {
     const ej_block_history_moves& record = at->block->moves;
     if (record.src_count > JNL_MOVES_MAX || record.dst_count > JNL_MOVES_MAX) {

@@ -36,7 +36,7 @@ int replay_tbl_item(const jnl_replay_block* at, uint64_t lpa, tbl_entry image, u
 int replay_fri_item(const jnl_replay_block* at, uint64_t group, fri_entry old_image,
                     fri_entry new_image, uint64_t rank) {
     if (fri_entry_replay_link(&new_image, &old_image, group) < 0) {
-        // Logged there. The replay goes on, and the group's list is not what it was.
+        // Logged there. The replay continues, without the group's free list.
         keep_journal(keep_reason::failed_write, "free list of group_num %llu not linked",
                      ull(group));
     }

@@ -51,7 +51,7 @@ static bool grow(jnl_seen_keys* keys) {
     return true;
 }
 
-static int no_room(jnl_seen_keys* keys) {
+static int report_no_room(jnl_seen_keys* keys) {
     if (!keys->full) {
         // The record of this key is not applied.
         log_keep_as("jnl_seen_keys_test_and_add", keep_reason::unread,
@@ -63,7 +63,7 @@ static int no_room(jnl_seen_keys* keys) {
 
 int jnl_seen_keys_test_and_add(jnl_seen_keys* keys, uint64_t key, uint64_t rank) {
     if (keys->slot_count == 0 && !grow(keys)) {
-        return no_room(keys);
+        return report_no_room(keys);
     }
     jnl_key_slot* slot = slot_of(keys->slots, keys->slot_count, key);
     if (slot->rank != JNL_NO_RANK) {
@@ -75,7 +75,7 @@ int jnl_seen_keys_test_and_add(jnl_seen_keys* keys, uint64_t key, uint64_t rank)
     }
     if (!has_room(keys)) {
         if (!grow(keys)) {
-            return no_room(keys);
+            return report_no_room(keys);
         }
         slot = slot_of(keys->slots, keys->slot_count, key);
     }

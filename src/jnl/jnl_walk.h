@@ -1,6 +1,6 @@
-// What verification and replay share: the one walk over committed blocks, newest first, which knows
-// budget, wrap mark and end of history; and the entries of one FILE block that belong to a loaded
-// file, newest first. Below: jnl_commit.h, the three kinds' files.
+// What verification and replay share: the one walk over committed blocks, newest first, which
+// handles budget, wrap mark and end of history; and the visit to the entries of one FILE block that
+// belong to a loaded file, newest first. Below: jnl_commit.h, the three kinds' files.
 #pragma once
 
 #include <functional>
@@ -18,9 +18,9 @@ using jnl_block_visitor = int (*)(void* context, const jnl_block* block, uint64_
                                   uint64_t rank);
 
 // Visits each block of the newest `budget` complete transactions of `jnl`, from the newest one's
-// last block back. `name` is the operation that messages name. Returns 0 at the end of history,
-// ring or budget (or if there is nothing to visit); -1 if the search, a block or the visitor
-// failed, or if damaged transactions lead through more blocks than the ring has, logged.
+// last block back. `name` is the operation named in messages. Returns 0 at the end of history, ring
+// or budget (or if there is nothing to visit); -1 if the search, a block or the visitor failed, or
+// if damaged transactions cover more blocks than the ring has, logged.
 int jnl_walk_commits(const jnl_file* jnl, uint32_t budget, const char* name,
                      jnl_block_visitor visit, void* context);
 
@@ -33,7 +33,7 @@ using jnl_entry_visitor = std::function<int(const jnl_file_entry* entry, uint64_
 // The entries of a FILE block, 0..7; -1 for a count over the maximum, logged for `name`.
 int jnl_entry_count(const char* name, const jnl_block* block);
 // Visits those of the first `entry_count` entries that concern the loaded file of `type`, the last
-// one first; an index is concerned by its entries and by its variable node's. `rank` is that of the
-// last entry. Returns the number of the entry that failed, logged for `name`; -1 if none did.
+// one first; for an index, both its own entries and those of its variable node. `rank` is that of
+// the last entry. Returns the number of the entry that failed, logged for `name`; -1 if none did.
 int jnl_visit_entries(const char* name, int32_t type, const jnl_block* block, int entry_count,
                       uint64_t rank, const jnl_entry_visitor& visit);

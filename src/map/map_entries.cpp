@@ -32,8 +32,8 @@ int tarn_get_mapped_lpa(uint64_t lea, uint64_t* lpa) {
     return map_entry_is_mapped(&entry);
 }
 
-// The entries of the current map by its volume's extent size, when it is a volume's ROD map; else
-// 0. A size that cannot be had gives 0 as well: the caller logs the lea that was refused.
+// The number of entries that the extent size of its volume gives the current map, if it is a
+// volume's ROD map; else 0. Also 0 if the extent size is unknown: the caller logs the refused lea.
 static uint64_t rod_entries() {
     static constexpr char inside[] = "/@EP/EP_ROD";
     const size_t length = strlen(current_map.path);
@@ -53,7 +53,7 @@ static uint64_t rod_entries() {
     return rod_entry_count(shift);
 }
 
-// Whether the map's count, its file's size or, for a ROD map, the volume's extent size reaches
+// Whether the map's count, its file's size or, for a ROD map, the volume's extent size covers
 // `lea`: the ROD map has more entries than its header says, and a sparse file may be shorter than
 // its count.
 static bool file_holds(uint64_t lea) {
@@ -64,7 +64,7 @@ static bool file_holds(uint64_t lea) {
     return data_node_offset(map_node_of(lea)) + DATA_NODE_SIZE <= size || lea < rod_entries();
 }
 
-// Reads the node's checksums once more: the cache does not keep them.
+// Reads the node's checksums again: the cache does not keep them.
 static void note_damaged_node(uint64_t node_num) {
     data_node node{};
     node_mismatch found{};

@@ -4,13 +4,13 @@
 
 #include "map/map_format.h"
 
-// Reads the entry of `lea`; past the end of the file it is unmapped. 0, also from a node whose
-// checksum does not match (logged); negative on failure, logged.
+// Reads the entry of `lea`; past the end of the file it is unmapped. 0, even if the node's checksum
+// does not match (logged); negative on failure, logged.
 int map_entry_read(map_entry* entry, uint64_t lea);
 // 1 mapped, 0 unmapped, -1 on failure, logged. Stores the lpa through `lpa` unless it is null.
 int tarn_get_mapped_lpa(uint64_t lea, uint64_t* lpa);
-// 0, or negative, logged: also for a lea that neither the map's count nor its file reaches, unless
-// the map is a volume's ROD map and has an entry for it by the volume's extent size.
+// 0, or negative, logged. Fails for a lea past both the map's count and its file, unless the map is
+// a volume's ROD map and the volume's extent size gives it that many entries.
 int map_entry_write(const map_entry* entry, uint64_t lea);
 
 // The journal's side. Check: 1 equal, 0 different, -1 unreadable, logged. Replay: 0 or -1, logged;

@@ -131,7 +131,7 @@ int create_map(const char* newpath, const char* oldpath) {
         return -1;
     }
     if (would_empty(__func__, newpath, oldpath)) {
-        log_err("%s and %s are one file\n", newpath, oldpath);
+        log_err("%s and %s are the same file\n", newpath, oldpath);
         close_map();
         return -1;
     }

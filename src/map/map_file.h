@@ -1,6 +1,6 @@
 // A LUN map as a file: the one current map of the process, its header and counts, and a new map
-// made from an old one. Below: header_file.h, node cache. Above: the map's entries and handles,
-// discovery's commands.
+// made from an old one. Below: header_file.h, node cache. Above: the map's entries and handles, the
+// commands.
 #pragma once
 
 #include "map/map_format.h"
@@ -18,7 +18,7 @@ struct map_file {
 };
 extern map_file current_map;
 
-constexpr uint64_t NO_MAP_COUNT = ~uint64_t{0};  // the answer of the counts when no map is open
+constexpr uint64_t NO_MAP_COUNT = ~uint64_t{0};  // what the counts return if no map is open
 
 constexpr const char* MAP_LOAD_FAILED = "Fail to load MAP";  // in messages, before the path
 

@@ -1,6 +1,6 @@
 // Bytes of a LUN map: header, pool table, entries, and where an entry lies in the file.
-// Includes nothing but the common head and the shape of a row: everything that must know the bytes
-// includes this.
+// Includes only the common head and the field rows; everything that knows these bytes includes
+// this.
 #pragma once
 
 #include "metadata.h"
@@ -8,20 +8,20 @@
 
 constexpr int MAP_CONST_NODES = 2;
 constexpr int MAP_VAR_NODES = 3;
-constexpr uint32_t EC_MAX_VOL_NUM = 1024;         // pools a map is meant to name at most
+constexpr uint32_t EC_MAX_VOL_NUM = 1024;         // the most pools that a map should name
 constexpr uint64_t MAP_POOL_TABLE_OFFSET = 8192;  // bytes; one uuid of 16 bytes a pool
 // The pool table may not reach past the first mebibyte, where the entries begin.
 constexpr uint32_t MAP_POOL_TABLE_MAX =
     static_cast<uint32_t>((METADATA_DATA_OFFSET - MAP_POOL_TABLE_OFFSET) / UUID_SIZE);
 
 // Two constant nodes and three variable nodes (from byte 4096 of the file), as they are in memory.
-// Fields marked "shown" are printed and otherwise carried as they are.
+// Fields marked "shown" are printed and otherwise kept unchanged.
 struct [[gnu::packed]] map_header {
     uint32_t checksum0;                  //   0
     uint32_t map_version;                //   4: shown
     uint64_t map_magic_code;             //   8: METADATA_MAGIC_CODE
     uint32_t map_type;                   //  16: FILE_TYPE_MAP
-    uint8_t map_uuid[UUID_SIZE];         //  20: identity of this map; the journal names it so
+    uint8_t map_uuid[UUID_SIZE];         //  20: identity of this map, also in the journal
     uint8_t unused0[28];                 //  36
     uint32_t checksum1;                  //  64
     uint32_t map_attribute;              //  68: shown
@@ -62,7 +62,7 @@ static_assert(offsetof(map_header, map_sync_count) == 260);
 static_assert(offsetof(map_header, map_child_attr) == 268);
 static_assert(sizeof(map_header) == (MAP_CONST_NODES + MAP_VAR_NODES) * META_NODE_SIZE);
 static_assert(std::is_trivially_copyable_v<map_header>);
-// In the order in which they are printed. Of the magic code the low half, deliberate.
+// In the order in which they are printed. The magic code is printed as its low half, deliberate.
 inline constexpr field_row MAP_HEADER_ROWS[] = {
     CHECKSUM_ROW(map_header, checksum0),
     FIELD_ROW(map_header, map_version, "map_version              ", number),
@@ -117,8 +117,8 @@ constexpr void map_entry_set_flag(map_entry* entry) {
     entry->word |= MAP_FLAG_BIT;
 }
 
-// Entries of a ROD map on a volume of extents of 2^shift bytes; the map's header is not asked. The
-// power is formed in 32 bits, and is 0 when bit 5 of its exponent is set.
+// Number of entries of a ROD map on a volume with extents of 2^shift bytes, whatever the map's
+// header says. The power is computed in 32 bits and is 0 if bit 5 of its exponent is set.
 constexpr uint64_t rod_entry_count(uint32_t shift) {
     const uint32_t exponent = 30 - shift;
     const uint32_t power = (exponent & 32) != 0 ? 0 : uint32_t{1} << (exponent & 31);

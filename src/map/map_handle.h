@@ -1,4 +1,4 @@
-// Maps open beside the current one, with their pool tables, for the handle set.
+// Maps open in addition to the current one, with their pool tables, for the handle set.
 // Below: map_file.h, node cache. Above: handle set, pool lookup.
 #pragma once
 
@@ -7,7 +7,7 @@
 // Its owner allocates it zeroed and frees it.
 struct map_handle : handle_prefix {
     map_header header;
-    uint8_t (*pools)[UUID_SIZE];  // map_pool_cnt rows, owned; null when there are none
+    uint8_t (*pools)[UUID_SIZE];  // map_pool_cnt rows, owned; null for 0 rows
     node_cache cache;
 };
 
@@ -16,6 +16,6 @@ struct map_handle : handle_prefix {
 // a failure nothing stays open, but the descriptor field keeps the number.
 int load_map_handle(map_handle* handle, const char* path,
                     file_access access = file_access::read_write);
-// The same of a file that is open already; closes it on failure.
+// The same for an open file; closes it on failure.
 int take_map_handle(map_handle* handle, const opened_file* file);
 int close_map_handle(map_handle* handle);  // syncs and closes; -1 for null, logged

@@ -91,7 +91,7 @@ static char* trimmed(char* text) {
 }
 
 // Parses one line into the configuration. Returns null, or what is wrong with it.
-static const char* take_line(char* line) {
+static const char* parse_line(char* line) {
     char* text = trimmed(line);
     if (text[0] == '\0' || text[0] == '#') {
         return nullptr;
@@ -118,8 +118,8 @@ static const char* take_line(char* line) {
     return nullptr;
 }
 
-// Reads one line, without its end. False at the end of the file. *wrong: null, or what keeps it
-// from being a line.
+// Reads one line, without its end. Returns false at the end of the file. *wrong: null, or why the
+// line is invalid.
 static bool read_line(FILE* file, char* line, const char** wrong) {
     *wrong = nullptr;
     int c = getc(file);
@@ -138,12 +138,12 @@ static bool read_line(FILE* file, char* line, const char** wrong) {
     return true;
 }
 
-static bool take_file(FILE* file, const char* path) {
+static bool parse_file(FILE* file, const char* path) {
     char line[LINE_SIZE];
     const char* wrong = nullptr;
     for (int number = 1; read_line(file, line, &wrong); number++) {
         if (wrong == nullptr) {
-            wrong = take_line(line);
+            wrong = parse_line(line);
         }
         if (wrong != nullptr) {
             platform_report("%s line %d: %s\n", path, number, wrong);
@@ -158,7 +158,7 @@ static bool take_file(FILE* file, const char* path) {
 }
 
 // The file names programs that root runs. Returns null, or why root must not trust it.
-static const char* distrusted(FILE* file) {
+static const char* trust_problem(FILE* file) {
     if (geteuid() != 0) {
         return nullptr;
     }
@@ -174,13 +174,13 @@ static const char* distrusted(FILE* file) {
 }
 
 // Reads all of an open file. Returns false, reported, if it cannot be used.
-static bool take_trusted_file(FILE* file, const char* path) {
-    const char* reason = distrusted(file);
+static bool parse_trusted_file(FILE* file, const char* path) {
+    const char* reason = trust_problem(file);
     if (reason != nullptr) {
         platform_report("%s line 0: refused: %s\n", path, reason);
         return false;
     }
-    return take_file(file, path);
+    return parse_file(file, path);
 }
 
 static bool read_config() {
@@ -193,7 +193,7 @@ static bool read_config() {
         return false;
     }
     if (file != nullptr) {
-        const bool good = take_trusted_file(file, path);
+        const bool good = parse_trusted_file(file, path);
         (void)fclose(file);
         if (!good) {
             return false;

@@ -1,6 +1,6 @@
-// What the platform knows of the iSCSI service: where its journal is, and the extent size of a
-// volume: configured for all, or as its extent table's header says. A configuration that
-// contradicts the table is refused.
+// Settings of the iSCSI service: the directory of its journal, and the extent size of a volume,
+// which is configured for all volumes or read from the header of the volume's table. A
+// configuration that contradicts the table is refused.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -33,7 +33,7 @@ static int table_path(char* path, size_t size, const char* root) {
     return length < 0 || static_cast<size_t>(length) >= size ? -1 : 0;
 }
 
-// The extent size, in bytes, that the table at `path` says. Returns false if it cannot be read.
+// Reads the extent size, in bytes, from the table at `path`. Returns false if it cannot be read.
 static bool read_extent_size(const char* path, uint32_t* size) {
     const int fd =
         open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // a pipe has no writer to wait for
@@ -49,8 +49,8 @@ static bool read_extent_size(const char* path, uint32_t* size) {
     return whole;
 }
 
-// The shift that the table of the volume at `root` says. 0 when it cannot be read, or says no power
-// of two in range.
+// The extent shift of the table of the volume at `root`. 0 if its extent size cannot be read or is
+// not a power of two in range.
 static uint32_t shift_of_table(const char* root) {
     char path[PATH_TEXT_SIZE];
     uint32_t size = 0;

@@ -10,7 +10,8 @@
 #include "platform/programs.h"
 
 // A stream of OLIBCPopen, and its program. A caller may close it with pclose() or fclose(), which
-// end the stream and do not wait for the program: its pipe shows whether it is still open.
+// do not wait for the program: the pipe behind the descriptor shows whether the stream is still
+// open.
 struct open_stream {
     FILE* stream;  // null: the row is free
     pid_t pid;
@@ -59,7 +60,7 @@ static FILE* start_with_stream(char* const argv[]) {
     if (stream == nullptr) {
         close(ends[0]);
         if (pid > 0) {
-            (void)program_wait(pid);  // its output is gone, so is the use of its status
+            (void)program_wait(pid);  // without its output, its status is useless
         }
         return nullptr;
     }
@@ -67,7 +68,7 @@ static FILE* start_with_stream(char* const argv[]) {
     return stream;
 }
 
-// The argument list, `program` first. False when there are too many.
+// Fills the argument list, `program` first. Returns false if there are too many.
 static bool take_arguments(char** argv, const char* program, va_list rest) {
     int count = 0;
     const char* next = program;

@@ -15,7 +15,7 @@ static sigset_t mask_now() {
 static const sigset_t callers_mask = mask_now();
 
 // The program gets the signals as this process got them, not what it ignores or blocks itself.
-// `apart`: in a process group of its own, which Ctrl-C on the terminal does not reach.
+// `apart`: in a separate process group, which Ctrl-C on the terminal does not reach.
 static void set_signals(posix_spawnattr_t* attributes, bool apart) {
     sigset_t ignored_here;
     sigemptyset(&ignored_here);
@@ -28,8 +28,8 @@ static void set_signals(posix_spawnattr_t* attributes, bool apart) {
         attributes, static_cast<short>(POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | group));
 }
 
-// Standard output goes to `out_fd` unless that is -1; every descriptor above the three
-// standard ones is closed. False without memory.
+// Standard output goes to `out_fd` unless that is -1; every descriptor above the three standard
+// ones is closed. Returns false without memory.
 static bool set_descriptors(posix_spawn_file_actions_t* actions, int out_fd) {
     return (out_fd < 0 || posix_spawn_file_actions_adddup2(actions, out_fd, STDOUT_FILENO) == 0) &&
            posix_spawn_file_actions_addclosefrom_np(actions, STDERR_FILENO + 1) == 0;

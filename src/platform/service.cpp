@@ -60,7 +60,7 @@ int OLIBServicePauseByReason(const char* service, const char* reason) {
         return 0;
     }
     if (!systemd_runs() || !systemctl("is-active", "--quiet", service)) {
-        return 0;  // nothing runs that would have to stop
+        return 0;  // it is not running: nothing to stop
     }
     if (!systemctl("stop", nullptr, service)) {
         return -1;
@@ -69,7 +69,7 @@ int OLIBServicePauseByReason(const char* service, const char* reason) {
     return 0;
 }
 
-static int start_again(const platform_config* config, const char* service, const char* reason) {
+static int restart_service(const platform_config* config, const char* service, const char* reason) {
     if (config->service_resume.given) {
         return run_configured(config->service_resume.value, service, reason);
     }
@@ -87,7 +87,7 @@ int OLIBServiceResumeByReason(const char* service, const char* reason) {
     if (stopped == NOTHING) {
         return 0;
     }
-    if (start_again(config, service, reason) != 0) {
+    if (restart_service(config, service, reason) != 0) {
         return -1;  // still stopped: the call may be repeated
     }
     stopped = NOTHING;

@@ -1,4 +1,4 @@
-// CRC-32C (Castagnoli): the checksum of every node and block. State-free.
+// CRC-32C (Castagnoli): the checksum of every node and block. Stateless.
 #pragma once
 
 #include <cstddef>
@@ -10,11 +10,11 @@
 void tarn_crc32c(const void* buf, uint32_t len, uint32_t* out);
 
 // The checksums of `count` consecutive 512-byte blocks, each with its last four bytes (where it
-// keeps its checksum) taken as zero. What whole-file procedures call: several blocks are in flight
-// at once where the processor has an instruction for it.
+// keeps its checksum) taken as zero. For whole-file procedures: several blocks are summed at once
+// if the processor has an instruction for it.
 void tarn_crc32c_blocks(const void* blocks, size_t count, uint32_t* checksums);
 
-// The implementations of the two, chosen once at start. All give the same results.
+// One implementation of both, chosen once at start. All give the same results.
 struct crc32c_routines {
     const char* name;
     uint32_t (*bytes)(const void* buf, size_t len);

@@ -1,6 +1,6 @@
 // CRC-32C by the processor's own instruction: x86 with SSE4.2, 64-bit Arm with the CRC extension.
 // The instruction's result is ready three cycles after its start and one can start every cycle, so
-// whole blocks are summed four abreast.
+// whole blocks are summed four at a time.
 #include <cstring>
 
 #include "store/crc32c.h"
@@ -50,7 +50,7 @@ static bool processor_has_it() {
 static constexpr size_t BLOCK_SIZE = 512;
 static constexpr size_t WORD = sizeof(uint64_t);
 static constexpr size_t LAST_WORD = BLOCK_SIZE - WORD;
-static constexpr uint64_t WITHOUT_CHECKSUM = 0xFFFFFFFF;  // of the last word: its low four bytes
+static constexpr uint64_t WITHOUT_CHECKSUM = 0xFFFFFFFF;  // keeps the low half of the last word
 
 static uint64_t word_at(const uint8_t* bytes) {
     uint64_t word = 0;
@@ -70,32 +70,32 @@ WITH_CRC static uint32_t processor_bytes(const void* buf, size_t len) {
     return ~static_cast<uint32_t>(rest);
 }
 
-template <size_t ABREAST>
-WITH_CRC static inline void sum_abreast(const uint8_t* blocks, uint32_t* checksums) {
-    uint64_t rest[ABREAST];
-    for (size_t lane = 0; lane < ABREAST; lane++) {
+template <size_t LANES>
+WITH_CRC static inline void sum_lanes(const uint8_t* blocks, uint32_t* checksums) {
+    uint64_t rest[LANES];
+    for (size_t lane = 0; lane < LANES; lane++) {
         rest[lane] = 0xFFFFFFFF;
     }
     for (size_t at = 0; at < LAST_WORD; at += WORD) {
-        for (size_t lane = 0; lane < ABREAST; lane++) {
+        for (size_t lane = 0; lane < LANES; lane++) {
             rest[lane] = add_word(rest[lane], word_at(blocks + lane * BLOCK_SIZE + at));
         }
     }
-    for (size_t lane = 0; lane < ABREAST; lane++) {
+    for (size_t lane = 0; lane < LANES; lane++) {
         const uint64_t last = word_at(blocks + lane * BLOCK_SIZE + LAST_WORD) & WITHOUT_CHECKSUM;
         checksums[lane] = ~static_cast<uint32_t>(add_word(rest[lane], last));
     }
 }
 
 WITH_CRC static void processor_blocks(const void* blocks, size_t count, uint32_t* checksums) {
-    constexpr size_t ABREAST = 4;
+    constexpr size_t LANES = 4;
     const auto* block = static_cast<const uint8_t*>(blocks);
-    for (; count >= ABREAST; count -= ABREAST, checksums += ABREAST) {
-        sum_abreast<ABREAST>(block, checksums);
-        block += ABREAST * BLOCK_SIZE;
+    for (; count >= LANES; count -= LANES, checksums += LANES) {
+        sum_lanes<LANES>(block, checksums);
+        block += LANES * BLOCK_SIZE;
     }
     for (; count > 0; count--, checksums++, block += BLOCK_SIZE) {
-        sum_abreast<1>(block, checksums);
+        sum_lanes<1>(block, checksums);
     }
 }
 

@@ -13,12 +13,11 @@ static_assert(offsetof(data_node, checksum) == 508);
 static_assert(sizeof(data_node) == DATA_NODE_SIZE && std::is_trivially_copyable_v<data_node>);
 
 constexpr uint64_t DATA_NODE_BASE = METADATA_DATA_OFFSET / DATA_NODE_SIZE;
-// Nodes whose bytes an offset of 63 bits still reaches.
+// The first node number past what an offset of 63 bits can reach.
 constexpr uint64_t DATA_NODE_NUM_END = (uint64_t{1} << 63) / DATA_NODE_SIZE - DATA_NODE_BASE;
 
-// Byte of node `node_num` in its file. For a node that no file reaches it is 2^63, which every
-// transfer refuses, even if an offset inside the node is added: nothing wraps to a byte that
-// exists.
+// Byte offset of node `node_num` in its file. From DATA_NODE_NUM_END on it is 2^63, which every
+// transfer refuses, even with an offset inside the node added: nothing wraps to a valid offset.
 constexpr uint64_t data_node_offset(uint64_t node_num) {
     return node_num < DATA_NODE_NUM_END ? (node_num + DATA_NODE_BASE) * DATA_NODE_SIZE
                                         : uint64_t{1} << 63;
@@ -31,10 +30,10 @@ void data_node_seal(data_node* node);
 int tarn_write_data_node(int fd, data_node* node, uint64_t node_num);
 
 // Reads data node `node_num` into `node`, which the caller has cleared: a read at the end of the
-// file fills less of it and is no error. A stored checksum of 0 means that the node carries none,
-// so sparse space reads as an empty node. Returns 0 valid or unchecked; 1 checksum mismatch,
-// logged, payload kept as read; negative when the read fails or stops short before the end of the
-// file, logged. Leaves the checksum field 0.
+// file fills less of it and is no error. A stored checksum of 0 means that the node has none, so
+// sparse space reads as an empty node. Returns 0 valid or unchecked; 1 checksum mismatch, logged,
+// payload kept as read; negative when the read fails or stops short before the end of the file,
+// logged. Leaves the checksum field 0.
 int tarn_read_data_node(int fd, data_node* node, uint64_t node_num);
 
 // Reads `len` payload bytes at `at` in node `node_num`: a single entry of table or index. The
@@ -45,13 +44,13 @@ int read_data_bytes(int fd, uint64_t node_num, size_t at, void* bytes, size_t le
 
 enum class patch_result { done, read_failed, write_failed };
 
-// A node whose stored checksum, not 0, was not that of its bytes.
+// Whether the stored checksum of a node, if it has one, differs from that of its bytes.
 struct node_mismatch {
     bool found;
     uint32_t stored;
     uint32_t computed;
 };
-// Of `node` as it was read; its checksum field stays.
+// Checks `node` as it was read; its checksum field is not changed.
 node_mismatch mismatch_of(const data_node* node);
 
 // Replaces `len` payload bytes at `at` in node `node_num` and writes the node with a fresh

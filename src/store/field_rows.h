@@ -15,8 +15,8 @@ enum class field_format {
     bare_hex,       // "%08x"
     uuid,           // 8-4-4-4-12, zero-filled
     blank_uuid,     // the same, filled with blanks
-    words,          // a number that the dump prints in words of its own
-    image,          // bytes that the dump prints in its own way
+    words,          // a number that the dump prints as text
+    image,          // bytes that the dump formats itself
 };
 
 struct field_row {
@@ -36,8 +36,8 @@ constexpr field_row images_of(const char* name, size_t offset, size_t width, siz
     return {name, nullptr, field_format::image, offset, width, size / width};
 }
 
-// The rows of one member of `record`: of a field, of a node's or block's checksum, whatever number
-// its name ends in, and of an array of images.
+// The row of one member of `record`: a field; the checksum of a node or block, which is named
+// "checksum" in every row; an array of images.
 #define FIELD_ROW(record, member, label, format) \
     field_of(#member, label, field_format::format, offsetof(record, member), sizeof(record::member))
 #define CHECKSUM_ROW(record, member)                                              \
@@ -46,7 +46,7 @@ constexpr field_row images_of(const char* name, size_t offset, size_t width, siz
 #define IMAGES_ROW(record, member) \
     images_of(#member, offsetof(record, member), sizeof(record::member[0]), sizeof(record::member))
 
-// Prints one field of format `words` or `image`; `bytes` are the field's own.
+// Prints one field of format `words` or `image`; `bytes` points to the field.
 using field_printer = void (*)(const field_row* row, const uint8_t* bytes);
 
 // Prints one line for each row that has a label, "TARN_INFO: <label><value>", on standard output,

@@ -28,8 +28,8 @@ int open_with_header(const char* caller, const header_kind& kind, const char* pa
 }
 
 int read_file_uuid(const char* path, uint8_t* uuid) {
-    // The nodes of an index. A table has none at the place of the variable node, which reads as
-    // empty there; a map and a data file have what they need in these.
+    // The nodes of an index serve for every kind: where an index has its variable node, a table is
+    // empty; a map and a data file have their uuid in the same constant node.
     constexpr header_kind any = {"fri", 2, 1};
     constexpr const char* name = "extract_fri_uuid";
     if (log_missing_as(name, path == nullptr, "name") ||
@@ -41,7 +41,7 @@ int read_file_uuid(const char* path, uint8_t* uuid) {
     if (file.get() == 0) {
         return -1;  // logged there
     }
-    (void)meta_hdr_d2m(nodes);  // deliberate: a wrong magic code is logged, the uuid taken
+    (void)meta_hdr_d2m(nodes);  // deliberate: a wrong magic code is logged, the uuid is used
     memcpy(uuid, nodes[0].uuid, UUID_SIZE);
     return 0;
 }
@@ -69,7 +69,7 @@ int save_header_file(const char* caller, const header_kind& kind, int fd, void* 
     return tarn_save_meta_nodes(fd, header, kind.const_nodes, kind.var_nodes);
 }
 
-// Takes over the nodes that were read from `path`.
+// Copies the nodes that were read from `path` into the handle and `header`.
 static void keep_header(const header_kind& kind, handle_prefix* handle, void* header,
                         const uint8_t* nodes, const char* path) {
     (void)meta_hdr_d2m(nodes);  // deliberate: a wrong magic code is logged, the handle loads

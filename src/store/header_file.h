@@ -1,13 +1,13 @@
-// The header of a metadata file, and what the files and handles of all kinds do alike: open, read
-// the header, hold it, save it, close. Below: file.h, descriptor.h, meta_node.h, data_node.h.
-// Above: uuid.h, the files of table, index, map and data, the handle set.
+// The header of a metadata file, and what the files and handles of all kinds share: open, read the
+// header, keep it, save it, close. Below: file.h, descriptor.h, meta_node.h, data_node.h. Above:
+// uuid.h, the files of table, index, map and data, the handle set.
 #pragma once
 
 #include "store/data_node.h"
 #include "store/file.h"
 #include "store/meta_node.h"
 
-// One kind of metadata file, as far as its header goes.
+// A kind of metadata file: how its header is named and laid out.
 struct header_kind {
     const char* word;  // as log lines name it: "tbl"
     int const_nodes;
@@ -15,12 +15,12 @@ struct header_kind {
 };
 constexpr size_t HEADER_SIZE_MAX = 5 * META_NODE_SIZE;  // bytes of the largest header: a map's
 
-// Opens `path` and returns the descriptor, the caller's. 0 on failure: logged by open_file, and
-// under the name `caller` with the kind's word.
+// Opens `path` and returns the descriptor, which the caller owns. 0 on failure: logged by
+// open_file, and under the name `caller` with the kind's word.
 int open_kind(const char* caller, const header_kind& kind, const char* path, file_access access);
 
-// Opens `path` and reads its header into `header`. Returns the descriptor, the caller's; 0 when
-// either fails, logged, and nothing stays open.
+// Opens `path` and reads its header into `header`. Returns the descriptor, which the caller owns; 0
+// if either fails, logged, and nothing stays open.
 int open_with_header(const char* caller, const header_kind& kind, const char* path, void* header,
                      file_access access = file_access::read_write);
 
@@ -34,30 +34,30 @@ enum class magic_rule { required, only_logged };
 // a failure the descriptor that was opened stays in `*fd`: the caller closes it.
 int load_header_file(const char* caller, const header_kind& kind, magic_rule rule, const char* path,
                      int* fd, void* header);
-// Saves the header with fresh checksums, which also go into `header`. 0; -1, logged, also for
+// Saves the header with fresh checksums, which also go into `header`. 0; -1, logged, which includes
 // descriptor 0.
 int save_header_file(const char* caller, const header_kind& kind, int fd, void* header);
 
-// What the handles of table, index and map begin with, so that the handle set can link, name and
-// compare them. The kind's handle derives from it and holds the header.
+// The common beginning of the handles of table, index and map, by which the handle set links, names
+// and compares them. The kind's handle derives from it and holds the header.
 struct handle_prefix {
     int fd;                     // 0: closed
     char path[PATH_TEXT_SIZE];  // as it was opened, cut to fit
-    handle_prefix* next;        // the handle set's: the next one in its list, or null
-    uint8_t uuid[UUID_SIZE];    // of the header; nothing changes a handle's header
+    handle_prefix* next;        // the next one in the handle set's list, or null
+    uint8_t uuid[UUID_SIZE];    // of the header, which never changes in a handle
 };
 
-// What the handles of table and index have beside their header.
+// What the handles of table and index have in addition to their header.
 struct pool_handle : handle_prefix {
     uint8_t* buffer;    // of new[], released on close; usually null
     data_node node;     // documented with the handle; unused
     uint64_t node_num;  // the same
 };
 
-// A file that was opened to see its kind, and the beginning of it.
+// A file that was opened to find out its kind, and its first bytes.
 struct opened_file {
     int fd;
-    const char* path;  // the caller's
+    const char* path;  // owned by the caller
     meta_header header;
 };
 
@@ -67,7 +67,7 @@ struct opened_file {
 // Opens `name` as a handle. After a failure the handle is closed and its buffer released.
 int load_handle(const char* caller, const header_kind& kind, pool_handle* handle, void* header,
                 const char* name, file_access access);
-// Makes a handle of a file that is open already; closes the file on failure.
+// Turns an open file into a handle; closes the file on failure.
 int take_handle(const header_kind& kind, pool_handle* handle, void* header,
                 const opened_file* file);
 // Fills header, path and uuid of a handle; descriptor and file stay as they are.

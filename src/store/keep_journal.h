@@ -1,6 +1,6 @@
-// The reasons to keep the journal: what failed in this run, or cannot be trusted, so that the
-// journal may still be needed. Recorded and logged where it is found; checked by start-up replay
-// before it deletes the journal, by the rebuilds, and by main.
+// The reasons to keep the journal: failures and damage after which it may still be needed. Recorded
+// and logged where they are found; checked by start-up replay before it deletes the journal, by the
+// rebuilds, and by main.
 // Below: log.h. Above: everything that reads or writes metadata.
 #pragma once
 
@@ -9,9 +9,9 @@
 #include "store/log.h"
 
 enum class keep_reason {
-    failed_write,  // a write or sync of metadata failed or was short, or was refused before it
-    unread,        // something could not be read or asked for: I/O error, no memory
-    damage,        // damage was found, and what replaced it may hide it
+    failed_write,  // a write or sync of metadata failed, was short or was not attempted
+    unread,        // something could not be read or checked: I/O error, no memory
+    damage,        // damage was found and was overwritten, which may hide it
 };
 
 // Records a reason. Its text, without a line end, is kept for the first reason of the run. The
@@ -31,11 +31,11 @@ enum class keep_reason {
         keep_journal(kind, message __VA_OPT__(, ) __VA_ARGS__); \
     } while (0)
 
-// What was recorded so far: how many, and the text of the first, "" without any.
+// What was recorded so far: the number of reasons, and the text of the first, "" if there is none.
 struct keep_reasons {
     uint64_t count;
     const char* first;
 };
 keep_reasons keep_journal_reasons();
-keep_reasons keep_journal_failures();  // of them, those that are not damage
-void keep_journal_forget();            // tests only: each is a process of its own
+keep_reasons keep_journal_failures();  // only those that are not damage
+void keep_journal_forget();            // tests only: forgets everything

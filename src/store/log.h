@@ -1,17 +1,16 @@
-// The system log. Every failure is logged once, where it is found; nothing of it reaches standard
-// output. Lines are sent at LOG_ERR; the log is never opened first.
+// The system log. Every failure is logged once, where it is found, and never on standard output.
+// Lines are sent at LOG_ERR, without openlog(3).
 #pragma once
 
 #include <cstddef>
 
-// Copies `text` to `out` as a log line may carry it: byte for byte, but a control byte as \x and
-// two hexadecimal digits, so that no name found on disk ends a line or reaches a terminal. Cut to
-// fit.
+// Copies `text` to `out` (`size` bytes, cut to fit) and writes each control byte as \x and two
+// hexadecimal digits, so that a name found on disk can neither end a line nor control a terminal.
 void log_escape(const char* text, char* out, size_t size);
 
-// Receives each line in place of the system log, as the log would carry it: names in front, control
-// bytes escaped, the message's own line end included. Null: the system log. The line is valid
-// during the call only.
+// Receives each line instead of the system log, in its final form: names in front, control bytes
+// escaped, the message's line end included. Null: lines go to the system log. The line is valid
+// only during the call.
 using log_line_sink = void (*)(const char* line);
 extern log_line_sink log_sink;
 
@@ -25,12 +24,12 @@ extern log_line_sink log_sink;
 // The same under another name: for names that the language reserves.
 #define log_err_as(name, message, ...) \
     tarn_log("ERR: %s(%d) " message, name, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
-// True when `missing`, logged: an argument of that name is null, or a descriptor 0.
+// True if `missing`, and then logged: the argument of that name is null, or is descriptor 0.
 #define log_missing(missing, argument) log_missing_as(__func__, missing, argument)
 #define log_missing_as(name, missing, argument) \
     ((missing) && log_missing_argument(name, __LINE__, argument))
 bool log_missing_argument(const char* name, int line, const char* argument);
-// "<function>(<line>) " and the message: for what is logged but is no failure of the function.
+// "<function>(<line>) " and the message: for a line that does not report a failure.
 #define log_note_as(name, message, ...) \
     tarn_log("%s(%d) " message, name, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 // "tarn:<line>" and the message: the service messages.

@@ -64,7 +64,7 @@ static int judge_node(meta_node* node, int got) {
             log_err_as(name, "tarn_read_meta_node(%d) checksum error (checksum corrupted) !\n", -1);
             return -1;
     }
-    return -1;  // every state has returned
+    return -1;  // not reached: every state has returned
 }
 
 int tarn_read_meta_node(int fd, meta_node* node, uint32_t k) {

@@ -12,15 +12,15 @@ struct [[gnu::packed]] meta_node {
 static_assert(sizeof(meta_node) == META_NODE_SIZE && std::is_trivially_copyable_v<meta_node>);
 
 constexpr uint64_t meta_node_offset(uint32_t node_index) {      // bytes
-    return static_cast<uint32_t>(node_index * META_NODE_SIZE);  // formed in 32 bits
+    return static_cast<uint32_t>(node_index * META_NODE_SIZE);  // computed in 32 bits
 }
 
-// What a node is, by its bytes as they were read.
+// The state of a node, from its bytes as they were read.
 enum class node_state {
-    right,     // its checksum is that of its bytes
-    wrong,     // its checksum is not
-    unsummed,  // it has bytes and no checksum
-    empty,     // all zero: it was never written
+    right,     // its checksum matches its bytes
+    wrong,     // its checksum does not match
+    unsummed,  // not empty, but without a checksum
+    empty,     // all zero: never written
 };
 node_state meta_node_state(const meta_node* node);
 
@@ -41,14 +41,15 @@ int tarn_read_meta_node(int fd, meta_node* node, uint32_t k);
 int tarn_read_const_meta_node(int fd, meta_node* node, uint32_t i);
 int tarn_read_var_meta_node(int fd, meta_node* node, uint32_t j);
 
-// The first bytes of a file, which hold the header of every kind, read with one transfer.
+// The first bytes of a file, enough for the header of any kind, read with one transfer.
 constexpr size_t META_HEADER_NODES = META_VAR_NODE_BASE + 3;
 struct meta_header {
-    size_t got;  // bytes that could be read; past the end of the file they are zero
+    size_t got;  // bytes that could be read; the others are zero
     uint8_t bytes[META_HEADER_NODES * META_NODE_SIZE];
 };
 void meta_header_read(int fd, meta_header* header);
-// As tarn_read_meta_node and tarn_load_meta_nodes, from what was read: k below META_HEADER_NODES.
+// Like tarn_read_meta_node and tarn_load_meta_nodes, but from bytes already read. `k` is below
+// META_HEADER_NODES.
 int meta_header_node(const meta_header* header, meta_node* node, uint32_t k);
 int meta_header_load(const meta_header* header, void* nodes, int const_nodes, int var_nodes);
 
@@ -60,5 +61,5 @@ int tarn_load_meta_nodes(int fd, void* nodes, int const_nodes, int var_nodes);
 
 // Disk to memory: checks the magic code of a header. 0, or -1, logged. Nothing is converted.
 int meta_hdr_d2m(const void* header);
-// Memory to disk: where a big-endian host would swap the fields.
+// Memory to disk: does nothing; a big-endian host would swap the fields here.
 void meta_hdr_m2d(void* header);

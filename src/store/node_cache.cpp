@@ -25,7 +25,7 @@ int tarn_cache_node_read(node_cache* cache, int fd, void* dst, uint64_t node_num
         return loaded;
     }
     memcpy(dst, cache->buffer.payload + offset, len);
-    return 0;  // deliberate: a mismatch was logged and the entry is given as it is stored
+    return 0;  // deliberate: a mismatch was logged, and the entry is returned as stored
 }
 
 int tarn_cache_node_write(node_cache* cache, int fd, const void* src, uint64_t node_num,

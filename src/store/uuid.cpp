@@ -42,7 +42,7 @@ int uuid_gen(uint8_t* out, int n) {
         return -1;
     }
     const bool read = fgets(line, sizeof line, text) != nullptr;
-    (void)pclose(text);  // deliberate: not the platform's own close call
+    (void)pclose(text);  // deliberate: not OLIBCPclose
     if (!read) {
         log_err("fail to get string from '/usr/bin/uuidgen'\n");
         return -1;

@@ -1,11 +1,11 @@
-// Entries of the extent table, one at a time: each read is one 2-byte read, each write rewrites
-// the entry's 512-byte block with a fresh checksum, on its way to the disk before the call returns.
-// Below: tbl_file.h, data_node.h. Above: free lists, the journal, the index's entries.
+// Entries of the extent table, one at a time: a read transfers 2 bytes; a write rewrites the
+// entry's 512-byte block with a fresh checksum before the call returns. Below: tbl_file.h,
+// data_node.h. Above: free lists, the journal, the index's entries.
 #pragma once
 
 #include "tbl/tbl_file.h"
 
-// Reads the entry of `lpa` in the current table; the block's checksum is not looked at.
+// Reads the entry of `lpa` in the current table; the block's checksum is not checked.
 // Returns the bytes read (2; 0 past the end of the file, entry 0); negative on a read error,
 // logged. With no table open: logged, 0, entry untouched, deliberate.
 int tbl_entry_read(tbl_entry* entry, uint64_t lpa);
@@ -13,7 +13,7 @@ int tbl_entry_read(tbl_entry* entry, uint64_t lpa);
 int tbl_handle_entry_read(tbl_handle* handle, tbl_entry* entry, uint64_t lpa);
 
 // Writes the entry of `lpa` in the current table. Always 0, deliberate: a failure is logged, and
-// counted as a failed write. An lpa that no table holds is such a failure.
+// counted as a failed write. An lpa past the end of any table is such a failure.
 int tbl_entry_write(const tbl_entry* entry, uint64_t lpa);
 
 // The journal's side. Check: 1 equal, 0 different, -1 unreadable, logged. Replay: 0 or -1; a block

@@ -13,7 +13,7 @@ static constexpr header_kind TBL_KIND = {"tbl", TBL_CONST_NODES, TBL_VAR_NODES};
 tbl_file current_tbl;
 
 int load_tbl(const char* path) {
-    close_tbl();  // one that is still open would be lost, its writes unsynced
+    close_tbl();  // an open one would be lost, its writes unsynced
     return load_header_file(__func__, TBL_KIND, magic_rule::required, path, &current_tbl.fd,
                             &current_tbl.header);
 }
@@ -27,8 +27,8 @@ int save_tbl() {
     return save_header_file(__func__, TBL_KIND, current_tbl.fd, &current_tbl.header);
 }
 
-// Gives up the current table: nothing in it needs to reach the disk. The number is cleared, since
-// after the close it may name any other file, which a later close_tbl must not touch.
+// Closes the current table without a sync: nothing in it needs to reach the disk. The descriptor is
+// cleared, since a later close_tbl must not close another file that got its number.
 static void drop_tbl() {
     io_close(current_tbl.fd);
     current_tbl.fd = 0;
@@ -59,7 +59,7 @@ static int create_from(const char* newpath, const char* oldpath, bool keeps_uuid
     const tbl_header old = current_tbl.header;
     close_tbl();
     if (would_empty("create_tbl", newpath, oldpath)) {
-        log_err_as("create_tbl", "%s would be emptied to create itself\n", newpath);
+        log_err_as("create_tbl", "%s cannot be created from itself\n", newpath);
         return -1;
     }
     current_tbl.fd = create_file(newpath, TBL_FILE_SIZE);

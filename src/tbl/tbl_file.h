@@ -1,19 +1,19 @@
 // The extent table as a file: header, creation, loading, saving, closing; the one current table of
-// the process, and handles for tables that are open beside it.
+// the process, and handles for other open tables.
 // Below: header_file.h, uuid.h. Above: the table's entries.
 #pragma once
 
 #include "store/header_file.h"
 #include "tbl/tbl_format.h"
 
-// The current table. fd 0: none is open. The header reaches the disk by save_tbl only.
+// The current table. fd 0: none is open. Only save_tbl writes the header.
 struct tbl_file {
     int fd;
     tbl_header header;
 };
 extern tbl_file current_tbl;
 
-// A table open beside the current one. Its owner allocates it zeroed and frees it.
+// A table open in addition to the current one. Its owner allocates it zeroed and frees it.
 struct tbl_handle : pool_handle {
     tbl_header header;
 };
@@ -29,7 +29,7 @@ int load_tbl(const char* path);
 void close_tbl();
 // Writes the current header with fresh checksums.
 int save_tbl();
-// Creates `newpath` with the extent size and, where it can be read, the uuid of the table at
+// Creates `newpath` with the extent size and, if it can be read, the uuid of the table at
 // `oldpath`, and makes it the current table. The header is only in memory until save_tbl. After a
 // failure no table is open. A file is never created from itself.
 int create_tbl(const char* newpath, const char* oldpath);
@@ -41,7 +41,7 @@ int recreate_tbl(const char* newpath, const char* oldpath);
 int load_tbl_handle(tbl_handle* handle, const char* name,
                     file_access access = file_access::read_write);
 int close_tbl_handle(tbl_handle* handle);
-// Makes a handle of a file that is open already; closes it on failure.
+// Turns an open file into a handle; closes it on failure.
 int take_tbl_handle(tbl_handle* handle, const opened_file* file);
 
 int dump_tbl_meta();  // prints the current header

@@ -1,6 +1,6 @@
 // Bytes of the extent table: header, entries, groups, and where an entry lies in the file.
-// Includes nothing but the common head and the shape of a row: everything that must know the bytes
-// includes this.
+// Includes only the common head and the field rows; everything that knows these bytes includes
+// this.
 #pragma once
 
 #include "metadata.h"
@@ -85,8 +85,8 @@ constexpr bool tbl_entry_is_used(const tbl_entry* entry) {
 constexpr bool tbl_entry_is_tail(const tbl_entry* entry) {
     return (entry->word & TBL_TAIL_BIT) != 0;
 }
-// What a comparison of tables holds against an entry: nothing of a free one, used bit and
-// references of a used one. Without a branch, since it is asked of whole tables.
+// The bits that a comparison of tables looks at: none of a free entry, used bit and reference count
+// of a used one. No branch: it runs for every entry of a table.
 constexpr unsigned tbl_word_meaning(uint16_t word) {
     const unsigned used = 0u - (word >> 15);  // all ones or none
     return word & used & (TBL_USED_BIT | TBL_COUNT_MASK);

@@ -7,7 +7,7 @@
 #include "tbl/tbl_entries.h"
 #include "tbl/tbl_group_image.h"
 
-// A free entry of the group, and where it lies; the one before it is held until its next is known.
+// A free entry of the group and its lpa. The previous one is kept until its successor is known.
 struct free_entry {
     tbl_entry entry;
     uint64_t lpa;
@@ -21,7 +21,7 @@ static int write_link(free_entry* from, uint32_t next, bool is_tail) {
         tbl_entry_clear_tail(&from->entry);
     }
     const uint64_t failed_before = keep_journal_failures().count;
-    (void)tbl_entry_write(&from->entry, from->lpa);  // always 0: the list of failures says more
+    (void)tbl_entry_write(&from->entry, from->lpa);  // always 0: the failure count is compared
     if (keep_journal_failures().count != failed_before) {
         log_err_as("link_free_tbl_entry_in_group", "Fail to link tbl list, group_num %llu\n",
                    ull(tbl_group_of(from->lpa)));
@@ -103,7 +103,7 @@ int link_free_tbl_entry_in_group(uint64_t group, uint16_t* head) {
 void tbl_note_damage_before_link(uint64_t group) {
     tbl_group_image image;
     if (!tbl_group_load(current_tbl.fd, &image, group)) {
-        return;  // the relink finds the same and logs it
+        return;  // the relink fails in the same way and logs it
     }
     tbl_group_mark_free(&image);
     for (uint32_t i = 0; i < image.block_count; i++) {
@@ -114,11 +114,11 @@ void tbl_note_damage_before_link(uint64_t group) {
     }
 }
 
-// A walk along one free list: where it began, where it stands, and what it has counted.
+// A walk along one free list: its start, its position and its count so far.
 struct list_walk {
     uint64_t group;
     uint64_t start;   // offset in the group
-    uint64_t offset;  // likewise
+    uint64_t offset;  // of the current entry
     uint16_t count;
     uint16_t expected;
 };

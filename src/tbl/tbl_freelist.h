@@ -6,7 +6,7 @@
 #include <cstdint>
 
 // Links the free entries of `group` in ascending order, the last one flagged as tail. *head becomes
-// the first one's offset, and stays as it is when the group has none. Returns the number of free
+// the first one's offset, and is unchanged if the group has none. Returns the number of free
 // entries (0..4096); -1 at the first entry that cannot be read or written, and for a group past the
 // table, logged.
 int link_free_tbl_entry_in_group(uint64_t group, uint16_t* head);
@@ -24,11 +24,11 @@ struct linked_groups {
 };
 constexpr size_t LINKED_GROUPS_MAX = 500000;  // remembered at the most: 8 MiB
 
-// Before such a relink by the journal's replay: logs and records each block that the relink will
-// rewrite although its checksum does not match. Changes nothing.
+// Called by journal replay before such a relink: logs and records each block with a checksum
+// mismatch that the relink will rewrite. Changes nothing.
 void tbl_note_damage_before_link(uint64_t group);
 
-// Walks the free list of `group` from `offset` (0..4095), printing where it starts and whether its
-// length is `expected`. Visits 4097 entries at most. 0 when it matches, -1 otherwise, logged; an
-// entry that cannot be read is a reason to keep the journal as well.
+// Walks the free list of `group` from `offset` (0..4095), and prints where it starts and whether
+// its length is `expected`. Visits 4097 entries at most. 0 when it matches, -1 otherwise, logged;
+// an entry that cannot be read is a reason to keep the journal as well.
 int tbl_check_group_free_count(uint64_t group, uint64_t offset, uint16_t expected);

@@ -25,7 +25,7 @@ int show_tbl_lpa(uint64_t lpa) {
     return 0;
 }
 
-// Numbers of a command line are not bounded: none may wrap to an entry that exists.
+// Numbers from the command line are not bounded: they must not wrap to an existing entry.
 static bool lpa_exists(uint64_t group, uint64_t offset) {
     constexpr uint64_t GROUP_END = uint64_t{1} << (64 - TBL_GROUP_SHIFT);
     return group < GROUP_END && offset <= UINT64_MAX - (group << TBL_GROUP_SHIFT);
@@ -39,7 +39,7 @@ int show_tbl_group_offset(uint64_t group, uint64_t offset) {
     return show_tbl_lpa(tbl_lpa_of(group, offset));
 }
 
-// What is known of an offset after all entries of its group were read; 0: nothing links to it.
+// What the entries of a group say about an offset; 0: free, and nothing links to it.
 enum offset_mark : uint8_t { MARK_USED = 1, MARK_LINKED = 2 };
 
 static int mark_offsets(const tbl_group_reader* entries, uint64_t group, uint8_t* marks) {

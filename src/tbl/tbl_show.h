@@ -7,8 +7,8 @@ void show_tbl_entry(const tbl_entry* entry);  // a null entry is logged
 // Show one entry of the current table. 0, or -1 when it cannot be read, logged.
 int show_tbl_lpa(uint64_t lpa);
 int show_tbl_group_offset(uint64_t group, uint64_t offset);
-// Lists the free list of a group in its order, its head only when `first_only`, each entry shown
-// when `show_entries`. The head is the one offset that nothing links to; a list that begins at
-// offset 0 is therefore told as none, deliberate. 0; -1 for several heads, a list without a tail
+// Prints the free list of a group in order: only its head if `first_only`, each entry as well if
+// `show_entries`. The head is the one offset that nothing links to; a list that begins at offset 0
+// is therefore reported as no list, deliberate. 0; -1 for several heads, a list without a tail
 // or an unreadable entry.
 int list_tbl_group_freelist(uint64_t group, bool show_entries, bool first_only);

@@ -8,9 +8,10 @@
 
 // All return 0, or -1, logged, and close the files.
 
-// The head group's free list; the journal has to load as well, deliberate. Scans the options.
+// Checks the head group's free list; the journal must load as well, deliberate. Scans the options.
 int check_metadata_consistent(volume_paths* paths, option_scan* options);
-// The same for the live files of every volume that has all three. Leaves the last volume tried.
+// The same for the live files of every volume that has all three. `paths` ends with the last volume
+// that was tried.
 int check_all_vol_metadata_consistent(volume_paths* paths, option_scan* options);
 int check_freelist_consistent(const volume_paths* paths);           // every listed group
 int fix_fri_tbl_metadata_to_consistent(const volume_paths* paths);  // fix_fri_group_head

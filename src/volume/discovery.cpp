@@ -26,7 +26,7 @@ int add_path_entry(const char* path, path_entry* list, uint32_t type) {
     }
     snprintf(entry->name, sizeof entry->name, "%s", path);
     if (strlen(path) >= sizeof entry->name) {
-        // The file of the whole path gets nothing of what was meant for it.
+        // The file with the whole path is skipped.
         log_keep(keep_reason::unread, "path %s is cut to %s\n", path, entry->name);
     }
     entry->type = type;
@@ -62,7 +62,7 @@ int enum_all_volumes(path_entry* list) {
     return result;
 }
 
-static constexpr const char* LISTING = "enum_all_vaai_luns";  // whose lines these are
+static constexpr const char* LISTING = "enum_all_vaai_luns";  // its steps log under its name
 
 // The listing under way.
 struct lun_listing {
@@ -93,9 +93,9 @@ static bool has_parent_component(const char* path) {
     return false;
 }
 
-// Whether `path`, a name below the volume, leads to nothing outside it, through any links. One that
-// leads nowhere is accepted: its load fails, and logs it.
-static bool stays_in_volume(const lun_listing* listing, const char* path) {
+// Whether `path`, a name below the volume, resolves to a file inside it. A dangling link is
+// accepted: its load fails, and logs it.
+static bool is_inside_volume(const lun_listing* listing, const char* path) {
     char real[PATH_MAX];
     if (io_real_path(path, real) == nullptr) {
         const int error = errno;
@@ -113,13 +113,13 @@ static bool stays_in_volume(const lun_listing* listing, const char* path) {
     return true;
 }
 
-// Appends a file of the volume. 0, or -1, logged. What is tested is the name that the list keeps:
-// a longer path is cut there.
+// Appends a file of the volume. 0, or -1, logged. The name in the list is tested, since a longer
+// path is cut there.
 static int add_map(const lun_listing* listing, const char* path, uint32_t type) {
     if (add_path_entry(path, listing->list, type) != 0) {
         return -1;
     }
-    return stays_in_volume(listing, listing->list->prev->name) ? 0 : -1;
+    return is_inside_volume(listing, listing->list->prev->name) ? 0 : -1;
 }
 
 // Removes the line end. Returns false, logged, if the line did not fit its buffer or is not a name
@@ -135,7 +135,7 @@ static bool is_listed_name(char* line, size_t size, const char* directory) {
     }
     if (strncmp(line, directory, strlen(directory)) != 0 ||
         has_parent_component(line + strlen(directory) - 1)) {
-        log_err_as(LISTING, "'/usr/bin/find %s' gave the line %s, no name below it\n", directory,
+        log_err_as(LISTING, "'/usr/bin/find %s' printed %s, which is not below it\n", directory,
                    line);
         return false;
     }
@@ -175,7 +175,7 @@ static int end_find(FILE* stream, const char* directory, int added) {
     return added;
 }
 
-// A map file of the volume itself: noted on standard output, appended when it is there.
+// A map file of the volume itself: reported on standard output, and appended if it exists.
 static int add_volume_map(const lun_listing* listing, const char* title, const char* path,
                           uint32_t type) {
     const path_kind kind = kind_of_path(LISTING, path);
@@ -199,7 +199,7 @@ static int add_volume_maps(const lun_listing* listing) {
     return add_volume_map(listing, "ROD", listing->paths->rod_map, MAP_KIND_ROD);
 }
 
-// After the last search, with its stream still open, come the volume's own maps.
+// The volume's own maps are added after the last search, while its stream is still open.
 static int add_found_luns(const lun_listing* listing, const lun_search* search) {
     char directory[PATH_TEXT_SIZE];
     const char* root = listing->paths->root;

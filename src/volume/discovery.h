@@ -9,9 +9,9 @@
 
 constexpr size_t PATH_ENTRY_NAME_SIZE = 128;
 
-// A circular, doubly linked list: its head and its elements alike. The head's name is unused.
+// The head or an element of a circular, doubly linked list. The head's name is unused.
 struct path_entry {
-    path_entry* next;  // the two links come first: the system's queue calls want them there
+    path_entry* next;  // the two links come first, as insque(3) needs them
     path_entry* prev;
     uint32_t type;                    // map_kind_code; 0 in lists of volumes
     char name[PATH_ENTRY_NAME_SIZE];  // cut to 127 characters
@@ -32,13 +32,13 @@ struct path_list {
     path_entry head = {};
 };
 
-// Appends the root of every volume that carries LUN metadata. 0, or -1, logged. A null list: the
-// tests run, nothing is appended.
+// Appends the root of every volume that has LUN metadata. 0, or -1, logged. With a null list, the
+// volumes are tested and nothing is appended.
 int enum_all_volumes(path_entry* list);
 // Appends every map file of the volume: LUNs, trash, snapshots, then the unmap buffer (type 1) and
-// the ROD map (type 2). 0; -1, logged, also for a name that is not below the directory searched,
-// for a file whose real path lies outside the volume's, and when the system does not say whether
-// the buffer or the ROD map is there: no map may be changed outside the volume, and none left out.
+// the ROD map (type 2). 0; -1, logged. It also fails for a name that is not below the searched
+// directory, for a file whose real path is outside the volume, and if it is unknown whether the
+// buffer or the ROD map exists: no map outside the volume may be changed, and no map of it missed.
 int enum_all_vaai_luns(const volume_paths* paths, path_entry* list);
 
 enum class first_map {
@@ -46,11 +46,12 @@ enum class first_map {
     found,
     unknown,  // a directory cannot be read, or is too deep: logged, a reason to keep the journal
 };
-// Whether the volume at `root` has a map at all: prints nothing, starts no program and ends at the
+// Whether the volume at `root` has any map. Prints nothing, starts no program and stops at the
 // first map, whose path goes to `path`, cut to `size`.
 first_map find_first_map(const char* root, char* path, size_t size);
 
-// Runs `step` on each entry, up to the first that does not give 0, and returns what that gave.
+// Runs `step` on each entry until one does not return 0. Returns the last result, 0 for an empty
+// list.
 template <class Step>
 int for_each_entry(const path_entry* list, Step step) {
     int result = 0;
@@ -63,7 +64,7 @@ int for_each_entry(const path_entry* list, Step step) {
 // Lists the volumes. 0, or -1, logged there and for `caller`.
 int list_volumes(const char* caller, path_list* volumes);
 
-// Runs `step` on the root of every volume that carries LUN metadata, as for_each_entry does.
+// Runs `step` on the root of every volume that has LUN metadata, as for_each_entry does.
 template <class Step>
 int for_each_volume(const char* caller, Step step) {
     path_list volumes;

@@ -73,7 +73,7 @@ static int punch_extent(const dat_files* files, const char* root, uint64_t lpa) 
     uint32_t size = 0;
     uint32_t shift = 0;
     if (ORBAiSCSIVAAIExtentSizeAndShiftGet(root, &size, &shift) < 0 || shift > EXTENT_SHIFT_MAX ||
-        size != uint32_t{1} << shift) {  // another size would reach into the neighbours
+        size != uint32_t{1} << shift) {  // another size would punch into a neighbouring extent
         log_err("cannot get a valid extent size for %s\n", root);
         return -1;
     }
@@ -93,7 +93,7 @@ static int punch_extent(const dat_files* files, const char* root, uint64_t lpa) 
 }
 
 static int punch_range(const dat_files* files, const char* root, lpa_range range) {
-    uint64_t punched = 0;  // and planned: the first failure ends the walk
+    uint64_t punched = 0;  // also the number planned: the first failure ends the walk
     for (uint64_t lpa = range.start; lpa < range.end; lpa++) {
         tbl_entry entry{};
         if (tbl_entry_read(&entry, lpa) < 0) {

@@ -57,7 +57,7 @@ static int replay_file(const char* caller, metadata_kind kind,
     });
 }
 
-// One pass, which nothing follows.
+// A single pass.
 static int replay_file_once(const char* caller, metadata_kind kind,
                             std::initializer_list<metadata_kind> loads, volume_paths* paths,
                             option_scan* options) {

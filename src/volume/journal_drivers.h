@@ -8,8 +8,8 @@
 
 struct jnl_seen_keys;
 
-// The replays scan the options first, so that the paths may change under them. 0, or -1, logged;
-// every file is closed.
+// The replays scan the options first, which may change `paths`. 0, or -1, logged; every file is
+// closed.
 int check_fri_journal(const volume_paths* paths);
 int check_tbl_journal(const volume_paths* paths);
 int check_map_journal(const volume_paths* paths);

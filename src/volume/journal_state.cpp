@@ -26,7 +26,7 @@ int tarn_get_journal_status(const volume_paths* paths, uint32_t* status) {
     });
 }
 
-// 1 read-only, 0 writable, -1 unknown; logged under the name that operators know: the caller's.
+// 1 read-only, 0 writable, -1 unknown; logged under the caller's name, which operators know.
 static int is_read_only(const char* volume) {
     static constexpr const char* name = "is_read_only_volume_exist";
     ORBAMountVolInfo info = {};

@@ -1,5 +1,5 @@
-// The journal's status word as a whole: reading and setting it, and the guard that marks the
-// journal when a volume cannot be written. Below: metadata_files.h, discovery.h.
+// The journal's status word: reading and setting it, and the guard that marks the journal if a
+// volume cannot be written. Below: metadata_files.h, discovery.h.
 #pragma once
 
 #include <cstdint>

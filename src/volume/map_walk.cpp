@@ -20,7 +20,7 @@ int get_extent_shift(const char* root, uint32_t* shift) {
 
 static int usable_count(uint64_t count) {
     if (count == NO_MAP_COUNT) {
-        log_err("no map, or a map whose count is all ones\n");
+        log_err("no map is open, or its count is all ones\n");
         return -1;
     }
     return 0;

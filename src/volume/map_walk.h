@@ -1,4 +1,4 @@
-// What the check and the import of a map share: how many entries a scan looks at, and its progress
+// What the check and the import of a map share: the number of entries to scan, and the progress
 // lines. Below: map_file.h, the platform. Above: map_check.h, import.h.
 #pragma once
 
@@ -12,16 +12,16 @@ int get_extent_shift(const char* root, uint32_t* shift);
 int map_scan_total(uint64_t* total);
 int map_scan_mapped(uint64_t* mapped);
 
-// The lines "Processing mapping <p>/100" of a scan of `total` units, p counting from 0: a unit n
-// prints the next one when n * 100 / total has reached it, one line at most. Nothing overflows.
+// Prints the lines "Processing mapping <p>/100" of a scan of `total` units, p from 0: unit n prints
+// the next line, one at most, if n * 100 / total has reached its p. Nothing overflows.
 struct scan_progress {
-    uint64_t total;  // not 0 where units are passed
+    uint64_t total;  // 0 only for a scan without units
     uint64_t next;   // p
     uint64_t due;    // first unit that prints it
 };
 constexpr scan_progress scan_progress_of(uint64_t total) {
     return {total, 0, 0};
 }
-// The scan comes to the units `from` to `to` - 1.
+// The scan has reached the units `from` to `to` - 1.
 void scan_progress_pass(scan_progress* progress, uint64_t from, uint64_t to);
 void scan_progress_end(const scan_progress* progress);  // prints the line with the p reached

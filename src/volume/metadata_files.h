@@ -1,6 +1,6 @@
-// Opening the metadata files that a step needs: one row a kind, one opener that closes on every way
-// out. Below: the files of the four kinds, volume_paths.h. Above: every procedure and command that
-// works on a file that is there.
+// Opening the metadata files that a step needs: one row per kind, and one opener that closes them
+// in every case. Below: the files of the four kinds, volume_paths.h. Above: every procedure and
+// command that works on existing files.
 #pragma once
 
 #include <cstdint>

@@ -23,7 +23,7 @@ static bool is_absent(const char* path) {
            (errno == ENOENT || errno == ENOTDIR || errno == ENAMETOOLONG);
 }
 
-// Finishes the swap that this run began, or one that was cut.
+// Finishes the swap that this run began, or an interrupted one.
 static int finish_swap(const table_swap* swap, const char* root) {
     if (table_swap_finish(swap) != 0) {
         return -1;  // logged; FIX_DIR holds the only finished files and stays
@@ -104,7 +104,7 @@ static int check_maps(volume_paths* paths, int32_t repair) {
     path_list maps;
     const int result = enum_all_vaai_luns(paths, &maps.head);
     if (result != 0) {
-        log_err_as(CHECK, "Fail to enum all volumes\n");  // deliberate words
+        log_err_as(CHECK, "Fail to enum all volumes\n");  // deliberate text
         return result;
     }
     return for_each_entry(
@@ -113,7 +113,7 @@ static int check_maps(volume_paths* paths, int32_t repair) {
 
 static int check_free_lists(const volume_paths* paths) {
     return with_files(CHECK, paths, {KIND_FRI, KIND_TBL}, [&] {
-        (void)check_loaded_freelists(CHECK, paths);  // deliberate: fails nothing
+        (void)check_loaded_freelists(CHECK, paths);  // deliberate: not a failure
         return 0;
     });
 }
@@ -124,7 +124,7 @@ static int check_volume(volume_paths* paths, option_scan* options, const char* r
     }
     set_volume_root(paths, root);
     (void)get_jnl_root_path(paths);            // deliberate: the replay reports what is missing
-    (void)replay_vol_journal(paths, options);  // deliberate: checked all the same
+    (void)replay_vol_journal(paths, options);  // deliberate: the volume is checked anyway
     set_volume_root(paths, root);              // the options may have named another one
     (void)set_table_paths(paths, EP_DIR);      // logged; the load of an empty path fails
     if (check_table(paths, options->repair) != 0 || check_maps(paths, options->repair) != 0 ||

@@ -41,8 +41,8 @@ static bool is_absent(int error) {
     return error == ENOENT || error == ENOTDIR || error == ENAMETOOLONG;
 }
 
-// EBADF: over a network, a lock may need a descriptor that can write; a directory has none.
-static bool knows_no_locks(int error) {
+// EBADF: a network file system may need a writable descriptor, and a directory cannot have one.
+static bool has_no_locks(int error) {
     return error == ENOLCK || error == ENOSYS || error == EOPNOTSUPP || error == EINVAL ||
            error == EBADF;
 }
@@ -56,8 +56,8 @@ static int take_lock(int fd, const char* directory) {
         log_err_as("run_lock", "%s is in use by another run of tarn\n", directory);
         return -1;
     }
-    if (knows_no_locks(error)) {
-        log_err_as("run_lock", "%s cannot be locked, going on without: %s\n", directory,
+    if (has_no_locks(error)) {
+        log_err_as("run_lock", "%s cannot be locked, continuing without: %s\n", directory,
                    strerror(error));
         return 0;
     }
@@ -95,7 +95,7 @@ int run_lock_add(run_lock* lock, const char* directory, int* fd) {
 int run_lock_all_volumes(run_lock* lock) {
     ORBASpaceInfo* spaces = nullptr;
     if (ORBASpaceInfoEnum(1, &spaces) < 0) {
-        return 0;  // the command finds the same and logs it
+        return 0;  // the command fails in the same way and logs it
     }
     int result = 0;
     for (const ORBASpaceInfo* space = spaces; space != nullptr && result == 0;
@@ -108,7 +108,7 @@ int run_lock_all_volumes(run_lock* lock) {
     return result;
 }
 
-// Cuts `path` after the component that names its volume. False: it lies in none.
+// Cuts `path` after the component that names its volume. Returns false if it is in no volume.
 static bool cut_to_volume(char* path) {
     const int number = ORBAVolIDParse(path);
     if (number <= 0) {

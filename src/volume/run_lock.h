@@ -1,6 +1,6 @@
 // One writing run at a time: a command that writes into a volume holds an advisory lock on the
 // volume's root directory, one that works with the journal also on the journal's directory. No file
-// is made, and the system gives the locks back when the process ends.
+// is created, and the system releases the locks when the process ends.
 // Below: descriptor.h, the platform's list of volumes. Above: the commands, start-up replay.
 #pragma once
 
@@ -13,7 +13,7 @@ struct run_lock_dir {
     io_file_id id;
 };
 
-// The directories that are held, each once. Zero at start; run_lock_release at the end.
+// The locked directories, each once. Zero at start; run_lock_release at the end.
 struct run_lock {
     run_lock_dir* dirs;
     uint32_t count;
@@ -21,10 +21,10 @@ struct run_lock {
 };
 
 // Each adds directories to the lock. Returns 0 even if a directory does not exist (the command
-// reports what it misses) or the file system has no locks (logged); -1 when another run holds one
-// of them, or it cannot be locked for another reason, logged: nothing may be written then.
+// reports that) or the file system has no locks (logged); -1, logged, if another run holds one of
+// them, or it cannot be locked for another reason: nothing may be written then.
 
-// Stores the open descriptor through `fd` (0: there is no such directory), unless that is null.
+// Stores the open descriptor through `fd`, unless `fd` is null (0: there is no such directory).
 int run_lock_add(run_lock* lock, const char* directory, int* fd);
 // The volumes that carry LUN metadata, of all that the platform lists.
 int run_lock_all_volumes(run_lock* lock);
@@ -35,7 +35,7 @@ int run_lock_journal(run_lock* lock, const char* path, int* fd);
 
 void run_lock_release(run_lock* lock);
 
-// Gives back what it holds at the end of its scope.
+// Releases its locks at the end of its scope.
 struct run_lock_scope {
     run_lock_scope() = default;
     run_lock_scope(const run_lock_scope&) = delete;

@@ -1,8 +1,8 @@
 // The steps of start-up replay:
 //  1. the options and the journal's path; without a journal file there is nothing to do
 //  2. locks on the journal's directory and on every volume, against a second run
-//  3. the status: a clean shutdown is only checked (5, 7), an unclean one goes on, others end here
-//  4. every volume that is expected is there, with a table and an index of one age
+//  3. the status: after a clean shutdown only 5 and 7, after an unclean one all; others end here
+//  4. every volume that is expected is there, with a table and an index that match
 //  5. the guard: no volume is mounted read-only
 //  6. the replay into every volume
 //  7. the check of every volume
@@ -27,10 +27,10 @@
 
 static constexpr const char* NAME = "vaai_startup_replay";  // its steps log under its name
 
-// What one run holds.
+// The state of one run.
 struct startup_run {
     const char* journal;
-    int listed;  // what the listing of volumes answered; negative: it failed
+    int listed;  // result of the listing of volumes; negative: it failed
     ORBASpaceInfo* spaces;
     path_list volumes;  // those of them that carry LUN metadata
     run_lock lock;      // the first `volume_count` directories are these volumes
@@ -45,7 +45,7 @@ static int mark_journal_bad(const volume_paths* paths) {
     return -1;
 }
 
-static int hold_volume(startup_run* run, const char* root) {
+static int lock_volume(startup_run* run, const char* root) {
     if (!may_be_vaai_volume(root)) {
         return 0;
     }
@@ -54,18 +54,18 @@ static int hold_volume(startup_run* run, const char* root) {
                : -1;
 }
 
-// Volumes that cannot be listed are the guard's to report.
-static int hold_everything(startup_run* run) {
+// If the volumes cannot be listed, the guard reports it.
+static int lock_everything(startup_run* run) {
     int result = 0;
     run->listed = ORBASpaceInfoEnum(1, &run->spaces);
     for (const ORBASpaceInfo* at = run->spaces; at != nullptr && result == 0; at = at->next) {
-        result = hold_volume(run, at->mount_path);
+        result = lock_volume(run, at->mount_path);
     }
     run->volume_count = run->lock.count;
     return result == 0 ? run_lock_journal(&run->lock, run->journal, &run->journal_dir) : -1;
 }
 
-// 1: it holds nothing, 0: it does; -1, logged: it cannot be read.
+// 1 if it is empty, 0 if not; -1, logged, if it cannot be read.
 static int is_empty_directory(const char* path) {
     DIR* directory = io_open_directory(path);
     const char* name = ".";
@@ -82,8 +82,8 @@ static int is_empty_directory(const char* path) {
     return !read ? -1 : name == nullptr ? 1 : 0;
 }
 
-// Whether a volume that a configuration names is there: not absent, and not an empty mount point.
-static bool is_there(const char* root) {
+// Whether a volume that the configuration names exists and is not an empty mount point.
+static bool volume_is_present(const char* root) {
     struct stat64 status = {};
     if (io_stat(root, &status) != 0) {
         if (errno == ENOENT || errno == ENOTDIR) {
@@ -100,8 +100,8 @@ static bool is_there(const char* root) {
     return empty == 0;
 }
 
-// A repair that was cut between table and index is finished first: a replay into both would be
-// wrong.
+// A repair that was interrupted between table and index must be finished first: a replay into both
+// would be wrong.
 static bool all_are_pairs(const startup_run* run) {
     for (const path_entry* at = run->volumes.head.next; at != &run->volumes.head; at = at->next) {
         if (table_swap_expect_pair(at->name) != 0) {
@@ -120,15 +120,15 @@ static bool all_volumes_there(const startup_run* run) {
         return !none;
     }
     for (const ORBASpaceInfo* at = run->spaces; at != nullptr; at = at->next) {
-        if (!is_there(at->mount_path)) {
+        if (!volume_is_present(at->mount_path)) {
             return false;
         }
     }
     return true;
 }
 
-// Replay and check skip a volume without table and index: its maps did not get what the journal
-// has for them.
+// Replay and check skip a volume without table and index: its maps did not get their changes from
+// the journal.
 static void look_for_maps_without_tables(const startup_run* run) {
     volume_paths paths = {};
     for (const path_entry* at = run->volumes.head.next; at != &run->volumes.head; at = at->next) {
@@ -140,13 +140,13 @@ static void look_for_maps_without_tables(const startup_run* run) {
         char map[PATH_TEXT_SIZE];
         if (find_first_map(at->name, map, sizeof map) == first_map::found) {
             log_keep_as(NAME, keep_reason::unread,
-                        "%s has the map %s and neither table nor index\n", at->name, map);
+                        "%s has the map %s but neither table nor index\n", at->name, map);
         }
     }
 }
 
-// Everything written to the volumes, by this process or one that died before it, is on the disk
-// before the journal goes.
+// Syncs everything that was written to the volumes, by this process or one that died before it,
+// before the journal is removed.
 static void sync_volumes(const startup_run* run) {
     for (uint32_t i = 0; i < run->volume_count; i++) {
         if (io_sync_file_system(run->lock.dirs[i].fd) != 0) {
@@ -251,7 +251,7 @@ int vaai_startup_replay(volume_paths* paths, option_scan* options) {
     }
     startup_run run = {};
     run.journal = paths->journal;
-    const int result = hold_everything(&run) == 0 ? act_on_status(&run, paths, options) : -1;
+    const int result = lock_everything(&run) == 0 ? act_on_status(&run, paths, options) : -1;
     run_lock_release(&run.lock);
     ORBASpaceInfoFree(run.spaces);
     return result;

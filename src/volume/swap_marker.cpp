@@ -48,7 +48,7 @@ int swap_failed(const char* step, const char* path) {
     return -1;
 }
 
-int swap_look_at(const char* path, name_status* name) {
+int swap_stat(const char* path, name_status* name) {
     *name = {};
     if (io_lstat(path, &name->status) == 0) {
         name->there = true;
@@ -58,7 +58,7 @@ int swap_look_at(const char* path, name_status* name) {
     return absent ? 0 : swap_failed("get the status of", path);
 }
 
-bool swap_are_one(const name_status* one, const name_status* other) {
+bool swap_same_file(const name_status* one, const name_status* other) {
     return one->there && other->there && one->status.st_dev == other->status.st_dev &&
            one->status.st_ino == other->status.st_ino;
 }
@@ -78,7 +78,7 @@ static bool read_mark(const char* path, uint64_t* size, metadata_head* head) {
 
 bool swap_describe(const char* name, const char* path, char* line) {
     name_status file;
-    if (swap_look_at(path, &file) != 0) {
+    if (swap_stat(path, &file) != 0) {
         return false;
     }
     uint64_t size = 0;
@@ -130,20 +130,20 @@ static bool is_complete(const char* text) {
     return strcmp(last, wanted) == 0;
 }
 
-bool swap_waits(const name_status* rebuilt, const name_status* live) {
-    return rebuilt->there && !swap_are_one(rebuilt, live);
+bool swap_is_pending(const name_status* rebuilt, const name_status* live) {
+    return rebuilt->there && !swap_same_file(rebuilt, live);
 }
 
-// Whether neither file was swapped in and somebody has written to a live one since.
+// `outdated` if neither file was swapped in and a live one was written since.
 static swap_found marker_or_outdated(const table_swap* swap) {
     bool written = false;
     for (const swap_file& file : swap->files) {
         name_status rebuilt;
         name_status live;
-        if (swap_look_at(file.rebuilt, &rebuilt) != 0 || swap_look_at(file.live, &live) != 0) {
+        if (swap_stat(file.rebuilt, &rebuilt) != 0 || swap_stat(file.live, &live) != 0) {
             return swap_found::unknown;
         }
-        if (!swap_waits(&rebuilt, &live)) {
+        if (!swap_is_pending(&rebuilt, &live)) {
             return swap_found::marker;
         }
         char line[SWAP_LINE_SIZE];
@@ -155,10 +155,10 @@ static swap_found marker_or_outdated(const table_swap* swap) {
 
 swap_found table_swap_find(table_swap* swap) {
     name_status dir;
-    if (swap_look_at(swap->work_dir, &dir) != 0) {
+    if (swap_stat(swap->work_dir, &dir) != 0) {
         return swap_found::unknown;
     }
-    if (!dir.there || !S_ISDIR(dir.status.st_mode)) {  // a link is never entered
+    if (!dir.there || !S_ISDIR(dir.status.st_mode)) {  // a link is not followed
         return swap_found::nothing;
     }
     const int fd = io_open(swap->marker, O_RDONLY | O_NOFOLLOW | O_NONBLOCK, 0);
@@ -179,11 +179,11 @@ static bool is_pair(const table_swap* swap) {
     for (const swap_file& file : swap->files) {
         name_status rebuilt;
         name_status live;
-        if (swap_look_at(file.rebuilt, &rebuilt) != 0 || swap_look_at(file.live, &live) != 0 ||
+        if (swap_stat(file.rebuilt, &rebuilt) != 0 || swap_stat(file.live, &live) != 0 ||
             !live.there) {
             return false;
         }
-        waiting += swap_waits(&rebuilt, &live) ? 1 : 0;
+        waiting += swap_is_pending(&rebuilt, &live) ? 1 : 0;
     }
     return waiting != 1;
 }
@@ -198,7 +198,7 @@ int table_swap_expect_pair(const char* root) {
         return found == swap_found::unknown ? -1 : 0;
     }
     log_err_as(SWAP_LOG_NAME,
-               "%s: table and index are of two ages until --onekeyrepair is run again\n", root);
+               "%s: table and index do not match until --onekeyrepair is run again\n", root);
     return -1;
 }
 
@@ -209,7 +209,7 @@ int table_swap_expect_none(const char* root) {
     }
     const swap_found found = table_swap_find(&swap);
     if (found == swap_found::marker) {
-        log_err_as(SWAP_LOG_NAME, "%s belongs to a repair that was cut: run --onekeyrepair again\n",
+        log_err_as(SWAP_LOG_NAME, "%s belongs to an interrupted repair: run --onekeyrepair again\n",
                    swap.work_dir);
     }
     return found == swap_found::marker || found == swap_found::unknown ? -1 : 0;
@@ -225,8 +225,7 @@ static int form_text(table_swap* swap) {
     for (const swap_file& file : swap->files) {
         char line[SWAP_LINE_SIZE];
         name_status live;
-        if (!swap_describe(file.live_name, file.live, line) ||
-            swap_look_at(file.live, &live) != 0) {
+        if (!swap_describe(file.live_name, file.live, line) || swap_stat(file.live, &live) != 0) {
             return -1;
         }
         append(swap, line);

@@ -1,5 +1,5 @@
-// The marker of a swap: a file in the work directory that says that a swap has begun and which
-// files belong to it, so that a later run can finish one that was cut anywhere. Below:
+// The marker of a swap: a file in the work directory that records that a swap has begun and which
+// files belong to it, so that a later run can finish it, wherever it was interrupted. Below:
 // descriptor.h, work_dir.h. Above: table_swap.h, one_key.h, volume_journal.h, startup_replay.h, the
 // commands.
 #pragma once
@@ -34,44 +34,45 @@ struct table_swap {
 int table_swap_form(table_swap* swap, const char* root);
 
 enum class swap_found { nothing, marker, outdated, unknown };
-// Looks for the marker of a swap that was cut. One that is not complete was never acted on and
-// counts as nothing. `outdated`: neither file was swapped in, and a live one was written since, so
-// the rebuilt ones miss something. `unknown`, logged: it cannot be read whether there is one.
+// Looks for the marker of an interrupted swap. An incomplete marker was never acted on and counts
+// as nothing. `outdated`: neither file was swapped in, and a live one was written since, so the
+// rebuilt ones lack changes. `unknown`, logged: the marker or a file cannot be examined.
 swap_found table_swap_find(table_swap* swap);
 
-// Whether the live table and index of the volume `root` are of one age: they are not where a swap
-// was cut between the two. 0; -1, logged.
+// 0 if the live table and index of the volume `root` belong together. -1, logged, if a swap was
+// interrupted between the two, or if that is unknown.
 int table_swap_expect_pair(const char* root);
 
-// Whether the work directory of the volume `root` may be removed: not while it holds the files of a
-// swap that was cut. 0; -1, logged.
+// 0 if the work directory of the volume `root` may be removed. -1, logged, if it holds the files of
+// an interrupted swap, or if that is unknown.
 int table_swap_expect_none(const char* root);
 
-// Writes the marker for the files that are there now, and puts it on the disk. 0; -1, logged.
+// Writes and syncs the marker for the files as they are now. 0; -1, logged.
 int table_swap_begin(table_swap* swap);
 
-// Removes the marker, and puts that on the disk, before the files that it names go. 0; -1, logged.
+// Removes the marker and syncs its directory, before the files that it names are removed. 0; -1,
+// logged.
 int table_swap_forget(const table_swap* swap);
 
 // What the marker and the moves share.
 constexpr const char* SWAP_LOG_NAME = "one_key_repair";  // names the log lines
 constexpr size_t SWAP_LINE_SIZE = 96;
 
-// What a name refers to, a link as itself.
+// What a name refers to; a link is not followed.
 struct name_status {
     bool there;
     struct stat64 status;
 };
-// 0; -1, logged, when the system does not say what is there.
-int swap_look_at(const char* path, name_status* name);
-// True: both are names of one file.
-bool swap_are_one(const name_status* one, const name_status* other);
-// True: the rebuilt file is still to be swapped in.
-bool swap_waits(const name_status* rebuilt, const name_status* live);
+// 0; -1, logged, if that is unknown.
+int swap_stat(const char* path, name_status* name);
+// Returns true if both are names of the same file.
+bool swap_same_file(const name_status* one, const name_status* other);
+// Returns true if the rebuilt file is still to be swapped in.
+bool swap_is_pending(const name_status* rebuilt, const name_status* live);
 
-// Writes the marker's line of the file at `path` as `name`: SWAP_LINE_SIZE bytes. A file that
-// cannot be read has a line too: such a file is why a repair is run. Returns false if its status is
-// unknown, logged.
+// Writes the marker's line of the file at `path` as `name`: SWAP_LINE_SIZE bytes. An unreadable
+// file gets a line too: such a file is why a repair is run. Returns false if its status is unknown,
+// logged.
 bool swap_describe(const char* name, const char* path, char* line);
 // The line of a file that is absent or unreadable has no uuid.
 bool swap_has_uuid(const char* line);

@@ -9,12 +9,12 @@
 
 enum class rebuilt_place { waiting, swapped_in, unknown };
 
-// Where the rebuilt file is. It is known by size, uuid and checksum; once its name in the work
-// directory is gone, the live file has to be it.
+// Finds out where the rebuilt file is. It is recognised by size, uuid and checksum. If its name in
+// the work directory is gone, it must be the live file.
 static rebuilt_place find_rebuilt(const table_swap* swap, const swap_file* file) {
     name_status rebuilt;
     name_status live;
-    if (swap_look_at(file->rebuilt, &rebuilt) != 0 || swap_look_at(file->live, &live) != 0) {
+    if (swap_stat(file->rebuilt, &rebuilt) != 0 || swap_stat(file->live, &live) != 0) {
         return rebuilt_place::unknown;
     }
     const char* path = rebuilt.there ? file->rebuilt : file->live;
@@ -28,12 +28,12 @@ static rebuilt_place find_rebuilt(const table_swap* swap, const swap_file* file)
                    path, swap->marker);
         return rebuilt_place::unknown;
     }
-    return swap_waits(&rebuilt, &live) ? rebuilt_place::waiting : rebuilt_place::swapped_in;
+    return swap_is_pending(&rebuilt, &live) ? rebuilt_place::waiting : rebuilt_place::swapped_in;
 }
 
-// Owner and mode that the rebuilt file is to have: those of the live file; where that was moved
-// away and its successor never came, of its backup; where there was none, of the other live file.
-// `there` false: none of them is there.
+// Finds the owner and mode for the rebuilt file: those of the live file; if that was moved away and
+// not replaced, those of its backup; if there was no live file, those of the other live file.
+// `there` is false if none of them exists. 0; -1, logged.
 static int find_owner(const table_swap* swap, const swap_file* file, name_status* owner) {
     *owner = {};
     char absent[SWAP_LINE_SIZE];
@@ -64,12 +64,12 @@ static int set_owner(int fd, const struct stat64* wanted, const struct stat64* n
     return io_set_mode(fd, wanted->st_mode & bits) == 0 && io_sync(fd) == 0 ? 0 : -1;
 }
 
-static int give_owner(const char* rebuilt, const name_status* owner) {
+static int copy_owner(const char* rebuilt, const name_status* owner) {
     if (!owner->there) {
         return 0;
     }
     name_status now;
-    if (swap_look_at(rebuilt, &now) != 0) {
+    if (swap_stat(rebuilt, &now) != 0) {
         return -1;
     }
     const int fd = io_open(rebuilt, O_RDONLY | O_NOFOLLOW, 0);
@@ -86,15 +86,16 @@ static bool has_no_links(int error) {
 
 enum class backup_step { not_needed, linked, moved, failed };
 
-// Makes the live file its own backup as well. A link is renamed, so that an older backup goes only
-// when the new one is there; where the file system has no links, the live file itself moves.
+// Gives the live file the name of the backup as well. That is done with a new link and a rename, so
+// that an older backup is only replaced, never missing; if the file system has no links, the live
+// file itself is moved.
 static backup_step keep_live(const swap_file* file) {
     name_status live;
     name_status backup;
-    if (swap_look_at(file->live, &live) != 0 || swap_look_at(file->backup, &backup) != 0) {
+    if (swap_stat(file->live, &live) != 0 || swap_stat(file->backup, &backup) != 0) {
         return backup_step::failed;
     }
-    if (!live.there || swap_are_one(&live, &backup)) {
+    if (!live.there || swap_same_file(&live, &backup)) {
         return backup_step::not_needed;
     }
     if (io_link(file->live, file->next_backup) == 0) {
@@ -115,9 +116,9 @@ static backup_step keep_live(const swap_file* file) {
     return backup_step::moved;
 }
 
-static int move_in(const table_swap* swap, const swap_file* file, const name_status* owner) {
-    // The backup's name is on the disk before the live name leads to another file.
-    if (sync_directory(swap->live_dir) != 0 || give_owner(file->rebuilt, owner) != 0) {
+static int replace_live(const table_swap* swap, const swap_file* file, const name_status* owner) {
+    // The backup's name is on the disk before the live name refers to another file.
+    if (sync_directory(swap->live_dir) != 0 || copy_owner(file->rebuilt, owner) != 0) {
         return -1;
     }
     return io_rename(file->rebuilt, file->live) == 0 ? 0 : swap_failed("rename to", file->live);
@@ -139,7 +140,7 @@ static int swap_in(const table_swap* swap, const swap_file* file) {
     if (backup == backup_step::failed) {
         return -1;
     }
-    const int result = move_in(swap, file, &owner);
+    const int result = replace_live(swap, file, &owner);
     if (result != 0 && backup == backup_step::moved &&
         io_rename(file->backup, file->live) != 0) {  // else no file would have the live name
         return swap_failed("rename back to", file->live);
@@ -147,9 +148,9 @@ static int swap_in(const table_swap* swap, const swap_file* file) {
     return result;
 }
 
-// The rebuilt file has its name in the work directory back before the original takes the live name
-// again. 0, or -1, logged.
-static int name_both_again(const table_swap* swap, const swap_file* file) {
+// Gives the rebuilt file its name in the work directory back, and then the live name to the
+// original. 0, or -1, logged.
+static int restore_both_names(const table_swap* swap, const swap_file* file) {
     if (io_link(file->live, file->rebuilt) != 0) {
         const bool move = has_no_links(errno);
         if (!move || io_rename(file->live, file->rebuilt) != 0) {
@@ -157,19 +158,19 @@ static int name_both_again(const table_swap* swap, const swap_file* file) {
         }
         return io_rename(file->backup, file->live) == 0 ? 0 : swap_failed("rename to", file->live);
     }
-    (void)sync_directory(swap->work_dir);  // logged; a pair that is live matters more
+    (void)sync_directory(swap->work_dir);  // logged; a live pair matters more
     if (io_link(file->backup, file->next_backup) != 0) {
         return swap_failed("link to", file->next_backup);
     }
     return io_rename(file->next_backup, file->live) == 0 ? 0 : swap_failed("rename to", file->live);
 }
 
-// The index could not follow the table: a service that is resumed must find a pair, so the original
-// table is live again, and the next run begins with it.
-static void take_back(const table_swap* swap, const swap_file* file) {
+// Undoes the swap of the table, since that of the index failed: a resumed service must find a pair.
+// The next run begins with the table again.
+static void undo_swap_in(const table_swap* swap, const swap_file* file) {
     char absent[SWAP_LINE_SIZE];
     snprintf(absent, sizeof absent, "%s absent\n", file->live_name);
-    if (swap_has_line(swap, absent) || name_both_again(swap, file) != 0) {
+    if (swap_has_line(swap, absent) || restore_both_names(swap, file) != 0) {
         log_err_as(SWAP_LOG_NAME, "%s is rebuilt and the index is not: do not start the service\n",
                    file->live);
         return;
@@ -184,7 +185,7 @@ int table_swap_finish(const table_swap* swap) {
         return -1;
     }
     if (swap_in(swap, index) != 0) {
-        take_back(swap, table);
+        undo_swap_in(swap, table);
         return -1;
     }
     return sync_directory(swap->live_dir) == 0 ? table_swap_forget(swap) : -1;

@@ -2,5 +2,5 @@
 // Above: the commands.
 #pragma once
 
-// Tells how many there are. 0; -1, logged, when a volume has no unmap buffer that can be read.
+// Prints how many there are. 0; -1, logged, if the unmap buffer of a volume cannot be read.
 int count_vol_unmap_buffer();

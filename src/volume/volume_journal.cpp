@@ -12,11 +12,11 @@
 #include "volume/stop_signals.h"
 #include "volume/swap_marker.h"
 
-// Maps that are open at a time while the table is replayed.
+// Maps that are open at the same time while the table is replayed.
 static constexpr int HANDLE_BATCH = 256;
 
-// A volume with neither index nor table has nothing to check or replay. Prints so with one of two
-// words: `yes` or `no`.
+// A volume with neither index nor table has nothing to check or replay. Prints for each of the two
+// whether it exists, with the word `yes` or `no`.
 static bool has_no_tables(const volume_paths* paths, const char* yes, const char* no) {
     const bool index = is_regular_file(paths->index) == 1;
     const bool table = is_regular_file(paths->table) == 1;
@@ -66,9 +66,9 @@ int check_vol_journal(volume_paths* paths) {
     });
 }
 
-// Loads the maps into the handle set, as many at a time as a batch holds, and replays the table
-// once for each full batch and once more for the rest, even if that is empty. `applied` keeps over
-// the passes which image each extent got. The caller releases the set.
+// Loads the maps into the handle set in batches, and replays the table once for each full batch and
+// once more for the rest, even if that is empty. `applied` records over all passes which image each
+// extent got. The caller releases the set.
 static int replay_tbl_in_batches(const path_entry* maps, volume_paths* paths, option_scan* options,
                                  jnl_seen_keys* applied) {
     int loaded = 0;

@@ -7,9 +7,10 @@
 #include "volume/volume_paths.h"
 
 // The files of the volume at paths->root. 0, or -1 at the first failure, logged; what was replayed
-// stays replayed. `paths` is left with the last files that were used.
+// stays replayed. `paths` ends with the last files that were used.
 int check_vol_journal(volume_paths* paths);
 int replay_vol_journal(volume_paths* paths, option_scan* options);
-// Every volume, after a scan of the options; leaves the root of the last one that was tried.
+// The files of every volume, after a scan of the options; `paths` ends with the root of the last
+// volume that was tried.
 int check_all_vol_journal(volume_paths* paths, option_scan* options);
 int replay_all_vol_journal(volume_paths* paths, option_scan* options);

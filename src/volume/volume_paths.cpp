@@ -10,8 +10,8 @@
 #include "store/keep_journal.h"
 
 static constexpr size_t VOLUME_DIR_SIZE = 64;      // a directory right below a volume's root
-static constexpr size_t JOURNAL_ROOT_SIZE = 256;   // what the iSCSI configuration answers with
-static constexpr size_t PARSED_PATH_SIZE = 128;    // a path whose volume is asked for
+static constexpr size_t JOURNAL_ROOT_SIZE = 256;   // journal root from the iSCSI configuration
+static constexpr size_t PARSED_PATH_SIZE = 128;    // a path whose volume is looked up
 static constexpr int ERROR_BAD_PARAMETERS = 3328;  // of the platform's error slot
 
 int form_path(char* out, size_t size, const char* format, ...) {
@@ -27,8 +27,9 @@ int form_path(char* out, size_t size, const char* format, ...) {
     return 0;
 }
 
-// A file of the volume itself, in EP_DIR. Whoever looks for it logs what is missing.
-static void form_quietly(char* out, const char* root, const char* name) {
+// A file of the volume itself, in EP_DIR. Logs nothing: the code that needs the file logs that it
+// is missing.
+static void form_path_unlogged(char* out, const char* root, const char* name) {
     const int length = snprintf(out, PATH_TEXT_SIZE, "%s/%s/%s", root, EP_DIR, name);
     if (length < 0 || static_cast<size_t>(length) >= PATH_TEXT_SIZE) {
         out[0] = '\0';
@@ -105,8 +106,8 @@ int is_regular_file(const char* path) {
 
 void set_volume_root(volume_paths* paths, const char* root) {
     snprintf(paths->root, sizeof paths->root, "%s", root);
-    form_quietly(paths->unmap_buffer, root, UNMAP_BUFFER_NAME);
-    form_quietly(paths->rod_map, root, ROD_MAP_NAME);
+    form_path_unlogged(paths->unmap_buffer, root, UNMAP_BUFFER_NAME);
+    form_path_unlogged(paths->rod_map, root, ROD_MAP_NAME);
 }
 
 int set_table_paths(volume_paths* paths, const char* name) {

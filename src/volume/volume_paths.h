@@ -16,7 +16,7 @@ struct volume_paths {
     char unmap_buffer[PATH_TEXT_SIZE];
     char rod_map[PATH_TEXT_SIZE];
     char journal[PATH_TEXT_SIZE];  // one for all volumes
-    char map[PATH_TEXT_SIZE];      // the map in hand
+    char map[PATH_TEXT_SIZE];      // the map that is being processed
 };
 
 // Sets the root, and the unmap buffer and the ROD map, which are always those of the root.
@@ -24,24 +24,25 @@ void set_volume_root(volume_paths* paths, const char* root);
 // Points table and index into directory `name` of the root. 0; -1, logged, when one does not fit:
 // it is empty then.
 int set_table_paths(volume_paths* paths, const char* name);
-// Sets the map in hand: one of a list, whose names always fit.
+// Sets the map that is being processed: one of a list, whose names always fit.
 void set_map_path(volume_paths* paths, const char* map);
 // Sets the journal from the iSCSI configuration. 0; -1, logged, the journal is not changed then.
 int get_jnl_root_path(volume_paths* paths);
-// Sets a journal that is not named, and prints a line for a journal that is no file. 0, or -1.
+// Sets the configured journal if none is named, and prints a line if it is not a regular file. 0,
+// or -1.
 int prepare_jnl_path(volume_paths* paths);
 
 // snprintf into `out`. 0; -1, logged and `out` empty, when the path does not fit, so that no cut
 // path is ever used.
 [[gnu::format(printf, 3, 4)]] int form_path(char* out, size_t size, const char* format, ...);
 
-// What a name leads to, through links.
+// What a name refers to, with links followed.
 enum class path_kind {
     absent,  // nothing there, or no path at all
     directory,
     file,
     other,
-    unknown,  // the system does not say: I/O error, no permission, a loop of links
+    unknown,  // its status cannot be read: I/O error, no permission, a loop of links
 };
 // `unknown` is logged under `caller`, and is a reason to keep the journal.
 path_kind kind_of_path(const char* caller, const char* path);
@@ -50,9 +51,10 @@ path_kind kind_of_path(const char* caller, const char* path);
 // most; else 0, reported on standard output. A root too long for that, and a name of unknown kind,
 // are logged as well, and are reasons to keep the journal.
 int is_vaai_volume(const char* path);
-// The same test without output: true even if the answer is not certain.
+// The same test without output: true even if the answer is unknown.
 bool may_be_vaai_volume(const char* path);
 int is_regular_file(const char* path);  // 1; 0 even if unknown, see kind_of_path
 // Writes "/volume<N>" of the volume that holds `path` into `out`, which has room for
-// PATH_TEXT_SIZE. Its length; -1, where only a null path is logged: the caller names the path.
+// PATH_TEXT_SIZE. Returns its length, or -1. Only a null path is logged: the caller logs any other
+// path.
 int parse_volume_path(const char* path, char* out);

@@ -23,7 +23,7 @@ static bool may_be_removed(const char* dir) {
         return false;
     }
     if (S_ISLNK(status.st_mode)) {
-        log_err_as(name, "%s is a symbolic link and stays\n", dir);
+        log_err_as(name, "%s is a symbolic link and is not removed\n", dir);
         return false;
     }
     return true;

@@ -164,8 +164,8 @@ TEST(damage_misplaced, a_crashed_sample_may_have_no_moment_that_outlives_the_rep
     const ran done = damage(sample, "map-old", 1);
     EXPECT_EQ(done.status, 1);
     EXPECT_EQ(done.text,
-              "tarn-lab: nothing was damaged: no map of the volume ever held what a replay would "
-              "leave\n");
+              "tarn-lab: nothing was damaged: no map of the volume has old entries that would "
+              "outlive a replay\n");
     EXPECT_EQ(tree_of(sample), before);
 }
 

@@ -258,7 +258,7 @@ TEST(keep_journal, a_volume_without_table_and_index_that_has_a_map) {
         make_map(box.volume(2) + "/" + map, uuid_of(0xA1), uuid_of(0x22));
         const run_result got = box.run({"--startup-replay"});
         const std::string text =
-            "/volume2 has the map /volume2/" + map + " and neither table nor index";
+            "/volume2 has the map /volume2/" + map + " but neither table nor index";
         EXPECT_TRUE(got.logged("ERR: vaai_startup_replay(#) " + text + "\n")) << map;
         expect_kept(box, got, text);
     }
@@ -316,7 +316,7 @@ static void make_cut_swap(const sandbox& box) {
 }
 
 static constexpr const char* TWO_AGES =
-    "ERR: one_key_repair(#) /volume1: table and index are of two ages until --onekeyrepair is run "
+    "ERR: one_key_repair(#) /volume1: table and index do not match until --onekeyrepair is run "
     "again\n";
 
 TEST(keep_journal, a_repair_that_was_cut_between_table_and_index_is_refused_untouched) {
@@ -352,9 +352,8 @@ TEST(keep_journal, a_rebuild_does_not_remove_the_files_of_a_repair_that_was_cut)
     for (const char* command : {"--reconstruct", "--import-volume"}) {
         const run_result got = box.run({command, "--volpath", "/volume1"});
         EXPECT_EQ(got.status, 255);
-        EXPECT_EQ(got.log,
-                  (lines{"ERR: one_key_repair(#) /volume1/@EP_FIX belongs to a repair that "
-                         "was cut: run --onekeyrepair again\n"}));
+        EXPECT_EQ(got.log, (lines{"ERR: one_key_repair(#) /volume1/@EP_FIX belongs to an "
+                                  "interrupted repair: run --onekeyrepair again\n"}));
         EXPECT_EQ(all_trees(box), before);
     }
 }

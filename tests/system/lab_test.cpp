@@ -36,7 +36,7 @@ TEST(lab, a_clean_sample_holds_what_it_ought_to_hold) {
     EXPECT_EQ(make(box, "s", {"--seed", "5"}).status, 0);
     const run_result result = verify(box, "s");
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.out, "/scratch/s: every file holds what it ought to hold.\n");
+    EXPECT_EQ(result.out, "/scratch/s: every file is as expected.\n");
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(lab(box, {"expect", "/scratch/s"}).out, "recovers\n");
 }
@@ -52,7 +52,7 @@ TEST(lab, one_changed_bit_is_named_wherever_it_lies) {
         {"volume1/@EP/EP_TBL", ENTRIES + 512 + 2 * 3, ": lpa 255: expected used "},
         {"volume1/@EP/EP_TBL", ENTRIES + 505, ": block 0, bytes 504 to 507: expected "},
         {"volume1/@EP/EP_TBL", ENTRIES + 508, ": block 0, checksum: expected "},
-        {"volume1/@EP/EP_TBL", uint64_t{1} << 40, ": byte 1099511627776: expected nothing"},
+        {"volume1/@EP/EP_TBL", uint64_t{1} << 40, ": byte 1099511627776: expected 0, found 1"},
         {"volume1/@EP/EP_TBL", 68, ": header byte 68: expected "},
         {"volume2/@EP/EP_FRI", ENTRIES + 8, ": group 1: expected init "},
         {"volume2/@EP/EP_FRI", 4100, ": free count: expected "},
@@ -60,7 +60,7 @@ TEST(lab, one_changed_bit_is_named_wherever_it_lies) {
         {"volume2/@EP/EP_BUF", 4100, ": mapped count: expected "},
         {"volume2/@EP/EP_ROD", ENTRIES + 512, ": lea 63: expected mapped "},
         {"volume2/@EP/EP_ROD", 8192, ": byte 8192: expected "},
-        {"volume2/@EP/EP_ROD", 3000, ": byte 3000: expected nothing, found 1"},
+        {"volume2/@EP/EP_ROD", 3000, ": byte 3000: expected 0, found 1"},
         {"volume1/@EP/EP_DAT_00000", ENTRIES, ": byte 1048576: expected "},
         {"volume1/@iSCSITrg/LUN_extent_0", 99, ": byte 99: expected "},
         {"journal/EP_JNL", ENTRIES + 40, ": byte 1048616: expected "},
@@ -116,8 +116,8 @@ TEST(lab, words_that_make_no_sense_are_named_in_one_line_with_a_hint_below) {
         {{}, "a command is missing"},
         {{"mend", "/scratch/s"}, "no such command: mend"},
         {{"make"}, "a directory is missing"},
-        {{"make", "/scratch/s", "/scratch/t"}, "one word too many: /scratch/t"},
-        {{"make", "/scratch/s", "--seed"}, "a number is missing behind --seed"},
+        {{"make", "/scratch/s", "/scratch/t"}, "unexpected argument: /scratch/t"},
+        {{"make", "/scratch/s", "--seed"}, "a number is missing after --seed"},
         {{"make", "/scratch/s", "--seed", "1x"}, "not a decimal number: 1x"},
         {{"make", "/scratch/s", "--seed=18446744073709551616"},
          "out of range: seed 18446744073709551616"},

@@ -65,8 +65,8 @@ TEST_F(outside_names, a_linked_rod_map_is_refused) {
 TEST_F(outside_names, a_file_name_with_a_line_end_is_refused) {
     make_empty_file(root() + "/@iSCSITrg/a\n/scratch/outside/LUN_Extent_9");
     expect_refused(
-        "ERR: enum_all_vaai_luns(#) '/usr/bin/find /volume1/@iSCSITrg/' gave the line "
-        "/scratch/outside/LUN_Extent_9, no name below it\n");
+        "ERR: enum_all_vaai_luns(#) '/usr/bin/find /volume1/@iSCSITrg/' printed "
+        "/scratch/outside/LUN_Extent_9, which is not below it\n");
 }
 
 TEST_F(outside_names, a_name_s_control_bytes_stay_out_of_the_log) {

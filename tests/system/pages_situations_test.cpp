@@ -218,14 +218,14 @@ TEST(situation, between_table_and_index_of_a_repair_replays_refuse_and_the_check
         const run_result got = server.run(command);
         EXPECT_EQ(got.status, 255) << command;
         EXPECT_TRUE(got.logged(
-            "/volume1: table and index are of two ages until --onekeyrepair is run again\n"));
+            "/volume1: table and index do not match until --onekeyrepair is run again\n"));
     }
     for (const char* command :
          {"tarn --reconstruct --volpath $V", "tarn --import-volume --volpath $V"}) {
         const run_result got = server.run(command);
         EXPECT_EQ(got.status, 255) << command;
         EXPECT_TRUE(
-            got.logged("/volume1/@EP_FIX belongs to a repair that was cut: run "
+            got.logged("/volume1/@EP_FIX belongs to an interrupted repair: run "
                        "--onekeyrepair again\n"));
     }
     EXPECT_EQ(checks_of(server), (check_answers{0, 255}));

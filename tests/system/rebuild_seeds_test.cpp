@@ -74,8 +74,8 @@ TEST(verify_rebuilt, accepts_a_volume_that_was_never_damaged) {
         const ran verify = verify_rebuilt(sample);
         EXPECT_EQ(verify.status, 0);
         EXPECT_EQ(verify.text, sample +
-                                   ": every map holds what it ought to hold, and index and table "
-                                   "agree with the maps.\n");
+                                   ": every map is as expected, and index and table agree with "
+                                   "the maps.\n");
     }
 }
 
@@ -188,7 +188,7 @@ TEST_F(rebuilt_volume, that_counts_a_reference_too_many_is_told_apart) {
 TEST_F(rebuilt_volume, whose_list_loops_is_told_apart) {
     const uint32_t first = first_on_list();
     set_word(second_on_list(), first);
-    expect_difference(TABLE + in_group() + "the free list comes back to offset " +
+    expect_difference(TABLE + in_group() + "the free list loops at offset " +
                       std::to_string(first));
 }
 
@@ -224,7 +224,7 @@ TEST_F(rebuilt_volume, whose_list_of_groups_passes_over_one_is_told_apart) {
     set_header_u64(index_of(sample_), 4096, 4108, fri_entry_next(&first));
     const uint64_t end = group() + 1;
     expect_difference(INDEX + "the list of groups leads to group " + std::to_string(end) +
-                      ", which is not initialised, before it has named all");
+                      ", which is not initialised, before naming all groups");
 }
 
 TEST_F(rebuilt_volume, whose_list_of_groups_comes_back_is_told_apart) {
@@ -232,7 +232,7 @@ TEST_F(rebuilt_volume, whose_list_of_groups_comes_back_is_told_apart) {
     fri_entry_set_next(&first, head_group());
     set_index_entry(head_group(), first);
     expect_difference(INDEX + "the list of groups leads to group " + std::to_string(head_group()) +
-                      ", where it has been before");
+                      ", which it has already named");
 }
 
 TEST_F(rebuilt_volume, whose_list_of_groups_does_not_end_behind_the_last_is_told_apart) {
@@ -248,11 +248,11 @@ TEST_F(rebuilt_volume, whose_list_of_groups_does_not_end_behind_the_last_is_told
 TEST_F(rebuilt_volume, with_an_entry_outside_its_groups_is_told_apart) {
     const uint64_t group = 125;  // in the blocks that are read, behind every group
     set_tbl_word(table_of(sample_), group * 4096, 1);
-    expect_difference(TABLE + "lpa 512000: expected nothing outside initialised groups");
+    expect_difference(TABLE + "lpa 512000: expected 0 outside initialised groups");
     set_tbl_word(table_of(sample_), group * 4096, 0);
     expect_success(verify_rebuilt(sample_));
     set_fri_word(index_of(sample_), group, 7);
-    expect_difference(INDEX + "group 125: expected nothing, it is not initialised");
+    expect_difference(INDEX + "group 125: expected 0, the group is not initialised");
 }
 
 TEST_F(rebuilt_volume, with_another_uuid_or_a_stale_checksum_is_told_apart) {

@@ -231,24 +231,24 @@ TEST_F(names_in_a_volume, a_name_with_a_line_end_fails_the_listing) {
     // The second line of each is the name of a file outside.
     make_empty_file(volume() + "/@iSCSITrg/a\n" + outside() + "/LUN_Extent_9");
     EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
-    EXPECT_EQ(log_.lines(), log_lines({search + "/@iSCSITrg/' gave the line " + outside() +
-                                       "/LUN_Extent_9, no name below it\n"}));
+    EXPECT_EQ(log_.lines(), log_lines({search + "/@iSCSITrg/' printed " + outside() +
+                                       "/LUN_Extent_9, which is not below it\n"}));
     EXPECT_EQ(entries(), names{});
     std::filesystem::remove_all(volume() + "/@iSCSITrg");
 
     log_.clear();
     make_empty_file(volume() + "/@iSCSITrg/b\n../x_Extent_");
     EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
-    EXPECT_EQ(log_.lines(), log_lines({search + "/@iSCSITrg/' gave the line ../x_Extent_, no "
-                                                "name below it\n"}));
+    EXPECT_EQ(log_.lines(), log_lines({search + "/@iSCSITrg/' printed ../x_Extent_, which "
+                                                "is not below it\n"}));
     std::filesystem::remove_all(volume() + "/@iSCSITrg");
 
     // A line that is not kept counts as well.
     log_.clear();
     make_empty_file(volume() + "/@Snapshot/FAMILY_1\nplain\ttext");
     EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
-    EXPECT_EQ(log_.lines(), log_lines({search + "/@Snapshot/' gave the line plain\\x09text, no "
-                                                "name below it\n"}));
+    EXPECT_EQ(log_.lines(), log_lines({search + "/@Snapshot/' printed plain\\x09text, which "
+                                                "is not below it\n"}));
 }
 
 TEST_F(names_in_a_volume, a_component_that_goes_up_is_no_name_below) {
@@ -261,8 +261,8 @@ TEST_F(names_in_a_volume, a_component_that_goes_up_is_no_name_below) {
     make_empty_file(volume() + "/@Snapshot/..\nFAMILY_3");
     EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
     EXPECT_EQ(log_.lines(), log_lines({"ERR: enum_all_vaai_luns(#) '/usr/bin/find " + volume() +
-                                       "/@Snapshot/' gave the line " + volume() +
-                                       "/@Snapshot/.., no name below it\n"}));
+                                       "/@Snapshot/' printed " + volume() +
+                                       "/@Snapshot/.., which is not below it\n"}));
 }
 
 TEST_F(names_in_a_volume, a_link_to_a_file_outside_fails_the_listing) {

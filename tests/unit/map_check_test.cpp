@@ -174,7 +174,7 @@ TEST_F(map_check, a_count_of_all_ones_fails) {
     stdout_capture out;
     EXPECT_EQ(check(MAP_KIND_LUN, 0), -1);
     EXPECT_EQ(out.text(), "");
-    EXPECT_EQ(log_.count("whose count is all ones"), 1u);
+    EXPECT_EQ(log_.count("or its count is all ones"), 1u);
 }
 
 TEST_F(map_check, without_an_extent_size_there_is_no_check) {

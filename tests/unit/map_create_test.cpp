@@ -65,7 +65,7 @@ TEST_F(map_create, logs_a_missing_old_map) {
 TEST_F(map_create, closes_the_old_map_when_nothing_comes_of_the_new_one) {
     const size_t before = open_files();
     EXPECT_EQ(create_map(old_.c_str(), old_.c_str()), -1);
-    EXPECT_EQ(log_.last(), "ERR: create_map(#) " + old_ + " and " + old_ + " are one file\n");
+    EXPECT_EQ(log_.last(), "ERR: create_map(#) " + old_ + " and " + old_ + " are the same file\n");
     EXPECT_EQ(open_files(), before);
     write_file_bytes(old_, 100, "x", 1);
     EXPECT_EQ(create_map(new_.c_str(), old_.c_str()), -1);

@@ -76,7 +76,7 @@ TEST_F(run_lock_of_directories, without_locks_on_the_file_system_goes_on_with_a_
         run_lock_scope held;
         EXPECT_EQ(run_lock_add(&held.lock, volume(1).c_str(), nullptr), 0);
         EXPECT_EQ(log_.lines().size(), 1u);
-        EXPECT_TRUE(log_.has(volume(1) + " cannot be locked, going on without: "));
+        EXPECT_TRUE(log_.has(volume(1) + " cannot be locked, continuing without: "));
     }
 }
 

@@ -177,9 +177,8 @@ TEST_F(table_swap_of_a_volume, that_began_to_move_files_is_never_outdated) {
 }
 
 TEST_F(table_swap_of_a_volume, leaves_a_pair_but_between_its_two_files) {
-    const std::string line =
-        "ERR: one_key_repair(#) " + root() +
-        ": table and index are of two ages until --onekeyrepair is run again\n";
+    const std::string line = "ERR: one_key_repair(#) " + root() +
+                             ": table and index do not match until --onekeyrepair is run again\n";
     EXPECT_EQ(table_swap_expect_pair(root().c_str()), 0);
     ASSERT_EQ(table_swap_begin(&swap_), 0);
     EXPECT_EQ(table_swap_expect_pair(root().c_str()), 0);
@@ -218,7 +217,7 @@ TEST_F(table_swap_of_a_volume, keeps_its_work_directory_until_it_is_done) {
     EXPECT_EQ(table_swap_expect_none(root().c_str()), -1);
     EXPECT_EQ(log_.lines(),
               log_lines({"ERR: one_key_repair(#) " + root() +
-                         "/@EP_FIX belongs to a repair that was cut: run --onekeyrepair again\n"}));
+                         "/@EP_FIX belongs to an interrupted repair: run --onekeyrepair again\n"}));
 }
 
 TEST_F(table_swap_of_a_volume, that_stops_at_a_directory_in_the_place_of_a_backup_loses_nothing) {

@@ -43,7 +43,7 @@ TEST_F(work_dir, that_is_a_link_stays_and_so_does_what_it_points_to) {
     EXPECT_TRUE(file_exists(volumes_.root() + "/elsewhere/EP_TBL"));
     EXPECT_TRUE(fs::is_symlink(root() + "/@EP_FIX"));
     EXPECT_EQ(log_.lines(), log_lines({"ERR: remove_work_dir(#) " + root() +
-                                       "/@EP_FIX is a symbolic link and stays\n"}));
+                                       "/@EP_FIX is a symbolic link and is not removed\n"}));
 }
 
 TEST_F(work_dir, whose_path_would_be_cut_stays) {

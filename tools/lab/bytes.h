@@ -1,4 +1,4 @@
-// Bytes of an open file, whole or not at all, and the checksum of a node. Below: the checksum.
+// Complete reads and writes on an open file, and the checksum of a node. Below: the checksum.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,8 @@
 
 namespace lab {
 
-// Bytes behind the end of the file read as zero, as they do for everyone else. False: errno tells.
+// Bytes past the end of the file read as zero, as they do in the tool. Return false with errno set
+// if the call fails.
 bool read_all(int fd, void* bytes, size_t length, uint64_t offset);
 bool write_all(int fd, const void* bytes, size_t length, uint64_t offset);
 

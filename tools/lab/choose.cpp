@@ -26,7 +26,7 @@ uint64_t lpa_of(uint64_t word) {
     return word & MAP_LPA_MASK;
 }
 
-// The first address at or behind a random one whose entry is mapped, or is not.
+// Finds the first address from a random one on whose entry is mapped, or unmapped.
 static lea_run pick_first(model* m, const lun_map& map, bool mapped) {
     const uint64_t total = map.entries.size();
     const uint64_t first = random_below(&m->work, total);

@@ -9,7 +9,7 @@ constexpr size_t NO_MAP = SIZE_MAX;
 
 struct lea_run {
     uint64_t start;
-    uint64_t length;  // 0: there is none
+    uint64_t length;  // 0: no run
 };
 
 constexpr unsigned role_bit(map_role role) {
@@ -17,18 +17,18 @@ constexpr unsigned role_bit(map_role role) {
 }
 constexpr unsigned ALL_ROLES = 0x1F;
 
-// A map of the volume whose role has its bit in `roles`, or NO_MAP.
+// Picks a map of the volume whose role has its bit in `roles`. NO_MAP if there is none.
 size_t pick_map(model* m, size_t volume_index, unsigned roles);
 
-// A run of 1 to `most` unmapped addresses, from somewhere in the map. The unmap buffer has no gaps:
-// its run follows what is mapped.
+// Picks a run of 1 to `most` unmapped addresses, anywhere in the map. The unmap buffer has no gaps:
+// its run follows the mapped entries.
 lea_run pick_target(model* m, const lun_map& map, uint64_t most);
-// One mapped address, somewhere in the map.
+// Picks one mapped address, anywhere in the map.
 lea_run pick_mapped(model* m, const lun_map& map);
 
 bool is_mapped(uint64_t word);
 uint64_t lpa_of(uint64_t word);
-// A mapped entry of this map, now and then with a bit that is not the service's.
+// Makes a mapped entry for this map, sometimes with a reserved bit set.
 uint64_t mapped_word(model* m, const lun_map& map, uint64_t lpa);
 uint64_t bare_marker(bool flagged);  // what MOVES and UNMAP leave at the source
 

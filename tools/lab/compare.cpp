@@ -12,7 +12,7 @@
 
 namespace lab {
 
-// A block without entries that somebody has written: zero, with the checksum of zeros.
+// An empty block that has been written: zero, with the checksum of zeros.
 static bool is_written_empty_block(const uint8_t* block) {
     uint8_t zeros[DATA_NODE_SIZE] = {};
     const uint32_t checksum = checksum_of(zeros, sizeof zeros);
@@ -59,7 +59,7 @@ static std::string compare_chunks(int fd, const file_image& expected) {
     return "";
 }
 
-// The bytes from `start` up to `end` lie in no chunk.
+// No chunk covers the bytes from `start` up to `end`.
 static std::string expect_zeros(int fd, uint64_t start, uint64_t end) {
     std::vector<uint8_t> buffer(uint64_t{1} << 16);
     while (start < end) {
@@ -69,7 +69,7 @@ static std::string expect_zeros(int fd, uint64_t start, uint64_t end) {
         }
         for (uint64_t i = 0; i < length; i++) {
             if (buffer[i] != 0) {
-                return "byte " + std::to_string(start + i) + ": expected nothing, found " +
+                return "byte " + std::to_string(start + i) + ": expected 0, found " +
                        std::to_string(buffer[i]);
             }
         }
@@ -90,7 +90,7 @@ static std::string expect_zeros_between_chunks(int fd, const file_image& expecte
     return expect_zeros(fd, start, end);
 }
 
-// Only what the file system has data for is looked at: a table is four tebibytes of nothing.
+// Reads only ranges that the file system has data for: a table has four tebibytes, mostly holes.
 static std::string compare_rest(int fd, const file_image& expected) {
     off_t at = 0;
     for (;;) {
@@ -115,7 +115,7 @@ enum class depth { frame, whole };
 static std::string compare_open_file(int fd, const file_image& expected, depth how_deep) {
     struct stat status = {};
     if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
-        return "is no regular file";
+        return "not a regular file";
     }
     if (static_cast<uint64_t>(status.st_size) != expected.size) {
         return "size: expected " + std::to_string(expected.size) + ", found " +

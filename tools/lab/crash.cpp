@@ -25,14 +25,14 @@ crash_plan plan_crash(uint64_t seed) {
     return plan;
 }
 
-// A block of which the disk wrote the first half only.
+// A block whose first half only was written.
 static jnl_block half_written(const jnl_block& block, const jnl_block& older) {
     jnl_block mixed = older;
     memcpy(&mixed, &block, sizeof block / 2);
     return mixed;
 }
 
-// Later blocks may be half written too, when the header was faster; the search reads them.
+// Later blocks may be half written too if the header was written first; the search reads them.
 static void tear_block(model* m, const transaction& t, uint64_t i, random_stream* random) {
     ring& journal = m->journal;
     jnl_block& place = journal.blocks[(journal.next_block + i) % journal.blocks.size()];
@@ -53,7 +53,8 @@ void tear(model* m, transaction* t) {
     undo_writes(m, m->journal.commits + 1);
     stamp(m, t);
     const bool header_old = m->plan.torn == torn_kind::header_old;
-    const uint64_t missing = random_below(&random, t->blocks.size());  // one at least
+    const uint64_t missing =
+        random_below(&random, t->blocks.size());  // at least this one is missing
     const bool in_order = random_chance(&random, 50);
     for (uint64_t i = 0; i < t->blocks.size(); i++) {
         const bool start_is_damaged = i == 0 && m->plan.torn == torn_kind::damaged_start;
@@ -67,7 +68,7 @@ void tear(model* m, transaction* t) {
     }
 }
 
-// The block of the file that the datum lies in, as far as one number can tell blocks apart.
+// The number of the block that holds the datum. Header blocks are all 0.
 static uint64_t block_of(const datum& where) {
     switch (where.kind) {
         case datum_kind::tbl_entry:
@@ -139,10 +140,10 @@ static bool checksum_is_right(jnl_block block) {
     return stored == right;
 }
 
-// The search reads the block that the header names. It passes over one that was never written (a
-// checksum of 0) or that holds an older transaction, and steps back to the transaction before; but
-// it cannot pass over a damaged one, and before the first transaction there is nothing to step to.
-// Then only transaction 1 at block 0 is known to be the first.
+// The search reads the block that the header names. If that block was never written (a checksum of
+// 0) or holds an older transaction, the search steps back to the previous transaction. It cannot
+// step over a damaged block, and it cannot step back from the first transaction. In the latter case
+// only transaction 1 at block 0 is known to be the first.
 std::string reason_to_refuse(const model& m) {
     const ring& journal = m.journal;
     if (m.plan.torn == torn_kind::none || m.plan.torn == torn_kind::header_old ||
@@ -152,11 +153,11 @@ std::string reason_to_refuse(const model& m) {
     const uint64_t start = journal.header.jnl_last_record_start;
     const jnl_block& first = journal.blocks[start];
     if (first.checksum != 0 && !checksum_is_right(first)) {
-        return "the first block of the newest transaction is there and damaged";
+        return "the first block of the newest transaction is present but damaged";
     }
     const uint32_t id = journal.header.jnl_last_trans_id;
     if (journal.commits == 0 && (id != 1 || start != 0)) {
-        return "the first transaction of all is torn and is not transaction 1 at block 0";
+        return "the very first transaction is torn and is not transaction 1 at block 0";
     }
     return "";
 }

@@ -1,4 +1,4 @@
-// Flipped bits: what a disk does. No checksum is renewed.
+// Flipped bits, as a faulty disk makes them. The checksums are not updated.
 #include <bit>
 #include <cstddef>
 #include <cstdio>
@@ -26,7 +26,7 @@ static std::string flip(const damage_site& site, const std::string& path, uint64
     return path + text;
 }
 
-// A bit of what the checksum in front of the node covers.
+// Flips a bit that the checksum at the start of the node covers.
 static std::string flip_header(damage_site* site, const std::string& path, uint64_t nodes) {
     const uint64_t node = random_below(&site->random, nodes);
     const uint64_t byte = random_between(&site->random, sizeof(uint32_t), META_NODE_SIZE - 1);
@@ -47,7 +47,7 @@ std::string flip_map_header(damage_site* site) {
     return flip_header(site, pick_map_file(site).path, MAP_CONST_NODES + MAP_VAR_NODES);
 }
 
-// Of the entry's 64 bits: the head in 36 to 47, the count in 48 to 61.
+// Flips a bit of the head (bits 36 to 47 of the entry) or of the count (bits 48 to 61).
 std::string flip_index_block(damage_site* site) {
     pool_entries pool;
     std::vector<uint64_t> groups;
@@ -97,8 +97,8 @@ std::string flip_pool_table(damage_site* site) {
                 "row " + std::to_string(row) + " of the pool table");
 }
 
-// The blocks of the newest commits, which check and replay read. A checksum of a single bit could
-// become none at all, and the block one that was never written.
+// The blocks of the newest commits, which check and replay read. Skips checksums with a single bit
+// set: flipping that bit would make the checksum 0, as in a block that was never written.
 static std::vector<uint64_t> recent_blocks(const ring& journal,
                                            const std::vector<jnl_block>& blocks) {
     std::vector<uint64_t> recent;
@@ -120,7 +120,7 @@ std::string flip_journal_block(damage_site* site) {
     }
     const std::vector<uint64_t> recent = recent_blocks(journal, blocks);
     if (recent.empty()) {
-        return refuse("the journal holds no block that anyone reads");
+        return refuse("the journal holds no block that check or replay reads");
     }
     const uint64_t block = pick(site, recent);
     const uint64_t bit = random_below(&site->random, 32);

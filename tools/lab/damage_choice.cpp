@@ -56,16 +56,16 @@ map_place pick_mapped_place(damage_site* site, unsigned roles) {
         }
     }
     return {refuse(std::string("no ") + (roles == ALL_ROLES ? "" : "LUN, snapshot or trash ") +
-                   "map of the volume maps anything"),
+                   "map of the volume has a mapped entry"),
             0};
 }
 
 std::vector<uint64_t> listed_groups(const pool_entries& pool) {
     std::vector<uint64_t> groups;
-    std::vector<bool> met(pool.fri.size(), false);
+    std::vector<bool> visited(pool.fri.size(), false);
     uint64_t group = pool.group_head;
-    while (group < pool.fri.size() && !met[group] && fri_entry_is_init(&pool.fri[group])) {
-        met[group] = true;
+    while (group < pool.fri.size() && !visited[group] && fri_entry_is_init(&pool.fri[group])) {
+        visited[group] = true;
         groups.push_back(group);
         group = fri_entry_next(&pool.fri[group]);
     }

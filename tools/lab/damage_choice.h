@@ -1,4 +1,4 @@
-// What a damage picks among: maps of the volume and their mapped entries, listed groups, used
+// Candidates for damage: maps of the volume and their mapped entries, listed groups, used
 // extents, all as they are on the disk. Below: damage_site.h. Above: the kinds of damage.
 #pragma once
 
@@ -15,28 +15,29 @@ struct map_file {
 map_file pick_map_file(damage_site* site);
 
 struct map_place {
-    std::string path;  // empty: refused, or a file could not be had; told
+    std::string path;  // empty: no such place, or a file could not be read; the reason was printed
     uint64_t lea;
 };
 constexpr unsigned LUN_SNAPSHOT_TRASH =
     role_bit(map_role::lun) | role_bit(map_role::snapshot) | role_bit(map_role::trash);
-// A mapped entry of any of the volume's maps, or of those three roles.
+// Picks a mapped entry of the volume's maps with these roles.
 map_place pick_mapped_place(damage_site* site, unsigned roles = ALL_ROLES);
-// The words of all entries of a map; nothing is checked. False: the file cannot be had; told.
+// Reads the words of all entries of a map without checking them. Returns false if the file cannot
+// be read, and prints the reason.
 bool read_entries(const damage_site& site, const lun_map& map, std::vector<uint64_t>* words);
 
-uint64_t pick(damage_site* site, const std::vector<uint64_t>& among);  // not of none
-// Reads the pool and picks one of its used extents; or reads it and lists its groups. False: a file
-// could not be had, or there is none; told.
+uint64_t pick(damage_site* site, const std::vector<uint64_t>& among);  // `among` is not empty
+// Read the pool; the first picks one of its used extents, the second lists its groups. Return false
+// if a file cannot be read or the pool has no used extent or listed group, and print the reason.
 bool pick_used_extent(damage_site* site, pool_entries* pool, uint64_t* lpa);
 bool read_listed_groups(const damage_site& site, pool_entries* pool, std::vector<uint64_t>* groups);
 
-// Initialised groups in the order of the list of groups, until it ends, leaves what the sample
-// reached or comes back.
+// Initialised groups in the order of the list of groups. Stops where the list ends, leaves the
+// groups of the sample, or loops.
 std::vector<uint64_t> listed_groups(const pool_entries& pool);
 // Used extents of the initialised groups, ascending.
 std::vector<uint64_t> used_extents(const pool_entries& pool);
-// Offsets of the group's free list in its order, until it has its length or leaves the free ones.
+// Offsets of the group's free list, in list order. Stops at the list's length or at a used entry.
 std::vector<uint32_t> free_list(const pool_entries& pool, uint64_t group);
 
 }  // namespace lab

@@ -13,19 +13,19 @@
 
 namespace lab {
 
-static bool stands(const damage_site& site, const std::string& path) {
+static bool check_exists(const damage_site& site, const std::string& path) {
     struct stat status = {};
-    const std::string whole = site.directory + "/" + path;
-    return lstat(whole.c_str(), &status) == 0 || complain_of(whole, strerror(errno));
+    const std::string full_path = site.directory + "/" + path;
+    return lstat(full_path.c_str(), &status) == 0 || complain_of(full_path, strerror(errno));
 }
 
 static std::string remove_file(const damage_site& site, const std::string& path) {
-    const std::string whole = site.directory + "/" + path;
-    if (!stands(site, path)) {
+    const std::string full_path = site.directory + "/" + path;
+    if (!check_exists(site, path)) {
         return "";
     }
-    if (unlink(whole.c_str()) != 0) {
-        (void)complain_of(whole, strerror(errno));
+    if (unlink(full_path.c_str()) != 0) {
+        (void)complain_of(full_path, strerror(errno));
         return "";
     }
     return path + ": removed";
@@ -40,7 +40,7 @@ std::string lose_table(damage_site* site) {
 }
 
 std::string lose_both(damage_site* site) {
-    if (!stands(*site, index_of(*site)) || !stands(*site, table_of(*site))) {
+    if (!check_exists(*site, index_of(*site)) || !check_exists(*site, table_of(*site))) {
         return "";
     }
     const std::string index = remove_file(*site, index_of(*site));
@@ -48,13 +48,13 @@ std::string lose_both(damage_site* site) {
     return table.empty() ? "" : index + "; " + table;
 }
 
-// As far as the sample ever wrote to the table.
+// The number of table blocks that the sample may have written.
 static uint64_t table_blocks(const damage_site& site) {
     const file_image table = image_of(*site.sample, {file_kind::tbl, site.volume, 0});
     return table.chunks.back().bytes.size() / DATA_NODE_SIZE;
 }
 
-std::string drown_table(damage_site* site) {
+std::string overwrite_table(damage_site* site) {
     const uint64_t blocks = table_blocks(*site);
     std::vector<uint64_t> noise(blocks * DATA_NODE_SIZE / sizeof(uint64_t));
     for (uint64_t& word : noise) {
@@ -74,20 +74,20 @@ std::string drown_table(damage_site* site) {
 
 static std::string cut_file(const damage_site& site, const std::string& path, uint64_t size,
                             const std::string& lost) {
-    const std::string whole = site.directory + "/" + path;
+    const std::string full_path = site.directory + "/" + path;
     struct stat status = {};
-    if (stat(whole.c_str(), &status) != 0 ||
-        truncate(whole.c_str(), static_cast<off_t>(size)) != 0) {
-        (void)complain_of(whole, strerror(errno));
+    if (stat(full_path.c_str(), &status) != 0 ||
+        truncate(full_path.c_str(), static_cast<off_t>(size)) != 0) {
+        (void)complain_of(full_path, strerror(errno));
         return "";
     }
     char text[128];
-    (void)snprintf(text, sizeof text, ": size %llu -> %llu, %s lies behind the end",
+    (void)snprintf(text, sizeof text, ": size %llu -> %llu, %s lies past the end",
                    ull(status.st_size), ull(size), lost.c_str());
     return path + text;
 }
 
-// Cuts the file somewhere in front of a mapped entry; the header stays whole.
+// Cuts the file at or before a mapped entry; the header stays intact.
 std::string truncate_map(damage_site* site) {
     const map_place place = pick_mapped_place(site);
     if (place.path.empty()) {
@@ -103,14 +103,14 @@ std::string lose_map(damage_site* site) {
     return place.path.empty() ? "" : remove_file(*site, place.path);
 }
 
-// The size of a data file; 0 when there is none.
+// The size of a data file; 0 if it does not exist.
 static uint64_t size_of_data(const damage_site& site, uint64_t number) {
-    const std::string whole = site.directory + "/" + data_path(volume_of(site), number);
+    const std::string full_path = site.directory + "/" + data_path(volume_of(site), number);
     struct stat status = {};
-    return stat(whole.c_str(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
+    return stat(full_path.c_str(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
 
-// The used extents that lie whole inside the last data file that has any.
+// The used extents that lie completely inside the last data file that has any.
 static std::vector<uint64_t> last_data_extents(const damage_site& site, const pool_entries& pool,
                                                uint64_t* file) {
     const volume& vol = volume_of(site);
@@ -130,7 +130,7 @@ static std::vector<uint64_t> last_data_extents(const damage_site& site, const po
     return inside;
 }
 
-// Cuts the file at an extent's border, at a used extent or somewhere in front of it.
+// Cuts the file on an extent boundary, at or before a used extent.
 std::string cut_data_file(damage_site* site) {
     pool_entries pool;
     if (!read_pool(*site, &pool)) {

@@ -1,4 +1,4 @@
-// The kinds of damage, as the table in damage.cpp names them; the contract is damage_function's.
+// The kinds of damage in the table of damage.cpp. The contract is that of damage_function.
 // Below: damage_site.h. Above: damage.h.
 #pragma once
 
@@ -6,7 +6,7 @@
 
 namespace lab {
 
-// damage_bits.cpp: one bit, and the checksum above it stays.
+// damage_bits.cpp: flip one bit, and keep the checksum.
 std::string flip_index_header(damage_site* site);
 std::string flip_table_header(damage_site* site);
 std::string flip_map_header(damage_site* site);
@@ -16,28 +16,28 @@ std::string flip_map_node(damage_site* site);
 std::string flip_pool_table(damage_site* site);
 std::string flip_journal_block(damage_site* site);
 
-// damage_files.cpp: whole files.
+// damage_files.cpp: remove, overwrite or cut whole files.
 std::string lose_index(damage_site* site);
 std::string lose_table(damage_site* site);
 std::string lose_both(damage_site* site);
-std::string drown_table(damage_site* site);
+std::string overwrite_table(damage_site* site);
 std::string truncate_map(damage_site* site);
 std::string lose_map(damage_site* site);
 std::string cut_data_file(damage_site* site);
 
-// damage_misplaced.cpp: a file that is sound in itself and does not belong where it stands.
+// damage_misplaced.cpp: put a sound file where it does not belong.
 std::string swap_maps(damage_site* site);
-std::string take_old_map(damage_site* site);
-std::string take_foreign_journal(damage_site* site);
+std::string restore_old_map(damage_site* site);
+std::string replace_journal(damage_site* site);
 
-// damage_values.cpp: one wrong number under a right checksum.
+// damage_values.cpp: write one wrong number, with a right checksum.
 std::string change_references(damage_site* site);
 std::string change_free_count(damage_site* site);
 std::string change_mapped_count(damage_site* site);
 
-// damage_lists.cpp: one wrong link or length under a right checksum.
+// damage_lists.cpp: write one wrong link or length, with a right checksum.
 std::string loop_list(damage_site* site);
-std::string lead_list_into_used(damage_site* site);
+std::string link_list_to_used(damage_site* site);
 std::string cut_list_tail(damage_site* site);
 std::string change_list_count(damage_site* site);
 std::string loop_group_list(damage_site* site);

@@ -1,5 +1,5 @@
 // Wrong links and lengths of free lists and of the list of groups: one entry of table or index
-// changes, under a right checksum.
+// changes, and its block gets a right checksum.
 #include <cstdio>
 #include <cstring>
 
@@ -9,7 +9,8 @@
 
 namespace lab {
 
-// A group whose free list is the one to damage, and that list. No entries: refused or told.
+// The group whose free list is to be damaged, and that list. An empty list means that there is no
+// such group or a file cannot be read; the reason was printed.
 struct list_place {
     uint64_t group;
     std::vector<uint32_t> list;
@@ -69,7 +70,7 @@ std::string loop_list(damage_site* site) {
     return relink(*site, pool, tbl_lpa_of(place.group, place.list[last]), earlier);
 }
 
-std::string lead_list_into_used(damage_site* site) {
+std::string link_list_to_used(damage_site* site) {
     pool_entries pool;
     const list_place place = pick_list(site, &pool, true);
     if (place.list.empty()) {
@@ -83,7 +84,7 @@ std::string lead_list_into_used(damage_site* site) {
         }
     }
     if (used.empty()) {
-        return refuse("no used entry stands in group " + std::to_string(place.group));
+        return refuse("no suitable used entry in group " + std::to_string(place.group));
     }
     const uint32_t from = place.list[random_below(&site->random, place.list.size())];
     return relink(*site, pool, tbl_lpa_of(place.group, from),

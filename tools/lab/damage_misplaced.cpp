@@ -1,5 +1,5 @@
-// Files that are sound in themselves and do not belong where they stand: another map's, an earlier
-// moment's, another server's.
+// Sound files that do not belong where they are: another map, an earlier state of a map, the
+// journal of another server.
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
@@ -30,8 +30,9 @@ static std::vector<uint64_t> different_leas(const std::vector<uint64_t>& a,
     return leas;
 }
 
-static std::string told(const std::vector<uint64_t>& leas, const std::vector<uint64_t>& from,
-                        const std::vector<uint64_t>& to) {
+static std::string first_difference(const std::vector<uint64_t>& leas,
+                                    const std::vector<uint64_t>& from,
+                                    const std::vector<uint64_t>& to) {
     char text[160];
     (void)snprintf(text, sizeof text,
                    "entries that differ: %zu, the first is lea %llu: %016llx -> %016llx",
@@ -39,7 +40,7 @@ static std::string told(const std::vector<uint64_t>& leas, const std::vector<uin
     return text;
 }
 
-// In the order of the sample's list of maps.
+// `one` precedes `other` in the sample's list of maps.
 static std::string exchange(const damage_site& site, const lun_map& one, const lun_map& other) {
     std::vector<uint64_t> from;
     std::vector<uint64_t> to;
@@ -53,7 +54,7 @@ static std::string exchange(const damage_site& site, const lun_map& one, const l
         return "";
     }
     return one.path + ": exchanged with " + other.path + "; " +
-           told(different_leas(from, to), from, to);
+           first_difference(different_leas(from, to), from, to);
 }
 
 static std::vector<size_t> lun_maps(const damage_site& site) {
@@ -66,7 +67,8 @@ static std::vector<size_t> lun_maps(const damage_site& site) {
     return luns;
 }
 
-// Where the first one holds what all others hold, so does any other.
+// If one map has the same entries as all others, no two maps differ. So it is enough to compare the
+// others with one map.
 std::string swap_maps(damage_site* site) {
     const std::vector<size_t> luns = lun_maps(*site);
     const std::vector<lun_map>& maps = site->sample->maps;
@@ -90,16 +92,16 @@ std::string swap_maps(damage_site* site) {
     return refuse("no two LUN maps of the volume hold different entries");
 }
 
-// A map as it was, and what of it is not so now.
+// A map with an earlier state, its current entries, and the addresses at which they differ.
 struct old_map {
     size_t map;
     std::vector<uint64_t> now;
-    std::vector<uint64_t> leas;  // empty: nothing differs, or the file could not be had
+    std::vector<uint64_t> leas;  // empty: nothing differs, or the file cannot be read
 };
 
 using lea_set = std::set<std::pair<size_t, uint64_t>>;  // number of the map, and an address of it
 
-// What a replay of the journal sets right again, and so leaves no difference.
+// The entries that a replay of the journal would restore.
 static lea_set replayed_leas(const model& m) {
     lea_set leas;
     for (const metadata_write& write : m.writes) {
@@ -116,20 +118,20 @@ static bool outlives_replay(const lea_set& replayed, const old_map& old) {
     });
 }
 
-// The first map of the volume, from a random one on, that held something else then. `had`: whether
-// every file could be had; if not, told.
-static old_map pick_old_map(damage_site* site, const model& past, bool* had) {
+// Finds the first map of the volume, starting with a random one, whose earlier entries differ and
+// outlive a replay. Sets `readable` to false if a file cannot be read, and prints the reason.
+static old_map pick_old_map(damage_site* site, const model& past, bool* readable) {
     const std::vector<size_t>& maps = volume_of(*site).maps;
     const lea_set replayed = replayed_leas(*site->sample);
     const size_t first = random_below(&site->random, maps.size());
-    for (size_t i = 0; i < maps.size() && *had; i++) {
+    for (size_t i = 0; i < maps.size() && *readable; i++) {
         old_map old = {maps[(first + i) % maps.size()], {}, {}};
         if (old.map >= past.maps.size()) {
-            continue;  // was made later
+            continue;  // did not exist then
         }
-        *had = read_entries(*site, site->sample->maps[old.map], &old.now);
+        *readable = read_entries(*site, site->sample->maps[old.map], &old.now);
         old.leas = different_leas(old.now, past.maps[old.map].entries);
-        if (*had && outlives_replay(replayed, old)) {
+        if (*readable && outlives_replay(replayed, old)) {
             return old;
         }
     }
@@ -139,7 +141,7 @@ static old_map pick_old_map(damage_site* site, const model& past, bool* had) {
 static std::string put_old_map(const damage_site& site, model past, const old_map& old) {
     constexpr uint64_t IN_NODE = offsetof(map_header, map_mapped_count) - 2 * META_NODE_SIZE;
     lun_map& map = past.maps[old.map];
-    map.path = site.sample->maps[old.map].path;  // it may have gone to the trash since
+    map.path = site.sample->maps[old.map].path;  // it may have moved to the trash since
     uint64_t count = 0;
     if (!get_bytes(site, map.path, offset_of_node(2) + IN_NODE, &count, sizeof count) ||
         !replace_file(site.directory, image_of(past, {file_kind::map, old.map, 0}))) {
@@ -150,18 +152,18 @@ static std::string put_old_map(const damage_site& site, model past, const old_ma
                    ": as it was after transaction %llu of %llu; mapped count: %llu -> %llu; ",
                    ull(past.journal.commits), ull(site.sample->journal.commits), ull(count),
                    ull(map.mapped_count));
-    return map.path + text + told(old.leas, old.now, map.entries);
+    return map.path + text + first_difference(old.leas, old.now, map.entries);
 }
 
-// Tries a random moment, then the earliest, from which the most has changed.
-std::string take_old_map(damage_site* site) {
+// Tries a random earlier state, then the very first one, since which the most has changed.
+std::string restore_old_map(damage_site* site) {
     const uint64_t commits = site->sample->journal.commits;
     const uint64_t moment = commits == 0 ? 0 : random_below(&site->random, commits);
-    bool had = true;
+    bool readable = true;
     for (const uint64_t after : {moment, uint64_t{0}}) {
         const model past = make_past(site->sample->sample, after);
-        const old_map old = pick_old_map(site, past, &had);
-        if (!had) {
+        const old_map old = pick_old_map(site, past, &readable);
+        if (!readable) {
             return "";
         }
         if (!old.leas.empty()) {
@@ -169,11 +171,11 @@ std::string take_old_map(damage_site* site) {
         }
     }
     return refuse(site->sample->sample.crash
-                      ? "no map of the volume ever held what a replay would leave"
-                      : "no map of the volume ever held anything else");
+                      ? "no map of the volume has old entries that would outlive a replay"
+                      : "no map of the volume has ever had different entries");
 }
 
-// What the service of another server left: its last transaction is complete.
+// Another server whose last transaction is complete.
 static model foreign_server(damage_site* site) {
     parameters other = site->sample->sample;
     other.seed = random_next(&site->random);
@@ -182,11 +184,11 @@ static model foreign_server(damage_site* site) {
     return make_past(other, other.transactions);
 }
 
-std::string take_foreign_journal(damage_site* site) {
+std::string replace_journal(damage_site* site) {
     constexpr uint64_t IN_NODE = offsetof(jnl_header, jnl_shutdown_tag) - 2 * META_NODE_SIZE;
     constexpr uint64_t IN_HEAD = offsetof(metadata_head, uuid);
     if (site->sample->journal.commits == 0) {
-        return refuse("the journal holds no block that anyone reads");
+        return refuse("the journal holds no block that check or replay reads");
     }
     uint32_t status = 0;
     uuid from;

@@ -29,28 +29,28 @@ static bool complain_of_errno(const std::string& path) {
 
 bool get_bytes(const damage_site& site, const std::string& path, uint64_t offset, void* bytes,
                size_t length) {
-    const std::string whole = site.directory + "/" + path;
-    const int fd = open(whole.c_str(), O_RDONLY | O_CLOEXEC);
+    const std::string full_path = site.directory + "/" + path;
+    const int fd = open(full_path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
-        return complain_of_errno(whole);
+        return complain_of_errno(full_path);
     }
-    const bool good = read_all(fd, bytes, length, offset) || complain_of_errno(whole);
+    const bool good = read_all(fd, bytes, length, offset) || complain_of_errno(full_path);
     (void)close(fd);
     return good;
 }
 
 bool put_bytes(const damage_site& site, const std::string& path, uint64_t offset, const void* bytes,
                size_t length) {
-    const std::string whole = site.directory + "/" + path;
-    const int fd = open(whole.c_str(), O_WRONLY | O_CLOEXEC);
+    const std::string full_path = site.directory + "/" + path;
+    const int fd = open(full_path.c_str(), O_WRONLY | O_CLOEXEC);
     if (fd < 0) {
-        return complain_of_errno(whole);
+        return complain_of_errno(full_path);
     }
-    const bool good = write_all(fd, bytes, length, offset) || complain_of_errno(whole);
-    return (close(fd) == 0 || complain_of_errno(whole)) && good;
+    const bool good = write_all(fd, bytes, length, offset) || complain_of_errno(full_path);
+    return (close(fd) == 0 || complain_of_errno(full_path)) && good;
 }
 
-// A header node has its checksum in front, a block at its end.
+// A header node has its checksum at its start, a block at its end.
 struct sealed_place {
     uint64_t start;
     size_t length;

@@ -1,6 +1,6 @@
-// Where a damage is done: the files of one volume of a sample, and the journal, as they lie on the
-// disk now. Reads and changes them by the formats alone. Below: model.h, pool_entries.h, bytes.h.
-// Above: the kinds of damage.
+// The files that can be damaged: those of one volume of a sample, and the journal, in their current
+// state on the disk. Uses only the formats to read and change them. Below: model.h, pool_entries.h,
+// bytes.h. Above: the kinds of damage.
 #pragma once
 
 #include <string>
@@ -13,7 +13,7 @@ namespace lab {
 
 struct damage_site {
     std::string directory;  // the sample's
-    const model* sample;    // which files there are and how far they reach, not what they hold
+    const model* sample;    // names and sizes of the files; their contents are read from the disk
     size_t volume;
     random_stream random;  // picks the place
 };
@@ -23,20 +23,19 @@ const volume& volume_of(const damage_site& site);
 std::string index_of(const damage_site& site);
 std::string table_of(const damage_site& site);
 
-// Each is false, told on standard error, when the file cannot be had.
+// Return false if the file cannot be read or written, and print the reason on standard error.
 bool get_bytes(const damage_site& site, const std::string& path, uint64_t offset, void* bytes,
                size_t length);
 bool put_bytes(const damage_site& site, const std::string& path, uint64_t offset, const void* bytes,
                size_t length);
-// As put_bytes, and the header node or block that the bytes lie in gets the checksum of what it
-// holds then.
+// As put_bytes, and also updates the checksum of the header node or block that holds the bytes.
 bool put_sealed(const damage_site& site, const std::string& path, uint64_t offset,
                 const void* bytes, size_t length);
 
-// Says why nothing was damaged; always empty.
+// Prints why nothing was damaged; always returns "".
 std::string refuse(const std::string& why);
 
-// Index and table of the volume as far as the sample ever reached.
+// Reads index and table of the volume, for all groups that the sample ever used.
 bool read_pool(const damage_site& site, pool_entries* out);
 
 }  // namespace lab

@@ -1,4 +1,4 @@
-// Wrong numbers: the checksum above each is right.
+// Wrong numbers with right checksums.
 #include <cstddef>
 #include <cstdio>
 
@@ -8,14 +8,14 @@
 
 namespace lab {
 
-// One more or one less, inside the bounds.
+// Adds or subtracts one, within the bounds.
 static uint64_t off_by_one(damage_site* site, uint64_t value, uint64_t least, uint64_t most) {
     const bool up = value <= least || (value < most && random_chance(&site->random, 50));
     return up ? value + 1 : value - 1;
 }
 
-static std::string told(const std::string& path, uint64_t offset, const std::string& what,
-                        uint64_t from, uint64_t to) {
+static std::string change_line(const std::string& path, uint64_t offset, const std::string& what,
+                               uint64_t from, uint64_t to) {
     char text[160];
     (void)snprintf(text, sizeof text, ": byte %llu, %s: %llu -> %llu", ull(offset), what.c_str(),
                    ull(from), ull(to));
@@ -36,10 +36,11 @@ std::string change_references(damage_site* site) {
     if (!put_sealed(*site, table_of(*site), offset, &entry, sizeof entry)) {
         return "";
     }
-    return told(table_of(*site), offset, "lpa " + std::to_string(lpa) + ", references", from, to);
+    return change_line(table_of(*site), offset, "lpa " + std::to_string(lpa) + ", references", from,
+                       to);
 }
 
-// One of the counts in a header.
+// Changes one of the counts in a header.
 static std::string change_count(damage_site* site, const std::string& path, uint64_t offset,
                                 uint64_t most, const char* what) {
     uint64_t from = 0;
@@ -47,8 +48,9 @@ static std::string change_count(damage_site* site, const std::string& path, uint
         return "";
     }
     const uint64_t to = off_by_one(site, from, 0, most);
-    return put_sealed(*site, path, offset, &to, sizeof to) ? told(path, offset, what, from, to)
-                                                           : "";
+    return put_sealed(*site, path, offset, &to, sizeof to)
+               ? change_line(path, offset, what, from, to)
+               : "";
 }
 
 std::string change_free_count(damage_site* site) {

@@ -35,13 +35,13 @@ static std::string in_words(content kind, const uint8_t* bytes) {
     return text;
 }
 
-static std::string told(const std::string& what, const std::string& expected,
-                        const std::string& found) {
+static std::string mismatch(const std::string& what, const std::string& expected,
+                            const std::string& found) {
     return what + ": expected " + expected + ", found " + found;
 }
 
 struct block_shape {
-    const char* entry;  // what an index into the entries is called
+    const char* entry;  // name of an index into the entries
     size_t entry_size;
 };
 
@@ -64,16 +64,16 @@ static std::string describe_block(const chunk& expected, const std::vector<uint8
     if (in_block >= ENTRY_BYTES) {
         const size_t start = at - at % sizeof(uint32_t);
         const char* what = in_block < ENTRY_BYTES + 4 ? "bytes 504 to 507" : "checksum";
-        return told("block " + std::to_string(block) + ", " + what,
-                    hex_of(&expected.bytes[start], sizeof(uint32_t)),
-                    hex_of(&found[start], sizeof(uint32_t)));
+        return mismatch("block " + std::to_string(block) + ", " + what,
+                        hex_of(&expected.bytes[start], sizeof(uint32_t)),
+                        hex_of(&found[start], sizeof(uint32_t)));
     }
     const size_t slot = in_block / shape.entry_size;
     const size_t start = block * DATA_NODE_SIZE + slot * shape.entry_size;
     const size_t index = block * (ENTRY_BYTES / shape.entry_size) + slot;
-    return told(std::string(shape.entry) + " " + std::to_string(index),
-                in_words(expected.kind, &expected.bytes[start]),
-                in_words(expected.kind, &found[start]));
+    return mismatch(std::string(shape.entry) + " " + std::to_string(index),
+                    in_words(expected.kind, &expected.bytes[start]),
+                    in_words(expected.kind, &found[start]));
 }
 
 struct header_field {
@@ -92,7 +92,8 @@ constexpr header_field HEADER_FIELDS[] = {
     {content::jnl_header, IN_VAR_AREA + 4, 4, "status"},
 };
 
-// The checksums of a header's nodes differ with what they sum up, which is told instead.
+// If a node's checksum and its other bytes differ, skips the checksum: the other difference is
+// reported instead.
 static std::string describe_header(const chunk& expected, const std::vector<uint8_t>& found,
                                    size_t at) {
     while (at % META_NODE_SIZE < sizeof(uint32_t) && at + 1 < found.size() &&
@@ -108,15 +109,16 @@ static std::string describe_header(const chunk& expected, const std::vector<uint
         const size_t offset = expected.offset + at;
         if (field.kind == expected.kind && offset >= field.offset &&
             offset < field.offset + field.width) {
-            uint64_t ought = 0;
-            uint64_t is = 0;
-            memcpy(&ought, &expected.bytes[field.offset - expected.offset], field.width);
-            memcpy(&is, &found[field.offset - expected.offset], field.width);
-            return told(field.name, std::to_string(ought), std::to_string(is));
+            uint64_t expected_value = 0;
+            uint64_t found_value = 0;
+            memcpy(&expected_value, &expected.bytes[field.offset - expected.offset], field.width);
+            memcpy(&found_value, &found[field.offset - expected.offset], field.width);
+            return mismatch(field.name, std::to_string(expected_value),
+                            std::to_string(found_value));
         }
     }
-    return told("header byte " + std::to_string(expected.offset + at),
-                hex_of(&expected.bytes[at], 1), hex_of(&found[at], 1));
+    return mismatch("header byte " + std::to_string(expected.offset + at),
+                    hex_of(&expected.bytes[at], 1), hex_of(&found[at], 1));
 }
 
 std::string describe_difference(const chunk& expected, const std::vector<uint8_t>& found,
@@ -127,8 +129,8 @@ std::string describe_difference(const chunk& expected, const std::vector<uint8_t
         case content::map_nodes:
             return describe_block(expected, found, at);
         case content::bytes:
-            return told("byte " + std::to_string(expected.offset + at),
-                        hex_of(&expected.bytes[at], 1), hex_of(&found[at], 1));
+            return mismatch("byte " + std::to_string(expected.offset + at),
+                            hex_of(&expected.bytes[at], 1), hex_of(&found[at], 1));
         default:
             return describe_header(expected, found, at);
     }

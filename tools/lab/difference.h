@@ -1,4 +1,4 @@
-// A difference in an operator's words: which entry, which field, what was expected, what was found.
+// Describes a difference to the user: the entry, the field, the expected value and the value found.
 // Below: image.h.
 #pragma once
 
@@ -8,7 +8,7 @@
 
 namespace lab {
 
-// Both hold the part's bytes; they differ first at byte `at` of the part.
+// `expected` and `found` have the same length and first differ at byte `at`.
 std::string describe_difference(const chunk& expected, const std::vector<uint8_t>& found,
                                 size_t at);
 

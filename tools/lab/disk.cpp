@@ -16,7 +16,7 @@
 
 namespace lab {
 
-// The tool keeps a volume's directories in 64 bytes and a map's path in 128.
+// The tool stores a volume's directories in 64 bytes and a map's path in 128.
 constexpr size_t LONGEST_ROOT = 63 - sizeof "/volume64/@iSCSITrg" + 1;
 
 bool complain_of(const std::string& path, const char* what) {
@@ -53,11 +53,11 @@ std::string prepare_directory(const std::string& directory) {
     }
     const std::string root = absolute;
     if (root.size() > LONGEST_ROOT) {
-        (void)complain_of(root, "is too long a path: no volume's directories would fit below it");
+        (void)complain_of(root, "path too long: the volumes' directories would not fit below it");
         return "";
     }
     if (root.find_first_of(" \t\n") != std::string::npos) {
-        (void)complain_of(root, "holds a blank: platform.conf could not name volumes below it");
+        (void)complain_of(root, "contains a blank: platform.conf cannot name volumes below it");
         return "";
     }
     return is_empty_directory(root) ? root : "";
@@ -77,7 +77,7 @@ static bool make_parents(const std::string& directory, const std::string& path) 
     return true;
 }
 
-// Runs of blocks that hold something; the others stay holes.
+// Writes runs of nonzero blocks; the others stay holes.
 static bool write_chunk(int fd, const chunk& part) {
     const auto length_at = [&part](size_t at) {
         return std::min<size_t>(DATA_NODE_SIZE, part.bytes.size() - at);
@@ -134,7 +134,7 @@ static bool write_configuration(const model& m, const std::string& directory) {
     }
     platform += "\n";
     std::string lab =
-        "# What this sample was made of; tarn-lab verify works the truth out of it.\n";
+        "# The parameters of this sample; tarn-lab computes its expected contents from them.\n";
     for (const parameter_row& row : PARAMETER_ROWS) {
         lab += std::string(row.name) + " = " + std::to_string(m.sample.*row.value) + "\n";
     }
@@ -175,7 +175,7 @@ struct parameter_line {
 static bool read_lines(const std::string& path, std::vector<parameter_line>* lines) {
     std::ifstream file(path);
     if (!file) {
-        return complain_of(path, "cannot be read: no sample stands here");
+        return complain_of(path, "cannot be read: there is no sample here");
     }
     for (std::string line; std::getline(file, line);) {
         const size_t equals = line.find(" = ");

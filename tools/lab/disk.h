@@ -1,5 +1,5 @@
 // Files and directories on the disk, and the sample's two configuration files.
-// Below: image.h, bytes.h. Failures are told on standard error where they are found.
+// Below: image.h, bytes.h. Failures are printed on standard error where they occur.
 #pragma once
 
 #include <string>
@@ -9,16 +9,17 @@
 
 namespace lab {
 
-// The directory as an absolute path; empty, told, when it cannot be had or no sample fits there.
+// Makes the directory if necessary and returns its absolute path. Returns "" if it cannot be used
+// for a sample, and prints the reason.
 std::string prepare_directory(const std::string& directory);
-// All files of the sample as the model stands, sparse where they are zero.
+// Writes all files of the sample in the model's current state, sparse where they are zero.
 bool write_sample(const model& m, const std::string& directory, progress* bar);
-// What the sample in the directory was made of.
+// Reads the parameters that the sample in the directory was made with.
 bool read_parameters(const std::string& directory, parameters* out);
 
-// The file, which stands there, holds the image and nothing else.
+// Replaces the contents of an existing file by the image.
 bool replace_file(const std::string& directory, const file_image& image);
 
-bool complain_of(const std::string& path, const char* what);  // false
+bool complain_of(const std::string& path, const char* what);  // prints; always returns false
 
 }  // namespace lab

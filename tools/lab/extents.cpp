@@ -61,7 +61,7 @@ std::vector<uint64_t> take_extents(model* m, size_t volume_index, uint64_t most)
     for (uint64_t i = 0; i < count; i++) {
         const uint64_t lpa = tbl_lpa_of(group, head);
         const tbl_entry free = entry_at(vol, lpa);
-        head = tbl_entry_count(&free);  // of the tail: 0
+        head = tbl_entry_count(&free);  // 0 for the tail
         set_tbl(m, volume_index, lpa, TBL_USED_BIT | 1);
         taken.push_back(lpa);
     }

@@ -19,7 +19,7 @@ static jnl_file_entry entry_of(metadata_file_type type, const uuid& file) {
     return entry;
 }
 
-// The four below change one datum and record it.
+// The four record_ functions record the change of one datum; record_map also makes it.
 static void record_map(model* m, transaction* t, size_t map_index, uint64_t lea, uint64_t word) {
     const lun_map& map = m->maps[map_index];
     jnl_file_entry entry = entry_of(FILE_TYPE_MAP, map.id);
@@ -33,7 +33,7 @@ static void record_map(model* m, transaction* t, size_t map_index, uint64_t lea,
                      map.mapped_count + (is_mapped(word) ? 1 : 0) - (is_mapped(before) ? 1 : 0));
     entry.map.new_mapped_count = map.mapped_count;
     add_file_entry(m, t, entry);
-    names_map(m, map_index);
+    note_named_map(m, map_index);
 }
 
 static void record_tbl(model* m, transaction* t, const volume& vol, uint64_t lpa, uint16_t before) {
@@ -68,8 +68,8 @@ static void record_counters(model* m, transaction* t, const volume& vol,
     add_file_entry(m, t, entry);
 }
 
-// One reference goes; table and, for a last one, index change with it. `each_step` records index
-// and counters at once; otherwise the caller does, when all are gone.
+// Drops one reference in the table and, if it was the last one, frees the extent in the index. With
+// `each_step` it records index and counters at once; otherwise the caller records them at the end.
 static void release(model* m, transaction* t, size_t volume_index, uint64_t lpa, bool each_step) {
     const volume& vol = m->volumes[volume_index];
     const uint64_t group = tbl_group_of(lpa);
@@ -89,7 +89,7 @@ static void release(model* m, transaction* t, size_t volume_index, uint64_t lpa,
     }
 }
 
-// Index and counters once, as they stand after everything that the transaction freed.
+// Records index and counters once, with their values after everything that the transaction freed.
 static void record_final_index(model* m, transaction* t, const volume& vol,
                                const std::vector<fri_entry>& fri_before,
                                const fri_counters& before) {
@@ -103,9 +103,9 @@ static void record_final_index(model* m, transaction* t, const volume& vol,
     }
 }
 
-// The buffer has no gaps: it shrinks at its end, and the entry from there takes the place of one
-// that goes from the middle. Two entries at most.
-static void leave_buffer(model* m, transaction* t, size_t map_index, uint64_t lea) {
+// Removes an entry from the buffer, which has no gaps: the last entry moves into the freed place.
+// Adds two FILE entries at most.
+static void remove_from_buffer(model* m, transaction* t, size_t map_index, uint64_t lea) {
     const lun_map& buffer = m->maps[map_index];
     const uint64_t end = buffer.mapped_count - 1;
     if (lea != end) {
@@ -114,7 +114,7 @@ static void leave_buffer(model* m, transaction* t, size_t map_index, uint64_t le
     record_map(m, t, map_index, end, 0);
 }
 
-static uint64_t pick_leaving(model* m, const lun_map& buffer) {
+static uint64_t pick_entry_to_free(model* m, const lun_map& buffer) {
     return random_chance(&m->work, 30) ? random_below(&m->work, buffer.mapped_count)
                                        : buffer.mapped_count - 1;
 }
@@ -134,15 +134,15 @@ bool free_from_buffer(model* m, transaction* t, size_t volume_index) {
     const std::vector<fri_entry> fri_before = each_step ? std::vector<fri_entry>() : vol.fri;
     const fri_counters before = {vol.free_count, vol.group_head};
     for (uint64_t i = 0; i < count; i++) {
-        const uint64_t lea = pick_leaving(m, buffer);
+        const uint64_t lea = pick_entry_to_free(m, buffer);
         const uint64_t lpa = lpa_of(buffer.entries[lea]);
         const bool map_first = random_chance(&m->work, 50);
         if (map_first) {
-            leave_buffer(m, t, map_index, lea);
+            remove_from_buffer(m, t, map_index, lea);
         }
         release(m, t, volume_index, lpa, each_step);
         if (!map_first) {
-            leave_buffer(m, t, map_index, lea);
+            remove_from_buffer(m, t, map_index, lea);
         }
     }
     if (!each_step) {
@@ -166,20 +166,20 @@ bool share_extent(model* m, transaction* t, size_t volume_index) {
     const unsigned roles = role_bit(map_role::lun) | role_bit(map_role::snapshot);
     const size_t to = pick_map(m, volume_index, roles);
     const lun_map& source = m->maps[pick_map(m, volume_index, roles)];
-    const lea_run here = pick_mapped(m, source);
-    const lea_run there = pick_target(m, m->maps[to], 1);
-    if (here.length == 0 || there.length == 0 || file_entry_room(*t) < 2) {
+    const lea_run source_run = pick_mapped(m, source);
+    const lea_run target_run = pick_target(m, m->maps[to], 1);
+    if (source_run.length == 0 || target_run.length == 0 || file_entry_room(*t) < 2) {
         return false;
     }
     const volume& vol = m->volumes[volume_index];
-    const uint64_t lpa = lpa_of(source.entries[here.start]);
+    const uint64_t lpa = lpa_of(source.entries[source_run.start]);
     if (references(vol, lpa) == TBL_COUNT_MAX) {
         return false;
     }
     const uint16_t before = vol.tbl[lpa];
     add_reference(m, volume_index, lpa);
     record_tbl(m, t, vol, lpa, before);
-    record_map(m, t, to, there.start, mapped_word(m, m->maps[to], lpa));
+    record_map(m, t, to, target_run.start, mapped_word(m, m->maps[to], lpa));
     return true;
 }
 

@@ -50,7 +50,7 @@ static void fill_map(model* m, size_t map_index, uint64_t quota) {
     }
 }
 
-// How many extents to use: often so many that the next allocations cross the end of a group.
+// Picks how many extents to use: often so many that the next allocations cross the end of a group.
 static uint64_t pick_used_count(model* m, uint64_t addresses) {
     const uint64_t most = addresses / 4 * 3;
     const uint64_t groups = most / TBL_GROUP_ENTRIES;
@@ -84,40 +84,41 @@ static void share_some(model* m, size_t volume_index) {
     for (uint64_t i = 0; i < count; i++) {
         const lun_map& source = m->maps[pick_map(m, volume_index, sources)];
         const size_t to = pick_map(m, volume_index, ALL_ROLES);
-        const lea_run here = pick_mapped(m, source);
-        const lea_run there = pick_target(m, m->maps[to], 1);
-        if (here.length == 0 || there.length == 0) {
+        const lea_run source_run = pick_mapped(m, source);
+        const lea_run target_run = pick_target(m, m->maps[to], 1);
+        if (source_run.length == 0 || target_run.length == 0) {
             return;
         }
-        const uint64_t lpa = lpa_of(source.entries[here.start]);
+        const uint64_t lpa = lpa_of(source.entries[source_run.start]);
         if (references(m->volumes[volume_index], lpa) < TBL_COUNT_MAX) {
             add_reference(m, volume_index, lpa);
-            map_lea(m, to, there.start, lpa);
+            map_lea(m, to, target_run.start, lpa);
         }
     }
 }
 
-static void give_back_some(model* m, size_t volume_index) {
+static void free_some(model* m, size_t volume_index) {
     const uint64_t count = random_below(&m->work, random_chance(&m->work, 50) ? 10 : 200);
     for (uint64_t i = 0; i < count; i++) {
         const size_t map_index = pick_map(m, volume_index, role_bit(map_role::lun));
         const lun_map& map = m->maps[map_index];
-        const lea_run here = pick_mapped(m, map);
-        if (here.length == 0) {
+        const lea_run source_run = pick_mapped(m, map);
+        if (source_run.length == 0) {
             continue;
         }
-        const uint64_t lpa = lpa_of(map.entries[here.start]);
+        const uint64_t lpa = lpa_of(map.entries[source_run.start]);
         if (references(m->volumes[volume_index], lpa) == 1) {
             free_extent(m, volume_index, lpa);
-            set_map(m, map_index, here.start, random_chance(&m->work, 50) ? bare_marker(false) : 0);
+            set_map(m, map_index, source_run.start,
+                    random_chance(&m->work, 50) ? bare_marker(false) : 0);
             set_mapped_count(m, map_index, map.mapped_count - 1);
         }
     }
 }
 
-// Bits of table and index entries that are not the service's, also in the group that comes next.
-// They survive what does not overwrite the entry whole.
-static void set_foreign_bits(model* m, volume* vol) {
+// Sets reserved bits of table and index entries, including the next group's. Changes that do not
+// overwrite the whole entry keep them.
+static void set_reserved_bits(model* m, volume* vol) {
     const uint64_t next = end_group(*vol);
     reach_group(vol, next);
     for (int i = 0; i < 40; i++) {
@@ -137,8 +138,8 @@ void fill_volume(model* m, size_t volume_index) {
                              role_bit(map_role::lun) | role_bit(map_role::snapshot) |
                                  role_bit(map_role::trash)));
     share_some(m, volume_index);
-    give_back_some(m, volume_index);
-    set_foreign_bits(m, &vol);
+    free_some(m, volume_index);
+    set_reserved_bits(m, &vol);
     vol.noisy_blocks = tbl_block_of(vol.tbl.size()) + 4;
 }
 

@@ -1,6 +1,6 @@
-// What the volumes hold before the first transaction: extents in use, shared and given back, so
-// that free lists are long and tangled and some group is about to become full.
-// Below: extents.h, choose.h. Above: sample.h.
+// Fills the volumes before the first transaction: extents in use, shared and freed again, so that
+// free lists are long and in mixed order and some group is nearly full. Below: extents.h, choose.h.
+// Above: sample.h.
 #pragma once
 
 #include "lab/model.h"

@@ -11,7 +11,8 @@ namespace lab {
 
 constexpr unsigned SERVING_ROLES = role_bit(map_role::lun) | role_bit(map_role::snapshot);
 
-// One block: extents of one group, which may be fewer than the run is long. Returns how many.
+// Adds one block with extents of one group, possibly fewer than the run needs. Returns their
+// number.
 static uint64_t add_alloc_block(model* m, transaction* t, size_t map_index, const lea_run& run) {
     const lun_map& map = m->maps[map_index];
     volume& vol = m->volumes[map.volume];
@@ -38,7 +39,7 @@ static uint64_t add_alloc_block(model* m, transaction* t, size_t map_index, cons
     block.alloc.total_free_count = vol.free_count;
     block.alloc.group_head = vol.group_head;
     add_block(t, block);
-    names_map(m, map_index);
+    note_named_map(m, map_index);
     return taken.size();
 }
 
@@ -56,8 +57,8 @@ bool allocate(model* m, transaction* t, size_t volume_index) {
     return true;
 }
 
-// How many of the run's source entries can be copied: those in front of an extent that has all the
-// references an entry can count.
+// Copies up to `count` entries and returns how many it copied. Stops at an extent that already has
+// the maximum number of references.
 static uint64_t add_copies(model* m, size_t to, uint64_t to_lea, size_t from, uint64_t from_lea,
                            uint64_t count) {
     const lun_map& source = m->maps[from];
@@ -90,35 +91,36 @@ bool copy(model* m, transaction* t, size_t volume_index) {
     const lun_map& source = m->maps[from];
     const lun_map& target = m->maps[to];
     const uint64_t longest = random_chance(&m->work, 3) ? 0 : JNL_XCOPY_MAX;
-    const lea_run there = pick_target(m, target, longest == 0 ? 1 : longest);
-    const lea_run here = pick_mapped(m, source);
-    if (there.length == 0 || here.length == 0) {
+    const lea_run target_run = pick_target(m, target, longest == 0 ? 1 : longest);
+    const lea_run source_run = pick_mapped(m, source);
+    if (target_run.length == 0 || source_run.length == 0) {
         return false;
     }
-    uint64_t count = std::min({longest, there.length, source.entries.size() - here.start});
+    uint64_t count =
+        std::min({longest, target_run.length, source.entries.size() - source_run.start});
     count = count == 0 ? 0 : random_between(&m->work, 1, count);
-    if (to == from && !disjoint(here.start, there.start, count)) {
+    if (to == from && !disjoint(source_run.start, target_run.start, count)) {
         return false;
     }
     jnl_block block = blank_block(m);
-    count = add_copies(m, to, there.start, from, here.start, count);
+    count = add_copies(m, to, target_run.start, from, source_run.start, count);
     block.xcopy.type = JNL_BLOCK_XCOPY;
     copy_uuid(block.xcopy.dst_uuid, target.id);
     copy_uuid(block.xcopy.src_uuid, source.id);
-    block.xcopy.dst_lea = there.start;
-    block.xcopy.src_lea = here.start;
+    block.xcopy.dst_lea = target_run.start;
+    block.xcopy.src_lea = source_run.start;
     block.xcopy.count = static_cast<uint8_t>(count);
     block.xcopy.mapped_count_new = target.mapped_count;
     for (uint64_t i = 0; i < count; i++) {
-        const uint64_t word = target.entries[there.start + i];
+        const uint64_t word = target.entries[target_run.start + i];
         block.xcopy.map[i].word = word;
         if (is_mapped(word)) {
             block.xcopy.tbl[i].word = m->volumes[volume_index].tbl[lpa_of(word)];
         }
     }
     add_block(t, block);
-    names_map(m, to);
-    names_map(m, from);
+    note_named_map(m, to);
+    note_named_map(m, from);
     return true;
 }
 
@@ -169,21 +171,23 @@ static void add_moves_block(model* m, transaction* t, const move_plan& plan) {
         block.moves.map[i].word = target.entries[plan.to_lea + i];
     }
     add_block(t, block);
-    names_map(m, plan.from);
-    names_map(m, plan.to);
+    note_named_map(m, plan.from);
+    note_named_map(m, plan.to);
 }
 
-// The source run that starts at `here`, as long as the target's and the block allow. Now and then
-// the source goes on with unmapped entries that need no target, or the target's run does.
-static move_plan plan_move(model* m, size_t from, size_t to, const lea_run& here,
-                           const lea_run& there) {
+// Plans a move of entries from `source_run`, limited by the target run and the block. Sometimes the
+// source range is extended by unmapped entries that need no target, or the target range by one
+// entry.
+static move_plan plan_move(model* m, size_t from, size_t to, const lea_run& source_run,
+                           const lea_run& target_run) {
     const lun_map& source = m->maps[from];
-    const uint64_t most = std::min<uint64_t>({there.length, here.length, uint64_t{JNL_MOVES_MAX}});
+    const uint64_t most =
+        std::min<uint64_t>({target_run.length, source_run.length, uint64_t{JNL_MOVES_MAX}});
     const uint64_t count = random_between(&m->work, 1, most);
-    move_plan plan = {from, to, here.start, there.start, count, count};
+    move_plan plan = {from, to, source_run.start, target_run.start, count, count};
     while (plan.from_count < JNL_MOVES_MAX && random_chance(&m->work, 50) &&
-           here.start + plan.from_count < source.entries.size() &&
-           !is_mapped(source.entries[here.start + plan.from_count])) {
+           source_run.start + plan.from_count < source.entries.size() &&
+           !is_mapped(source.entries[source_run.start + plan.from_count])) {
         plan.from_count++;
     }
     const bool to_buffer = m->maps[to].role == map_role::buffer;
@@ -193,8 +197,8 @@ static move_plan plan_move(model* m, size_t from, size_t to, const lea_run& here
     return plan;
 }
 
-// Everything from the first mapped entry to the end of the map, mapped or not; for the unmap
-// buffer, which has no gaps, only as far as entries are mapped.
+// A run that starts at a mapped entry and is as long as a block allows. It may include unmapped
+// entries, unless the target is the unmap buffer, which has no gaps.
 static lea_run run_to_move(model* m, const lun_map& source, const lun_map& target) {
     lea_run run = pick_mapped(m, source);
     const bool to_buffer = target.role == map_role::buffer;
@@ -210,16 +214,16 @@ static bool move_between(model* m, transaction* t, size_t from, size_t to) {
     if (from == NO_MAP || to == NO_MAP || from == to) {
         return false;
     }
-    const lea_run here = run_to_move(m, m->maps[from], m->maps[to]);
-    const lea_run there = pick_target(m, m->maps[to], JNL_MOVES_MAX);
+    const lea_run source_run = run_to_move(m, m->maps[from], m->maps[to]);
+    const lea_run target_run = pick_target(m, m->maps[to], JNL_MOVES_MAX);
     if (random_chance(&m->work, 2)) {  // nothing moves: both counts are 0
-        add_moves_block(m, t, {from, to, here.start, there.start, 0, 0});
+        add_moves_block(m, t, {from, to, source_run.start, target_run.start, 0, 0});
         return true;
     }
-    if (here.length == 0 || there.length == 0) {
+    if (source_run.length == 0 || target_run.length == 0) {
         return false;
     }
-    add_moves_block(m, t, plan_move(m, from, to, here, there));
+    add_moves_block(m, t, plan_move(m, from, to, source_run, target_run));
     return true;
 }
 
@@ -238,12 +242,12 @@ bool move_to_buffer(model* m, transaction* t, size_t volume_index) {
 bool move_inside(model* m, transaction* t, size_t volume_index) {
     const size_t map_index = pick_map(m, volume_index, SERVING_ROLES);
     const lun_map& map = m->maps[map_index];
-    const lea_run here = run_to_move(m, map, map);
-    const lea_run there = pick_target(m, map, JNL_MOVES_MAX);
-    if (t->most - t->blocks.size() < 2 || here.length == 0 || there.length == 0) {
+    const lea_run source_run = run_to_move(m, map, map);
+    const lea_run target_run = pick_target(m, map, JNL_MOVES_MAX);
+    if (t->most - t->blocks.size() < 2 || source_run.length == 0 || target_run.length == 0) {
         return false;
     }
-    const move_plan plan = plan_move(m, map_index, map_index, here, there);
+    const move_plan plan = plan_move(m, map_index, map_index, source_run, target_run);
     if (!disjoint(plan.from_lea, plan.to_lea, std::max(plan.from_count, plan.to_count))) {
         return false;
     }
@@ -252,7 +256,8 @@ bool move_inside(model* m, transaction* t, size_t volume_index) {
     return true;
 }
 
-// An unmapped entry in the range becomes a marker too. A last reference ends the range.
+// Unmapped entries in the range become markers too. Stops at an extent with only one reference.
+// Returns the length of the range.
 static uint64_t unmap_range(model* m, size_t map_index, uint64_t start, uint64_t most, bool flagged,
                             jnl_block* block) {
     const lun_map& map = m->maps[map_index];
@@ -272,7 +277,7 @@ static uint64_t unmap_range(model* m, size_t map_index, uint64_t start, uint64_t
     return i;
 }
 
-// Somewhere in the map, an entry whose extent has another reference. Length 0 or 1.
+// Picks an entry whose extent has another reference. Length 0 if there is none.
 static lea_run pick_shared(model* m, const lun_map& map) {
     const uint64_t first = random_below(&m->work, map.entries.size());
     for (uint64_t i = 0; i < map.entries.size(); i++) {
@@ -310,7 +315,7 @@ bool unmap_shared(model* m, transaction* t, size_t volume_index) {
         }
     }
     add_block(t, block);
-    names_map(m, map_index);
+    note_named_map(m, map_index);
     return true;
 }
 

@@ -6,15 +6,15 @@
 
 namespace lab {
 
-// Each adds at least one block for something in this volume, or adds nothing and returns false when
-// nothing suits. The transaction has room for a block.
+// Each function adds at least one block for this volume. If no place is suitable, it adds nothing
+// and returns false. The transaction must have room for a block.
 bool allocate(model* m, transaction* t, size_t volume_index);
 bool copy(model* m, transaction* t, size_t volume_index);
 bool move_to_map(model* m, transaction* t, size_t volume_index);
 bool move_to_buffer(model* m, transaction* t, size_t volume_index);
 bool unmap_shared(model* m, transaction* t, size_t volume_index);
-// A move inside one map, and behind it the newer record of that map that it needs.
-// The transaction has room for two blocks.
+// Adds a move inside one map, followed by the newer record of that map that it needs. If the
+// transaction has no room for two blocks, it adds nothing and returns false.
 bool move_inside(model* m, transaction* t, size_t volume_index);
 
 }  // namespace lab

@@ -9,15 +9,15 @@
 namespace lab {
 
 constexpr uint32_t CREATE_TIME = 1690000000;
-constexpr uint32_t FILE_TYPE_DATA = 6;  // of a data file; no one reads it
-constexpr uint32_t FILE_TYPE_JNL = 5;   // of the journal; no one reads it
+constexpr uint32_t FILE_TYPE_DATA = 6;                               // never read
+constexpr uint32_t FILE_TYPE_JNL = 5;                                // never read
 constexpr uint64_t NODE_AREA = META_VAR_NODE_BASE * META_NODE_SIZE;  // where variable nodes begin
-constexpr uint64_t GAP_IN_CONST_AREA = 1024;  // bytes of the header area that belong to no node
+constexpr uint64_t GAP_IN_CONST_AREA = 1024;  // bytes of the header area outside all nodes
 constexpr uint64_t GAP_IN_VAR_AREA = 6144;
 constexpr size_t GAP_SIZE = 48;
-constexpr size_t DECOYS = 2;  // files beside the maps that are none
+constexpr size_t DECOYS = 2;  // files among the maps that are not maps
 constexpr size_t CHECKSUM_OFFSET = DATA_NODE_SIZE - sizeof(uint32_t);
-constexpr size_t FOREIGN_OFFSET = 504;  // four bytes of a block that are not the service's
+constexpr size_t RESERVED_OFFSET = 504;  // four reserved bytes of a block
 
 static std::vector<uint8_t> noise_bytes(uint64_t noise, size_t length) {
     random_stream random = {noise};
@@ -28,7 +28,7 @@ static std::vector<uint8_t> noise_bytes(uint64_t noise, size_t length) {
     return bytes;
 }
 
-// Seals every node of a header and adds its constant and its variable part.
+// Seals every node of a header and adds its constant and variable nodes.
 template <typename Header>
 static void add_header(file_image* image, const Header& header, size_t const_nodes, content kind) {
     std::vector<uint8_t> bytes(sizeof header);
@@ -45,7 +45,7 @@ static void add_header(file_image* image, const Header& header, size_t const_nod
     }
 }
 
-// Bytes between the nodes that no one may touch; half of the files have them.
+// Adds noise between the nodes, which must stay unchanged, to half of the files.
 static void add_gaps(file_image* image, uint64_t noise) {
     if (scramble(noise, 1) % 2 == 0) {
         const auto after_constant = image->chunks.begin() + 1;
@@ -62,12 +62,12 @@ static void add_noise(std::vector<uint8_t>* blocks, uint64_t noise, uint64_t noi
         const uint64_t word = scramble(noise, block);
         if (word % 4 == 0) {
             const auto bytes = static_cast<uint32_t>(word >> 32);
-            memcpy(&(*blocks)[block * DATA_NODE_SIZE + FOREIGN_OFFSET], &bytes, sizeof bytes);
+            memcpy(&(*blocks)[block * DATA_NODE_SIZE + RESERVED_OFFSET], &bytes, sizeof bytes);
         }
     }
 }
 
-// A block that holds nothing stays as unwritten space reads: without a checksum.
+// An all-zero block stays like unwritten space: without a checksum.
 static void seal_blocks(std::vector<uint8_t>* blocks) {
     const std::vector<uint8_t> empty(DATA_NODE_SIZE, 0);
     for (size_t at = 0; at < blocks->size(); at += DATA_NODE_SIZE) {
@@ -137,7 +137,7 @@ static file_image tbl_image(const volume& vol) {
     return image;
 }
 
-// What no record carries is random from the map's noise.
+// Fields that no record carries are filled from the map's noise.
 static map_header header_of(const lun_map& map) {
     map_header header;
     const std::vector<uint8_t> noise = noise_bytes(map.noise, sizeof header);
@@ -185,7 +185,7 @@ uint64_t extents_a_data_file(const volume& vol) {
     return MOST_BYTES / vol.extent_size;
 }
 
-// The extents of every group that was ever touched, and a gibibyte at least.
+// The bytes of all extents in groups that were ever used, and at least a gibibyte.
 static uint64_t data_span(const volume& vol, uint64_t number) {
     constexpr uint64_t LEAST_BYTES = uint64_t{1} << 30;
     const uint64_t room = extents_a_data_file(vol);
@@ -194,7 +194,7 @@ static uint64_t data_span(const volume& vol, uint64_t number) {
     return std::max(LEAST_BYTES, std::min(reached, room) * vol.extent_size);
 }
 
-// A header with the volume's uuid, and some data of the first extents.
+// A header with the volume's uuid, and some data in the first extents.
 static file_image data_image(const volume& vol, size_t number) {
     struct [[gnu::packed]] data_header {
         metadata_head head;
@@ -217,7 +217,7 @@ static file_image data_image(const volume& vol, size_t number) {
     return image;
 }
 
-// Beside the maps stand files that only look like one.
+// A file among the maps whose name only resembles that of a map.
 static file_image decoy_image(const volume& vol, size_t number) {
     const char* path = number == 0 ? "/@iSCSITrg/LUN_extent_0" : "/@Snapshot/MYFAMILY_0";
     file_image image = {vol.root + path, 100, {}};

@@ -1,4 +1,4 @@
-// The bytes of each file of a sample, worked out from the model by the on-disk formats alone.
+// The bytes of each file of a sample, computed from the model with only the on-disk formats.
 // Below: model.h, the format headers, the checksum. Above: the writer and the comparison.
 #pragma once
 
@@ -9,7 +9,7 @@
 
 namespace lab {
 
-// What the bytes of a chunk are, for the words of a difference.
+// The kind of data in a chunk, for the description of a difference.
 enum class content {
     bytes,
     tbl_header,
@@ -27,7 +27,7 @@ struct chunk {
     std::vector<uint8_t> bytes;
 };
 
-// Whatever lies in no chunk is zero.
+// Bytes outside all chunks are zero.
 struct file_image {
     std::string path;  // below the sample's directory
     uint64_t size;
@@ -45,9 +45,10 @@ constexpr const char* JOURNAL_PATH = "journal/EP_JNL";
 
 constexpr size_t DATA_FILES = 2;  // of each volume
 std::string data_path(const volume& vol, uint64_t number);
-uint64_t extents_a_data_file(const volume& vol);  // that it has room for; file 0 begins with lpa 0
+uint64_t extents_a_data_file(
+    const volume& vol);  // capacity of a data file; file 0 begins with lpa 0
 
-// Every file of the sample but its two configuration files; the journal is the last.
+// Every file of the sample except its two configuration files. The journal comes last.
 std::vector<file_ref> list_files(const model& m);
 file_image image_of(const model& m, const file_ref& file);
 

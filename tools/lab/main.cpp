@@ -1,6 +1,6 @@
-// tarn-lab: makes sample volumes whose truth is known, damages them, and compares volumes with
-// that truth.
-// It has its own model of the storage service and writes the on-disk formats on its own.
+// tarn-lab: makes sample volumes with known contents, damages them, and compares volumes with their
+// expected contents.
+// It has its own model of the storage service and its own code for the on-disk formats.
 #include <cstdio>
 
 #include "lab/crash.h"
@@ -54,13 +54,13 @@ static truth truth_of(const options& asked) {
 static const char* in_words(truth holds) {
     switch (holds) {
         case truth::untouched:
-            return "every file holds what it held before, and the journal is marked bad";
+            return "every file is unchanged, and the journal is marked bad";
         case truth::rebuilt:
-            return "every map holds what it ought to hold, and index and table agree with the maps";
+            return "every map is as expected, and index and table agree with the maps";
         case truth::recovered:
             break;
     }
-    return "every file holds what it ought to hold";
+    return "every file is as expected";
 }
 
 static int verify(const options& asked) {
@@ -94,7 +94,7 @@ static int damage(const options& asked) {
     }
     damage_site site = {asked.directory, &m, static_cast<size_t>(asked.volume - 1),
                         random_of(asked.seed, STREAM_DAMAGE)};
-    const std::string done = find_damage(asked.kind)->done_by(&site);
+    const std::string done = find_damage(asked.kind)->function(&site);
     if (done.empty()) {
         return EXIT_DIFFERENCE;
     }

@@ -5,7 +5,8 @@
 
 namespace lab {
 
-// Of the unmap buffer and the copy map. Of the latter no one scans more, with extents of 1 MiB.
+// Least number of entries of the unmap buffer and the copy map, and the most for the copy map: with
+// extents of 1 MiB, no more of it are scanned.
 constexpr uint64_t LEAST_SPECIAL_ENTRIES = 128;
 constexpr uint64_t MOST_COPY_ENTRIES = 540672;
 
@@ -21,7 +22,7 @@ static std::string path_of(const volume& vol, map_role role, size_t number) {
     switch (role) {
         case map_role::lun:
             return vol.root + "/@iSCSITrg/LUN_" + text + "/LUN_" + text + "_Extent_0";
-        case map_role::snapshot:  // some stand in a directory of their own
+        case map_role::snapshot:  // some have their own directory
             return vol.root + (number % 3 == 0 ? "/@Snapshot/S" + text : "/@Snapshot") +
                    "/FAMILY_" + text;
         case map_role::trash:
@@ -34,7 +35,7 @@ static std::string path_of(const volume& vol, map_role role, size_t number) {
     return vol.root + "/@EP/EP_ROD";
 }
 
-// One to five rows; those that are not the own volume's are never used.
+// One to five rows. Entries use only the row of the map's own volume.
 static void make_pools(model* m, lun_map* map) {
     const uint64_t rows = random_between(&m->work, 1, 5);
     map->own_row = static_cast<uint32_t>(random_below(&m->work, rows));

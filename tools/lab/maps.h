@@ -1,4 +1,4 @@
-// Map files as such: where each kind lies, creation, the way to the trash.
+// Map files: their paths, creation, and the move to the trash.
 // Below: model.h. Above: workload.h, sample.h.
 #pragma once
 
@@ -7,7 +7,7 @@
 namespace lab {
 
 uuid new_uuid(model* m);
-// An empty map of the sample's size, listed with its volume. Returns its number.
+// Adds an empty map of the sample's size to the volume. Returns its number.
 size_t add_map(model* m, size_t volume_index, map_role role);
 void move_to_trash(lun_map* map);
 

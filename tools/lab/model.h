@@ -1,6 +1,6 @@
-// What the storage service knows: volumes with table and index, maps, the journal, and the metadata
-// writes that may not have reached the disk yet. Plain records; the operations on them stand in
-// the files that include this. Below: random.h, options.h, the on-disk formats.
+// The state of the storage service: volumes with table and index, maps, the journal, and the
+// metadata writes that may not have reached the disk yet. Plain records; the files that include
+// this define the operations. Below: random.h, options.h, the on-disk formats.
 #pragma once
 
 #include <array>
@@ -25,10 +25,10 @@ struct lun_map {
     size_t volume;
     std::string path;         // below the sample's directory
     std::vector<uuid> pools;  // rows of the pool table
-    uint32_t own_row;         // the one that names this volume's pool; no entry uses another
+    uint32_t own_row;         // the row of this volume's pool; entries use no other row
     std::vector<uint64_t> entries;
     uint64_t mapped_count;
-    uint64_t last_commit;  // newest commit that names the map; 0: none
+    uint64_t last_commit;  // newest commit that names the map; 0 if none
     uint64_t noise;        // seed of the bytes that no record carries
 };
 
@@ -36,31 +36,31 @@ struct volume {
     std::string root;  // below the sample's directory
     uuid pool;
     uint32_t extent_size;        // bytes
-    std::vector<uint16_t> tbl;   // entries of group 0 to the highest one ever touched
-    std::vector<fri_entry> fri;  // of the same groups; anything beyond is all zero
+    std::vector<uint16_t> tbl;   // entries of all groups up to the highest one ever used
+    std::vector<fri_entry> fri;  // of the same groups; all later entries are zero
     uint64_t free_count;
     uint64_t group_head;
     uint64_t group_count;      // in the index's header; no record carries it
-    std::vector<size_t> maps;  // into model::maps; a removed one has left
+    std::vector<size_t> maps;  // indexes into model::maps; removed maps are not listed
     uint64_t noise;
-    uint64_t noisy_blocks;  // of the table, from its start, that may carry noise
+    uint64_t noisy_blocks;  // number of blocks at the table's start that may carry noise
 };
 
 struct ring {
     jnl_header header;
     std::vector<jnl_block> blocks;
-    uint64_t budget;   // newest commits whose metadata writes may be missing
-    uint64_t largest;  // blocks of the largest transaction
+    uint64_t budget;   // number of newest commits whose metadata writes may be missing
+    uint64_t largest;  // number of blocks of the largest transaction
     uint64_t next_block;
     uint32_t next_id;
-    uint64_t commits;  // complete ones
+    uint64_t commits;  // number of complete ones
 };
 
 // One datum of the metadata: an entry, or a header's counters, which are written as a unit.
 enum class datum_kind : unsigned { tbl_entry, fri_entry, fri_counters, map_entry, map_count };
 struct datum {
     datum_kind kind;
-    size_t file;   // volume, or map
+    size_t file;   // number of the volume or map
     uint64_t key;  // lpa, group or lea; 0 for counters
 };
 using datum_value = std::array<uint64_t, 2>;  // the second word: the group head of fri_counters
@@ -72,15 +72,15 @@ struct metadata_write {
     datum_value after;
 };
 
-// How the newest transaction stood when the power failed.
+// The state of the newest transaction when the power failed.
 enum class torn_kind {
     none,           // complete
     header_old,     // some blocks written, the header does not name it yet
-    header_new,     // the header was faster than some of its blocks
+    header_new,     // the header was written before some of its blocks
     damaged_start,  // as header_new, and the first block is half written or has a wrong bit
 };
 
-// Which of the metadata writes inside the budget reached the disk.
+// Which of the metadata writes inside the budget are missing on the disk.
 enum class loss_kind : unsigned {
     none,
     all,
@@ -102,13 +102,13 @@ struct crash_plan {
 
 struct model {
     parameters sample;
-    random_stream work;  // what the workload draws from
+    random_stream work;  // random numbers for the workload
     std::vector<volume> volumes;
     std::vector<lun_map> maps;
     ring journal;
     crash_plan plan;
-    uint64_t rush_from;  // commits after which the service allocates most of the time
-    bool logging;        // false while the sample is set up
+    uint64_t burst_from;                 // number of commits after which most transactions allocate
+    bool logging;                        // false while the sample is set up
     std::vector<metadata_write> writes;  // of the commits inside the budget, oldest first
 };
 

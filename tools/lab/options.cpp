@@ -9,30 +9,29 @@
 namespace lab {
 
 const char* usage_text() {
-    return "tarn-lab: sample volumes with a known truth\n"
+    return "tarn-lab: sample volumes with known contents\n"
            "\n"
            "  tarn-lab make DIR [--volumes N] [--luns N] [--extents N] [--transactions N]\n"
            "                    [--seed S] [--crash] [--unfinalized]\n"
            "      makes DIR/volume1.., DIR/journal/EP_JNL, DIR/platform.conf and DIR/lab.conf: N\n"
            "      volumes (2) with N LUNs each (3) of N extents (3000), after N transactions "
            "(200).\n"
-           "      With --crash the sample is what a power failure leaves, else it was shut down\n"
-           "      cleanly. With --unfinalized the indexes count the groups in use, else all that\n"
-           "      an index can have. The same words give the same bytes. DIR is new or empty.\n"
+           "      With --crash the sample is as a power failure leaves it; otherwise it was shut\n"
+           "      down cleanly. With --unfinalized the indexes count the groups in use; otherwise\n"
+           "      they count all groups that an index can have. The same options give the same\n"
+           "      bytes. DIR must be new or empty.\n"
            "  tarn-lab expect DIR\n"
-           "      tells whether start-up replay recovers the sample: \"recovers\" or\n"
+           "      prints whether start-up replay recovers the sample: \"recovers\" or\n"
            "      \"refuses: REASON\".\n"
            "  tarn-lab verify DIR [--refused | --rebuilt]\n"
-           "      compares every file with what it ought to hold after recovery, or, with\n"
-           "      --refused, with what it held before, and names the first difference. With\n"
-           "      --rebuilt index and table may have been built anew from the maps: references,\n"
-           "      lists and counts are exact, the order of a list is free, and the journal may "
-           "have\n"
-           "      been set aside.\n"
+           "      compares every file with its expected contents after recovery or, with\n"
+           "      --refused, with its contents before, and prints the first difference. With\n"
+           "      --rebuilt index and table may have been rebuilt from the maps: references,\n"
+           "      lists and counts must be exact, lists may be in any order, and the journal may\n"
+           "      have been set aside.\n"
            "  tarn-lab damage DIR KIND [--volume N] [--seed S]\n"
-           "      damages one place in the files of volume N (1), picked by the seed (1) among "
-           "those\n"
-           "      that suit, and tells what it changed; or says why nothing suits.\n"
+           "      damages one place in the files of volume N (1), picked by the seed (1) among\n"
+           "      the suitable places, and prints what it changed, or why no place is suitable.\n"
            "  tarn-lab --help | --version\n"
            "\n"
            "Exit status: 0 done, or no difference; 1 a difference, or a failure; 2 usage.\n"
@@ -44,7 +43,7 @@ static bool complain(const char* what, const char* word) {
     return false;
 }
 
-// An option that is a number: where it goes and what it may be.
+// A numeric option: its name, where its value is stored, and its bounds.
 struct number_row {
     const char* name;
     uint64_t* value;
@@ -73,7 +72,7 @@ bool parse_parameter(const parameter_row& row, const std::string& text, paramete
     return parse_number(number_of(row, out), text);
 }
 
-// The numbers that the command takes.
+// The numeric options of the command.
 static std::vector<number_row> numbers_of(options* out) {
     std::vector<number_row> rows;
     if (out->what == command::make) {
@@ -103,7 +102,8 @@ static bool command_of(const char* word, options* out) {
     return complain("no such command: ", word);
 }
 
-// An option without a value. False, not told: it is none of them.
+// Parses an option without a value. Returns false and prints nothing if the word is not one of
+// them.
 static bool parse_flag(const std::string& word, options* out) {
     for (const flag_row& row : FLAG_ROWS) {
         if (out->what == command::make && word == row.name) {
@@ -122,7 +122,7 @@ static bool parse_flag(const std::string& word, options* out) {
     return refused || rebuilt;
 }
 
-// One option at argv[*i], with its value behind "=" or in the next word, which is then consumed.
+// Parses the option at argv[*i]. Its value follows "=" or is the next word, which is then consumed.
 static bool parse_option(int argc, char** argv, int* i, options* out) {
     const std::string word = argv[*i] + 2;
     if (parse_flag(word, out)) {
@@ -139,19 +139,19 @@ static bool parse_option(int argc, char** argv, int* i, options* out) {
         }
         *i += 1;
         return *i < argc ? parse_number(row, argv[*i])
-                         : complain("a number is missing behind --", row.name);
+                         : complain("a number is missing after --", row.name);
     }
     return complain("no such option here: ", argv[*i]);
 }
 
-// Words that follow are ignored then.
-static bool asks_about_lab(const options& asked) {
+// If true, all further arguments are ignored.
+static bool is_help_or_version(const options& asked) {
     return asked.what == command::help || asked.what == command::version;
 }
 
-// Whether all that the command needs is there, and nothing that contradicts it.
+// Checks that the command has all its arguments, and no contradictory options.
 static bool is_complete(const options& asked) {
-    if (asks_about_lab(asked)) {
+    if (is_help_or_version(asked)) {
         return true;
     }
     if (asked.directory.empty()) {
@@ -170,7 +170,7 @@ bool parse_options(int argc, char** argv, options* out) {
     if (!command_of(argv[1], out)) {
         return false;
     }
-    for (int i = 2; i < argc && !asks_about_lab(*out); i++) {
+    for (int i = 2; i < argc && !is_help_or_version(*out); i++) {
         if (strncmp(argv[i], "--", 2) == 0) {
             if (!parse_option(argc, argv, &i, out)) {
                 return false;
@@ -180,7 +180,7 @@ bool parse_options(int argc, char** argv, options* out) {
         } else if (out->what == command::damage && out->kind.empty()) {
             out->kind = argv[i];
         } else {
-            return complain("one word too many: ", argv[i]);
+            return complain("unexpected argument: ", argv[i]);
         }
     }
     return is_complete(*out);

@@ -1,4 +1,4 @@
-// The words on the command line. Below: nothing. What kinds of damage there are is not known here.
+// The command line. Below: nothing. The kinds of damage are not known here.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@ namespace lab {
 
 enum class command { make, verify, expect, damage, help, version };
 
-// What a sample is made of: the same parameters give the same bytes.
+// The parameters of a sample: the same parameters give the same bytes.
 struct parameters {
     uint64_t volumes = 2;
     uint64_t luns = 3;
@@ -19,7 +19,7 @@ struct parameters {
     bool unfinalized = false;
 };
 
-// The name of each number, where it lies and what it may be. Command line and lab.conf walk it.
+// Name, member and bounds of each number. Used for the command line and for lab.conf.
 struct parameter_row {
     const char* name;
     uint64_t parameters::*value;
@@ -46,16 +46,16 @@ struct options {
     command what = command::make;
     std::string directory;
     parameters sample;     // make only
-    bool refused = false;  // verify only, as the next; not both
-    bool rebuilt = false;
-    std::string kind;  // the three below: damage only; not checked here
+    bool refused = false;  // verify only; excludes `rebuilt`
+    bool rebuilt = false;  // verify only
+    std::string kind;      // this and the next two: damage only; not checked here
     uint64_t volume = 1;
     uint64_t seed = 1;
 };
 
-// False when the words make no sense; then one line on standard error says why.
+// Returns false if the command line is wrong, and prints one line on standard error that says why.
 bool parse_options(int argc, char** argv, options* out);
-// A decimal number and nothing else, inside the row's bounds.
+// Parses a decimal number within the row's bounds; rejects any other characters.
 bool parse_parameter(const parameter_row& row, const std::string& text, parameters* out);
 const char* usage_text();
 

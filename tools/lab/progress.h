@@ -1,4 +1,4 @@
-// A bar on a terminal; nothing anywhere else. Below: nothing.
+// A progress bar, shown only on a terminal. Below: nothing.
 #pragma once
 
 #include <cstdint>

@@ -12,7 +12,7 @@
 
 namespace lab {
 
-// One of the two files: as the sample has it, and what is on the disk now.
+// One of the two files: its expected image, and its contents on the disk.
 struct rebuilt_file {
     file_image image;
     content header;
@@ -30,7 +30,7 @@ static std::string read_file(const std::string& path, std::vector<uint8_t>* byte
     return wrong;
 }
 
-// Nothing may stand behind `length`.
+// Reads the first `length` bytes and checks that the rest of the file is zero.
 static rebuilt_file open_file(const std::string& directory, file_image image, content header,
                               uint64_t length) {
     rebuilt_file file = {std::move(image), header, std::vector<uint8_t>(length), ""};
@@ -44,8 +44,9 @@ static rebuilt_file open_file(const std::string& directory, file_image image, co
     return file;
 }
 
-// A field of the header that is free: what is on the disk is what ought to be there.
-static void accept(rebuilt_file* file, uint64_t offset, size_t width) {
+// Excludes a header field from the comparison: copies the value on the disk into the expected
+// image.
+static void accept_field(rebuilt_file* file, uint64_t offset, size_t width) {
     for (chunk& part : file->image.chunks) {
         if (part.kind != file->header || offset < part.offset ||
             offset >= part.offset + part.bytes.size()) {
@@ -93,21 +94,24 @@ static std::string check_checksums(const rebuilt_file& file) {
     return "";
 }
 
-// What a rebuild makes anew. The group count is the limit, or all groups once the lists are linked.
-static void accept_free_fields(rebuilt_file* index, rebuilt_file* table, uint64_t limit) {
-    accept(table, offsetof(tbl_header, tbl_create_time), sizeof(uint32_t));
-    accept(index, offsetof(fri_header, fri_create_time), sizeof(uint32_t));
-    accept(index, offset_of_node(2) + offsetof(fri_header, fri_group_head) - 2 * META_NODE_SIZE,
-           sizeof(uint64_t));  // the walk along the list has judged it
+// Excludes the fields that a rebuild sets. The group count must be the limit or, once the lists are
+// linked, the number of all groups.
+static void accept_unchecked_fields(rebuilt_file* index, rebuilt_file* table, uint64_t limit) {
+    accept_field(table, offsetof(tbl_header, tbl_create_time), sizeof(uint32_t));
+    accept_field(index, offsetof(fri_header, fri_create_time), sizeof(uint32_t));
+    accept_field(index,
+                 offset_of_node(2) + offsetof(fri_header, fri_group_head) - 2 * META_NODE_SIZE,
+                 sizeof(uint64_t));  // the walk along the list has checked it
     uint64_t count = 0;
     memcpy(&count, &index->found[offsetof(fri_header, fri_group_count)], sizeof count);
     if (count == limit || count == FRI_GROUP_CAPACITY) {
-        accept(index, offsetof(fri_header, fri_group_count), sizeof count);
+        accept_field(index, offsetof(fri_header, fri_group_count), sizeof count);
     }
 }
 
-// Groups of the blocks of the index that the sample may have written, the last block in full. It
-// covers a group more than the sample reached, and so all that it wrote to the table.
+// The number of groups in all index blocks that the sample may have written, including the whole
+// last block. This is at least one group more than the sample used, and so covers all its table
+// writes.
 static uint64_t groups_to_read(const file_image& index) {
     return index.chunks.back().bytes.size() / DATA_NODE_SIZE * FRI_BLOCK_ENTRIES;
 }
@@ -126,7 +130,7 @@ std::string compare_rebuilt(const model& m, size_t volume_index, const std::stri
                                decode_pool(index.found, table.found, groups),
                                count_references(m, volume_index, groups)};
     std::string difference = check_rebuilt_entries(pool);
-    accept_free_fields(&index, &table, limit_of(pool.found));
+    accept_unchecked_fields(&index, &table, limit_of(pool.found));
     for (const auto check : {compare_header, check_checksums}) {
         for (const rebuilt_file* file : {&index, &table}) {
             difference = difference.empty() ? check(*file) : difference;

@@ -1,6 +1,6 @@
-// The index and the table of a volume against the maps: for files that were built anew, of which
-// only the order of the lists, the time they were made and what a rebuild does not carry over are
-// free. Below: rebuilt_entries.h, compare.h. Above: verify.h.
+// Compares a rebuilt index and table of a volume with the maps. Only the order of the lists, the
+// creation times and the data that a rebuild does not carry over may differ.
+// Below: rebuilt_entries.h, compare.h. Above: verify.h.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 
 namespace lab {
 
-// The first difference in words; empty: none.
+// Describes the first difference; returns "" if there is none.
 std::string compare_rebuilt(const model& m, size_t volume_index, const std::string& directory);
 
 }  // namespace lab

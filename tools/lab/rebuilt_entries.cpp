@@ -29,8 +29,8 @@ static tbl_entry entry_at(const pool_entries& pool, uint64_t lpa) {
     return {pool.tbl[lpa]};
 }
 
-static std::string told(const std::string& path, const char* what, uint64_t number,
-                        const std::string& rest) {
+static std::string finding(const std::string& path, const char* what, uint64_t number,
+                           const std::string& rest) {
     return path + ": " + what + " " + std::to_string(number) + ": " + rest;
 }
 
@@ -46,35 +46,35 @@ static std::string check_references(const rebuilt_pool& pool) {
         if (used != (wanted > 0) || (used && tbl_entry_count(&entry) != wanted)) {
             std::string rest = "expected " + in_words(wanted > 0, wanted);
             rest += ", found " + in_words(used, tbl_entry_count(&entry));
-            return told(pool.table, "lpa", lpa, rest);
+            return finding(pool.table, "lpa", lpa, rest);
         }
     }
     return "";
 }
 
-// Groups that were never initialised hold nothing, and none of them stands in front of one that
-// was.
+// All groups up to the last initialised one must be initialised, and all later groups must be zero.
 static std::string check_initialised(const rebuilt_pool& pool) {
     const uint64_t limit = limit_of(pool.found);
     for (uint64_t group = 0; group < limit; group++) {
         if (!fri_entry_is_init(&pool.found.fri[group])) {
-            return told(pool.index, "group", group, "expected initialised, found not");
+            return finding(pool.index, "group", group, "expected initialised, found uninitialised");
         }
     }
     for (uint64_t lpa = tbl_lpa_of(limit, 0); lpa < pool.found.tbl.size(); lpa++) {
         constexpr unsigned OURS = TBL_USED_BIT | TBL_TAIL_BIT | TBL_COUNT_MASK;
         if (pool.references[lpa] > 0) {
-            return told(pool.index, "group", tbl_group_of(lpa), "expected initialised, found not");
+            return finding(pool.index, "group", tbl_group_of(lpa),
+                           "expected initialised, found uninitialised");
         }
         if ((pool.found.tbl[lpa] & OURS) != 0) {
-            return told(pool.table, "lpa", lpa, "expected nothing outside initialised groups");
+            return finding(pool.table, "lpa", lpa, "expected 0 outside initialised groups");
         }
     }
     for (uint64_t group = limit; group < pool.found.fri.size(); group++) {
         const fri_entry& entry = pool.found.fri[group];
         if (fri_entry_count(&entry) != 0 || fri_entry_head(&entry) != 0 ||
             fri_entry_next(&entry) != 0) {
-            return told(pool.index, "group", group, "expected nothing, it is not initialised");
+            return finding(pool.index, "group", group, "expected 0, the group is not initialised");
         }
     }
     return "";
@@ -89,18 +89,19 @@ static uint32_t free_extents(const pool_entries& pool, uint64_t group) {
     return count;
 }
 
-// Marks what is on the list. The walk ends: it stops at the first offset that it meets again.
-static std::string walk_list(const pool_entries& pool, uint64_t group, std::vector<bool>* met) {
+// Marks the entries on the list as visited. Terminates even on a loop: it stops at the first offset
+// that was visited before.
+static std::string walk_list(const pool_entries& pool, uint64_t group, std::vector<bool>* visited) {
     uint32_t offset = fri_entry_head(&pool.fri[group]);
     for (;;) {
         const tbl_entry entry = entry_at(pool, tbl_lpa_of(group, offset));
         if (tbl_entry_is_used(&entry)) {
             return "the free list leads to offset " + std::to_string(offset) + ", which is in use";
         }
-        if ((*met)[offset]) {
-            return "the free list comes back to offset " + std::to_string(offset);
+        if ((*visited)[offset]) {
+            return "the free list loops at offset " + std::to_string(offset);
         }
-        (*met)[offset] = true;
+        (*visited)[offset] = true;
         if (tbl_entry_is_tail(&entry)) {
             return tbl_entry_count(&entry) == 0
                        ? ""
@@ -111,16 +112,16 @@ static std::string walk_list(const pool_entries& pool, uint64_t group, std::vect
 }
 
 static std::string check_list(const rebuilt_pool& pool, uint64_t group) {
-    std::vector<bool> met(TBL_GROUP_ENTRIES, false);
-    const std::string wrong = walk_list(pool.found, group, &met);
+    std::vector<bool> visited(TBL_GROUP_ENTRIES, false);
+    const std::string wrong = walk_list(pool.found, group, &visited);
     if (!wrong.empty()) {
-        return told(pool.table, "group", group, wrong);
+        return finding(pool.table, "group", group, wrong);
     }
     for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
         const tbl_entry entry = entry_at(pool.found, tbl_lpa_of(group, offset));
-        if (!tbl_entry_is_used(&entry) && !met[offset]) {
-            return told(pool.table, "group", group,
-                        "free offset " + std::to_string(offset) + " is not on the free list");
+        if (!tbl_entry_is_used(&entry) && !visited[offset]) {
+            return finding(pool.table, "group", group,
+                           "free offset " + std::to_string(offset) + " is not on the free list");
         }
     }
     return "";
@@ -130,31 +131,31 @@ static std::string check_group(const rebuilt_pool& pool, uint64_t group) {
     const uint32_t free = free_extents(pool.found, group);
     const uint32_t counted = fri_entry_count(&pool.found.fri[group]);
     if (counted != free) {
-        return told(
+        return finding(
             pool.index, "group", group,
             "free count: expected " + std::to_string(free) + ", found " + std::to_string(counted));
     }
     return free == 0 ? "" : check_list(pool, group);
 }
 
-static std::string not_a_member(const rebuilt_pool& pool, uint64_t group, uint64_t limit,
-                                const std::vector<bool>& met) {
+static std::string wrong_member(const rebuilt_pool& pool, uint64_t group, uint64_t limit,
+                                const std::vector<bool>& visited) {
     const std::string which = ": the list of groups leads to group " + std::to_string(group) + ", ";
     if (group >= limit) {
-        return pool.index + which + "which is not initialised, before it has named all";
+        return pool.index + which + "which is not initialised, before naming all groups";
     }
-    if (met[group]) {
-        return pool.index + which + "where it has been before";
+    if (visited[group]) {
+        return pool.index + which + "which it has already named";
     }
     return fri_entry_count(&pool.found.fri[group]) == 0 ? pool.index + which + "which is full" : "";
 }
 
-// Every initialised group with free extents is named once, and behind them the list ends at the
-// first group that is not initialised. Where the last group is full the last link is not looked at:
-// a rebuild writes the end of the list only when it reaches it with that group.
+// The list must name every initialised group with free extents once, and then end at the first
+// group that is not initialised. If the last group is full, the last link is not checked: a rebuild
+// writes the end of the list only if that group is on the list.
 static std::string check_group_list(const rebuilt_pool& pool) {
     const uint64_t limit = limit_of(pool.found);
-    std::vector<bool> met(limit, false);
+    std::vector<bool> visited(limit, false);
     uint64_t group = pool.found.group_head;
     uint64_t left = 0;
     for (uint64_t i = 0; i < limit; i++) {
@@ -162,11 +163,11 @@ static std::string check_group_list(const rebuilt_pool& pool) {
     }
     const bool any = left > 0;
     for (; left > 0; left--) {
-        std::string wrong = not_a_member(pool, group, limit, met);
+        std::string wrong = wrong_member(pool, group, limit, visited);
         if (!wrong.empty()) {
             return wrong;
         }
-        met[group] = true;
+        visited[group] = true;
         group = fri_entry_next(&pool.found.fri[group]);
     }
     const bool end_is_open = any && fri_entry_count(&pool.found.fri[limit - 1]) == 0;

@@ -41,8 +41,8 @@ static void add_maps(model* m, size_t volume_index) {
     (void)add_map(m, volume_index, map_role::rod);
 }
 
-// Mostly a small budget, so that old writes leave it; the ring holds more than the budget's largest
-// transactions and the torn one.
+// The budget is usually small, so that old writes leave it. The ring has room for more than the
+// budget's number of largest transactions and the torn one.
 static void make_journal(model* m) {
     constexpr uint32_t SYNC_COUNTS[] = {0, 1, 1, 2, 2, 3, 4, 5, 8, 16};
     ring& journal = m->journal;
@@ -60,17 +60,17 @@ static void make_journal(model* m) {
     journal.header.jnl_sync_count = sync_count;
     journal.next_id = 1;
     journal.next_block = 0;
-    if (random_chance(&m->work, 15)) {  // the service has had other journals before
+    if (random_chance(&m->work, 15)) {  // this is not the service's first journal
         journal.next_id = static_cast<uint32_t>(random_below(&m->work, uint64_t{1} << 31));
         journal.next_block = random_below(&m->work, total);
     }
 }
 
-// Somewhere inside the last budget of commits, for most seeds.
-static uint64_t plan_rush(model* m) {
+// For most seeds the burst begins within the last `budget` commits.
+static uint64_t plan_burst(model* m) {
     const uint64_t length = random_between(&m->work, 1, m->journal.budget + 1);
     if (random_chance(&m->work, 30)) {
-        return NO_RUSH;
+        return NO_BURST;
     }
     return m->sample.transactions - std::min(length, m->sample.transactions);
 }
@@ -83,7 +83,7 @@ static void run_transactions(model* m, uint64_t count, progress* bar) {
             tear(m, &t);
         } else {
             commit(m, &t);
-            keep_house(m);
+            change_maps(m);
         }
         progress_step(bar);
     }
@@ -105,13 +105,13 @@ static model before_transactions(const parameters& sample) {
     if (sample.crash) {
         m.plan = plan_crash(sample.seed);
     }
-    m.rush_from = plan_rush(&m);
+    m.burst_from = plan_burst(&m);
     m.logging = true;
     return m;
 }
 
-// As after a full relink; or as the service counts them, which it makes durable before a group's
-// first record.
+// Sets the group counts as after a full relink or, if unfinalized, as the service counts them. The
+// service makes its count durable before a group's first record.
 static void count_groups(model* m) {
     for (volume& vol : m->volumes) {
         vol.group_count = m->sample.unfinalized ? end_group(vol) : uint64_t{FRI_GROUP_CAPACITY};

@@ -1,5 +1,6 @@
-// A whole sample from its parameters: the same numbers give the same bytes, so that the truth can
-// be had again at any time. Below: fill.h, workload.h, crash.h. Above: the commands.
+// Makes a whole sample from its parameters. The same parameters give the same bytes, so the
+// expected contents can be computed again at any time. Below: fill.h, workload.h, crash.h. Above:
+// the commands.
 #pragma once
 
 #include "lab/model.h"
@@ -7,11 +8,11 @@
 
 namespace lab {
 
-// Everything as it ought to be after recovery, the journal as it lies on the disk. What the crash
-// kept from the disk is told by lose_writes.
+// The expected state after recovery, with the journal as it is on the disk. lose_writes removes the
+// writes that the crash kept from the disk.
 model make_sample(const parameters& sample, progress* bar);
-// The same volumes and maps as they were after the first `transactions` of the sample's own,
-// which has as many at least. A map has the same number then and later.
+// The same sample after only its first `transactions` transactions, at most as many as it has. A
+// map has the same number in both.
 model make_past(const parameters& sample, uint64_t transactions);
 
 }  // namespace lab

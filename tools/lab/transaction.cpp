@@ -14,7 +14,8 @@ static bool is_file_block(const jnl_block& block) {
     return type < JNL_BLOCK_XCOPY || type > JNL_BLOCK_ALLOC;
 }
 
-// History blocks say entry count 0. A FILE block with no entry keeps type 0 and so stays one.
+// History blocks have entry count 0. A FILE block without entries keeps type 0, which marks it as a
+// FILE block.
 jnl_block blank_block(model* m) {
     jnl_block block;
     memset(&block, 0, sizeof block);
@@ -59,7 +60,7 @@ void add_file_entry(model* m, transaction* t, const jnl_file_entry& entry) {
     block.ej_header.jnl_entry_count++;
 }
 
-void names_map(model* m, size_t map_index) {
+void note_named_map(model* m, size_t map_index) {
     m->maps[map_index].last_commit = m->journal.commits + 1;
 }
 

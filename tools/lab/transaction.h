@@ -1,4 +1,4 @@
-// A transaction being put together, block by block, and its way into the ring.
+// Builds a transaction block by block and writes it into the ring.
 // Below: metadata.h. Above: the kinds of transaction.
 #pragma once
 
@@ -8,36 +8,38 @@ namespace lab {
 
 struct transaction {
     std::vector<jnl_block> blocks;
-    uint64_t most;  // blocks that it may have
+    uint64_t most;  // maximum number of blocks
 };
 
-// A cleared block. Where the model likes it so, what no reader may look at is stale content.
+// A cleared block. Sometimes the bytes that no reader uses have stale contents.
 jnl_block blank_block(model* m);
 
 bool has_room(const transaction& t);
-// History blocks; the transaction has room.
+// Adds a block. The transaction must have room.
 void add_block(transaction* t, const jnl_block& block);
 
-// Entries that still fit, in the FILE block at the end and in new ones.
+// Number of entries that still fit, in the FILE block at the end and in new blocks.
 uint64_t file_entry_room(const transaction& t);
-// The transaction has room for the entry.
+// The transaction must have room for the entry.
 void add_file_entry(model* m, transaction* t, const jnl_file_entry& entry);
-// A FILE block of no entries.
+// Adds a FILE block without entries.
 void add_empty_file_block(model* m, transaction* t);
 
-// The maps that a record names; noted so that none is removed while the record counts.
-void names_map(model* m, size_t map_index);
+// Notes that the current record names the map, so that the map is not removed while that record is
+// in the budget.
+void note_named_map(model* m, size_t map_index);
 void copy_uuid(uint8_t* to, const uuid& from);
 
-// Gives the blocks id, numbers, last flag and checksum, as the newest transaction's.
+// Sets id, numbers, last flag and checksums of the blocks, as the newest transaction.
 void stamp(model* m, transaction* t);
-// The checksum of a block that has just been changed.
+// Updates the checksum of a changed block.
 void seal(jnl_block* block);
-// Block `i` of the newest transaction to its place in the ring.
+// Copies block `i` of the newest transaction into its place in the ring.
 void put_in_ring(ring* journal, const transaction& t, uint64_t i);
-// The header names the transaction that starts at next_block.
+// Makes the header name this transaction, which starts at next_block.
 void name_in_header(ring* journal, const transaction& t);
-// Record, header and the end of the budget: the transaction is complete.
+// Completes the transaction: writes its record, updates the header, and settles writes that leave
+// the budget.
 void commit(model* m, transaction* t);
 
 }  // namespace lab

@@ -14,8 +14,8 @@ static bool exists(const std::string& path) {
     return lstat(path.c_str(), &status) == 0;
 }
 
-// After a clean shutdown the journal stays as it is; a recovery may have deleted it, and whoever
-// rebuilds sets it aside.
+// After a clean shutdown the journal stays in place. A recovery may have deleted it, and it is set
+// aside before a rebuild.
 static bool journal_may_be_gone(const model& m, truth wanted) {
     return wanted == truth::rebuilt || (m.sample.crash && wanted != truth::untouched);
 }
@@ -23,7 +23,7 @@ static bool journal_may_be_gone(const model& m, truth wanted) {
 static std::string verify_file(const model& m, truth wanted, const std::string& directory,
                                const file_ref& file) {
     if (wanted == truth::rebuilt && file.kind == file_kind::tbl) {
-        return "";  // together with its index
+        return "";  // compared together with its index
     }
     if (wanted == truth::rebuilt && file.kind == file_kind::fri) {
         return compare_rebuilt(m, file.index, directory);

@@ -1,4 +1,4 @@
-// A sample on the disk against the model's truth. Below: sample.h, compare.h,
+// Compares a sample on the disk with the model. Below: sample.h, compare.h,
 // rebuilt.h.
 #pragma once
 
@@ -10,12 +10,13 @@
 namespace lab {
 
 enum class truth {
-    recovered,  // every file as it ought to be; after a crash the journal may be gone
+    recovered,  // every file as expected; after a crash the journal may be gone
     untouched,  // every file as the crash left it, and the journal marked bad
-    rebuilt,    // as recovered, but index and table of every volume may have been built anew
+    rebuilt,    // as recovered, but index and table of every volume may have been rebuilt
 };
 
-// The first difference in words; empty: none. The model is as make_sample made it.
+// Describes the first difference; returns "" if there is none. The model must be as make_sample
+// made it.
 std::string verify_sample(model* m, truth wanted, const std::string& directory, progress* bar);
 
 }  // namespace lab

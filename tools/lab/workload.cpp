@@ -36,7 +36,7 @@ static transaction_kind pick_kind(model* m) {
     return touch_entry;
 }
 
-// A buffer that fills up is emptied first.
+// An unmap buffer that is more than two thirds full is emptied first.
 static bool buffer_is_full(const model& m, size_t volume_index) {
     for (const size_t map_index : m.volumes[volume_index].maps) {
         const lun_map& map = m.maps[map_index];
@@ -47,18 +47,20 @@ static bool buffer_is_full(const model& m, size_t volume_index) {
     return false;
 }
 
-// Until the rush the service keeps a few extents free in the groups that it has initialised, so
-// that the rush soon needs a new one: groups that change hands inside the budget are worth most.
+// Before the burst the service keeps a few extents free in the initialised groups, so that the
+// burst soon needs a new group: allocations that move to a new group inside the budget test the
+// most.
 static bool allocates(model* m, size_t volume_index, transaction_kind picked) {
     constexpr uint64_t FEW = 15;
-    if (m->journal.commits >= m->rush_from) {
+    if (m->journal.commits >= m->burst_from) {
         return picked == allocate || random_chance(&m->work, 50);
     }
-    const bool held_back = m->rush_from != NO_RUSH && spare_extents(m->volumes[volume_index]) < FEW;
+    const bool held_back =
+        m->burst_from != NO_BURST && spare_extents(m->volumes[volume_index]) < FEW;
     return picked == allocate && !held_back;
 }
 
-static void add_something(model* m, transaction* t) {
+static void add_part(model* m, transaction* t) {
     const size_t volume_index = random_below(&m->work, m->volumes.size());
     if (buffer_is_full(*m, volume_index) && free_from_buffer(m, t, volume_index)) {
         return;
@@ -68,7 +70,7 @@ static void add_something(model* m, transaction* t) {
         (void)allocate(m, t, volume_index);
     } else if (picked != allocate) {
         (void)picked(m, t, volume_index);
-    }  // deliberate: when it does not suit, another attempt follows
+    }  // deliberate: if no place is suitable, the caller tries again
 }
 
 transaction next_transaction(model* m) {
@@ -77,7 +79,7 @@ transaction next_transaction(model* m) {
     uint64_t parts = random_chance(&m->work, 60) ? 1 : random_between(&m->work, 2, 5);
     for (int i = 0; i < ATTEMPTS && parts > 0 && has_room(t); i++) {
         const size_t blocks_before = t.blocks.size();
-        add_something(m, &t);
+        add_part(m, &t);
         parts -= t.blocks.size() > blocks_before ? 1 : 0;
     }
     if (t.blocks.empty()) {
@@ -90,7 +92,7 @@ transaction next_transaction(model* m) {
     return t;
 }
 
-// A map in the trash that maps nothing any more goes when no record in the budget names it.
+// Removes a trash map that has no mapped entries and that no record in the budget names.
 static void remove_one(model* m, volume* vol) {
     for (size_t i = 0; i < vol->maps.size(); i++) {
         lun_map& map = m->maps[vol->maps[i]];
@@ -111,7 +113,6 @@ static void trash_one(model* m, size_t volume_index) {
     }
 }
 
-// At least one snapshot map stays.
 static uint64_t snapshots_of(const model& m, const volume& vol) {
     uint64_t count = 0;
     for (const size_t map_index : vol.maps) {
@@ -120,7 +121,7 @@ static uint64_t snapshots_of(const model& m, const volume& vol) {
     return count;
 }
 
-void keep_house(model* m) {
+void change_maps(model* m) {
     if (!random_chance(&m->work, 4)) {
         return;
     }
@@ -131,7 +132,7 @@ void keep_house(model* m) {
             remove_one(m, &vol);
             break;
         case 1:
-            if (snapshots_of(*m, vol) > 1) {
+            if (snapshots_of(*m, vol) > 1) {  // at least one snapshot map stays
                 trash_one(m, volume_index);
             }
             break;

@@ -1,5 +1,5 @@
-// The service at work: transactions of every kind, one kind or several mixed in one, and what it
-// does between them: maps appear, go to the trash, and are removed.
+// The workload of the service: transactions with one or several kinds of changes, and between them
+// maps that are created, moved to the trash, and removed.
 // Below: history.h, file_records.h. Above: sample.h.
 #pragma once
 
@@ -7,11 +7,11 @@
 
 namespace lab {
 
-constexpr uint64_t NO_RUSH = UINT64_MAX;
+constexpr uint64_t NO_BURST = UINT64_MAX;
 
-// One transaction, applied to the model, of at least one block. It is not committed.
+// Makes a transaction of at least one block and applies it to the model, without committing it.
 transaction next_transaction(model* m);
-// What stands between two transactions. Never more than a rename, a creation or a removal each.
-void keep_house(model* m);
+// Called between two transactions: creates, renames or removes one map, or does nothing.
+void change_maps(model* m);
 
 }  // namespace lab
