@@ -74,7 +74,7 @@ static bool store_blocks(block_run* run, uint32_t count) {
 }
 
 // The entries of one block, one by one. False at the first that cannot be written, logged.
-static bool write_entries(const block_run* run, uint32_t block) {
+static bool write_entries(block_run* run, uint32_t block) {
     const uint64_t failed_before = keep_journal_failures().count;
     for (uint32_t slot = 0; slot < TBL_BLOCK_ENTRIES; slot++) {
         const uint64_t lpa = (run->first + block) * TBL_BLOCK_ENTRIES + slot;
@@ -86,6 +86,8 @@ static bool write_entries(const block_run* run, uint32_t block) {
         }
         (void)tbl_entry_write(&wanted, lpa);  // always 0
         if (keep_journal_failures().count != failed_before) {
+            run->result.failed = true;
+            run->result.failed_group = tbl_group_of(lpa);
             return false;
         }
     }
@@ -95,8 +97,6 @@ static bool write_entries(const block_run* run, uint32_t block) {
 static void write_by_entries(block_run* run, uint32_t count) {
     for (uint32_t i = 0; i < count; i++) {
         if (run->changed[i] && !write_entries(run, i)) {
-            run->result.failed = true;
-            run->result.failed_group = tbl_group_of((run->first + i) * TBL_BLOCK_ENTRIES);
             return;
         }
     }

@@ -356,10 +356,17 @@ static int import_accepted(listed_import* run) {
     return 0;
 }
 
-// A table in place may hold references: then the sums have to be tried before anything is written.
-static bool is_past_max(const listed_import* run) {
-    return ref_counts_is_past_max(run->scan.counts) ||
-           (!run->job->is_new && write_window(run, true).past_max);
+// Whether the counts cannot be written as they are. A table in place may hold references: then the
+// sums are tried before anything is written.
+static bool needs_entries(const listed_import* run) {
+    if (ref_counts_is_past_max(run->scan.counts)) {
+        return true;
+    }
+    if (run->job->is_new) {
+        return false;
+    }
+    const ref_write_result looked = write_window(run, true);
+    return looked.past_max || looked.failed;
 }
 
 // Empties table and index again.
@@ -378,7 +385,7 @@ static bool take_back(const listed_import* run) {
     return true;
 }
 
-static int import_overflowing(const listed_import* run) {
+static int import_one_by_one(const listed_import* run) {
     current_fri.header.fri_group_count = run->group_count;
     return !run->written || take_back(run) ? import_by_entries(run->job) : -1;
 }
@@ -389,14 +396,14 @@ static void compare_window(listed_import* run) {
     run->agrees = run->agrees && ref_counts_agree(counts, run->live_fd);
 }
 
-enum class count_end { sound, unusual, past_max, failed };
+enum class count_end { sound, unusual, by_entries, failed };
 
 // The first count, in which everything is found out: with `write`, the windows of sound maps are
 // written on the way.
 static count_end count_all(listed_import* run, bool write) {
     while (reference_scan_next(&run->scan)) {
-        if (is_past_max(run)) {
-            return count_end::past_max;
+        if (needs_entries(run)) {
+            return count_end::by_entries;
         }
         if (run->scan.unread) {
             return count_end::unusual;
@@ -425,8 +432,8 @@ static int import_counted(listed_import* run, count_end end, bool in_hand) {
             return run->job->changes_maps ? import_accepted(run) : import_sound(run, in_hand);
         case count_end::unusual:
             return import_accepted(run);
-        case count_end::past_max:
-            return import_overflowing(run);
+        case count_end::by_entries:
+            return import_one_by_one(run);
         default:
             return -1;
     }

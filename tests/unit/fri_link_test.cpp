@@ -7,6 +7,7 @@
 #include "store/descriptor.h"
 #include "store/keep_journal.h"
 #include "support/io_faults.h"
+#include "support/io_outage.h"
 #include "support/log_capture.h"
 #include "support/paths.h"
 #include "support/pool_files.h"
@@ -170,6 +171,7 @@ TEST_F(fri_link, whichever_call_fails_it_is_told_or_counted_and_the_next_relink_
 }
 
 TEST_F(fri_link, an_entry_that_cannot_be_written_is_told_under_the_names_of_the_steps) {
+    const single_entry_path path;
     set_group(0, {});
     current_fri.header.fri_group_count = 1;
     log_capture log;
@@ -184,6 +186,7 @@ TEST_F(fri_link, an_entry_that_cannot_be_written_is_told_under_the_names_of_the_
 }
 
 TEST_F(fri_link, a_link_that_cannot_be_written_ends_it_but_the_last_one) {
+    const single_entry_path path;
     set_group(0, {5});
     set_group(1, {6});
     stdout_capture out;
@@ -206,6 +209,56 @@ TEST_F(fri_link, a_link_that_cannot_be_written_ends_it_but_the_last_one) {
     EXPECT_EQ(log.lines().back(),
               "ERR: tarn_link_fri_group(#) Fail to link fri entry, prev 1 next 2\n");
     EXPECT_EQ(pool_.fri_file.read_at<uint64_t>(72), 0x1F800000u);
+}
+
+// A block of the index that cannot be written as a whole is written entry by entry.
+TEST_F(fri_link, a_failing_block_write_is_made_good_by_its_entries) {
+    set_group(0, {5});
+    set_group(1, {6});
+    for (uint64_t n = 1; n <= 4; n++) {  // two groups of the table, the index twice
+        pool_.set_tbl(5, 0);
+        pool_.set_tbl(6 + 4096, 0);
+        current_fri.header.fri_group_count = 2;
+        const log_capture log;
+        const stdout_capture out;
+        const io_fault_at fault(n, EIO, {io_call::write});
+        EXPECT_EQ(tarn_link_fri_group(), 0) << n;
+        EXPECT_EQ(log.lines(), log_lines({})) << n;
+        EXPECT_EQ(pool_.fri(0), "01 00 00 00 50 00 01 80 ") << n;
+        EXPECT_EQ(pool_.fri(1), "02 00 00 00 60 00 01 80 ") << n;
+    }
+}
+
+TEST_F(fri_link, on_a_disk_that_takes_no_entry_of_the_index_the_first_one_is_logged) {
+    set_group(0, {5});
+    set_group(1, {6});
+    current_fri.header.fri_group_count = 2;
+    const log_capture log;
+    const stdout_capture out;
+    const io_outage outage(io_call::write, 3);  // the table's two blocks go out
+    EXPECT_EQ(tarn_link_fri_group(), -1);
+    EXPECT_EQ(log.lines(),
+              log_lines({"ERR: fri_entry_write(#) write fri error, group_num 0\n",
+                         "ERR: set_fri_entry(#) Fail to write fri entry, group_num 0\n",
+                         "ERR: tarn_link_fri_group(#) Fail to link free tbl entry, group_num 0, "
+                         "head 5 free_count 1\n"}));
+}
+
+// Lists that were linked before are taken over, and their groups in the table are not read.
+TEST_F(fri_link, takes_over_the_lists_that_are_linked) {
+    set_group(0, {5});
+    set_group(1, {6});
+    set_group(2, {});
+    current_fri.header.fri_group_count = 3;
+    linked_group rows[] = {{0, 77, 12}, {2, 0, 0}};
+    const linked_groups linked = {rows, 2, 2};
+    const stdout_capture out;
+    EXPECT_EQ(tarn_link_fri_group(&linked), 0);
+    EXPECT_EQ(pool_.fri(0), "01 00 00 00 d0 04 0c 80 ");  // head 0x4d, 12 free
+    EXPECT_EQ(pool_.fri(1).substr(12), "60 00 01 80 ");
+    EXPECT_EQ(pool_.fri(2).substr(12), "00 00 00 80 ");
+    EXPECT_EQ(pool_.tbl(5), 0);  // not looked at
+    EXPECT_EQ(pool_.tbl(6 + 4096), 0x1000);
 }
 
 // The n-th transfer of that many bytes fails.
@@ -313,6 +366,7 @@ TEST_F(fri_link, a_header_that_cannot_be_saved_is_counted_as_a_failure_and_the_r
     set_group(0, {5});
     const char* const nodes[] = {"const meta node[0]", "const meta node[1]", "var meta node[0]"};
     for (size_t i = 0; i < 3; i++) {
+        pool_.set_tbl(5, 0);  // one write of the table and two of the index come first
         current_fri.header.fri_group_count = 1;
         keep_journal_forget();
         const log_capture log;

@@ -11,6 +11,7 @@
 #include "fri/fri_file.h"
 #include "map/map_file.h"
 #include "options.h"
+#include "store/keep_journal.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
 #include "support/paths.h"
@@ -235,7 +236,7 @@ TEST_P(import_of_a_map, an_extent_whose_group_has_no_counters_is_counted_in_the_
         const fault_hook hook(fail_reads_of_groups);
         EXPECT_EQ(import_it(MAP_KIND_LUN), 0);
     }
-    EXPECT_EQ(reads_of_groups, entry_by_entry() ? 0u : 3u);  // for each entry
+    EXPECT_EQ(reads_of_groups, entry_by_entry() ? 0u : 1u);
     EXPECT_EQ(tbl_word_of(tbl(), 5), 0x8002);
     EXPECT_EQ(tbl_word_of(tbl(), 6), 0x8001);
     EXPECT_EQ(fri_word_of(fri(), 0), INIT_BIT);
@@ -324,3 +325,86 @@ TEST_P(import_command, fails_on_each_file_that_does_not_load_and_closes_the_othe
 
 INSTANTIATE_TEST_SUITE_P(on_both_paths, import_of_a_map, testing::Bool());
 INSTANTIATE_TEST_SUITE_P(on_both_paths, import_command, testing::Bool());
+
+// Maps of a volume that is rebuilt: what an import accepts before it fails is in the new table.
+class import_of_a_volume : public testing::TestWithParam<bool> {
+protected:
+    import_of_a_volume() {
+        if (GetParam()) {
+            path_.emplace();
+        }
+        make_sample_volume(root(), 0x11);
+        snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", root().c_str());
+    }
+    ~import_of_a_volume() override { keep_journal_forget(); }
+    std::string root() const { return volumes_.volume(1); }
+    std::string made(const std::string& name) const { return root() + "/@EP_FIX/" + name; }
+    int import_volume() {
+        const stdout_capture out;
+        return do_import_volume(FIX_DIR);
+    }
+
+    sample_volumes volumes_;
+    log_capture log_;
+    std::optional<single_entry_path> path_;
+};
+
+TEST_P(import_of_a_volume, ends_at_reference_4096_of_one_extent) {
+    std::vector<sample_entry> entries;
+    for (uint64_t lea = 0; lea < 4097; lea++) {
+        entries.push_back({lea, lea == 4000 ? 9u : 5u});  // the last one is reference 4096
+    }
+    make_filled_map(root() + "/@iSCSITrg/LUN_Extent_1", 5000, 4097, entries);
+    EXPECT_EQ(import_volume(), -1);
+    EXPECT_TRUE(log_.has("ERR: add_reference(#) lpa 5 has more than 4095 references\n"));
+    EXPECT_TRUE(log_.has("ERR: import_map(#) Fail to increase mapping, lea 4096\n"));
+    EXPECT_EQ(tbl_word_of(made("EP_TBL"), 5), 0x8fff);
+    EXPECT_EQ(tbl_word_of(made("EP_TBL"), 9), 0x8001);
+}
+
+TEST_P(import_of_a_volume, counts_what_comes_before_a_map_with_a_wrong_count) {
+    make_filled_map(root() + "/@iSCSITrg/LUN_Extent_1", 63, 1, {{0, 5}, {1, 9 * 4096}, {2, 6}});
+    EXPECT_EQ(import_volume(), -1);
+    EXPECT_TRUE(log_.has("ERR: import_map(#) mapped_cnt is wrong\n"));
+    EXPECT_EQ(tbl_word_of(made("EP_TBL"), 5), 0x8001);
+    EXPECT_EQ(tbl_word_of(made("EP_TBL"), 9 * 4096), 0);
+    EXPECT_EQ(fri_word_of(made("EP_FRI"), 0), INIT_BIT);
+    EXPECT_EQ(fri_group_count_of(made("EP_FRI")), 1u);
+    EXPECT_EQ(fri_free_count_of(made("EP_FRI")), EVERY_EXTENT);  // as it was saved with the group
+}
+
+TEST_P(import_of_a_volume, counts_a_map_whose_node_is_damaged_and_logs_it) {
+    make_filled_map(root() + "/@iSCSITrg/LUN_Extent_1", 63, 2, {{0, 5}, {1, 5}});
+    spoil_node(root() + "/@iSCSITrg/LUN_Extent_1", 0);
+    EXPECT_EQ(import_volume(), 0);
+    EXPECT_TRUE(log_.has("data chksum mismatched"));
+    EXPECT_EQ(tbl_word_of(made("EP_TBL"), 5), 0x8002);
+    EXPECT_EQ(fri_free_count_of(made("EP_FRI")), EVERY_EXTENT - 1);
+}
+
+// More regions than a window has room for, in two maps: 100 of 2^20 extents.
+TEST_P(import_of_a_volume, larger_than_a_window_is_counted_in_several) {
+    std::vector<sample_entry> entries;
+    for (uint64_t lea = 0; lea < 63; lea++) {
+        entries.push_back({lea, (lea + 1) << 20});
+    }
+    // The last extent of region 80, which shares a block with the first of region 81.
+    entries.push_back({63, (uint64_t{81} << 20) - 1});
+    make_filled_map(root() + "/@iSCSITrg/LUN_Extent_1", 126, 64, entries);
+    entries.pop_back();
+    for (sample_entry& entry : entries) {
+        entry.lpa += uint64_t{37} << 20;
+    }
+    make_filled_map(root() + "/@iSCSITrg/LUN_Extent_2", 63, 63, entries);
+    EXPECT_EQ(import_volume(), 0);
+    for (const uint64_t region : {1, 37, 38, 63, 64, 80, 81, 100}) {
+        const uint16_t word = region > 37 && region < 64 ? 0x8002 : 0x8001;
+        EXPECT_EQ(tbl_word_of(made("EP_TBL"), region << 20), word) << region;
+        EXPECT_EQ(fri_word_of(made("EP_FRI"), region << 8), INIT_BIT) << region;
+    }
+    EXPECT_EQ(tbl_word_of(made("EP_TBL"), (uint64_t{81} << 20) - 1), 0x8001);
+    EXPECT_EQ(fri_group_count_of(made("EP_FRI")), (100u << 8) + 1);
+    EXPECT_EQ(fri_free_count_of(made("EP_FRI")), EVERY_EXTENT - 101);
+}
+
+INSTANTIATE_TEST_SUITE_P(on_both_paths, import_of_a_volume, testing::Bool());

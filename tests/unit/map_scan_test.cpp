@@ -207,7 +207,7 @@ TEST_F(map_scan_of_file, transfers_that_move_a_part_are_continued) {
 // 1500 nodes are two runs.
 TEST_F(map_scan_of_file, from_a_run_that_cannot_be_read_on_all_nodes_are_left_to_the_cache) {
     put_all(0, 1500);
-    for (const io_call kind : {io_call::bulk, io_call::seek, io_call::read}) {
+    for (const io_call kind : {io_call::bulk, io_call::read}) {
         for (const uint64_t n : {1, 2}) {
             const io_fault_at fault(n, EIO, {kind});
             const noting_visitor shown = scan_all(file_.fd(), 1500, file_);
