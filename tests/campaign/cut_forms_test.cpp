@@ -38,7 +38,7 @@ protected:
     tree_lines after_;
 };
 
-TEST_F(spoiled_state, a_replay_that_is_done_is_right_and_its_old_journal_is_not) {
+TEST_F(spoiled_state, a_finished_replay_passes_and_its_old_journal_does_not) {
     run("startup-replay", sample_kind::crashed);
     EXPECT_EQ(judge(true), "");
     fs::copy(sample_ + "/journal/EP_JNL", at("journal/EP_JNL"));
@@ -61,7 +61,7 @@ TEST_F(spoiled_state, a_repair_without_a_live_file_is_found) {
     EXPECT_EQ(judge(false), "no live volume1/@EP/EP_FRI");
 }
 
-TEST_F(spoiled_state, a_repair_of_one_file_of_the_two_is_found) {
+TEST_F(spoiled_state, a_repair_of_only_one_of_the_two_files_is_found) {
     run("onekeyrepair", sample_kind::lone);
     fs::rename(at("volume1/@EP/EP_FRI.bkp"), at("volume1/@EP/EP_FRI"));
     EXPECT_EQ(judge(true), "a repair that succeeded is not on the disk");

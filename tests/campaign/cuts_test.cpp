@@ -145,7 +145,7 @@ class cuts : public testing::TestWithParam<uint64_t> {};
 
 static constexpr uint64_t CUTS_A_TEST = 2 * CUTS_A_FORM;
 
-TEST_P(cuts, are_made_good_by_the_next_run) {
+TEST_P(cuts, are_repaired_by_the_next_run) {
     run_all({GetParam(), CUTS_A_TEST});
 }
 

@@ -153,7 +153,7 @@ class faults : public testing::TestWithParam<uint64_t> {};
 static constexpr uint64_t TURNS_A_TEST = 10;
 static constexpr uint64_t RUNS_OF_A_TURN = 3;  // of each turn's, in the suite
 
-TEST_P(faults, lose_nothing_and_pass_for_no_success) {
+TEST_P(faults, lose_nothing_and_are_never_reported_as_success) {
     fault_driver driver;
     const uint64_t end = std::min<uint64_t>(GetParam() + TURNS_A_TEST, turns().size());
     for (uint64_t turn = GetParam(); turn < end; turn++) {

@@ -106,7 +106,7 @@ static void expect_same_map(const std::string& was, const std::string& is) {
     EXPECT_EQ(file_bytes(is, NODES + 504, 4), file_bytes(was, NODES + 504, 4));
 }
 
-TEST(damage_misplaced, an_old_map_is_sound_and_differs_as_it_says) {
+TEST(damage_misplaced, an_old_map_is_sound_and_differs_as_reported) {
     for (const char* crash : {"", " --crash"}) {
         for (unsigned seed = 1; seed <= 6; seed++) {
             SCOPED_TRACE(seed);
@@ -133,7 +133,7 @@ TEST(damage_misplaced, an_old_map_is_sound_and_differs_as_it_says) {
 
 // What a sample holds before its first transaction does not depend on how many follow: a sample
 // without any holds what the map of another one held then.
-TEST(damage_misplaced, an_old_map_is_what_the_map_was) {
+TEST(damage_misplaced, an_old_map_is_an_earlier_state_of_the_map) {
     const scratch_dir place;
     const std::string first = make_sample(place, "first", 5, " --transactions 0");
     const std::string is = make_sample(place, "is", 5, " --transactions 1");
@@ -144,7 +144,7 @@ TEST(damage_misplaced, an_old_map_is_what_the_map_was) {
     EXPECT_EQ(tree_of(is).at(file), tree_of(first).at(file));
 }
 
-TEST(damage_misplaced, an_old_map_outlives_the_replay_of_a_crashed_sample) {
+TEST(damage_misplaced, an_old_map_survives_the_replay_of_a_crashed_sample) {
     for (unsigned seed = 1; seed <= 8; seed++) {
         SCOPED_TRACE(seed);
         const scratch_dir place;
@@ -157,7 +157,7 @@ TEST(damage_misplaced, an_old_map_outlives_the_replay_of_a_crashed_sample) {
 }
 
 // All transactions of these samples are inside the journal's budget: a replay repeats them.
-TEST(damage_misplaced, a_crashed_sample_may_have_no_moment_that_outlives_the_replay) {
+TEST(damage_misplaced, a_crashed_sample_may_have_no_old_entries_that_survive_the_replay) {
     const scratch_dir place;
     const std::string sample = make_sample(place, "s", 3, " --crash --transactions 2");
     const auto before = tree_of(sample);
@@ -204,7 +204,7 @@ TEST(damage_misplaced, a_foreign_journal_is_sound_and_names_nothing_of_this_serv
     }
 }
 
-TEST(damage_misplaced, a_data_file_is_cut_at_the_border_of_an_extent_and_not_behind_a_used_one) {
+TEST(damage_misplaced, a_data_file_is_cut_at_an_extent_boundary_and_loses_a_used_extent) {
     for (unsigned seed = 1; seed <= 6; seed++) {
         const scratch_dir place;
         const std::string sample = make_sample(place, "s");
@@ -239,7 +239,7 @@ TEST(damage_misplaced, the_data_files_of_a_sample_hold_every_extent_in_use) {
 }
 
 // Exactly the maps of LUNs, snapshots and the trash can be lost.
-TEST(damage_misplaced, a_lost_map_is_a_LUN_s_a_snapshot_s_or_one_in_the_trash) {
+TEST(damage_misplaced, a_lost_map_belongs_to_a_LUN_a_snapshot_or_the_trash) {
     for (unsigned seed = 1; seed <= 12; seed++) {
         const scratch_dir place;
         const std::string sample = make_sample(place, "s", seed);

@@ -173,7 +173,7 @@ static size_t files_changed_by(const std::string& kind) {
 
 class damage_kinds : public testing::TestWithParam<kind_row> {};
 
-TEST_P(damage_kinds, change_what_they_say_and_nothing_else) {
+TEST_P(damage_kinds, change_what_they_report_and_nothing_else) {
     const kind_row row = GetParam();
     const scratch_dir place;
     const std::string was = make_sample(place, "was");
@@ -231,7 +231,7 @@ TEST(damage, picks_places_by_the_seed) {
     EXPECT_GE(lines.size(), 7u);
 }
 
-TEST(damage, goes_to_the_volume_that_is_asked_for) {
+TEST(damage, damages_the_requested_volume) {
     const scratch_dir place;
     const std::string sample = make_sample(place, "s");
     const ran done = damage(sample, "table-lost", 1, " --volume 2");
@@ -256,7 +256,7 @@ TEST(damage, refuses_what_it_cannot_do_and_changes_nothing) {
     EXPECT_EQ(tree_of(sample), before);
 }
 
-TEST(damage, refuses_a_file_that_is_gone) {
+TEST(damage, refuses_a_missing_file) {
     const scratch_dir place;
     const std::string sample = make_sample(place, "s");
     ASSERT_EQ(damage(sample, "index-lost", 1).status, 0);
@@ -271,7 +271,7 @@ TEST(damage, refuses_a_file_that_is_gone) {
 }
 
 // One entry a map, no transaction: this seed leaves the volume as it was made.
-TEST(damage, says_that_no_place_suits) {
+TEST(damage, reports_that_there_is_nothing_suitable_to_damage) {
     const scratch_dir place;
     const std::string sample = place.file("s");
     ASSERT_EQ(tarn_lab("make " + sample + " --seed 1 --luns 1 --extents 1 --transactions 0").status,

@@ -75,7 +75,7 @@ TEST_F(journal_drivers, a_table_that_lacks_a_recorded_change_does_not_match) {
     EXPECT_EQ(tree_of(box.volume(1)), before);
 }
 
-TEST_F(journal_drivers, replays_of_index_and_table_end_with_a_line_that_of_a_map_does_not) {
+TEST_F(journal_drivers, replays_of_index_and_table_report_success_and_that_of_a_map_does_not) {
     const run_result fri = run({"--rpjnl", "fri"});
     EXPECT_EQ(fri.status, 0);
     EXPECT_EQ(fri.out, "TARN_INFO: REPLAY FRI " + fri1 + "\n" + found_lines(2) + "TARN_INFO: FRI " +
@@ -99,7 +99,7 @@ TEST_F(journal_drivers, a_table_replayed_alone_skips_what_only_a_map_resolves) {
     EXPECT_EQ(tbl_word_of(box.volume(1) + "/@EP/EP_TBL", 300), 0x8002);
 }
 
-TEST_F(journal_drivers, the_file_drivers_do_not_look_for_a_journal_of_their_own) {
+TEST_F(journal_drivers, the_file_drivers_do_not_look_for_the_configured_journal) {
     for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
              {"--ckjnl", "fri", "--fripath", fri1},
              {"--ckjnl", "tbl", "--tblpath", tbl1},
@@ -114,7 +114,7 @@ TEST_F(journal_drivers, the_file_drivers_do_not_look_for_a_journal_of_their_own)
     }
 }
 
-TEST_F(journal_drivers, files_are_loaded_in_order_and_the_first_that_is_missing_is_told) {
+TEST_F(journal_drivers, files_are_loaded_in_order_and_the_first_missing_one_is_logged) {
     struct {
         const char* command;
         const char* type;
@@ -169,7 +169,7 @@ TEST_F(journal_drivers, a_volume_with_a_table_and_no_index_fails) {
     }
 }
 
-TEST_F(journal_drivers, a_journal_path_that_names_no_file_is_noted_and_its_load_fails) {
+TEST_F(journal_drivers, a_journal_path_that_is_not_a_file_is_reported_and_fails_to_load) {
     fs::remove(box.journal());
     const run_result got = box.run({"--ckjnl", "vol", "--volpath", "/volume1"});
     EXPECT_EQ(got.status, 255);
@@ -200,7 +200,7 @@ TEST_F(journal_drivers, all_volumes_match_after_their_replay) {
     EXPECT_EQ(jnl_status_of(box.journal()), 0xFFFFFFFFU);  // only start-up replay decides it
 }
 
-TEST_F(journal_drivers, a_path_that_is_no_volume_exits_255) {
+TEST_F(journal_drivers, a_path_that_is_not_a_volume_exits_255) {
     for (const std::string path : {"/scratch", "", "/volume3"}) {
         const run_result got = box.run({"--rpjnl", "vol", "--volpath", path});
         EXPECT_EQ(got.status, 255);
@@ -251,7 +251,7 @@ static uint32_t nth_map(const std::string& out, size_t nth) {
                : static_cast<uint32_t>(std::stoul(out.substr(at + word.size())));
 }
 
-TEST(journal_drivers_batches, an_older_image_of_a_later_batch_never_covers_a_newer_one) {
+TEST(journal_drivers_batches, an_older_image_of_a_later_batch_never_overwrites_a_newer_one) {
     const sandbox box;
     make_volumes(box);
     make_maps(box, 257);

@@ -57,7 +57,7 @@ static void expect_refused_untouched(const sandbox& box, const std::string& line
     EXPECT_EQ(all_trees(box), before);
 }
 
-TEST(keep_journal, without_a_reason_it_goes) {
+TEST(keep_journal, without_a_reason_it_is_deleted) {
     const sandbox box;
     make_volumes(box);
     make_pending_journal(box);
@@ -67,7 +67,7 @@ TEST(keep_journal, without_a_reason_it_goes) {
     EXPECT_TRUE(was_replayed(box));
 }
 
-TEST(keep_journal, a_directory_whose_status_the_system_does_not_say) {
+TEST(keep_journal, if_the_status_of_a_directory_is_unknown) {
     for (const std::string name : {"@EP", "@iSCSITrg"}) {
         const sandbox box;
         make_volumes(box);
@@ -85,7 +85,7 @@ TEST(keep_journal, a_directory_whose_status_the_system_does_not_say) {
     }
 }
 
-TEST(keep_journal, a_table_whose_status_the_system_does_not_say) {
+TEST(keep_journal, if_the_status_of_a_table_is_unknown) {
     const sandbox box;
     make_volumes(box);
     make_pending_journal(box);
@@ -98,7 +98,7 @@ TEST(keep_journal, a_table_whose_status_the_system_does_not_say) {
                 "Fail to get the status of /volume2/@EP/EP_FRI: Too many levels of symbolic links");
 }
 
-TEST(keep_journal, the_journal_itself_of_unknown_status_is_not_a_missing_one) {
+TEST(keep_journal, a_journal_of_unknown_status_is_not_a_missing_one) {
     const sandbox box;
     make_volumes(box);
     fs::create_symlink("EP_JNL", box.journal());
@@ -116,7 +116,7 @@ TEST(keep_journal, the_journal_itself_of_unknown_status_is_not_a_missing_one) {
     EXPECT_TRUE(asked.logged("ERR: is_regular_file(#) Fail to get the status of "));
 }
 
-TEST(keep_journal, a_volume_root_too_long_for_its_buffer) {
+TEST(keep_journal, if_a_volume_root_is_too_long_for_its_buffer) {
     for (const size_t length : {53u, 54u}) {
         const sandbox box;
         make_volumes(box);
@@ -168,7 +168,7 @@ static void flip_byte(const std::string& path, uint64_t offset) {
     write_file_bytes(path, offset, byte.data(), 1);
 }
 
-TEST(keep_journal, a_damaged_map_node_that_the_replay_rewrites) {
+TEST(keep_journal, if_the_replay_rewrites_a_damaged_map_node) {
     const sandbox box;
     make_volumes(box);
     const std::string map = make_lun(box, 1, "LUN_Extent_0", 0xA1);
@@ -189,7 +189,7 @@ TEST(keep_journal, a_damaged_map_node_that_the_replay_rewrites) {
     expect_kept(box, got, text);
 }
 
-TEST(keep_journal, a_damaged_table_block_that_the_replay_rewrites) {
+TEST(keep_journal, if_the_replay_rewrites_a_damaged_table_block) {
     const sandbox box;
     make_volumes(box);
     const std::string table = box.volume(1) + "/@EP/EP_TBL";
@@ -209,7 +209,7 @@ TEST(keep_journal, a_damaged_table_block_that_the_replay_rewrites) {
 
 // A record of an index entry: group 70, in block 1 of the index (groups 63 to 125), which is
 // initialised already. Its extents are 258048 (63 * 4096) to 516095.
-TEST(keep_journal, a_damaged_index_block_that_the_replay_rewrites) {
+TEST(keep_journal, if_the_replay_rewrites_a_damaged_index_block) {
     const sandbox box;
     make_volumes(box);
     const std::string index = box.volume(1) + "/@EP/EP_FRI";
@@ -228,7 +228,7 @@ TEST(keep_journal, a_damaged_index_block_that_the_replay_rewrites) {
 }
 
 // The group is initialised by the record: its free list is linked, which rewrites its 17 blocks.
-TEST(keep_journal, a_damaged_table_block_of_a_group_that_the_replay_links) {
+TEST(keep_journal, if_the_replay_links_a_group_with_a_damaged_table_block) {
     const sandbox box;
     make_volumes(box);
     const std::string table = box.volume(1) + "/@EP/EP_TBL";
@@ -246,7 +246,7 @@ TEST(keep_journal, a_damaged_table_block_of_a_group_that_the_replay_links) {
 }
 
 // A volume without table and index is skipped, and what the journal says of its maps was not done.
-TEST(keep_journal, a_volume_without_table_and_index_that_has_a_map) {
+TEST(keep_journal, if_a_volume_without_table_and_index_has_a_map) {
     for (const std::string map : {"@iSCSITrg/LUN_1/LUN_1_Extent_0", "@EP_trash/old/7",
                                   "@Snapshot/S/FAMILY_3", "@EP/EP_BUF", "@EP/EP_ROD"}) {
         const sandbox box;
@@ -264,7 +264,7 @@ TEST(keep_journal, a_volume_without_table_and_index_that_has_a_map) {
     }
 }
 
-TEST(keep_journal, a_volume_without_table_index_and_maps_is_no_reason) {
+TEST(keep_journal, a_volume_without_table_index_and_maps_is_not_a_reason) {
     const sandbox box;
     make_volumes(box);
     make_pending_journal(box);
@@ -282,7 +282,7 @@ TEST(keep_journal, a_volume_without_table_index_and_maps_is_no_reason) {
     }
 }
 
-TEST(keep_journal, a_named_volume_that_is_not_there_or_not_mounted_is_refused_untouched) {
+TEST(keep_journal, a_missing_or_unmounted_named_volume_is_refused_and_nothing_is_changed) {
     for (const uint32_t status : {ABNORMAL, READ_ONLY}) {
         const sandbox box;
         make_volumes(box);
@@ -319,7 +319,7 @@ static constexpr const char* TWO_AGES =
     "ERR: one_key_repair(#) /volume1: table and index do not match until --onekeyrepair is run "
     "again\n";
 
-TEST(keep_journal, a_repair_that_was_cut_between_table_and_index_is_refused_untouched) {
+TEST(keep_journal, a_repair_cut_between_table_and_index_is_refused_and_nothing_is_changed) {
     for (const uint32_t status : {ABNORMAL, READ_ONLY, 0x25521814u}) {
         const sandbox box;
         make_volumes(box);
@@ -329,7 +329,7 @@ TEST(keep_journal, a_repair_that_was_cut_between_table_and_index_is_refused_unto
     }
 }
 
-TEST(keep_journal, every_replay_refuses_a_repair_that_was_cut) {
+TEST(keep_journal, every_replay_refuses_a_volume_whose_repair_was_cut) {
     const sandbox box;
     make_volumes(box);
     make_pending_journal(box);
@@ -344,7 +344,7 @@ TEST(keep_journal, every_replay_refuses_a_repair_that_was_cut) {
     }
 }
 
-TEST(keep_journal, a_rebuild_does_not_remove_the_files_of_a_repair_that_was_cut) {
+TEST(keep_journal, a_rebuild_does_not_remove_the_files_of_an_interrupted_repair) {
     const sandbox box;
     make_volumes(box);
     make_cut_swap(box);
@@ -358,7 +358,7 @@ TEST(keep_journal, a_rebuild_does_not_remove_the_files_of_a_repair_that_was_cut)
     }
 }
 
-TEST(keep_journal, a_named_volume_that_cannot_be_looked_at_is_refused_untouched) {
+TEST(keep_journal, a_named_volume_that_cannot_be_examined_is_refused_and_nothing_is_changed) {
     const sandbox box;
     make_volumes(box);
     make_pending_journal(box);
@@ -371,7 +371,7 @@ TEST(keep_journal, a_named_volume_that_cannot_be_looked_at_is_refused_untouched)
     EXPECT_EQ(all_trees(box), before);
 }
 
-TEST(keep_journal, after_a_clean_shutdown_a_volume_that_is_not_there_is_skipped) {
+TEST(keep_journal, after_a_clean_shutdown_a_missing_volume_is_skipped) {
     const sandbox box;
     make_volumes(box);
     make_pending_journal(box, 0x25521814);
@@ -381,7 +381,7 @@ TEST(keep_journal, after_a_clean_shutdown_a_volume_that_is_not_there_is_skipped)
     EXPECT_EQ(jnl_status_of(box.journal()), 0x25521814u);
 }
 
-TEST(keep_journal, without_any_volume_mounted_it_is_refused_untouched) {
+TEST(keep_journal, without_any_mounted_volume_the_replay_is_refused_and_nothing_is_changed) {
     const sandbox box;
     make_volumes(box);
     make_pending_journal(box);
@@ -394,7 +394,7 @@ TEST(keep_journal, without_any_volume_mounted_it_is_refused_untouched) {
     EXPECT_EQ(all_trees(box), before);
 }
 
-TEST(keep_journal, where_the_configuration_names_no_volume_it_goes) {
+TEST(keep_journal, if_the_configuration_names_no_volume_it_is_deleted) {
     const sandbox box;
     make_volumes(box);
     make_pending_journal(box);
@@ -404,7 +404,7 @@ TEST(keep_journal, where_the_configuration_names_no_volume_it_goes) {
     EXPECT_FALSE(file_exists(box.journal()));
 }
 
-TEST(keep_journal, a_journal_root_that_cannot_be_had_is_a_failure_with_a_line) {
+TEST(keep_journal, a_missing_or_too_long_journal_root_is_logged_and_fails) {
     for (const std::string& configuration :
          {std::string("journal_root =\n"), "journal_root = /" + std::string(300, 'j') + "\n"}) {
         const sandbox box;

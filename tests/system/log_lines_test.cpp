@@ -61,7 +61,7 @@ static const char* const COMMANDS =
     "mv $J $J.aside\n"
     "tarn --onekeycheck\n";
 
-TEST(log_lines, of_sound_volumes_all_stand_in_the_table_and_each_of_them_occurs) {
+TEST(log_lines, of_sound_volumes_are_all_in_the_table_and_each_of_them_occurs) {
     const std::vector<known_line> known = lines_that_mean_nothing();
     ASSERT_GE(known.size(), 10u);
     std::set<std::string> seen;

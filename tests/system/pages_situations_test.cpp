@@ -63,7 +63,7 @@ TEST(situation, a_volume_that_is_neither_named_nor_mounted_loses_its_part_of_the
     EXPECT_TRUE(starts(found, "volume2/@EP/EP_FRI: free count: ")) << found.text;
 }
 
-TEST(situation, after_a_clean_shutdown_nothing_misses_a_volume) {
+TEST(situation, after_a_clean_shutdown_a_missing_volume_is_not_noticed) {
     const damaged_server server(CLEAN);
     const run_result start = server.run(std::string("umount /volume2\n") + START_LINE);
     EXPECT_EQ(start.status, 0);
@@ -132,7 +132,7 @@ TEST(situation, a_bad_status_stops_start_up_replay_and_no_other_replay) {
     }
 }
 
-TEST(situation, a_torn_transaction_logs_conflicts_and_is_no_refusal) {
+TEST(situation, a_torn_transaction_logs_conflicts_and_is_not_refused) {
     struct row {
         const char* sample;
         const char* line;
@@ -180,7 +180,7 @@ TEST(situation, a_copy_record_of_too_many_entries_is_logged_and_replayed_up_to_4
     EXPECT_EQ(map_word_of(map, 40), 0u);
 }
 
-TEST(situation, a_data_file_that_is_gone_or_cut_is_noticed_by_no_check) {
+TEST(situation, a_missing_or_cut_data_file_is_not_noticed_by_any_check) {
     for (const char* command : {"rm $V/@EP/EP_DAT_00001", "truncate -s 100 $V/@EP/EP_DAT_00000",
                                 "rm $V/@EP/EP_DAT_0000*"}) {
         const damaged_server server("--seed 5");
@@ -210,7 +210,8 @@ static void cut_between_table_and_index(const damaged_server& server) {
               "EP_FRI\nswap\n");
 }
 
-TEST(situation, between_table_and_index_of_a_repair_replays_refuse_and_the_checks_may_pass) {
+TEST(situation,
+     a_repair_cut_between_table_and_index_is_refused_by_replays_but_the_checks_may_pass) {
     const damaged_server server(CLEAN);
     cut_between_table_and_index(server);
     const auto before = everything(server);
@@ -236,7 +237,7 @@ TEST(situation, between_table_and_index_of_a_repair_replays_refuse_and_the_check
     server.expect_rebuilt();
 }
 
-TEST(situation, a_work_directory_that_a_finished_repair_left_empty_fails_one_more_run) {
+TEST(situation, an_empty_work_directory_left_by_a_finished_repair_fails_one_more_run) {
     const damaged_server server(CLEAN);
     server.set_journal_aside();
     expect_repair_succeeds(server);
@@ -280,7 +281,7 @@ TEST(situation, a_run_that_is_killed_leaves_the_service_stopped) {
     EXPECT_EQ(server.run("cat /scratch/calls").out, "pause\n");
 }
 
-TEST(situation, a_service_that_does_not_start_again_fails_a_repair_that_is_in_its_place) {
+TEST(situation, a_service_that_does_not_start_again_fails_a_repair_whose_files_are_live) {
     const damaged_server server("--seed 5");
     const run_result got = server.run(service("exit 0", "exit 1") + REPAIR_LINE);
     EXPECT_EQ(got.status, 255);
@@ -299,7 +300,7 @@ static std::string on_a_full_volume(const std::string& command, const std::strin
            "\numount /volume1\ncp -a --sparse=always /tmp/v/. /volume1\nexit $E";
 }
 
-TEST(situation, a_full_volume_keeps_the_journal_and_once_there_is_room_the_replay_completes) {
+TEST(situation, a_full_volume_keeps_the_journal_until_there_is_room_for_the_replay) {
     const damaged_server server("--crash --seed 5 --luns 8");
     const run_result got = server.run(on_a_full_volume(
         START_LINE, "tarn --search jnl -m; tarn --set-status abnormal; tarn --startup-replay"));
@@ -312,7 +313,7 @@ TEST(situation, a_full_volume_keeps_the_journal_and_once_there_is_room_the_repla
     EXPECT_EQ(found.status, 0) << found.text;
 }
 
-TEST(situation, a_full_volume_keeps_its_table_and_index_from_a_repair) {
+TEST(situation, a_repair_of_a_full_volume_leaves_its_table_and_index) {
     const damaged_server server("--seed 5");
     const auto before = tree_of(server.file("/volume1"));
     const run_result got = server.run(on_a_full_volume(REPAIR_LINE, "true"));

@@ -71,7 +71,7 @@ TEST(repair_of_a_map, of_a_wrong_mapped_count_loses_nothing) {
 }
 
 // What a count that is too low does before it is mended.
-TEST(repair_of_a_map, with_too_low_a_count_comes_before_the_rebuild) {
+TEST(repair_of_a_map, with_too_low_a_count_must_come_before_the_rebuild) {
     damaged_server server("--seed 5");
     EXPECT_NE(server.damage("mapped-count", 2).find("1578 -> 1577"), std::string::npos);
     server.set_journal_aside();
@@ -110,7 +110,7 @@ static uint64_t node_in(const std::string& damage) {
     return std::stoull(damage.substr(damage.find("data node ") + 10));
 }
 
-TEST(repair_of_a_map, of_a_damaged_node_loses_the_entries_of_that_node_and_no_other) {
+TEST(repair_of_a_map, of_a_damaged_node_loses_only_the_entries_of_that_node) {
     for (unsigned seed : {1u, 2u, 12u}) {  // a LUN's map, one in the trash, the ROD map
         damaged_server server("--seed 5");
         const std::string damage = server.damage("map-node-bit", seed);
@@ -146,7 +146,7 @@ TEST(repair_of_a_map, of_a_damaged_node_loses_the_entries_of_that_node_and_no_ot
     }
 }
 
-TEST(repair_of_a_map, comes_before_a_rebuild_which_believes_every_entry) {
+TEST(repair_of_a_map, must_come_before_a_rebuild_which_trusts_every_entry) {
     damaged_server server("--seed 5");
     SCOPED_TRACE(server.damage("map-node-bit", 3));
     server.set_journal_aside();
@@ -179,7 +179,7 @@ TEST(repair_of_a_map, empties_a_damaged_unmap_buffer_and_no_lun_loses_anything) 
     }
 }
 
-TEST(repair_of_a_map, with_a_damaged_header_is_none_without_a_copy) {
+TEST(repair_of_a_map, with_a_damaged_header_is_impossible_without_a_copy) {
     for (unsigned seed = 1; seed <= 3; seed++) {
         damaged_server server("--seed 5");
         SCOPED_TRACE(server.damage("map-header-bit", seed));
@@ -221,7 +221,7 @@ TEST(repair_of_a_map, takes_header_and_pools_from_an_older_copy_and_loses_nothin
 }
 
 // Where the pool's row is damaged that the entries name.
-TEST(repair_of_a_map, writes_the_volumes_uuid_into_the_row_that_its_entries_name) {
+TEST(repair_of_a_map, writes_the_uuid_of_the_volume_into_the_row_that_its_entries_name) {
     damaged_server server("--seed 5");
     const std::string damage = server.damage("pool-table", 2);
     ASSERT_NE(damage.find("@EP_trash/4: byte 8202, row 0 of the pool table"), std::string::npos);
@@ -246,7 +246,7 @@ TEST(repair_of_a_map, writes_the_volumes_uuid_into_the_row_that_its_entries_name
     EXPECT_EQ(server.verify("").status, 0);
 }
 
-TEST(repair_of_a_map, that_was_cut_off_loses_what_stood_behind_the_cut) {
+TEST(repair_of_a_map, that_was_cut_off_loses_what_was_after_the_cut) {
     for (unsigned seed : {1u, 2u, 12u}) {  // the last one: the ROD map
         damaged_server server("--seed 5");
         SCOPED_TRACE(server.damage("map-truncated", seed));
@@ -315,7 +315,7 @@ TEST(repair_of_the_journal, after_a_crash_rebuilds_every_volume_from_what_its_ma
 }
 
 // Crashes in which it belongs to an older one: the replay takes it for the end of the history.
-TEST(repair_of_the_journal, after_a_crash_is_called_for_by_the_log_even_when_the_replay_passed) {
+TEST(repair_of_the_journal, after_a_crash_is_announced_in_the_log_even_if_the_replay_passed) {
     for (unsigned seed : {3u, 4u, 5u}) {
         damaged_server server("--crash --seed " + std::to_string(seed));
         SCOPED_TRACE(server.damage("journal-block", seed));

@@ -74,7 +74,7 @@ static std::string name_of(const testing::TestParamInfo<row>& info) {
 }
 INSTANTIATE_TEST_SUITE_P(of, repair_by_one_command, testing::ValuesIn(ROWS), name_of);
 
-TEST(repair, of_lists_is_beyond_the_recount) {
+TEST(repair, of_lists_needs_more_than_the_recount) {
     for (const char* kind : {"list-loop", "list-tail", "list-count", "group-loop"}) {
         damaged_server server("--seed 5");
         SCOPED_TRACE(server.damage(kind));
@@ -188,7 +188,7 @@ TEST(repair, of_a_damaged_table_header_takes_it_from_another_volume) {
     server.expect_rebuilt();
 }
 
-TEST(repair, of_a_wrong_sum_of_free_extents_is_seen_beside_a_rebuild) {
+TEST(repair, of_a_wrong_sum_of_free_extents_is_noticed_by_comparing_with_a_rebuild) {
     for (unsigned seed = 1; seed <= 3; seed++) {
         damaged_server server("--seed 5");
         server.set_journal_aside();
@@ -240,7 +240,7 @@ TEST(repair, is_undone_by_a_journal_that_was_left_in_its_place) {
 
 // Nothing is wrong with these volumes: what was allocated since the last recorded entry makes the
 // index differ from it.
-TEST(repair, is_not_called_for_by_a_journal_check_that_fails) {
+TEST(repair, is_not_needed_just_because_a_journal_check_fails) {
     damaged_server server("--seed 5");
     const run_result check = server.run("tarn --ckvjnl");
     EXPECT_EQ(check.status, 255);
@@ -259,7 +259,7 @@ static void replay_and_rebuild(const damaged_server& server) {
     EXPECT_EQ(found.status, 0) << found.text;
 }
 
-TEST(repair, after_a_crash_gives_the_replay_an_index_for_the_one_that_is_lost) {
+TEST(repair, after_a_crash_gives_the_replay_a_new_index_for_the_lost_one) {
     for (unsigned seed : {1u, 3u, 4u}) {
         damaged_server server("--crash --seed " + std::to_string(seed));
         SCOPED_TRACE(server.damage("index-lost"));
@@ -271,7 +271,7 @@ TEST(repair, after_a_crash_gives_the_replay_an_index_for_the_one_that_is_lost) {
     }
 }
 
-TEST(repair, after_a_crash_gives_the_replay_a_table_for_the_one_that_is_lost) {
+TEST(repair, after_a_crash_gives_the_replay_a_new_table_for_the_lost_one) {
     for (unsigned seed : {1u, 3u, 4u}) {
         damaged_server server("--crash --seed " + std::to_string(seed));
         SCOPED_TRACE(server.damage("table-lost"));

@@ -158,7 +158,7 @@ TEST_F(second_run, by_the_service_that_is_resumed_finds_everything_free) {
 }
 
 // A stop signal that comes while the service is being paused changes nothing about it.
-TEST_F(second_run, by_the_service_finds_everything_free_also_after_a_stop_signal) {
+TEST_F(second_run, by_the_service_finds_everything_free_even_after_a_stop_signal) {
     write_script("pause", "kill -TERM $PPID");
     write_script("resume", "tarn --startup-replay");
     EXPECT_EQ(repair().status, 255);

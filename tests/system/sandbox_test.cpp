@@ -27,14 +27,14 @@ TEST(sandbox, carries_output_errors_and_the_exit_status_out) {
     EXPECT_EQ(got.log, std::vector<std::string>{});
 }
 
-TEST(sandbox, tells_the_signal_that_ended_a_program) {
+TEST(sandbox, reports_the_signal_that_ended_a_program) {
     const sandbox box;
     const run_result got = shell(box, "kill -9 $$");
     EXPECT_EQ(got.status, -1);
     EXPECT_EQ(got.signal, 9);
 }
 
-TEST(sandbox, takes_log_lines_from_its_own_dev_log) {
+TEST(sandbox, reads_log_lines_from_its_own_dev_log) {
     const sandbox box;
     const run_result got = shell(box, "logger -p user.err -t tarn 'ERR: name(123) rest 4(5)'");
     EXPECT_EQ(got.err, "");

@@ -23,7 +23,7 @@ static uint64_t groups_in_use(const std::string& index) {
     return count;
 }
 
-TEST(unfinalized, the_header_counts_the_groups_in_use_and_nothing_else_is_other) {
+TEST(unfinalized, the_header_counts_the_groups_in_use_and_nothing_else_differs) {
     for (unsigned seed = 1; seed <= 6; seed++) {
         const scratch_dir place;
         const std::string plain = make_sample(place, "plain", seed);
@@ -80,7 +80,7 @@ TEST(unfinalized, a_rebuild_finalizes_the_index) {
     }
 }
 
-TEST(unfinalized, another_group_count_is_a_difference_also_after_a_rebuild) {
+TEST(unfinalized, a_wrong_group_count_is_a_difference_even_after_a_rebuild) {
     const scratch_dir place;
     const std::string sample = make_sample(place, "s", 5, " --unfinalized");
     const std::string index = index_of(sample, 1);

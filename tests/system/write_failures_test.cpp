@@ -74,7 +74,7 @@ TEST(write_failures, a_sync_that_fails_ends_each_command_that_wrote_with_255) {
     }
 }
 
-TEST(write_failures, a_sync_that_fails_is_nothing_to_a_command_that_reads) {
+TEST(write_failures, a_sync_that_fails_does_not_affect_a_command_that_reads) {
     run_conditions conditions;
     conditions.syncs_fail = true;
     const sandbox box;
@@ -88,7 +88,7 @@ TEST(write_failures, a_sync_that_fails_is_nothing_to_a_command_that_reads) {
 }
 
 // The limit is given in blocks of 512 bytes: the entries of a table begin right behind it.
-TEST(write_failures, a_limit_of_file_sizes_fails_the_write_and_not_the_process) {
+TEST(write_failures, a_file_size_limit_fails_the_write_and_does_not_end_the_process) {
     const sandbox box;
     make_server(box);
     const run_result got = box.run_program(
@@ -123,7 +123,7 @@ static void put_large_maps(const std::string& directory) {
     }
 }
 
-TEST(write_failures, a_full_volume_ends_its_rebuild_with_two_lines) {
+TEST(write_failures, the_rebuild_of_a_full_volume_fails_with_two_lines) {
     const sandbox box;
     make_server(box);
     put_large_maps(box.volume(1) + "/@iSCSITrg");

@@ -76,7 +76,7 @@ protected:
     }
 };
 
-TEST_F(command_descriptors, are_given_back_whichever_call_fails) {
+TEST_F(command_descriptors, are_closed_whichever_call_fails) {
     put_files(0xFFFFFFFF);
     uint64_t first = 0;  // another one for each command
     for (const words& command : all_commands()) {
@@ -92,7 +92,7 @@ TEST_F(command_descriptors, are_given_back_whichever_call_fails) {
 }
 
 // A command that takes several locks gives back those that it has.
-TEST_F(command_descriptors, are_given_back_whichever_lock_is_held_by_another_run) {
+TEST_F(command_descriptors, are_closed_whichever_lock_is_held_by_another_run) {
     put_files(0xFFFFFFFF);
     uint64_t most = 0;
     for (const words& command : all_commands()) {

@@ -51,7 +51,7 @@ TEST_F(command_failures, a_write_that_fails_or_is_short_ends_the_command_with_25
     }
 }
 
-TEST_F(command_failures, a_check_that_could_not_read_everything_is_not_passed) {
+TEST_F(command_failures, a_check_that_could_not_read_everything_does_not_pass) {
     put_files(0x25521814);
     make_filled_map(live("EP_BUF"), 63, 0, {});
     ASSERT_EQ(run({"--ckvbuf"}), 0);
@@ -65,7 +65,7 @@ TEST_F(command_failures, a_check_that_could_not_read_everything_is_not_passed) {
 }
 
 // What they answer with is what they found.
-TEST_F(command_failures, a_question_for_the_status_and_a_display_keep_their_answer) {
+TEST_F(command_failures, status_queries_and_displays_keep_their_exit_status) {
     put_files(0x25521814);
     keep_journal(keep_reason::unread, "a reason\n");
     EXPECT_EQ(run({"--vaaick", "log"}), 0);
@@ -73,7 +73,7 @@ TEST_F(command_failures, a_question_for_the_status_and_a_display_keep_their_answ
     EXPECT_EQ(log_.count("main("), 0u);
 }
 
-TEST_F(command_failures, something_unread_ends_a_command_that_writes_with_255) {
+TEST_F(command_failures, a_failed_read_ends_a_command_that_writes_with_255) {
     put_files(0x25521814);
     keep_journal(keep_reason::unread, "a reason\n");
     keep_journal(keep_reason::failed_write, "another reason\n");
@@ -82,7 +82,7 @@ TEST_F(command_failures, something_unread_ends_a_command_that_writes_with_255) {
               "ERR: main(#) This run is not complete, failures 2, the first: a reason\n");
 }
 
-TEST_F(command_failures, damage_alone_changes_no_answer) {
+TEST_F(command_failures, damage_alone_does_not_change_the_exit_status) {
     put_files(0x25521814);
     keep_journal(keep_reason::damage, "a damaged node\n");
     EXPECT_EQ(run({"--startup-replay"}), 0);

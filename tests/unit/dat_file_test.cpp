@@ -52,7 +52,7 @@ TEST_F(dat_file, keeps_the_header_and_the_name) {
     EXPECT_EQ(close_dat_handle(&handle_), 0);
 }
 
-TEST_F(dat_file, null_arguments_are_told_by_their_names) {
+TEST_F(dat_file, null_arguments_are_logged_by_name) {
     EXPECT_EQ(load_dat_handle(&handle_, nullptr), -1);
     EXPECT_EQ(load_dat_handle(nullptr, nullptr), -1);
     EXPECT_EQ(load_dat_handle(nullptr, path_.c_str()), -1);
@@ -76,7 +76,7 @@ TEST_F(dat_file, a_wrong_magic_code_fails) {
     EXPECT_EQ(handle_.fd, 0);
 }
 
-TEST_F(dat_file, a_spoilt_header_fails) {
+TEST_F(dat_file, a_damaged_header_fails) {
     write_file_bytes(path_, 30, "x", 1);
     EXPECT_EQ(load_dat_handle(&handle_, path_.c_str()), -1);
     EXPECT_TRUE(log_.has("checksum error"));

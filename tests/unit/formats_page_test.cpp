@@ -87,7 +87,7 @@ static std::string table_on_page(const std::string& heading) {
     return table;
 }
 
-TEST(formats_page, its_tables_say_what_the_rows_of_the_dumps_say) {
+TEST(formats_page, its_tables_match_the_rows_of_the_dumps) {
     constexpr size_t RECORD = JNL_RECORD_OFFSET;
     constexpr size_t BODY = RECORD + 4;  // after the type word
     constexpr size_t SUM = 508;

@@ -41,7 +41,7 @@ protected:
     log_capture log_;
 };
 
-TEST_F(fri_window_of_index, shows_the_entries_of_one_group_after_the_other) {
+TEST_F(fri_window_of_index, shows_the_entries_of_consecutive_groups) {
     for (uint64_t group = 0; group < 10000; group++) {
         set_numbered(group);
     }
@@ -73,7 +73,7 @@ TEST_F(fri_window_of_index, shows_uninitialised_groups_past_the_end_of_the_file)
     EXPECT_EQ(hex_of(entry), "00 00 00 00 00 00 00 00 ");
 }
 
-TEST_F(fri_window_of_index, shows_the_last_group_and_none_behind_it) {
+TEST_F(fri_window_of_index, shows_the_last_group_and_none_after_it) {
     stretch();
     set_numbered(CAPACITY - 1);
     expect_numbered(CAPACITY - 1);
@@ -89,7 +89,7 @@ TEST_F(fri_window_of_index, is_not_read_on_the_single_entry_path) {
     EXPECT_FALSE(fri_window_read(current_fri.fd, &window_, 0, &entry));
 }
 
-TEST_F(fri_window_of_index, that_cannot_be_read_shows_nothing_until_it_can) {
+TEST_F(fri_window_of_index, that_cannot_be_read_shows_nothing_until_it_is_readable_again) {
     set_numbered(5);
     set_numbered(8000);
     expect_numbered(5);
@@ -115,7 +115,7 @@ TEST_F(fri_window_of_index, continues_reads_that_move_a_part) {
     }
 }
 
-TEST_F(fri_window_of_index, groups_in_holes_are_passed_over) {
+TEST_F(fri_window_of_index, groups_in_holes_are_skipped) {
     stretch();
     set_numbered(3000000);
     const uint64_t begin = fri_next_group_with_data(current_fri.fd, 0, CAPACITY);
@@ -130,7 +130,7 @@ TEST_F(fri_window_of_index, groups_in_holes_are_passed_over) {
               CAPACITY - 70000);
 }
 
-TEST_F(fri_window_of_index, behind_the_end_of_the_file_no_group_is_left) {
+TEST_F(fri_window_of_index, no_group_is_found_after_the_end_of_the_file) {
     EXPECT_EQ(fri_next_group_with_data(current_fri.fd, 0, 5000), 5000u);
     set_numbered(100);
     EXPECT_EQ(fri_next_group_with_data(current_fri.fd, 63 * 1000, CAPACITY), CAPACITY);
@@ -178,7 +178,7 @@ TEST_F(fri_window_of_index, a_short_index_at_capacity_is_relinked_as_well) {
     EXPECT_EQ(pool_.fri_file.size(), entry_offset(63));  // its first block
 }
 
-TEST_F(fri_window_of_index, the_last_group_of_all_is_not_passed_over) {
+TEST_F(fri_window_of_index, the_last_group_of_all_is_not_skipped) {
     stretch();
     pool_.set_fri(CAPACITY - 1, 0, 0, 0x8000);
     EXPECT_EQ(fri_next_group_with_data(current_fri.fd, CAPACITY - 63, CAPACITY), CAPACITY - 63);

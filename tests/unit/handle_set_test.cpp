@@ -71,7 +71,7 @@ TEST_F(handle_set, compares_the_whole_uuid) {
     }
 }
 
-TEST_F(handle_set, a_table_answers_for_a_map_that_is_not_there_and_nothing_else_does) {
+TEST_F(handle_set, a_table_is_found_for_a_missing_map_and_nothing_else_is) {
     EXPECT_EQ(load("tbl", 1, 0xB1), 0);
     EXPECT_EQ(load("fri", 2, 0xB2), 0);
     EXPECT_EQ(load("map", 4, 0xB3), 0);
@@ -86,7 +86,7 @@ TEST_F(handle_set, a_table_answers_for_a_map_that_is_not_there_and_nothing_else_
     EXPECT_EQ(kind, HANDLE_MAP);
 }
 
-TEST_F(handle_set, the_file_loaded_first_answers_for_a_uuid_of_two) {
+TEST_F(handle_set, the_file_loaded_first_is_found_if_two_share_a_uuid) {
     EXPECT_EQ(load("one", 4, 0xC1), 0);
     EXPECT_EQ(load("two", 4, 0xC1), 0);
     EXPECT_EQ(found(0xC1, 4), "one");
@@ -126,7 +126,7 @@ TEST_F(handle_set, types_without_handles_are_refused_and_nothing_is_linked) {
     }
 }
 
-TEST_F(handle_set, a_lookup_of_types_3_and_5_is_logged_and_of_unknown_ones_not) {
+TEST_F(handle_set, a_lookup_of_types_3_and_5_is_logged_and_one_of_unknown_types_is_not) {
     for (const uint32_t type : {0u, 6u, 0xFFFFFFFFu}) {
         EXPECT_EQ(found(0xD1, type), "");
     }
@@ -211,7 +211,7 @@ TEST_F(handle_set, finishing_closes_every_file_and_leaves_empty_lists) {
 }
 
 // A process of its own: there, no test has set up the lists.
-TEST(handle_set_before_init, a_load_succeeds_and_no_lookup_finds_it_nor_is_the_file_left_open) {
+TEST(handle_set_before_init, a_load_succeeds_but_no_lookup_finds_it_and_the_file_is_closed) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const scratch_dir dir;
     const std::string path = dir.file("map");

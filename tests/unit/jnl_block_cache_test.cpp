@@ -57,7 +57,7 @@ TEST_F(jnl_block_cache_test, keeps_a_block_as_long_as_the_outermost_object_lives
     EXPECT_EQ(reads_of(3), 1u);
 }
 
-TEST_F(jnl_block_cache_test, takes_no_block_for_another_one_that_has_its_place) {
+TEST_F(jnl_block_cache_test, does_not_confuse_two_blocks_that_share_a_place) {
     history_.journal.put(3, recording(0x8001));
     history_.journal.put(3 + SAME_PLACE, recording(0x8002));
     const jnl_keep_blocks keep_blocks(&current_jnl);
@@ -67,7 +67,7 @@ TEST_F(jnl_block_cache_test, takes_no_block_for_another_one_that_has_its_place) 
     }
 }
 
-TEST_F(jnl_block_cache_test, takes_no_block_of_one_journal_for_one_of_another) {
+TEST_F(jnl_block_cache_test, does_not_confuse_the_blocks_of_two_journals) {
     history_.journal.put(3, recording(0x8001));
     raw_history other(8);
     other.journal.put(3, recording(0x8002));
@@ -89,7 +89,7 @@ TEST_F(jnl_block_cache_test, keeps_blocks_while_one_journal_is_closed_and_opened
     EXPECT_EQ(reads_of(3), 0u);
 }
 
-TEST_F(jnl_block_cache_test, never_keeps_what_there_was_something_to_say_about) {
+TEST_F(jnl_block_cache_test, never_keeps_a_block_whose_read_was_logged) {
     history_.journal.put_damaged(3, recording(0x8001));
     history_.journal.put(4, unmap_block(MAP, 0, 255, 0));  // counts more entries than it holds
     const jnl_keep_blocks keep_blocks(&current_jnl);
@@ -124,7 +124,7 @@ TEST(jnl_block_cache_alone, the_highest_number_is_kept_like_any_other) {
 }
 
 // A journal without the object reads its file, even while another one's blocks are kept.
-TEST_F(jnl_block_cache_test, keeps_no_block_of_a_journal_that_did_not_ask) {
+TEST_F(jnl_block_cache_test, keeps_no_block_of_a_journal_without_the_object) {
     history_.journal.put(3, recording(0x8001));
     jnl_file plain = current_jnl;  // the same open file
     const jnl_keep_blocks keep_blocks(&current_jnl);

@@ -103,7 +103,7 @@ TEST_F(jnl_check_test, only_the_newest_counters_of_the_index_are_compared) {
     EXPECT_EQ(lines_, log_lines({differs(2), blames(2, 4, 0)}));
 }
 
-TEST_F(jnl_check_test, the_mapped_count_is_compared_once_with_the_newest_entry_before_the_entry) {
+TEST_F(jnl_check_test, the_mapped_count_of_the_newest_entry_is_compared_once_and_first) {
     files_.set_map(9, MAPPED | 4);
     set_counts(6);
     history_.commit(file_block({map_record(MAP, 8, 0, 5), map_record(MAP, 9, MAPPED | 4, 6)}));
@@ -183,7 +183,7 @@ TEST_F(jnl_check_test, an_entry_that_no_map_can_hold_fails) {
     EXPECT_EQ(lines_.back(), blames(4, 1, 0));
 }
 
-TEST_F(jnl_check_test, whichever_read_fails_no_difference_is_missed_that_was_reached) {
+TEST_F(jnl_check_test, whichever_read_fails_a_difference_that_was_reached_is_found) {
     const std::string unreadable = "ERR: jnl_file_type_check(#) fail check 4 type file\n";
     history_.commit(file_block({map_record(MAP, 9, 0, 0)}));
     uint64_t logged = 0;

@@ -143,7 +143,7 @@ TEST_F(jnl_replay_file, a_group_that_was_initialised_before_keeps_its_free_list)
     }
 }
 
-TEST_F(jnl_replay_file, a_free_list_that_cannot_be_built_lets_the_replay_go_on_and_is_counted) {
+TEST_F(jnl_replay_file, a_free_list_that_cannot_be_built_is_counted_and_the_replay_continues) {
     const uint64_t absurd = uint64_t{1} << 60;  // no table has such a group, nor an index
     history_.commit(file_block({fri_record(POOL, absurd, 0, INIT_BIT)}));
     EXPECT_EQ(replay(FRI_FILE), -1);
@@ -166,7 +166,7 @@ TEST_F(jnl_replay_file, a_lea_that_the_map_cannot_hold_fails) {
     EXPECT_EQ(files_.mapped_count(), 0u);  // set after the entry only
 }
 
-TEST_F(jnl_replay_file, an_lpa_that_no_table_holds_is_logged_and_counted) {
+TEST_F(jnl_replay_file, an_lpa_past_the_largest_table_is_logged_and_counted) {
     history_.commit(file_block({tbl_record(POOL, ~uint64_t{0}, 0x8001)}));
     const uint64_t size = files_.pool.tbl_file.size();
     EXPECT_EQ(replay(TBL_FILE), 0);
@@ -183,7 +183,7 @@ TEST_F(jnl_replay_file, eight_entries_fail_for_every_type_with_one_message) {
     }
 }
 
-TEST_F(jnl_replay_file, an_entry_count_in_a_history_block_says_nothing) {
+TEST_F(jnl_replay_file, an_entry_count_in_a_history_block_is_ignored) {
     history_.commit(xcopy_block(ELSEWHERE, 0, 0, 0).u8(12, 8));
     EXPECT_EQ(replay(TBL_FILE), 0);
 }

@@ -104,7 +104,7 @@ TEST_F(jnl_replay_history, slots_of_maps_that_are_not_open_are_counted_and_skipp
     EXPECT_EQ(files_.all_bytes(), before);
 }
 
-TEST_F(jnl_replay_history, a_slot_of_a_pool_row_that_the_map_has_not_is_counted) {
+TEST_F(jnl_replay_history, a_slot_of_a_pool_row_that_the_map_lacks_is_counted) {
     files_.open_in_handle_set();
     history_.commit(two_copies().u64(XCOPY_MAPS, MAPPED | (uint64_t{1} << 48) | 5));
     EXPECT_EQ(replay(TBL_FILE), 0);
@@ -212,7 +212,7 @@ TEST_F(jnl_replay_history, unmap_of_a_seen_extent_may_be_without_references) {
     EXPECT_EQ(files_.pool.tbl(5), 7);
 }
 
-TEST_F(jnl_replay_history, unmap_and_alloc_counts_fail_for_every_type_even_when_not_concerned) {
+TEST_F(jnl_replay_history, wrong_unmap_and_alloc_counts_fail_for_every_type_even_if_unrelated) {
     struct {
         raw_block block;
         const char* kind;

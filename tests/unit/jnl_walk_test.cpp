@@ -109,7 +109,7 @@ TEST_F(jnl_walk_test, a_torn_newest_transaction_is_left_out) {
     EXPECT_EQ(seen_.blocks, "1:2 0:1 ");
 }
 
-TEST_F(jnl_walk_test, an_unflagged_end_with_the_id_before_is_walked_as_well) {
+TEST_F(jnl_walk_test, an_unflagged_end_with_the_previous_id_is_walked_too) {
     raw_history history(16);
     history.commit({EMPTY, EMPTY});
     history.commit(EMPTY);
@@ -201,7 +201,7 @@ TEST_F(jnl_walk_test, the_walk_reads_the_journal_that_it_is_given) {
     io_close(first.fd);
 }
 
-TEST_F(jnl_walk_test, transactions_that_overlap_are_not_walked_for_ever) {
+TEST_F(jnl_walk_test, transactions_that_overlap_do_not_make_the_walk_endless) {
     raw_history history(3);
     history.journal.put(0, raw_block(7, 0, 0));
     history.journal.put(1, raw_block(7, 1, 1));
@@ -214,7 +214,7 @@ TEST_F(jnl_walk_test, transactions_that_overlap_are_not_walked_for_ever) {
               log_lines({"ERR: the_walk(#) more than 3 blocks to examine, block_num 1\n"}));
 }
 
-TEST_F(jnl_walk_test, a_ring_of_absurd_size_ends_at_blocks_that_no_offset_reaches) {
+TEST_F(jnl_walk_test, a_ring_of_absurd_size_ends_at_blocks_past_the_largest_offset) {
     raw_history history(~uint64_t{0});
     history.commit(EMPTY);
     history.load();

@@ -79,7 +79,7 @@ TEST_F(journal_drivers, an_index_that_the_journal_does_not_name_checks_and_repla
     expect_everything_closed();
 }
 
-TEST_F(journal_drivers, a_table_that_lags_behind_fails_the_check_until_it_is_replayed) {
+TEST_F(journal_drivers, a_table_without_the_recorded_change_fails_the_check_until_it_is_replayed) {
     EXPECT_EQ(check_tbl_journal(none_.count(), none_.values(), 0), -1);
     EXPECT_EQ(log_.count("ERR: check_tbl_journal(#) TBL " + tbl_ + " is not match with JNL " +
                          jnl_ + "\n"),
@@ -174,7 +174,7 @@ TEST_F(journal_drivers, replay_reads_the_options_and_check_does_not) {
     EXPECT_STREQ(opt_ctx.tblpath, "/nowhere/tbl");
 }
 
-TEST_F(journal_drivers, words_left_over_stop_a_replay_before_its_first_line) {
+TEST_F(journal_drivers, leftover_words_stop_a_replay_before_its_first_line) {
     for (const named_driver& driver : {drivers[3], drivers[4], drivers[5]}) {
         arguments run({"x"});
         stdout_capture out;
@@ -184,7 +184,7 @@ TEST_F(journal_drivers, words_left_over_stop_a_replay_before_its_first_line) {
     EXPECT_EQ(tbl_word_of(tbl_, 5), 0);
 }
 
-TEST_F(journal_drivers, whatever_call_fails_everything_is_closed) {
+TEST_F(journal_drivers, everything_is_closed_whichever_call_fails) {
     for (const named_driver& driver : drivers) {
         for (uint64_t n = 1;; n++) {
             ASSERT_LT(n, 1000u);

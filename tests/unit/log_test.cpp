@@ -25,7 +25,7 @@ TEST(log_escape, shows_control_bytes_in_hexadecimal) {
     EXPECT_EQ(escaped("a\nb\tc\x1b[31md\x7f", 256), "a\\x0ab\\x09c\\x1b[31md\\x7f");
 }
 
-TEST(log_escape, is_cut_to_fit_between_two_bytes_of_the_text) {
+TEST(log_escape, is_cut_without_splitting_an_escape) {
     EXPECT_EQ(escaped("abcdef", 4), "abc");
     EXPECT_EQ(escaped("a\nb", 5), "a");
     EXPECT_EQ(escaped("a\nb", 6), "a\\x0a");

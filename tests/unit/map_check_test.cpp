@@ -40,7 +40,7 @@ protected:
     log_capture log_;
 };
 
-TEST_F(map_check, sixty_four_entries_are_two_nodes_and_all_126_entries_of_them) {
+TEST_F(map_check, sixty_four_entries_are_two_nodes_and_all_126_entries_are_scanned) {
     load(64, 3, {{0, 7}, {63, 8}, {100, 9}});  // lea 100 is in node 1, beyond the count
     stdout_capture out;
     EXPECT_EQ(check(MAP_KIND_LUN, 0), 0);
@@ -142,7 +142,7 @@ TEST_F(map_check, a_second_repair_finds_nothing) {
     EXPECT_EQ(file_bytes(map(), 0, (1u << 20) + 1024), repaired);
 }
 
-TEST_F(map_check, a_wrong_count_is_told_and_no_failure) {
+TEST_F(map_check, a_wrong_count_is_reported_and_is_not_a_failure) {
     load(126, 5, {{0, 7}});
     stdout_capture out;
     EXPECT_EQ(check(MAP_KIND_LUN, 0), 0);
@@ -150,7 +150,7 @@ TEST_F(map_check, a_wrong_count_is_told_and_no_failure) {
     EXPECT_EQ(mapped_count_of(map()), 5u);
 }
 
-TEST_F(map_check, a_count_that_no_file_reaches_fails_at_the_first_node_out_of_reach) {
+TEST_F(map_check, a_count_past_the_largest_file_fails_at_the_first_node_out_of_reach) {
     load(~uint64_t{0} - 1, 0, {});
     stdout_capture out;
     EXPECT_LT(check(MAP_KIND_LUN, 0), 0);
@@ -160,7 +160,7 @@ TEST_F(map_check, a_count_that_no_file_reaches_fails_at_the_first_node_out_of_re
     EXPECT_TRUE(log_.has("fail seek to 9223372036854775808"));
 }
 
-TEST_F(map_check, the_nodes_behind_the_end_of_the_file_are_unmapped) {
+TEST_F(map_check, the_nodes_after_the_end_of_the_file_are_unmapped) {
     load(uint64_t{1} << 40, 1, {{3, 7}});
     stdout_capture out;
     EXPECT_EQ(check(MAP_KIND_LUN, 1), 0);

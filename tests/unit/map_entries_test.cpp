@@ -75,7 +75,7 @@ TEST_F(map_entries, lea_62_ends_node_0_and_lea_63_begins_node_1) {
     EXPECT_EQ(entry.word, 0x11u);
 }
 
-TEST_F(map_entries, a_mapped_lpa_needs_no_place_to_go) {
+TEST_F(map_entries, the_mapped_lpa_need_not_be_stored) {
     uint64_t lpa = 7;
     EXPECT_EQ(tarn_get_mapped_lpa(62, &lpa), 1);
     EXPECT_EQ(lpa, 1000u);
@@ -96,7 +96,7 @@ TEST_F(map_entries, check_compares_all_eight_bytes) {
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(map_entries, without_a_map_each_is_told) {
+TEST_F(map_entries, operations_without_a_map_are_logged) {
     close_map();
     map_entry entry{5};
     uint64_t lpa = 7;
@@ -120,7 +120,7 @@ TEST_F(map_entries, without_a_map_each_is_told) {
     EXPECT_EQ(out.text(), "");
 }
 
-TEST_F(map_entries, an_entry_that_neither_count_nor_file_reaches_is_not_written) {
+TEST_F(map_entries, an_entry_past_both_the_count_and_the_file_is_not_written) {
     std::filesystem::resize_file(path_, 1048576 + 2 * 512);
     const map_entry entry{MAPPED | 5};
     const uint64_t failed = keep_journal_reasons().count;

@@ -79,7 +79,7 @@ TEST(map_walk, units_passed_together_print_what_they_print_one_by_one) {
     }
 }
 
-TEST(map_walk, counts_near_the_end_of_64_bits_overflow_nowhere) {
+TEST(map_walk, counts_near_the_end_of_64_bits_do_not_overflow) {
     stdout_capture out;
     const uint64_t total = ~uint64_t{0} - 1;
     scan_progress progress = scan_progress_of(total);

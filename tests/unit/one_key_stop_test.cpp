@@ -63,7 +63,7 @@ TEST_F(one_key_stopped, during_the_replay_rebuilds_nothing) {
     expect_untouched();
 }
 
-TEST_F(one_key_stopped, during_the_rebuild_goes_on_to_no_further_map) {
+TEST_F(one_key_stopped, during_the_rebuild_imports_no_further_map) {
     make_filled_map(root() + "/@iSCSITrg/LUN_Extent_2", 63, 1, {{0, 2}});
     EXPECT_EQ(repair_until(io_call::mkdir, 1), -1);
     EXPECT_NE(text_.find("TARN_INFO: import volume"), std::string::npos);
@@ -87,7 +87,7 @@ TEST_F(one_key_stopped, after_the_last_map_swaps_nothing) {
     expect_untouched();
 }
 
-TEST_F(one_key_stopped, in_the_swap_goes_on_to_its_end) {
+TEST_F(one_key_stopped, during_the_swap_completes_it) {
     stop_plan = {io_call::link, 1, nullptr, 0};
     io_fault = stop_there;
     EXPECT_EQ(repair(), 0);
@@ -97,7 +97,7 @@ TEST_F(one_key_stopped, in_the_swap_goes_on_to_its_end) {
     EXPECT_FALSE(file_exists(root() + "/@EP_FIX"));
 }
 
-TEST_F(one_key_stopped, before_a_cut_swap_is_finished_leaves_it_for_the_next_run) {
+TEST_F(one_key_stopped, before_an_interrupted_swap_is_finished_leaves_it_for_the_next_run) {
     make_directories(root() + "/@EP_FIX");
     make_tbl(root() + "/@EP_FIX/EP_TBL", uuid_of(0x22));
     make_fri(root() + "/@EP_FIX/EP_FRI", uuid_of(0x33), 0);
@@ -126,13 +126,13 @@ protected:
     const stop_signal_defaults defaults_;
 };
 
-TEST_F(one_key_check_stopped, before_a_volume_looks_at_none) {
+TEST_F(one_key_check_stopped, before_the_first_volume_checks_none) {
     raise(SIGHUP);
     EXPECT_EQ(check(), -1);
     EXPECT_FALSE(printed("REPLAY volume"));
 }
 
-TEST_F(one_key_check_stopped, in_the_rebuild_goes_on_to_no_further_map) {
+TEST_F(one_key_check_stopped, during_the_rebuild_imports_no_further_map) {
     stop_plan = {io_call::mkdir, 1, nullptr, 0};
     EXPECT_EQ(check(), -1);
     EXPECT_TRUE(printed("TARN_INFO: import volume " + root() + "\n"));
@@ -141,7 +141,7 @@ TEST_F(one_key_check_stopped, in_the_rebuild_goes_on_to_no_further_map) {
 }
 
 // The table was compared, and its directory is being removed.
-TEST_F(one_key_check_stopped, after_the_table_looks_at_no_map) {
+TEST_F(one_key_check_stopped, after_the_table_checks_no_map) {
     stop_plan = {io_call::spawn, 1, no_table_is_open, 0};
     EXPECT_EQ(check(), -1);
     EXPECT_TRUE(printed("TARN_INFO: import MAP(" + map() + ")\n"));

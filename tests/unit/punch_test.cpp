@@ -80,7 +80,7 @@ protected:
     std::string text_;
 };
 
-TEST_F(punch, gives_back_the_free_extents_of_the_range_and_leaves_their_neighbours) {
+TEST_F(punch, frees_the_free_extents_of_the_range_and_leaves_their_neighbours) {
     const int64_t before = allocated();
     const std::vector<uint8_t> header = file_bytes(dat(), 0, 1u << 20);
     EXPECT_EQ(punch_range(false, 1, 4), 0);
@@ -114,7 +114,7 @@ TEST_F(punch, past_the_data_files_fails_with_the_wrong_index) {
 }
 
 // A hole of one size at steps of another would reach into extents in use.
-TEST_F(punch, of_extents_whose_size_is_no_power_of_two_punches_nothing) {
+TEST_F(punch, of_extents_whose_size_is_not_a_power_of_two_punches_nothing) {
     constexpr uint64_t ENTRY_SIZE = uint64_t{2} << 32;  // stands behind the extent size
     set_header_u64(tbl(), 64, 68, ENTRY_SIZE | 3u << 20);
     EXPECT_EQ(punch_range(false, 1, 1), -1);
@@ -258,7 +258,7 @@ protected:
     static constexpr const char* QUESTION = "Do you wants to PUCH the data?(YES/NO) [NO]: ";
 };
 
-TEST_F(punch_command, punches_once_it_is_told_yes) {
+TEST_F(punch_command, punches_after_the_answer_yes) {
     EXPECT_EQ(run({"-p", root(), "-o", "1", "-l", "1"}, "YES\n"), 0);
     EXPECT_EQ(text_,
               QUESTION + ("TARN_INFO: PUNCH volume: " + root()) +
@@ -288,7 +288,7 @@ static bool has_terminals() {
     return true;
 }
 
-TEST_F(punch_command, takes_its_answer_from_a_terminal) {
+TEST_F(punch_command, reads_its_answer_from_a_terminal) {
     if (!has_terminals()) {
         GTEST_SKIP() << "no terminal for the answer: " << strerror(errno)
                      << " (is /dev/pts mounted?)";
@@ -301,14 +301,14 @@ TEST_F(punch_command, takes_its_answer_from_a_terminal) {
     EXPECT_TRUE(extent_is(1, 0));
 }
 
-TEST_F(punch_command, takes_all_groups_with_a) {
+TEST_F(punch_command, punches_all_groups_with_a) {
     set_header_u64(fri(), 64, 72, 1);
     set_fri_word(fri(), 0, uint64_t{1} << 63);
     EXPECT_EQ(run({"-a", "-p", root()}, "YES\n"), 0);
     EXPECT_NE(text_.find("lpa from '0' to '4096'\n"), std::string::npos);
 }
 
-TEST_F(punch_command, tells_that_it_failed) {
+TEST_F(punch_command, logs_that_it_failed) {
     EXPECT_EQ(run({"-p", root(), "-o", "4194304", "-l", "1"}, "YES\n"), -1);
     EXPECT_TRUE(log_.has("ERR: punch_hole(#) Fail to PUNCH " + root() + "\n"));
 }
@@ -341,7 +341,7 @@ TEST_F(punch_command, refuses_options_without_their_argument) {
                                        "ERR: punch_hole(#) Bad param for -p option\n"}));
 }
 
-TEST_F(punch_command, passes_over_an_unknown_option) {
+TEST_F(punch_command, ignores_an_unknown_option) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(run({"-z", "-p", root()}, "NO\n"), 0);
     testing::internal::GetCapturedStderr();
@@ -349,7 +349,7 @@ TEST_F(punch_command, passes_over_an_unknown_option) {
     EXPECT_EQ(text_, QUESTION);
 }
 
-TEST_F(punch_command, asks_nothing_about_what_is_no_volume) {
+TEST_F(punch_command, asks_nothing_about_a_path_that_is_not_a_volume) {
     EXPECT_EQ(run({"-p", "/tmp"}, "YES\n"), -1);
     EXPECT_EQ(text_, "TARN_INFO: /tmp is not a VAAI volume\n");
 }

@@ -29,7 +29,7 @@ TEST_F(search_without_a_path, shows_the_configured_journal_and_asks_for_none) {
 }
 
 // It goes on all the same, and fails at the load of an empty path.
-TEST_F(search_without_a_path, asks_for_one_where_no_journal_root_can_be_had) {
+TEST_F(search_without_a_path, asks_for_one_if_there_is_no_journal_root) {
     make_jnl(volumes_.journal(), 0, {});
     volumes_.let_platform_fail();
     EXPECT_EQ(run(), -1);

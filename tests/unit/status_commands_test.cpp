@@ -69,7 +69,7 @@ TEST_F(status_commands, vaaick_fails_for_a_bad_journal_only) {
     EXPECT_EQ(current_jnl.fd, 0);
 }
 
-TEST_F(status_commands, vaaick_passes_without_a_journal_and_notes_that) {
+TEST_F(status_commands, vaaick_passes_without_a_journal_and_reports_that) {
     EXPECT_EQ(check("log"), 0);
     EXPECT_EQ(out_.text(), "TARN_INFO: REPLAY jnlPath doesn't exist " + jnl_ + "\n");
     EXPECT_EQ(log_.lines(), log_lines({}));
@@ -83,7 +83,7 @@ TEST_F(status_commands, vaaick_fails_for_a_journal_that_does_not_load) {
     EXPECT_EQ(current_jnl.fd, 0);
 }
 
-TEST_F(status_commands, vaaick_takes_a_journal_path_and_no_stray_words) {
+TEST_F(status_commands, vaaick_accepts_a_journal_path_and_no_stray_words) {
     make_jnl(jnl_ + "2", JNL_STATUS_BAD, {});
     EXPECT_EQ(check("nolog", {"--jnlpath", jnl_ + "2"}), -1);
     make_jnl(jnl_, JNL_STATUS_SUCCESS, {});
@@ -125,7 +125,7 @@ TEST_F(status_commands, set_status_logs_a_journal_that_cannot_be_set) {
     EXPECT_FALSE(file_exists(jnl_));
 }
 
-TEST_F(status_commands, set_status_changes_nothing_when_words_are_left_over) {
+TEST_F(status_commands, set_status_changes_nothing_if_words_are_left_over) {
     make_jnl(jnl_, JNL_STATUS_RO, {});
     EXPECT_EQ(set("success", {"x"}), -1);
     EXPECT_EQ(jnl_status_of(jnl_), JNL_STATUS_RO);
@@ -143,7 +143,7 @@ TEST_F(status_commands, a_journal_that_was_given_is_not_announced) {
     EXPECT_EQ(out_.text(), "");
 }
 
-TEST_F(status_commands, startup_replay_stops_at_words_left_over) {
+TEST_F(status_commands, startup_replay_stops_at_leftover_words) {
     make_jnl(jnl_, JNL_STATUS_ABNORMAL, {});
     EXPECT_EQ(replay({"x"}), -1);
     EXPECT_TRUE(file_exists(jnl_));
@@ -299,7 +299,7 @@ TEST_F(status_commands, a_path_that_was_cut_keeps_the_journal) {
     EXPECT_EQ(jnl_status_of(jnl_), JNL_STATUS_BAD);
 }
 
-TEST_F(status_commands, without_a_journal_root_each_fails_with_a_line) {
+TEST_F(status_commands, without_a_journal_root_each_fails_and_logs_one_line) {
     volumes_.let_platform_fail();
     const std::string line = "ERR: get_jnl_root_path(#) Fail to get the journal root\n";
     EXPECT_EQ(check("log"), -1);

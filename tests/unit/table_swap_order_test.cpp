@@ -62,7 +62,7 @@ TEST_F(swap_order, is_the_backup_of_the_table_the_table_the_backup_of_the_index_
                             }));
 }
 
-TEST_F(swap_order, is_the_same_where_links_cannot_be_had) {
+TEST_F(swap_order, is_the_same_without_links) {
     EXPECT_EQ(steps(true), (std::vector<std::string>{
                                "original none, original none",
                                "none original, original none",

@@ -111,7 +111,7 @@ TEST_F(table_file, a_close_after_a_creation_that_failed_touches_no_other_file) {
 }
 
 // The byte lies where an index has its third node: the old uuid cannot be had.
-TEST_F(table_file, a_new_table_without_a_uuid_stays_not_open) {
+TEST_F(table_file, creating_a_table_without_a_uuid_leaves_none_open) {
     old_.write_at(4100, uint8_t{1});
     const log_capture log;
     const size_t before = open_files();
@@ -175,7 +175,7 @@ TEST_F(table_file, a_damaged_header_or_a_wrong_magic_code_does_not_load) {
                                       "hdr->magic_code(0000000000000000)\n"}));
 }
 
-TEST_F(table_file, without_an_open_table_its_operations_say_so) {
+TEST_F(table_file, operations_without_an_open_table_are_logged) {
     log_capture log;
     EXPECT_EQ(load_tbl("/no-such-file"), -1);
     EXPECT_EQ(save_tbl(), -1);
@@ -279,7 +279,7 @@ TEST_F(table_file, a_handle_that_cannot_load_is_left_closed) {
                                       "ERR: close_tbl_handle(#) handle NULL pointer\n"}));
 }
 
-TEST_F(table_file, loading_another_table_closes_the_one_before) {
+TEST_F(table_file, loading_another_table_closes_the_previous_one) {
     ASSERT_EQ(load_tbl(old_.path()), 0);
     const int first = current_tbl.fd;
     ASSERT_EQ(save_tbl(), 0);

@@ -29,7 +29,7 @@ TEST(tbl_freelist, a_group_never_written_becomes_one_ascending_list) {
     EXPECT_EQ(pool.tbl(BASE - 1), 0);
 }
 
-TEST(tbl_freelist, used_entries_are_passed_over_and_foreign_bits_stay) {
+TEST(tbl_freelist, used_entries_are_skipped_and_foreign_bits_stay) {
     pool_files pool;
     pool.fill_group(2, 0x8001);
     pool.set_tbl(BASE + 5, 0x3FFF);     // free, an old tail, bit 13 set
@@ -113,8 +113,7 @@ TEST(tbl_freelist, a_link_that_cannot_be_written_ends_the_linking) {
 
 // Two free entries among 4094 used ones; every n-th call fails in turn, close together where the
 // links are read and written, at a prime's distance elsewhere.
-TEST(tbl_freelist,
-     whichever_call_of_a_linking_fails_it_is_told_or_counted_and_the_next_one_mends_it) {
+TEST(tbl_freelist, whichever_call_of_a_linking_fails_it_is_logged_and_the_next_one_repairs_it) {
     const single_entry_path path;
     pool_files pool;
     pool.fill_group(2, 0x8001);
@@ -176,7 +175,7 @@ TEST(tbl_freelist_check, a_list_of_the_expected_length_matches) {
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(tbl_freelist_check, a_list_of_another_length_is_told) {
+TEST(tbl_freelist_check, a_list_of_the_wrong_length_is_reported) {
     pool_files pool;
     pool.set_tbl(BASE + 7, 3);
     pool.set_tbl(BASE + 3, 0x1000);
@@ -211,7 +210,7 @@ TEST(tbl_freelist_check, a_list_that_loops_ends_after_4097_entries) {
                          "group_num 2 offset 9 (lpa 8201) count 4097 check_free_count 2\n"}));
 }
 
-TEST(tbl_freelist_check, a_list_that_runs_into_a_used_entry_is_told_twice) {
+TEST(tbl_freelist_check, a_list_that_runs_into_a_used_entry_is_reported_twice) {
     pool_files pool;
     pool.set_tbl(BASE + 7, 9);
     pool.set_tbl(BASE + 9, 0x8001);
@@ -225,7 +224,7 @@ TEST(tbl_freelist_check, a_list_that_runs_into_a_used_entry_is_told_twice) {
                          "group_num 2 offset 9 (lpa 8201) count 1 check_free_count 2\n"}));
 }
 
-TEST(tbl_freelist_check, a_used_tail_is_told_and_the_count_still_decides) {
+TEST(tbl_freelist_check, a_used_tail_is_reported_and_the_count_still_decides) {
     pool_files pool;
     pool.set_tbl(BASE + 7, 9);
     pool.set_tbl(BASE + 9, 0x9000);

@@ -173,7 +173,7 @@ TEST_F(volume_journal, check_goes_through_index_table_and_maps_in_order) {
                                "TARN_INFO: MAP " + map + " check successfully\n");
 }
 
-TEST_F(volume_journal, a_path_that_is_no_volume_is_refused) {
+TEST_F(volume_journal, a_path_that_is_not_a_volume_is_refused) {
     strcpy(opt_ctx.volpath, "/tmp");
     EXPECT_EQ(check_vol_journal(none_.count(), none_.values(), 0), -1);
     EXPECT_EQ(replay_vol_journal(none_.count(), none_.values(), 0), -1);
@@ -250,7 +250,7 @@ TEST_F(volume_journal, the_first_volume_that_fails_ends_the_replay_of_all) {
     EXPECT_EQ(tbl_word_of(volumes_.volume(2) + "/@EP/EP_TBL", 6), 0);
 }
 
-TEST_F(volume_journal, words_left_over_stop_the_walk_over_all_volumes) {
+TEST_F(volume_journal, leftover_words_stop_the_walk_over_all_volumes) {
     arguments check({"x"});
     EXPECT_EQ(check_all_vol_journal(check.count(), check.values()), -1);
     arguments replay({"x"});
