@@ -1,4 +1,4 @@
-// The judges of cuts, on states that no cut ought to leave.
+// The judges of cuts, on states that no cut may leave.
 #include "campaign/cut_forms.h"
 
 #include <filesystem>
@@ -72,7 +72,7 @@ TEST_F(spoiled_state, a_rebuild_that_left_one_file_is_found) {
     run("reconstruct", sample_kind::noisy);
     fs::remove(at("volume1/@EP_FIX/EP_TBL"));
     EXPECT_EQ(judge(true), "a rebuild that succeeded is not on the disk");
-    EXPECT_EQ(judge(false), "");  // the next run but one rebuilds it
+    EXPECT_EQ(judge(false), "");  // the second run after this one rebuilds it
 }
 
 TEST_F(spoiled_state, a_rebuild_that_touched_a_live_file_is_found) {

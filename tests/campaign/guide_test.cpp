@@ -43,8 +43,8 @@ static judged_walk walk_of(const guide_trouble& trouble, const guide& page) {
     return {std::move(walk), judged};
 }
 
-// Whether the trouble ends worse without that row: nowhere, wrong, with more entries lost, or with
-// "stop" where it could be mended.
+// Whether the trouble ends worse without that row: with no end, a wrong end, more entries lost, or
+// "stop" although a repair is possible.
 static bool is_needed(const guide_sample& sample, const judged_walk& whole, const guide& page,
                       const guide_move& move) {
     guide without = page;

@@ -1,4 +1,4 @@
-// What is certain and what may be missing after a power failure, on recordings made by hand.
+// What is durable and what may be missing after a power failure, on recordings made by hand.
 #include "campaign/power_cut.h"
 
 #include <algorithm>
@@ -105,7 +105,7 @@ TEST_F(cut_state, any_single_block_of_a_write_may_be_missing) {
     EXPECT_EQ(bytes_at("v/d/a", 511, 2), "ax");
     EXPECT_EQ(size_of("v/d/a"), 1024u);
     keep([](const loose_end& end) -> size_t { return end.index == 0 ? 0 : 1; });
-    EXPECT_EQ(size_of("v/d/a"), 512u);  // the disk does not know that the file has grown
+    EXPECT_EQ(size_of("v/d/a"), 512u);  // the growth of the file is not on the disk
     EXPECT_EQ(bytes_at("v/d/a", 511, 1), "x");
 }
 
@@ -243,7 +243,7 @@ TEST_F(cut_state, a_tree_may_be_removed_halfway) {
     keep_all();
     EXPECT_FALSE(fs::exists(place_.file("state/v/d")));
     keep([](const loose_end& end) -> size_t { return end.file != "v/d/b"; });
-    EXPECT_EQ(files(), (names{"v/d/b"}));  // what is not empty stays
+    EXPECT_EQ(files(), (names{"v/d/b"}));  // a directory that is not empty stays
     lose_all();
     EXPECT_EQ(files(), (names{"v/d/a", "v/d/b"}));
     add(op_kind::sync_directory, "v");

@@ -1,5 +1,5 @@
-// The preload library itself: it knows every call of the program on files, and a fault is injected
-// where it is said to be.
+// The preload library itself: it replaces every call of the program on files, and a fault is
+// injected at the call that it names.
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <sstream>

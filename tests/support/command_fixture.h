@@ -1,4 +1,4 @@
-// The commands as the command line gives them, over a volume that is whole.
+// Commands run from their command line, on a sound volume.
 #pragma once
 
 #include <cstring>
@@ -22,10 +22,10 @@ protected:
     std::string live(const std::string& name) const { return root() + "/@EP/" + name; }
     std::string lun() const { return root() + "/@iSCSITrg/LUN_Extent_1"; }
 
-    // Volume 1 is whole: a map of one extent, counted in the table, and a journal that records one
-    // change of each kind of file. Volume 2 is no volume.
+    // Volume 1 is sound: a map of one extent, counted in the table, and a journal that records one
+    // change of each kind of file. Volume 2 is not a volume.
     void put_files(uint32_t status) {
-        volumes_.reset();  // the old tree goes before the new one comes
+        volumes_.reset();  // removes the old tree before the new one is made
         volumes_ = std::make_unique<sample_volumes>();
         make_sample_volume(root(), 0x11);
         make_dat(live("EP_DAT_00000"), 0x11, 0);
@@ -46,14 +46,14 @@ protected:
         const stdout_capture out;
         return run_command(run.count(), run.values());
     }
-    // With the paths of volume 1 behind it.
+    // The words followed by the paths of volume 1.
     words with_paths(words command) const {
         const words paths = {"--fripath", live("EP_FRI"), "--tblpath", live("EP_TBL"),
                              "--mappath", lun(),          "--volpath", root()};
         command.insert(command.end(), paths.begin(), paths.end());
         return command;
     }
-    // The forms that write; every one of them makes something that needs a sync.
+    // The forms that write; each of them makes a change that needs a sync.
     std::vector<words> writing_commands() const {
         const std::string made = root() + "/made";
         const std::string journal = volumes_->journal();

@@ -10,12 +10,12 @@
 #include "support/fault_hook.h"
 
 // Alive: the n-th call (from 1) of the given kinds fails with `error`; error 0: the n-th read or
-// write moves half of its bytes only. n 0 only counts. The start of a bulk transfer is a call only
-// where `kinds` names it.
+// write moves half of its bytes only. n 0 only counts. The start of a bulk transfer counts as a
+// call only if `kinds` names it.
 class io_fault_at {
 public:
     io_fault_at(uint64_t n, int error, std::vector<io_call> kinds = {});  // no kinds: every kind
-    [[nodiscard]] bool fired() const;                                     // the n-th call came
+    [[nodiscard]] bool fired() const;                                     // the n-th call was made
     [[nodiscard]] uint64_t calls() const;  // calls of these kinds so far
 
 private:

@@ -35,7 +35,7 @@ std::vector<uint8_t> uuid_in(const std::string& path);  // of any metadata file
 // Sets eight bytes of a header at byte `offset`, in the node that begins at byte `node`.
 void set_header_u64(const std::string& path, uint64_t node, uint64_t offset, uint64_t value);
 
-// A data file of that uuid, its header area and `extents` mebibytes of bytes 0xd5 behind it.
+// A data file of that uuid: its header area, then `extents` mebibytes of bytes 0xd5.
 void make_dat(const std::string& path, uint8_t uuid_byte, uint64_t extents);
 
 // "TARN_INFO: Processing mapping <p>/100\n" for p from `first` to `last`.

@@ -39,7 +39,7 @@ protected:
     int begin_and_finish() {
         return table_swap_begin(&swap_) == 0 && table_swap_finish(&swap_) == 0 ? 0 : -1;
     }
-    // As the next run of the program does.
+    // Like the next run of the program.
     int find_and_finish() {
         EXPECT_EQ(table_swap_form(&swap_, root().c_str()), 0);
         EXPECT_EQ(table_swap_find(&swap_), swap_found::marker);

@@ -190,6 +190,6 @@ TEST(command_line, the_one_key_check_stops_the_service_with_its_name_and_reason)
         "pause\niscsitrg\niSCSI service running checking maintainance procedures\n"
         "resume\niscsitrg\niSCSI service running checking maintainance procedures\n";
     const std::vector<uint8_t> written =
-        file_bytes(box.scratch() + "/notes", 0, notes.size() + 1);  // a zero behind the last
+        file_bytes(box.scratch() + "/notes", 0, notes.size() + 1);  // a zero after the last
     EXPECT_EQ(std::string(written.begin(), written.end()), notes + '\0');
 }

@@ -1,6 +1,6 @@
 // Power failures: a sample volume is stopped anywhere, recovered by start-up replay, and compared
-// entry by entry with what it ought to hold; or it is one that start-up replay has to refuse, and
-// then nothing but the journal's status may have changed.
+// entry by entry with the expected one; or start-up replay must refuse it, and then nothing but the
+// journal's status may have changed.
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>

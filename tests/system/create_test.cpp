@@ -52,7 +52,7 @@ TEST_F(create_command, gives_an_index_without_an_old_file_a_new_uuid) {
     EXPECT_NE(uuid_in(file("one")), uuid_in(file("two")));
 }
 
-// /usr/bin/uuidgen stands for another program, for this run alone.
+// /usr/bin/uuidgen is another program, for this run alone.
 TEST_F(create_command, of_an_index_fails_without_a_uuid) {
     if (!fs::exists("/usr/bin/uuidgen")) {
         GTEST_SKIP() << "uuidgen is not installed";

@@ -1,5 +1,5 @@
-// The damages that put a sound file where it does not belong, cut a data file, or take a map away:
-// what the files hold then, on clean samples and on crashed ones.
+// The damages that misplace a sound file, cut a data file, or remove a map: the contents of the
+// files afterwards, on clean samples and on crashed ones.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -32,8 +32,8 @@ static uint64_t count_in_header(const std::string& map) {
     return count;
 }
 
-// Header and blocks are sealed, blocks that hold nothing aside, and the count is that of the
-// entries with bit 63.
+// The checksums of the header and of all blocks that are not empty are right, and the count is that
+// of the entries with bit 63.
 static void expect_sound(const std::string& map) {
     for (const uint64_t node : {0, 64, 4096, 4160}) {
         EXPECT_TRUE(checksum_is_right(node_of(node), file_bytes(map, node, 64))) << node;
@@ -98,7 +98,7 @@ TEST(damage_misplaced, swapped_maps_hold_each_other_byte_for_byte) {
     }
 }
 
-// What no transaction changes stays: uuid, size, pool table, the bytes behind the entries.
+// What no transaction changes stays: uuid, size, pool table, the bytes after the entries.
 static void expect_same_map(const std::string& was, const std::string& is) {
     EXPECT_EQ(fs::file_size(is), fs::file_size(was));
     EXPECT_EQ(file_bytes(is, 0, 128), file_bytes(was, 0, 128));
@@ -131,8 +131,8 @@ TEST(damage_misplaced, an_old_map_is_sound_and_differs_as_reported) {
     }
 }
 
-// What a sample holds before its first transaction does not depend on how many follow: a sample
-// without any holds what the map of another one held then.
+// The state of a sample before its first transaction does not depend on how many follow: a sample
+// without any is the earlier state of another one.
 TEST(damage_misplaced, an_old_map_is_an_earlier_state_of_the_map) {
     const scratch_dir place;
     const std::string first = make_sample(place, "first", 5, " --transactions 0");
@@ -156,7 +156,7 @@ TEST(damage_misplaced, an_old_map_survives_the_replay_of_a_crashed_sample) {
     }
 }
 
-// All transactions of these samples are inside the journal's budget: a replay repeats them.
+// All transactions of these samples are within the journal's budget: a replay repeats them.
 TEST(damage_misplaced, a_crashed_sample_may_have_no_old_entries_that_survive_the_replay) {
     const scratch_dir place;
     const std::string sample = make_sample(place, "s", 3, " --crash --transactions 2");
@@ -221,7 +221,7 @@ TEST(damage_misplaced, a_data_file_is_cut_at_an_extent_boundary_and_loses_a_used
 }
 
 TEST(damage_misplaced, the_data_files_of_a_sample_hold_every_extent_in_use) {
-    unsigned large = 0;  // samples that use more than the least that a data file has
+    unsigned large = 0;  // samples that use more than the smallest data file
     for (unsigned seed = 1; seed <= 5; seed++) {
         const scratch_dir place;
         const std::string sample = make_sample(place, "s", seed, " --crash");

@@ -1,5 +1,5 @@
-// The damages of tarn-lab: each changes what it says and nothing else, the same seed does the same,
-// and the tool's own checks find those that they are meant to find.
+// The damages of tarn-lab: each changes what it reports and nothing else, the same seed does the
+// same damage, and the tool's own checks find the damages that they are meant to find.
 #include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -16,11 +16,11 @@
 namespace fs = std::filesystem;
 
 enum class change_kind {
-    bit,       // one bit of a header node or block; its checksum was right and is wrong
+    bit,       // one bit of a header node or block; its checksum becomes wrong
     pool_bit,  // one bit of a pool table
-    entry,     // an entry or a field; its checksum was right and is right
+    entry,     // an entry or a field; its checksum is right before and after
     noise,     // blocks from the first one on
-    shorter,   // the end of a file is gone
+    shorter,   // the end of a file is cut off
     file_gone,
     misplaced,  // whole files, whose contents damage_misplaced_test.cpp compares
 };
@@ -82,7 +82,7 @@ struct damaged_pair {
     std::string was;
     std::string is;
     std::string file;
-    std::string line;  // what the damage said
+    std::string line;  // the report of the damage
     [[nodiscard]] std::vector<uint8_t> old_bytes(uint64_t at, size_t length) const {
         return file_bytes(was + "/" + file, at, length);
     }
@@ -132,7 +132,7 @@ static void expect_shorter(const damaged_pair& pair) {
     EXPECT_NE(pair.line.find("size " + std::to_string(was) + " -> " + std::to_string(is)),
               std::string::npos);
     fs::resize_file(pair.is + "/" + pair.file, was);
-    constexpr uint64_t WITH_DATA = 8 << 20;  // behind that, samples are holes
+    constexpr uint64_t WITH_DATA = 8 << 20;  // after that, samples are holes
     pair.put_back(is, is < WITH_DATA ? std::min(was, WITH_DATA) - is : 0);
 }
 
@@ -141,7 +141,7 @@ static void expect_gone(const damaged_pair& pair) {
     fs::rename(pair.was + "/" + pair.file, pair.is + "/" + pair.file);
 }
 
-// Judges what the damage did to the file and puts it back.
+// Checks the change of the file and restores it.
 static void expect_change(const kind_row& row, const damaged_pair& pair) {
     switch (row.change) {
         case change_kind::bit:

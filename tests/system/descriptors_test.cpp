@@ -1,5 +1,5 @@
-// Standard descriptors that the caller closed or broke: a report line never lands in a file, and a
-// repair is never stopped by its own output.
+// Standard descriptors that the caller closed or broke: no line of output is ever written into a
+// file, and a failing output never stops a repair.
 #include <filesystem>
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ static void make_crashed(const sandbox& box) {
              {xcopy_block(uuid_of(0xA1), 300, 0x8002), tbl_block(uuid_of(0x22), 5, 0x8003)});
 }
 
-// Everything that stays on the volumes after a start-up replay under `conditions`.
+// All files of the volumes after a start-up replay under `conditions`.
 static std::map<std::string, std::string> replayed(const run_conditions& conditions) {
     const sandbox box;
     make_crashed(box);

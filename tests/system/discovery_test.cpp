@@ -1,4 +1,4 @@
-// Which mounts are volumes and which files are maps, as the check of a volume's journal tells.
+// Which mounts are volumes and which files are maps, as the check of a volume's journal reports.
 #include <filesystem>
 #include <gtest/gtest.h>
 

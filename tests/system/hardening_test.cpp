@@ -1,5 +1,5 @@
-// What the built program is hardened with, as its own file says: program headers, dynamic section,
-// symbols that it wants.
+// The hardening of the built program, as seen in its file: program headers, dynamic section,
+// undefined symbols.
 #include <cstring>
 #include <elf.h>
 #include <fstream>

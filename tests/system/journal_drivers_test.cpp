@@ -1,4 +1,4 @@
-// --ckjnl, --rpjnl, --ckvjnl and --rpvjnl: which files are taken, in which order, what is printed.
+// --ckjnl, --rpjnl, --ckvjnl and --rpvjnl: which files they use, in which order, and their output.
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -197,15 +197,15 @@ TEST_F(journal_drivers, all_volumes_match_after_their_replay) {
     EXPECT_EQ(count_of(check.out, "check successfully\n"), 5U);  // 2 indices, 2 tables, 1 map
     EXPECT_EQ(box.run({"--rpvjnl"}).status, 0);
     EXPECT_EQ(tree_of(fs::path(box.volume(1)).parent_path()), before);
-    EXPECT_EQ(jnl_status_of(box.journal()), 0xFFFFFFFFU);  // only start-up replay decides it
+    EXPECT_EQ(jnl_status_of(box.journal()), 0xFFFFFFFFU);  // only start-up replay changes it
 }
 
 TEST_F(journal_drivers, a_path_that_is_not_a_volume_exits_255) {
     for (const std::string path : {"/scratch", "", "/volume3"}) {
         const run_result got = box.run({"--rpjnl", "vol", "--volpath", path});
         EXPECT_EQ(got.status, 255);
-        const std::string told = path == "/volume3" ? path + "/@EP" : path;
-        EXPECT_EQ(got.out, "TARN_INFO: " + told + " is not a VAAI volume\n");
+        const std::string reported = path == "/volume3" ? path + "/@EP" : path;
+        EXPECT_EQ(got.out, "TARN_INFO: " + reported + " is not a VAAI volume\n");
     }
 }
 
@@ -216,7 +216,7 @@ static void make_maps(const sandbox& box, uint32_t count) {
         make_map(directory + "/" + std::to_string(i) + "_Extent_", uuid_of_number(i),
                  uuid_of(0x11));
     }
-    sync();  // all at once: each close of the program's would wait for one of them
+    sync();  // all at once: otherwise each close of the program would wait for one of them
 }
 
 TEST(journal_drivers_batches, the_table_is_replayed_after_256_maps_and_once_at_the_end) {

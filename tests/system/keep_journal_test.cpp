@@ -1,4 +1,5 @@
-// --startup-replay deletes the journal only when nothing was in doubt: each reason to keep it.
+// --startup-replay deletes the journal only if every change was surely applied: each reason to keep
+// it.
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -185,7 +186,7 @@ TEST(keep_journal, if_the_replay_rewrites_a_damaged_map_node) {
         "checksum: " +
         sums;
     EXPECT_TRUE(got.logged("ERR: map_entry_replay(#) " + text + "\n"));
-    EXPECT_EQ(map_word_of(map, 70), 0x8000000000000009u);  // rewritten all the same
+    EXPECT_EQ(map_word_of(map, 70), 0x8000000000000009u);  // rewritten nevertheless
     expect_kept(box, got, text);
 }
 
@@ -245,7 +246,7 @@ TEST(keep_journal, if_the_replay_links_a_group_with_a_damaged_table_block) {
     EXPECT_EQ(jnl_status_of(box.journal()), BAD);
 }
 
-// A volume without table and index is skipped, and what the journal says of its maps was not done.
+// A volume without table and index is skipped, and the journal's changes of its maps are not made.
 TEST(keep_journal, if_a_volume_without_table_and_index_has_a_map) {
     for (const std::string map : {"@iSCSITrg/LUN_1/LUN_1_Extent_0", "@EP_trash/old/7",
                                   "@Snapshot/S/FAMILY_3", "@EP/EP_BUF", "@EP/EP_ROD"}) {
@@ -273,7 +274,7 @@ TEST(keep_journal, a_volume_without_table_index_and_maps_is_not_a_reason) {
     make_empty_file(box.volume(2) + "/@iSCSITrg/LUN_1/config");
     make_empty_file(box.volume(2) + "/@Snapshot/S/MYFAMILY_3");
     make_directories(box.volume(2) + "/@EP_trash/empty");
-    make_directories(box.volume(2) + "/@iSCSITrg/LUN_Extent_0");  // a directory is no map there
+    make_directories(box.volume(2) + "/@iSCSITrg/LUN_Extent_0");  // a directory there is not a map
     const run_result got = box.run({"--startup-replay"});
     EXPECT_EQ(got.status, 0);
     EXPECT_FALSE(file_exists(box.journal()));
@@ -302,7 +303,7 @@ TEST(keep_journal, a_missing_or_unmounted_named_volume_is_refused_and_nothing_is
     }
 }
 
-// Leaves volume 1 as a repair does that was cut between its table and its index.
+// Leaves volume 1 like a repair that was cut between table and index.
 static void make_cut_swap(const sandbox& box) {
     const fs::path root = box.volume(1);
     make_directories(root / "@EP_FIX");

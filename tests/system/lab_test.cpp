@@ -161,7 +161,7 @@ static std::string text_of(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// The words of a text that `word` matches, as a whole line begins with them; ascending.
+// The words at the beginning of a line that `word` matches, ascending.
 static std::set<std::string> first_words(const std::string& text, const std::regex& word) {
     std::set<std::string> found;
     for (std::sregex_iterator at(text.begin(), text.end(), word); at != std::sregex_iterator();

@@ -1,4 +1,4 @@
-// The one-key procedures by the built program, with the service paused around them.
+// The one-key procedures of the built program, which pause the service.
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -185,7 +185,7 @@ TEST_F(one_key_run, check_with_repair_repairs_the_maps) {
     EXPECT_EQ(mapped_count_of(box_.volume(2) + "/@iSCSITrg/LUN_Extent_1"), 1u);
 }
 
-// No scan of the options stands in front of the pause; the replay's own is passed over.
+// The options are not scanned before the pause; the scan of the replay is ignored.
 TEST_F(one_key_run, check_is_not_stopped_by_a_stray_word) {
     const run_result run = box_.run({"--onekeycheck", "word"});
     EXPECT_EQ(run.status, 0);

@@ -1,5 +1,5 @@
-// Options that are scanned by the first procedure that asks for them, and not by the command: what
-// each one changes in --onekeycheck, --rpvjnl and --startup-replay, with two volumes.
+// Options that are scanned by the first procedure that needs them, and not by the command: the
+// effect of each one on --onekeycheck, --rpvjnl and --startup-replay, with two volumes.
 #include <gtest/gtest.h>
 
 #include "support/sample_maps.h"
@@ -25,7 +25,7 @@ protected:
         make_volumes(box);
         make_jnl(box.journal(), 0xFFFFFFFF, {});
     }
-    // What --onekeycheck prints after the replay into volume 1.
+    // The output of --onekeycheck after the replay of volume 1.
     std::string after_first_replay() const {
         const run_result plain = box.run({"--onekeycheck"});
         EXPECT_EQ(plain.status, 0);
@@ -37,7 +37,7 @@ protected:
     sandbox box;
 };
 
-// Options that name what every procedure sets for itself, or what none of them reads.
+// Options that every procedure overrides, or that none of them reads.
 const std::vector<std::vector<std::string>> without_effect = {
     {"--path", "/none"}, {"--oldpath", "/none"}, {"--mappath", "/none"}, {"--unmap"}, {"--rod"},
     {"--repair"}};
@@ -131,7 +131,7 @@ TEST_F(option_scan, the_check_repairs_the_maps_of_both_volumes) {
     EXPECT_EQ(count_of(got.out, "TARN_INFO: mapped_cnt repair: (1), on-disk(1)\n"), 2u);
 }
 
-// Every scan finds the word again. The volumes are checked without the replay.
+// Every scan finds the word again, so the volumes are checked without the replay.
 TEST_F(option_scan, a_stray_word_keeps_the_check_from_replaying) {
     const std::string rest = after_first_replay();
     const std::string refused = "none-option argv element:word \n";
@@ -174,7 +174,7 @@ TEST_F(option_scan, the_replay_of_all_volumes_uses_the_given_journal) {
     EXPECT_TRUE(got.logged("ERR: replay_fri_journal(#) Fail to load JNL /nonexistent\n"));
 }
 
-// Each run deletes the journal, so each starts with a journal of its own.
+// Each run deletes the journal, so each starts with a new one.
 TEST_F(option_scan, start_up_replay_sets_every_path_but_the_journal) {
     const std::string path_line = "TARN_INFO: jnlPath=/var/lib/tarn/EP_JNL\n";
     const std::string expected =

@@ -1,5 +1,5 @@
-// What checks, replays and repairs make of maps that are gone, exchanged, copied, older or damaged:
-// the facts on which the operator pages' rules about maps rest.
+// What checks, replays and repairs do with maps that are missing, exchanged, copied, older or
+// damaged: the facts on which the rules of the operator pages about maps are based.
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
@@ -198,7 +198,7 @@ TEST(pages_on_maps, repair_replay_repair_and_rebuild_lose_only_entries_of_the_da
     }
 }
 
-// The damaged entries no longer agree with the table, and the check of that volume ends there.
+// The damaged entries no longer match the table, and the check of that volume ends there.
 TEST(pages_on_maps, the_one_key_check_does_not_reach_the_maps_of_a_volume_whose_table_differs) {
     damaged_server server("--crash --seed 3 --luns 6");
     SCOPED_TRACE(server.damage("map-node-bit", 3));

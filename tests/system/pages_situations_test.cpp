@@ -1,5 +1,6 @@
-// What a missing mount, a foreign journal, a lost data file, a repair that was cut, or a full disk
-// does: the facts on which the operator pages' warnings rest. Typing errors: pages_typing_test.cpp.
+// The effects of a missing mount, a foreign journal, a lost data file, an interrupted repair, or a
+// full disk: the facts on which the warnings of the operator pages are based. Typing errors:
+// pages_typing_test.cpp.
 #include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -18,7 +19,7 @@ namespace fs = std::filesystem;
 static constexpr const char* CRASHED = "--crash --seed 4";
 static constexpr const char* CLEAN = "--seed 4";
 
-// What comes before a command to have a configuration of its own.
+// The words before a command that give it another configuration.
 static std::string configured(const std::string& text) {
     return "printf '" + text +
            "' >/scratch/own.conf\nexport TARN_PLATFORM_CONF=/scratch/own.conf\n";
@@ -197,8 +198,8 @@ TEST(situation, a_repair_without_the_second_data_file_succeeds) {
     expect_repair_succeeds(server);
 }
 
-// A backup's name that is taken by a directory stops the swap after the table; what the running
-// program took back is done again by hand. So a power failure leaves a volume between the two.
+// A directory in place of a backup stops the swap after the table; the step that the program undid
+// is done again by hand. A power failure between the two files leaves a volume like this.
 static void cut_between_table_and_index(const damaged_server& server) {
     EXPECT_EQ(
         server.run(std::string("mv $J $J.aside; mkdir $V/@EP/EP_FRI.bkp\n") + REPAIR_LINE).status,
@@ -291,7 +292,7 @@ TEST(situation, a_service_that_does_not_start_again_fails_a_repair_whose_files_a
     EXPECT_EQ(checks_of(server), BOTH_PASS);
 }
 
-// Volume 1 on a file system of its own that is full to its last block; `after` runs with room.
+// Volume 1 on a separate file system that is completely full; `after` runs once there is room.
 static std::string on_a_full_volume(const std::string& command, const std::string& after) {
     return "mkdir /tmp/v && mount -t tmpfs -o size=48m t /tmp/v\n"
            "cp -a --sparse=always /volume1/. /tmp/v && mount --bind /tmp/v /volume1\n"

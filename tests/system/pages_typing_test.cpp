@@ -1,5 +1,5 @@
-// What a wrong word, path or option does on sound volumes: the facts on which the operator pages'
-// warnings rest. Failures of the machine: pages_situations_test.cpp.
+// What a wrong word, path or option does to sound volumes: the facts on which the warnings of the
+// operator pages are based. Failures of the machine: pages_situations_test.cpp.
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -90,7 +90,7 @@ TEST(typing, create_over_a_live_map_empties_it_and_a_repair_then_frees_what_it_h
     EXPECT_EQ(checks_of(server), (check_answers{255, 0}));
     expect_repair_succeeds(server);
     EXPECT_EQ(checks_of(server), (check_answers{0, 0}));
-    EXPECT_EQ(tbl_word_of(server.file(TABLE_FILE), extent) & 0x8000, 0);  // not used any more
+    EXPECT_EQ(tbl_word_of(server.file(TABLE_FILE), extent) & 0x8000, 0);  // no longer used
 }
 
 TEST(typing, create_of_a_file_from_itself_changes_nothing) {
@@ -347,7 +347,7 @@ TEST(typing, finalize_before_the_group_count_is_right_leaves_groups_without_list
     EXPECT_EQ(linked.status, 0);
     EXPECT_EQ(linked.log, log_of_run{});
     EXPECT_EQ(server.run("tarn --freeck" + files).status, 255);
-    // It has set the count to all that an index can have, so that a second run reaches every group.
+    // The first run set the count to the maximum of an index, so a second run reaches every group.
     EXPECT_EQ(server.run("tarn --finalize" + files).status, 0);
     EXPECT_EQ(server.run("tarn --freeck" + files).status, 0);
 }

@@ -1,5 +1,5 @@
-// The default platform on a machine without a configuration of its own: its volumes, its journal's
-// directory, and the service where systemd runs it.
+// The default platform on a machine without a configuration file: its volumes, its journal's
+// directory, and the service if systemd runs it.
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ protected:
         fs::permissions(systemctl, fs::perms::owner_all);
     }
 
-    // The system's own programs stay where they are called from; one of them is ours.
+    // The programs of the system keep their paths; one of them is replaced by ours.
     [[nodiscard]] run_result run_one_key_check(bool systemd_runs = true) const {
         const std::string shell =
             std::string(systemd_runs ? "mkdir -p /run/systemd/system; " : "") +

@@ -1,4 +1,4 @@
-// Hole punching by the built program, its question answered through a pipe or not at all.
+// Hole punching by the built program, with its question answered through a pipe or not answered.
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <string>
@@ -74,7 +74,7 @@ TEST_F(punch_run, without_a_standard_input_nothing_is_punched) {
     EXPECT_TRUE(extent_is(1, 0xd5));
 }
 
-// A line of the log before the question: what it is sent through must not become the input.
+// A line is logged before the question: the log socket must not become the input.
 TEST_F(punch_run, without_a_standard_input_the_log_socket_is_not_read_for_an_answer) {
     run_conditions conditions;
     conditions.input = input_kind::closed;

@@ -1,6 +1,6 @@
-// Rebuilt tables: a sample loses its index and the entries of its table, is brought back by the
-// one-key repair, and must then hold what its maps make of it; and the comparison that says so
-// notices whatever else the two files could hold.
+// Rebuilt tables: a sample loses its index and the entries of its table, is rebuilt by the one-key
+// repair, and must then match its maps; and the comparison that checks this notices every other
+// content of the two files.
 #include <gtest/gtest.h>
 #include <string>
 
@@ -246,7 +246,7 @@ TEST_F(rebuilt_volume, whose_list_of_groups_does_not_end_after_the_last_is_detec
 }
 
 TEST_F(rebuilt_volume, with_an_entry_outside_its_groups_is_detected) {
-    const uint64_t group = 125;  // in the blocks that are read, behind every group
+    const uint64_t group = 125;  // in the blocks that are read, after all groups
     set_tbl_word(table_of(sample_), group * 4096, 1);
     expect_difference(TABLE + "lpa 512000: expected 0 outside initialised groups");
     set_tbl_word(table_of(sample_), group * 4096, 0);

@@ -1,5 +1,5 @@
-// The checks and rebuilds of one volume by the built program: what they print, how they exit and
-// what lies on the volume afterwards.
+// The checks and rebuilds of one volume by the built program: their output, their exit status and
+// the files on the volume afterwards.
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>

@@ -114,8 +114,8 @@ static bool mount_at(const std::string& from, const std::string& to) {
     return mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0;
 }
 
-// The namespace around: a shared mount, as most servers' are, with a directory for a root that is
-// no mount point and has /proc, as a build root has.
+// The outer namespace: a shared mount, as on most servers, with a directory as root that is not a
+// mount point and has /proc, as in a build root.
 static std::string make_surroundings(const std::string& top) {
     const std::string problem = leave_mount_namespace(top);
     const bool made = mount_at(top, top) &&

@@ -20,7 +20,7 @@ protected:
         make_jnl(box_.journal(), 0xFFFFFFFF,
                  {tbl_block(uuid_of(0xAB), 7, 0x8001), tbl_block(uuid_of(0xAB), 8, 0x8002)});
     }
-    // Standard output of a run that must exit 0 without another word.
+    // Standard output of a run that must exit 0 and print and log nothing else.
     std::string shown(words options) {
         options.insert(options.begin(), "--search");
         const run_result got = box_.run(options);
@@ -85,7 +85,7 @@ TEST_F(search_command, uses_the_configured_journal_without_a_path) {
 }
 
 TEST_F(search_command, reads_its_options_after_the_command) {
-    EXPECT_EQ(shown({"jnl", "-m", "a word that is none"}), JOURNAL_META);
+    EXPECT_EQ(shown({"jnl", "-m", "an unknown word"}), JOURNAL_META);
     const run_result got = box_.run({"-search=tbl", "-p" + tbl_, "-o5", "-g3", "-l", "-h"});
     EXPECT_EQ(got.status, 0);
     EXPECT_EQ(got.out, "TARN_INFO: used[1] tail[0] count/next 9\n");

@@ -21,7 +21,7 @@ static void make_inconsistent(const sandbox& box, unsigned number) {
 
 TEST(startup_replay, without_a_journal_no_volume_is_examined) {
     const sandbox box;
-    box.configure("volumes = /scratch\n");  // would be told as no volume
+    box.configure("volumes = /scratch\n");  // would be reported as not a volume
     const run_result got = box.run({"--startup-replay"});
     EXPECT_EQ(got.status, 0);
     EXPECT_EQ(got.out, jnl_path_line);
@@ -31,7 +31,7 @@ TEST(startup_replay, without_a_journal_no_volume_is_examined) {
 
 TEST(startup_replay, a_named_journal_is_not_printed) {
     const sandbox box;
-    make_jnl(box.journal(), 0x66656800, {});  // the default one is not looked at
+    make_jnl(box.journal(), 0x66656800, {});  // the default one is not read
     const run_result got = box.run({"--startup-replay", "--jnlpath", "/scratch/none"});
     EXPECT_EQ(got.status, 0);
     EXPECT_EQ(got.out, "");
@@ -226,7 +226,7 @@ TEST(startup_replay, a_check_that_fails_after_the_replay_marks_the_journal_bad) 
     const run_result got = box.run({"--startup-replay"});
     EXPECT_EQ(got.status, 255);
     EXPECT_EQ(jnl_status_of(box.journal()), 0x66656800U);
-    EXPECT_EQ(tbl_word_of(box.volume(1) + "/@EP/EP_TBL", 5), 0x8003);  // replayed stays replayed
+    EXPECT_EQ(tbl_word_of(box.volume(1) + "/@EP/EP_TBL", 5), 0x8003);  // a replayed entry stays
     ASSERT_FALSE(got.log.empty());
     EXPECT_EQ(got.log.back(),
               "ERR: check_metadata_consistent(#) FRI /volume2/@EP/EP_FRI TBL "
@@ -244,7 +244,7 @@ TEST(startup_replay, a_volume_with_a_table_but_no_index_fails_the_replay) {
     EXPECT_EQ(jnl_status_of(box.journal()), 0x66656800U);
 }
 
-// A batch of 256 maps is open at a time, beside the table, the journal and the locks.
+// A batch of 256 maps is open at a time, in addition to the table, the journal and the locks.
 TEST(startup_replay, raises_its_limit_of_open_files_for_a_volume_of_many_maps) {
     const sandbox box;
     make_volumes(box);

@@ -1,4 +1,4 @@
-// --vaaick and --set-status: what they answer, what they log, which bytes they change.
+// --vaaick and --set-status: their exit status, their log lines and the bytes that they change.
 #include <filesystem>
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // Samples whose indexes were never finalized: their headers count the groups in use, not all that
-// an index can have. The tool recovers, checks and rebuilds them as it does the others.
+// an index can have. The tool recovers, checks and rebuilds them like the others.
 #include <gtest/gtest.h>
 
 #include "support/sample_maps.h"
@@ -87,9 +87,10 @@ TEST(unfinalized, a_wrong_group_count_is_a_difference_even_after_a_rebuild) {
     const uint64_t count = fri_group_count_of(index);
     for (const uint64_t wrong : {count - 1, count + 1}) {
         set_header_u64(index, 64, 72, wrong);
-        const std::string told = "volume1/@EP/EP_FRI: group count: expected " +
-                                 std::to_string(count) + ", found " + std::to_string(wrong) + "\n";
-        EXPECT_EQ(tarn_lab("verify " + sample).text, told);
-        EXPECT_EQ(tarn_lab("verify " + sample + " --rebuilt").text, told);
+        const std::string report = "volume1/@EP/EP_FRI: group count: expected " +
+                                   std::to_string(count) + ", found " + std::to_string(wrong) +
+                                   "\n";
+        EXPECT_EQ(tarn_lab("verify " + sample).text, report);
+        EXPECT_EQ(tarn_lab("verify " + sample + " --rebuilt").text, report);
     }
 }

@@ -1,5 +1,5 @@
-// Writes and syncs that the system refuses, by the built program: no run ends with 0 that may have
-// lost something, and none ends by a signal.
+// Writes and syncs that the system refuses, by the built program: no run that may have lost data
+// ends with 0, and none is ended by a signal.
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
@@ -87,7 +87,7 @@ TEST(write_failures, a_sync_that_fails_does_not_affect_a_command_that_reads) {
     }
 }
 
-// The limit is given in blocks of 512 bytes: the entries of a table begin right behind it.
+// The limit is given in blocks of 512 bytes: the entries of a table begin right after it.
 TEST(write_failures, a_file_size_limit_fails_the_write_and_does_not_end_the_process) {
     const sandbox box;
     make_server(box);
@@ -104,7 +104,7 @@ TEST(write_failures, a_file_size_limit_fails_the_write_and_does_not_end_the_proc
                            "/volume1/@EP/EP_TBL: File too large\n"));
 }
 
-// Six maps of 300000 entries each, in extents of their own, all in sealed nodes.
+// Six maps of 300000 entries each, in separate extents, all in sealed nodes.
 static void put_large_maps(const std::string& directory) {
     constexpr uint64_t ENTRIES = 300000;
     constexpr uint64_t PER_NODE = 63;
@@ -127,7 +127,7 @@ TEST(write_failures, the_rebuild_of_a_full_volume_fails_with_two_lines) {
     const sandbox box;
     make_server(box);
     put_large_maps(box.volume(1) + "/@iSCSITrg");
-    // The rebuilt files' headers and the index fit into what is left, the table's entries do not.
+    // The rebuilt files' headers and the index fit into the free space, the table's entries do not.
     const run_result got = box.run_program(
         "/bin/sh",
         {"-c",

@@ -1,4 +1,4 @@
-// What main answers when a write, a sync or a read failed on the way of a command.
+// The exit status of main after a write, a sync or a read of a command failed.
 #include <cerrno>
 
 #include "store/keep_journal.h"
@@ -35,7 +35,7 @@ TEST_F(command_failures, a_single_sync_that_fails_is_enough) {
                   live("EP_FRI") + ": No space left on device\n");
 }
 
-// A single entry's write answers 0 whatever becomes of it.
+// Writing a single entry returns 0 even if it fails.
 TEST_F(command_failures, a_write_that_fails_or_is_short_ends_the_command_with_255) {
     for (const int error : {EIO, 0}) {
         put_files(0xFFFFFFFF);
@@ -64,7 +64,7 @@ TEST_F(command_failures, a_check_that_could_not_read_everything_does_not_pass) {
             volumes_->volume(1) + "/@EP: Permission denied\n");
 }
 
-// What they answer with is what they found.
+// Their exit status reports what they found.
 TEST_F(command_failures, status_queries_and_displays_keep_their_exit_status) {
     put_files(0x25521814);
     keep_journal(keep_reason::unread, "a reason\n");

@@ -181,7 +181,7 @@ TEST_F(consistency, the_repair_links_a_free_extent_that_is_on_no_list_and_then_f
     EXPECT_EQ(out_.text().find("FreeList"), std::string::npos);
     EXPECT_EQ(check_freelist_consistent(), 0);
     EXPECT_EQ(check_metadata_consistent(none_.count(), none_.values()), 0);
-    EXPECT_EQ(tbl_word_of(tbl_, 10), 4094);  // links to the next free one
+    EXPECT_EQ(tbl_word_of(tbl_, 10), 4094);  // links to the next free extent
     const auto entry = file_bytes(fri_, METADATA_DATA_OFFSET, 8);
     EXPECT_EQ(entry[4] | entry[5] << 8, 10 << 4);
     EXPECT_EQ(entry[6] | entry[7] << 8, 0x8000 | 3);

@@ -173,7 +173,7 @@ TEST_F(create, is_logged_whichever_call_fails) {
         const std::string old = operation == creat_map_op ? map_ : tbl_;
         bool fired = true;
         for (uint64_t n = 1; fired; n++) {
-            // A failing close is not told, and a sync only counted.
+            // A failing close is not reported, and a failing sync is only counted.
             io_fault_at fault(
                 n, EIO,
                 {io_call::open, io_call::read, io_call::write, io_call::seek, io_call::truncate});
@@ -201,7 +201,7 @@ TEST_F(create, change_uuid_of_an_index_prints_both_and_saves_the_new_one) {
     EXPECT_EQ(hex_of(file_bytes(fri_, 20, 16)),
               "00 11 22 33 44 55 66 77 88 99 aa bb cc dd ee ff\n");
     EXPECT_EQ(load_fri(fri_.c_str()), 0);
-    EXPECT_EQ(current_fri.header.fri_free_count, 4096u);  // the rest is as it was
+    EXPECT_EQ(current_fri.header.fri_free_count, 4096u);  // the rest is unchanged
     close_fri();
 }
 

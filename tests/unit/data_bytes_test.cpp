@@ -106,5 +106,5 @@ TEST(data_bytes, whichever_call_of_a_patch_fails_the_node_is_entirely_old_or_ent
         EXPECT_EQ(result == patch_result::done, !fired) << n;
         EXPECT_EQ(hex_of(file.bytes(1048576 + 512, 512)) == before, fired) << n;
     }
-    EXPECT_EQ(n, 6u);  // seek, read, seek, write; there is no fifth
+    EXPECT_EQ(n, 6u);  // seek, read, seek, write; there is no fifth call
 }

@@ -29,7 +29,7 @@ protected:
 
     std::string volume() const { return volumes_.volume(1); }
 
-    // "type name", the volume's root left out.
+    // "type name", without the volume's root.
     std::vector<std::string> entries() const {
         std::vector<std::string> found;
         for (const path_entry* entry = list_.next; entry != &list_; entry = entry->next) {
@@ -159,7 +159,7 @@ TEST_F(discovery, a_line_that_does_not_fit_its_buffer_ends_the_search) {
 }
 
 TEST_F(discovery, a_directory_that_cannot_be_read_ends_the_search) {
-    make_empty_file(volume() + "/@iSCSITrg");  // below a file there is nothing to list
+    make_empty_file(volume() + "/@iSCSITrg");  // a file has no entries to list
     EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
     EXPECT_EQ(log_.lines().size(), 1u);
     EXPECT_TRUE(log_.has("'/usr/bin/find " + volume() + "/@iSCSITrg/' did not list everything"));
@@ -214,7 +214,7 @@ class names_in_a_volume : public discovery {
 protected:
     names_in_a_volume() { make_empty_file(outside() + "/LUN_Extent_9"); }
 
-    // Beside the volumes; its name begins as the volume's does.
+    // Next to the volumes; its name begins with that of the volume.
     std::string outside() const { return volume() + "0"; }
     void link(const std::string& to, const std::string& path) const {
         make_directories(std::filesystem::path(path).parent_path());
@@ -243,7 +243,7 @@ TEST_F(names_in_a_volume, a_name_with_a_line_end_fails_the_listing) {
                                                 "is not below it\n"}));
     std::filesystem::remove_all(volume() + "/@iSCSITrg");
 
-    // A line that is not kept counts as well.
+    // A line that is not kept fails the listing too.
     log_.clear();
     make_empty_file(volume() + "/@Snapshot/FAMILY_1\nplain\ttext");
     EXPECT_EQ(enum_all_vaai_luns(&list_), -1);

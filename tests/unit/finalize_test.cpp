@@ -51,7 +51,7 @@ TEST_F(finalize_command, logs_the_file_that_does_not_load) {
 
 TEST_F(finalize_command, logs_that_the_groups_could_not_be_linked) {
     const single_entry_path path;
-    set_header_u64(fri(), 64, 72, 1);  // one group to look at
+    set_header_u64(fri(), 64, 72, 1);  // one group to link
     set_fri_word(fri(), 0, 0);         // which is not in a hole
     uint64_t loading_reads = 0;
     {

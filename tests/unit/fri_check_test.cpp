@@ -92,7 +92,7 @@ TEST_F(fri_check, a_link_past_the_index_ends_the_list) {
 }
 
 TEST_F(fri_check, an_initialised_group_past_the_capacity_is_bad) {
-    pool_.set_fri(0x1F800000, 0, 2 << 4, 0x8001);  // the file is longer than an index is
+    pool_.set_fri(0x1F800000, 0, 2 << 4, 0x8001);  // the file is longer than any index
     current_fri.header.fri_group_head = 0x1F800000;
     log_capture log;
     stdout_capture out;

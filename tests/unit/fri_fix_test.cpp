@@ -116,7 +116,7 @@ TEST_F(fri_fix, an_entry_or_header_that_cannot_be_written_ends_it) {
 
 TEST_F(fri_fix, whichever_read_fails_the_repair_ends_or_skips_the_group) {
     const single_entry_path path;
-    // Each one around the entries and checks, at a prime's distance along the groups.
+
     uint64_t calls = 0;  // of the last repair, which nothing disturbs
     uint64_t n = 1;
     for (bool fired = true; fired; n += n < 10 || (n > 4090 && n < 4120) || n > 8190 ? 1 : 97) {

@@ -25,7 +25,7 @@ static uint64_t entry_offset(uint64_t group) {
 
 class fri_window_of_index : public testing::Test {
 protected:
-    // An entry that no other group has.
+    // An entry that differs from that of every other group.
     void set_numbered(uint64_t group) { pool_.set_fri(group, static_cast<uint32_t>(group), 7, 9); }
     void expect_numbered(uint64_t group) {
         fri_entry entry{};
@@ -119,7 +119,8 @@ TEST_F(fri_window_of_index, groups_in_holes_are_skipped) {
     stretch();
     set_numbered(3000000);
     const uint64_t begin = fri_next_group_with_data(current_fri.fd, 0, CAPACITY);
-    // The file system reports holes in its own units: not past the group, not a mebibyte before it.
+    // The file system reports holes in its own units: not after the group, and less than a mebibyte
+    // before it.
     EXPECT_LE(begin, 3000000u);
     EXPECT_GE(begin, 3000000u - 131072);
     EXPECT_EQ(begin % 63, 0u);

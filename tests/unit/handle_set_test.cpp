@@ -35,7 +35,7 @@ protected:
         }
         return load_as_handle(path.c_str());
     }
-    // The name of the file that answers for 16 times `uuid`; "" when none does.
+    // The name of the file that is found for 16 times `uuid`; "" if there is none.
     std::string found(uint8_t uuid, uint32_t type) {
         const handle_prefix* handle = lookup_handle(uuid_of(uuid).data(), type);
         return handle == nullptr ? "" : std::string(handle->path).substr(dir_.path().size() + 1);
@@ -210,7 +210,7 @@ TEST_F(handle_set, finishing_closes_every_file_and_leaves_empty_lists) {
     EXPECT_EQ(found(0xF1, 4), "again");
 }
 
-// A process of its own: there, no test has set up the lists.
+// A new process, in which no test has set up the lists.
 TEST(handle_set_before_init, a_load_succeeds_but_no_lookup_finds_it_and_the_file_is_closed) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const scratch_dir dir;

@@ -26,7 +26,7 @@ protected:
     std::string on_disk(uint64_t n) const {
         return hex_of(file_bytes(history_.journal.path(), (n + 2048) * 512, 512));
     }
-    // What reading block `n` gives, and the lines that it logs.
+    // Reads block `n`; returns the result and the lines that it logs.
     std::vector<std::string> read(uint64_t n, int expected) {
         log_.clear();
         memset(&block_, 0x55, sizeof block_);
@@ -55,7 +55,7 @@ TEST_F(jnl_block_test, a_damaged_block_is_minus_1_and_keeps_what_was_read) {
 TEST_F(jnl_block_test, a_block_that_was_never_written_is_logged_as_such) {
     EXPECT_EQ(read(3, -1), log_lines({"jnl_block_read(#) jnl block all zero value @block 3\n"}));
     EXPECT_EQ(hex_of(block_), hex_of(std::vector<uint8_t>(512, 0)));
-    // Past the end of the file, too.
+    // Also after the end of the file.
     EXPECT_EQ(read(1u << 30, -1),
               log_lines({"jnl_block_read(#) jnl block all zero value @block 1073741824\n"}));
 }

@@ -33,7 +33,7 @@ protected:
         EXPECT_EQ(load_jnl(journal_.path()), 0);
         return last_complete_commit(&commit_, total);
     }
-    // The n-th read of a block fails; error 0: it stops short.
+    // The n-th read of a block fails; error 0: it is short.
     int last_with_failing_read(uint64_t n, int error) {
         close_jnl();
         EXPECT_EQ(load_jnl(journal_.path()), 0);
@@ -176,7 +176,7 @@ TEST_F(jnl_commit_test, without_a_journal_every_search_fails) {
 TEST_F(jnl_commit_test, the_previous_transaction_ends_flagged_or_with_the_previous_id) {
     put(2, 6, 0, MORE);
     put(3, 6, 1, LAST);
-    EXPECT_EQ(prev(3, 9), 0);  // flagged: whatever its id
+    EXPECT_EQ(prev(3, 9), 0);  // flagged: with any id
     EXPECT_EQ(where(), "2-3 6 6");
     put(3, 6, 1, MORE);
     EXPECT_EQ(prev(3, 7), 0);  // not flagged: the id before
@@ -184,7 +184,7 @@ TEST_F(jnl_commit_test, the_previous_transaction_ends_flagged_or_with_the_previo
     EXPECT_EQ(prev(3, 6), -1);
     EXPECT_EQ(prev(3, 8), -1);
     put(3, 0xFFFFFFFF, 0, MORE);
-    EXPECT_EQ(prev(3, 0), 0);  // ids go on from the highest at 0
+    EXPECT_EQ(prev(3, 0), 0);  // ids wrap from the highest to 0
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
@@ -208,7 +208,7 @@ TEST_F(jnl_commit_test, the_previous_transaction_needs_a_readable_end_and_a_star
 }
 
 TEST_F(jnl_commit_test, a_journal_that_was_never_used_holds_nothing) {
-    put(0, 1, 0, LAST);  // not looked at
+    put(0, 1, 0, LAST);  // not read
     const uint64_t none = 0;
     for (const uint64_t total : {uint64_t{8}, none}) {
         io_fault_at fault(0, 0, {io_call::read});
@@ -350,7 +350,7 @@ TEST_F(jnl_commit_test, a_first_transaction_that_never_completed_is_nothing_to_p
     put(0, 1, 0, MORE);
     EXPECT_EQ(last(), 0);  // torn
     put(0, 3, 0, LAST);
-    EXPECT_EQ(last(), 0);  // another one's
+    EXPECT_EQ(last(), 0);  // of another transaction
     journal_.put_damaged(0, raw_block(1, 0, LAST));
     EXPECT_EQ(last(), -1);  // but not a damaged one
     set_newest(1, 1);
@@ -376,21 +376,21 @@ TEST_F(jnl_commit_test, a_record_at_or_past_the_end_of_the_ring_is_an_absurd_hea
 }
 
 // The newest transaction, in blocks 4 and 5, is there; one of the blocks cannot be read, and an
-// older complete transaction must not pass for the newest.
+// older complete transaction must not be taken for the newest.
 TEST_F(jnl_commit_test, a_block_that_cannot_be_read_is_not_one_that_was_never_written) {
     put(3, 6, 0, LAST);
     put(4, 7, 0, MORE);
     put(5, 7, 1, LAST);
     set_newest(7, 4);
     EXPECT_EQ(last(), 1);
-    for (const int error : {EIO, 0}) {               // 0: the read stops short
+    for (const int error : {EIO, 0}) {               // 0: the read is short
         for (const uint64_t n : {1u, 2u, 3u, 4u}) {  // record, start, first and last block
             log_.clear();
             EXPECT_EQ(last_with_failing_read(n, error), -1) << n;
             EXPECT_EQ(log_.last(), "ERR: last_complete_commit(#) Can't read last jnl commit\n");
         }
     }
-    set_newest(8, 6);  // never written: the search goes on before it
+    set_newest(8, 6);  // never written: the search continues before it
     EXPECT_EQ(last(), 1);
     log_.clear();
     EXPECT_EQ(last_with_failing_read(2, EIO), -1);

@@ -28,7 +28,7 @@ std::string number(uint64_t value) {
     return std::to_string(value);
 }
 
-// The lines in front of what a block holds.
+// The lines before the contents of a block.
 std::string header_text(uint32_t trans_id, uint16_t seq, uint16_t flags, unsigned count) {
     return "TARN_INFO: jnl_transid      " + number(trans_id) + "\nTARN_INFO: jnl_seq_num      " +
            number(seq) + "\nTARN_INFO: jnl_flags        " + number(flags) +
@@ -146,7 +146,7 @@ TEST_F(jnl_dump, the_header_of_a_block_is_printed_in_decimal) {
               "TARN_INFO: jnl_flags        65534\n"
               "TARN_INFO: jnl_commit_time  1700000000\n"
               "TARN_INFO: jnl_entry_count  0\n"
-              "TARN_INFO: -------------------------\n");  // FILE block, nothing in it
+              "TARN_INFO: -------------------------\n");  // an empty FILE block
 }
 
 static raw_block xcopy_block(uint8_t count) {
@@ -549,7 +549,7 @@ TEST_F(jnl_dump_transaction, ends_silently_at_a_bad_block_inside_it) {
     EXPECT_EQ(log.lines(), log_lines({"ERR: jnl_block_read(#) jnl checksum error @block 1\n"}));
 }
 
-// Sequence numbers have 16 bits: only a ring of that many blocks can be gone round.
+// Sequence numbers have 16 bits: only a ring of up to that many blocks can be walked around.
 TEST_F(jnl_dump_transaction, that_fills_the_whole_ring_unfinished_ends_after_a_lap) {
     raw_journal journal(65536);
     for (uint32_t n = 0; n < 65536; n++) {
@@ -581,7 +581,7 @@ TEST_F(jnl_dump_transaction, searched_from_outside_the_ring_is_not_found) {
         EXPECT_EQ(text, "TARN_INFO: NO TRANSACTION 21 in JOURNAL\n");
     }
     EXPECT_EQ(log.count("jnl block all zero value @block "), 3u);
-    EXPECT_EQ(log.count("jnl read error, block_num["), 2u);  // no file has a byte so far out
+    EXPECT_EQ(log.count("jnl read error, block_num["), 2u);  // past the largest offset of a file
 }
 
 TEST_F(jnl_dump_transaction, in_a_ring_of_absurd_size_is_searched_as_far_as_the_file_goes) {

@@ -111,7 +111,7 @@ TEST_F(jnl_file_test, the_status_is_the_tag_as_a_signed_value) {
 
 TEST_F(jnl_file_test, setting_the_status_changes_the_tag_and_its_nodes_checksum_only) {
     for (uint64_t at : {uint64_t{36}, uint64_t{100}, uint64_t{4150}, uint64_t{4200}}) {
-        journal_.set_meta(at, "carried", 7);  // bytes that nothing here knows
+        journal_.set_meta(at, "carried", 7);  // bytes that have no meaning
     }
     for (const uint32_t known : {0u, 0x25521814u, 0xFFFFFFFFu, 0x66656800u, 0x77777777u}) {
         set_tag(known);
@@ -120,7 +120,7 @@ TEST_F(jnl_file_test, setting_the_status_changes_the_tag_and_its_nodes_checksum_
         EXPECT_EQ(journal_status(), 1717921792);
         close_jnl();
         const std::string got = meta_bytes();
-        set_tag(0x66656800);  // what it must be, with the checksum of the test's own hand
+        set_tag(0x66656800);  // the expected bytes, with the checksum computed by the test
         EXPECT_EQ(got, meta_bytes());
     }
     EXPECT_EQ(log_.lines(), log_lines({}));

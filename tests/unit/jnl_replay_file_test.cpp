@@ -220,8 +220,8 @@ TEST_F(jnl_replay_file, values_of_the_whole_file_that_cannot_be_saved_fail) {
     EXPECT_EQ(lines_.back(), blames_entry(4, 1, 1));
 }
 
-// Whichever call fails, a run that says 0 and counts no failed write has brought the file to where
-// an undisturbed run brings it; and the next run mends what is left.
+// Whichever call fails, a run that returns 0 and counts no failed write has made every change that
+// an undisturbed run makes; otherwise the next run makes the remaining ones.
 TEST_F(jnl_replay_file, no_failing_call_goes_unnoticed) {
     history_.commit(file_block({tbl_record(POOL, 5, 0x8001), map_record(MAP, 9, 1, 8)}));
     history_.commit(

@@ -67,7 +67,7 @@ TEST_F(jnl_replay_moves, moves_inside_a_map_whose_count_is_set_keep_the_source_w
     EXPECT_EQ(files_.map(6), EMPTIED);
     EXPECT_EQ(files_.map(7), EMPTIED);
     EXPECT_EQ(files_.mapped_count(), 17u);
-    raw_history upward(64, 1);  // the same leas the other way
+    raw_history upward(64, 1);  // the same leas in the other direction
     upward.commit({block.u64(68, 5).u64(76, 4), file_block({map_record(MAP, 60, 1, 17)})});
     upward.load();
     EXPECT_EQ(jnl_file_type_replay(MAP_FILE), 0);

@@ -58,7 +58,7 @@ TEST_F(jnl_replay_pass, records_that_need_no_map_keep_their_order_across_the_pas
     EXPECT_EQ(pass(older_), 7);
     EXPECT_EQ(pass(""), 7);
     history_.commit(copy(NEWER, USED | 2));
-    // A journal that grew is another walk: the passes begin again.
+    // A journal that grew needs a new walk: the passes begin again.
     jnl_seen_keys_free(&applied_);
     EXPECT_EQ(pass(older_), 7);
     EXPECT_EQ(pass(newer_), USED | 2);

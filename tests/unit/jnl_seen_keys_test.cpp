@@ -60,7 +60,7 @@ TEST_F(jnl_seen_keys_test, a_set_at_its_limit_takes_no_more_and_logs_that_once) 
     EXPECT_EQ(keep_journal_reasons().count, 1u);
     EXPECT_EQ(log.lines(), log_lines({"ERR: jnl_seen_keys_test_and_add(#) no room for more than "
                                       "3145728 keys\n"}));
-    EXPECT_EQ(add(0, 1), 1);  // what is known stays known
+    EXPECT_EQ(add(0, 1), 1);  // known keys stay known
     EXPECT_EQ(keys_.slot_count, uint64_t{1} << 22);
     keep_journal_forget();
 }

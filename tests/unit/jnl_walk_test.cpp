@@ -179,7 +179,7 @@ TEST_F(jnl_walk_test, a_damaged_block_inside_a_transaction_fails_the_walk) {
     EXPECT_EQ(log_.count("ERR: jnl_block_read(#) jnl read error, block_num[2]\n"), 1u);
 }
 
-// Two journals at once: what one holds is not seen in the other, whichever was opened last.
+// Two journals at once: blocks of one never appear in the other, whichever was opened last.
 TEST_F(jnl_walk_test, the_walk_reads_the_journal_that_it_is_given) {
     raw_history one(16);
     one.commit(EMPTY);
@@ -188,13 +188,13 @@ TEST_F(jnl_walk_test, the_walk_reads_the_journal_that_it_is_given) {
     other.commit(EMPTY);
     one.load();
     jnl_file first = current_jnl;
-    current_jnl.fd = 0;  // `first` owns it
+    current_jnl.fd = 0;  // owned by `first`
     other.load();
     EXPECT_EQ(jnl_walk_commits(&first, 8, "the_walk", note_block, &seen_), 0);
     EXPECT_EQ(seen_.blocks, "1:2 0:1 ");
     seen_ = {};
     EXPECT_EQ(jnl_walk_commits(&first, 1, "the_walk", note_block, &seen_), 0);
-    EXPECT_EQ(seen_.blocks, "1:2 ");  // the budget is the caller's
+    EXPECT_EQ(seen_.blocks, "1:2 ");  // the caller gives the budget
     seen_ = {};
     EXPECT_EQ(walk(), 0);
     EXPECT_EQ(seen_.blocks, "5:9 ");

@@ -10,7 +10,7 @@
 static std::string escaped(const std::string& text, size_t size) {
     std::string out(size + 1, '#');
     log_escape(text.c_str(), out.data(), size);
-    EXPECT_EQ(out[size], '#');  // nothing after its room
+    EXPECT_EQ(out[size], '#');  // nothing is written after its room
     out.resize(out.find('\0'));
     return out;
 }
@@ -57,7 +57,7 @@ TEST(tarn_log, a_line_that_is_cut_keeps_its_line_end) {
     log_sink = sink;
     tarn_log("%s\n", std::string(12286, 'a').c_str());    // as long as fits
     tarn_log("%s\n", std::string(4096, '\x01').c_str());  // each shown as four bytes
-    tarn_log("%s\n", std::string(20000, 'a').c_str());    // its end is cut off as well
+    tarn_log("%s\n", std::string(20000, 'a').c_str());    // its end is cut off too
     log_sink = nullptr;
     ASSERT_EQ(sunk.size(), 3u);
     EXPECT_EQ(sunk[0], std::string(12286, 'a') + "\n");

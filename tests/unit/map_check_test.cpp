@@ -20,7 +20,7 @@
 
 class map_check : public testing::Test {
 protected:
-    map_check() { make_sample_volume(root(), 0x11); }  // its table says: extents of 2^20 bytes
+    map_check() { make_sample_volume(root(), 0x11); }  // with extents of 2^20 bytes
     ~map_check() override { close_map(); }
 
     std::string root() const { return volumes_.volume(1); }
@@ -206,7 +206,7 @@ TEST_F(map_check, a_repair_fails_at_whichever_transfer_fails_and_passes_undistur
     }
 }
 
-// Such a failure is no failure of the check: it ends with the node's result.
+// Such a failure does not change the result of the check, which is that of the node.
 TEST_F(map_check, an_entry_that_cannot_be_read_ends_it_with_the_result_of_its_node) {
     const single_entry_path path;
     load(126, 3, {{0, 7}, {63, 8}, {64, 9}});
@@ -224,7 +224,7 @@ TEST_F(map_check, an_entry_that_cannot_be_read_ends_it_with_the_result_of_its_no
                       (mismatched ? "TARN_INFO: checksum mismatched: node_num(1)\n" : ""));
         std::vector<std::string> lines = log_.lines();
         if (mismatched) {
-            lines.erase(lines.begin());  // the node's own
+            lines.erase(lines.begin());  // that of the node
         }
         EXPECT_EQ(lines, log_lines({"ERR: map_entry_read(#) map file descriptor is invalid\n",
                                     "ERR: do_check_map(#) tarn_get_mapped_lpa error, lea 63\n"}));

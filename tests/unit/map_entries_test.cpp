@@ -56,7 +56,7 @@ TEST(map_entry, its_bits_are_lpa_row_sync_and_mapped) {
 }
 
 TEST(map_entry, sync_is_bit_60_and_the_replay_flag_bit_62_and_the_others_stay) {
-    map_entry entry{0x2000000000000001};  // bit 61 is not ours
+    map_entry entry{0x2000000000000001};  // bit 61 is reserved
     map_entry_set_sync(&entry);
     EXPECT_EQ(hex_of(entry), "01 00 00 00 00 00 00 30 ");
     map_entry_set_flag(&entry);
@@ -114,7 +114,7 @@ TEST_F(map_entries, operations_without_a_map_are_logged) {
                          "ERR: map_entry_write(#) " + NO_MAP, "ERR: map_entry_write(#) " + NO_MAP,
                          "ERR: map_entry_replay(#) map entry replay fail, lea 9\n"}));
     EXPECT_EQ(keep_journal_reasons().count,
-              failed + 2);  // the journal that asked for them must stay
+              failed + 2);  // the journal that holds their records must stay
     stdout_capture out;
     EXPECT_EQ(dump_map_entry(0), -1);
     EXPECT_EQ(out.text(), "");
@@ -170,7 +170,7 @@ TEST_F(map_entries, the_count_of_the_header_is_compared_and_replayed_alone) {
     EXPECT_EQ(map_count_check(2), 1);
     EXPECT_EQ(map_count_check(3), 0);
     const std::string const_nodes = bytes(0, 4096);
-    const std::string behind = bytes(4096 + 64, 8192 - 64 + 16);
+    const std::string after = bytes(4096 + 64, 8192 - 64 + 16);
     {
         const io_fault_at count(0, 0, {io_call::write});
         EXPECT_EQ(map_count_replay(0x0102030405060708), 0);
@@ -178,7 +178,7 @@ TEST_F(map_entries, the_count_of_the_header_is_compared_and_replayed_alone) {
     }
     EXPECT_EQ(bytes(4100, 8), "08 07 06 05 04 03 02 01 ");
     EXPECT_EQ(bytes(0, 4096), const_nodes);
-    EXPECT_EQ(bytes(4096 + 64, 8192 - 64 + 16), behind);
+    EXPECT_EQ(bytes(4096 + 64, 8192 - 64 + 16), after);
     EXPECT_EQ(map_count_check(0x0102030405060708), 1);
     for (uint64_t n = 1; n <= 5; n++) {
         const io_fault_at fault(n, EIO, {io_call::write});

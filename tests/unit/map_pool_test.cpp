@@ -108,7 +108,7 @@ TEST_F(map_pool, the_handle_of_a_table_found_for_a_map_has_no_pools) {
     ASSERT_EQ(load_as_handle(file_.path()), 0);
     auto* table = static_cast<tbl_handle*>(lookup_handle(uuid_of(0x4A).data(), 1));
     ASSERT_NE(table, nullptr);
-    memset(&table->node, 0xFF, sizeof table->node);  // nothing of it is taken for a map's header
+    memset(&table->node, 0xFF, sizeof table->node);  // none of it is read as a map's header
     EXPECT_EQ(pool(0), -1);
     EXPECT_EQ(hex_of(uuid_), CLEARED);
     EXPECT_EQ(log_.lines(), log_lines({"ERR: tarn_map_get_pool_uuid(#) Fail to get uuid, "

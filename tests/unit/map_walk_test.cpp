@@ -15,8 +15,8 @@ TEST(map_walk, the_entries_of_a_rod_map_follow_from_the_extent_shift_alone) {
 
 TEST(map_walk, a_shift_over_30_makes_the_power_of_the_rod_formula_0) {
     EXPECT_EQ(rod_entry_count(31), 16384u);  // 30 - 31 has bit 5 set: (0 + 32) * 512
-    EXPECT_EQ(rod_entry_count(62), 16384u);  // 30 - 62 = -32 has it too
-    // 30 - 63 = -33 has it not; what stays of it, 31, makes the power 2^31.
+    EXPECT_EQ(rod_entry_count(62), 16384u);  // 30 - 62 = -32 does too
+    // 30 - 63 = -33 does not; its low bits, 31, make the power 2^31.
     EXPECT_EQ(rod_entry_count(63), 1099511644160u);  // (2^31 + 32) * 512
 }
 

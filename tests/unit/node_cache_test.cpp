@@ -50,7 +50,7 @@ TEST_F(node_cache_of_file, is_empty_after_init_and_an_empty_one_is_not_flushed) 
 TEST_F(node_cache_of_file, reads_a_node_once_for_all_its_entries) {
     const io_fault_at count(0, 0, {io_call::read});
     EXPECT_EQ(read(1, 0), 0);
-    EXPECT_EQ(word_, 0xABABABABABABABABu);  // no checksum: taken without complaint
+    EXPECT_EQ(word_, 0xABABABABABABABABu);  // no checksum: accepted
     EXPECT_EQ(read(1, 496), 0);
     EXPECT_EQ(count.calls(), 1u);
     EXPECT_EQ(read(0, 0), 0);
@@ -79,7 +79,7 @@ TEST_F(node_cache_of_file, a_mismatched_node_is_logged_once_and_its_entries_are_
     EXPECT_EQ(log_.lines().size(), 1u);
 
     tarn_cache_node_init(&cache_);
-    EXPECT_EQ(read(1, 8), 0);  // the mismatch is no failure of a read
+    EXPECT_EQ(read(1, 8), 0);  // a mismatch does not fail a read
     EXPECT_EQ(log_.count("data chksum mismatched"), 2u);
 }
 
@@ -90,10 +90,10 @@ TEST_F(node_cache_of_file, a_write_changes_its_bytes_only_and_seals_the_node) {
                                                          0xab, 0xab, 0x88, 0x77, 0x66, 0x55,
                                                          0x44, 0x33, 0x22, 0x11, 0xab, 0xab,  //
                                                          0xab, 0xab, 0xab, 0xab, 0xab, 0xab}));
-    EXPECT_EQ(node_1(504, 4), "ab ab ab ab ");  // no entry's bytes are carried
+    EXPECT_EQ(node_1(504, 4), "ab ab ab ab ");  // bytes of no entry
     tarn_cache_node_init(&cache_);
     EXPECT_EQ(tarn_cache_node_load(&cache_, file_.fd(), 1), 0);
-    EXPECT_EQ(log_.count("data chksum mismatched"), 1u);  // of the first load alone
+    EXPECT_EQ(log_.count("data chksum mismatched"), 1u);  // from the first load only
     EXPECT_NE(file_.read_at<uint32_t>(NODE_1 + 508), 0u);
 }
 
@@ -140,8 +140,8 @@ TEST_F(node_cache_of_file, a_failed_read_returns_nothing_and_a_failed_load_write
     EXPECT_EQ(node_1(0, 8), "ab ab ab ab ab ab ab ab ");
 }
 
-// Half of the node would come as zeros, without a checksum, and the next write would make that
-// last.
+// Half of the node would be zeros without a checksum, and the next write would make that
+// permanent.
 TEST_F(node_cache_of_file, a_short_read_inside_the_file_does_not_blank_the_other_entries) {
     {
         const io_fault_at fault(1, 0, {io_call::read});

@@ -1,4 +1,4 @@
-// Stop signals during the one-key procedures: where a run ends, and what it leaves.
+// Stop signals during the one-key procedures: where a run ends, and which files it leaves.
 #include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>

@@ -36,7 +36,7 @@ TEST_F(one_key_repair_of_a_volume, works_without_a_live_index) {
 }
 
 TEST_F(one_key_repair_of_a_volume, is_not_stopped_by_a_journal_that_cannot_be_replayed) {
-    EXPECT_EQ(repair(), 0);  // there is none
+    EXPECT_EQ(repair(), 0);  // there is no journal
     EXPECT_TRUE(log_.has("Fail to load JNL"));
 }
 
@@ -199,7 +199,8 @@ TEST_F(one_key_check, fails_on_a_wrong_table_and_removes_its_directory) {
 
 static uint64_t reads_of_the_map;
 
-// The import holds a table besides the map, the check only the map. Its first read is the header.
+// The import has a table open in addition to the map, the check only the map. Its first read is
+// the header.
 static io_verdict fail_nodes_of_the_check(io_call call, size_t wanted) {
     const bool counts = call == io_call::read && current_map.fd != 0 && current_tbl.fd == 0;
     return {counts && ++reads_of_the_map > 1 ? EIO : 0, wanted};

@@ -23,7 +23,7 @@ protected:
         setenv("TARN_PLATFORM_CONF", conf.c_str(), 1);
         platform_config_forget();
     }
-    // What is logged about a configuration of that text, without the file's name in front.
+    // The log lines about a configuration of that text, without the name of the file.
     std::string reason(const std::string& text) {
         configure(text);
         const log_capture log;
@@ -208,7 +208,7 @@ TEST_F(platform_calls, the_extent_size_is_configured_or_the_table_s) {
     EXPECT_LT(ORBAiSCSIVAAIExtentSizeAndShiftGet(dir.path().c_str(), &size, &shift), 0);
 }
 
-// A hole of the configured size would reach into the neighbours of an extent of the table's.
+// A hole of the configured size would reach into the neighbours of an extent of the table.
 TEST_F(platform_calls, an_extent_size_that_contradicts_the_table_is_refused) {
     make_directories(dir.file("@EP"));
     const std::string table = dir.file("@EP/EP_TBL");
@@ -230,7 +230,7 @@ TEST_F(platform_calls, an_extent_size_that_contradicts_the_table_is_refused) {
     EXPECT_EQ(shift, 20U);
     configure("extent_shift = 22\n");
     for (const uint32_t no_size :
-         {0U, 256U, 1048577U, 0x80000000U}) {  // says nothing to contradict
+         {0U, 256U, 1048577U, 0x80000000U}) {  // a value without meaning, which nothing contradicts
         write_file_bytes(table, 68, &no_size, sizeof no_size);
         EXPECT_GE(asked(), 0) << no_size;
         EXPECT_EQ(shift, 22U);

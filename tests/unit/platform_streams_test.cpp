@@ -83,14 +83,14 @@ TEST(platform_streams, a_program_has_no_signal_blocked) {
 TEST(platform_streams,
      a_program_inherits_no_open_stream_and_no_other_descriptor_unlike_a_plain_child) {
     constexpr int held = 50;
-    ASSERT_EQ(dup2(STDERR_FILENO, held), held);  // not closed on exec: a plain child has it
+    ASSERT_EQ(dup2(STDERR_FILENO, held), held);  // not closed on exec: a plain child inherits it
     FILE* open_meanwhile = OLIBCPopen("/bin/sh", "r", "-c", "exit 0", nullptr);
     ASSERT_NE(open_meanwhile, nullptr);
     const char* look = "test -e /proc/self/fd/50";
-    // NOLINTNEXTLINE(cert-env33-c): the plain child that the others are compared with
+    // NOLINTNEXTLINE(cert-env33-c): a plain child for comparison
     EXPECT_EQ(system(look), 0);
     EXPECT_EQ(OLIBCExec("/bin/sh", "-c", look, nullptr), 1);
-    // 3 is what ls itself has opened.
+    // ls itself has opened 3.
     FILE* stream = OLIBCPopen("/bin/ls", "r", "/proc/self/fd", nullptr);
     ASSERT_NE(stream, nullptr);
     EXPECT_EQ(all_of(stream), "0\n1\n2\n3\n");
@@ -120,7 +120,7 @@ TEST(platform_streams, statuses_are_kept_even_if_the_parent_left_sigchld_ignored
     signal(SIGCHLD, SIG_DFL);
 }
 
-// What uuid generation does, far more often than there are rows for streams.
+// Like uuid generation, far more often than there are rows for streams.
 TEST(platform_streams, the_standard_pclose_may_close_any_number_while_another_stream_is_read) {
     FILE* outer = OLIBCPopen("/bin/sh", "r", "-c", "echo outer; exit 9", nullptr);
     ASSERT_NE(outer, nullptr);
@@ -151,9 +151,9 @@ TEST(platform_streams, an_abandoned_program_that_still_runs_blocks_nothing) {
     dup2(saved, STDIN_FILENO);
     close(saved);
     close(ends[0]);
-    close(ends[1]);  // the abandoned one reads its end and goes
+    close(ends[1]);  // the abandoned one reads the end of the pipe and exits
     siginfo_t info = {};
     EXPECT_EQ(waitid(P_ALL, 0, &info, WEXITED | WNOWAIT), 0);
     EXPECT_EQ(OLIBCPclose(OLIBCPopen("/bin/sh", "r", "-c", "exit 3", nullptr)), 3 << 8);
-    EXPECT_FALSE(has_child());  // starting the last one took its remains away
+    EXPECT_FALSE(has_child());  // starting the last one reaped it
 }

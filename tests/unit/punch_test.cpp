@@ -45,7 +45,7 @@ protected:
     std::string fri() const { return root() + "/@EP/EP_FRI"; }
     std::string dat() const { return root() + "/@EP/EP_DAT_00000"; }
 
-    // Bytes that the file system holds for the data file.
+    // Bytes that the file system has allocated for the data file.
     int64_t allocated() const {
         const int fd = open(dat().c_str(), O_RDONLY | O_CLOEXEC);
         fsync(fd);
@@ -87,7 +87,8 @@ TEST_F(punch, frees_the_free_extents_of_the_range_and_leaves_their_neighbours) {
     EXPECT_EQ(text_,
               "TARN_INFO: There are '1' DAT files\n"
               "TARN_INFO: Success to punch 2/2 (Success/Planned), lpa from '1' to '5'\n");
-    EXPECT_LE(allocated(), before - 2 * 1048576 + 65536);  // blocks of the tree of extents aside
+    EXPECT_LE(allocated(),
+              before - 2 * 1048576 + 65536);  // metadata of the file system
     EXPECT_GE(allocated(), before - 2 * 1048576);
     EXPECT_EQ(size(), 7 * 1048576);
     EXPECT_TRUE(extent_is(1, 0));
@@ -115,7 +116,7 @@ TEST_F(punch, past_the_data_files_fails_with_the_wrong_index) {
 
 // A hole of one size at steps of another would reach into extents in use.
 TEST_F(punch, of_extents_whose_size_is_not_a_power_of_two_punches_nothing) {
-    constexpr uint64_t ENTRY_SIZE = uint64_t{2} << 32;  // stands behind the extent size
+    constexpr uint64_t ENTRY_SIZE = uint64_t{2} << 32;  // the field after the extent size
     set_header_u64(tbl(), 64, 68, ENTRY_SIZE | 3u << 20);
     EXPECT_EQ(punch_range(false, 1, 1), -1);
     EXPECT_EQ(text_, "TARN_INFO: There are '1' DAT files\n");
@@ -144,7 +145,7 @@ TEST_F(punch, ends_at_the_first_failure_and_keeps_its_holes) {
 TEST_F(punch, of_all_groups_takes_the_leading_initialised_ones_and_no_offset) {
     set_header_u64(fri(), 64, 72, 3);
     set_fri_word(fri(), 0, uint64_t{1} << 63);
-    set_fri_word(fri(), 2, uint64_t{1} << 63);  // behind one that was never initialised
+    set_fri_word(fri(), 2, uint64_t{1} << 63);  // after one that was never initialised
     EXPECT_EQ(punch_range(true, 77, 99), 0);
     EXPECT_EQ(text_,
               "TARN_INFO: There are '1' DAT files\n"
@@ -186,7 +187,7 @@ TEST_F(punch, of_all_groups_is_empty_when_a_later_group_cannot_be_read) {
     EXPECT_EQ(dat_cal_end_lpa(root().c_str(), true, 0, 0), 0);
     EXPECT_TRUE(out.text().ends_with(" 0/0 (Success/Planned), lpa from '0' to '0'\n"));
     EXPECT_TRUE(log_.has("ERR: dat_cal_end_lpa(#) Fail to read fri entry, group_num 1\n"));
-    EXPECT_EQ(keep_journal_failures().count, 1u);  // an empty range is no answer to that
+    EXPECT_EQ(keep_journal_failures().count, 1u);  // an empty range would hide that
 }
 
 TEST_F(punch, of_all_groups_ends_at_the_index_s_group_count) {

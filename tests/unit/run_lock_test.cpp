@@ -22,7 +22,7 @@ protected:
             make_sample_volume(volumes_.volume(number), 0x11);
         }
     }
-    // Whether another open file, as another process has, gets the lock.
+    // Whether another open file, like that of another process, gets the lock.
     static bool is_free(const std::string& directory) {
         const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         const bool got = flock(fd, LOCK_EX | LOCK_NB) == 0;
@@ -57,7 +57,7 @@ TEST_F(run_lock_of_directories, is_taken_once_whatever_the_directory_is_called) 
     EXPECT_EQ(run_lock_add(&held.lock, (volumes_.root() + "/link/.").c_str(), &second), 0);
     EXPECT_EQ(first, second);
     EXPECT_EQ(held.lock.count, 1u);
-    EXPECT_FALSE(is_free(volume(1)));  // closing the second descriptor gave nothing back
+    EXPECT_FALSE(is_free(volume(1)));  // closing the second descriptor released nothing
 }
 
 TEST_F(run_lock_of_directories, that_another_run_holds_is_refused) {

@@ -43,7 +43,7 @@ protected:
         EXPECT_EQ(current_fri.fd + current_tbl.fd + current_map.fd + current_jnl.fd, 0);
         return result;
     }
-    // The text of a run that must succeed without a word in the log.
+    // The output of a run that must succeed and log nothing.
     std::string shown(handler search_kind, const words& options) {
         EXPECT_EQ(run(search_kind, options), 0);
         EXPECT_EQ(log_.lines(), log_lines({}));
@@ -151,7 +151,7 @@ TEST_F(search_fri_handler, shows_a_group) {
         "TARN_INFO: init[1] next 8589934599 freelisthead 1 free_count 4095\n";
     EXPECT_EQ(shown(search_fri, {"-g", "63", "-p", fri_}), group);
     EXPECT_EQ(shown(search_fri, {"-p", fri_, "-g63"}), group);
-    EXPECT_EQ(shown(search_fri, {"-p", fri_, "-g", "0x3F"}),  // decimal: the digits end at the x
+    EXPECT_EQ(shown(search_fri, {"-p", fri_, "-g", "0x3F"}),  // decimal: the number ends at the x
               "TARN_INFO: FRI - group_num 0\n"
               "TARN_INFO: init[0] next 0 freelisthead 0 free_count 0\n");
 }
@@ -188,7 +188,7 @@ TEST_F(search_fri_handler, refuses_a_path_that_does_not_fit) {
     const std::string path(4096, '/');
     EXPECT_EQ(run(search_fri, {"-m", "-p", path}), -1);
     EXPECT_TRUE(log_.has("path does not fit into 4096 bytes"));
-    EXPECT_EQ(run(search_fri, {"-m", "-p", path.substr(1)}), -1);  // fits, and is no file
+    EXPECT_EQ(run(search_fri, {"-m", "-p", path.substr(1)}), -1);  // fits, but does not exist
     EXPECT_TRUE(log_.has("Fail to load FRI //"));
 }
 
@@ -241,7 +241,7 @@ TEST_F(search_tbl_handler, shows_the_header) {
         "TARN_INFO: tbl_total_count 2164663517184\n";
     EXPECT_EQ(shown(search_tbl, {"-m", "-p", tbl_}), header);
     EXPECT_EQ(shown(search_tbl, {"-p", tbl_, "-m"}), header);
-    EXPECT_EQ(shown(search_tbl, {"-l", "-p", tbl_, "-m", "-h"}), header);  // flags never conflict
+    EXPECT_EQ(shown(search_tbl, {"-l", "-p", tbl_, "-m", "-h"}), header);  // flags do not conflict
 }
 
 TEST_F(search_tbl_handler, shows_an_entry_by_its_lpa) {
@@ -359,7 +359,7 @@ TEST_F(search_tbl_handler, logs_a_missing_argument_and_ignores_unknown_options) 
 }
 
 TEST_F(search_tbl_handler, is_safe_from_numbers_past_the_largest_file) {
-    EXPECT_EQ(shown(search_tbl, {"-a", "2164663517184", "-p", tbl_}),  // just past the table
+    EXPECT_EQ(shown(search_tbl, {"-a", "2164663517184", "-p", tbl_}),  // past the end of the table
               "TARN_INFO: used[0] tail[0] count/next 0\n");
     for (const char* value :
          {"-1", "9223372036854775807", "-9223372036854775808", "99999999999999999999"}) {
@@ -458,16 +458,16 @@ TEST_F(search_jnl_handler, shows_a_transaction_with_the_given_flags_in_either_or
         std::string text;
     } rows[] = {
         {{}, START + LAST},
-        {{"-l"}, START + LAST},  // names the blocks between the first and the last: there are none
+        {{"-l"}, START + LAST},  // the blocks between the first and the last: there are none
         {{"-x"}, START + LAST},
         {{"-d"}, blocks + SEPARATOR},
         {{"-d", "-x"}, blocks + BLOCK_2_SLOTS + SEPARATOR},
         {{"-x", "-l", "-d"}, blocks + BLOCK_2_SLOTS + SEPARATOR},
     };
     for (const auto& row : rows) {
-        words behind = {"-t", "20"};
-        behind.insert(behind.end(), row.flags.begin(), row.flags.end());
-        EXPECT_EQ(shown(search_jnl, with_path(behind)), row.text);
+        words flags_last = {"-t", "20"};
+        flags_last.insert(flags_last.end(), row.flags.begin(), row.flags.end());
+        EXPECT_EQ(shown(search_jnl, with_path(flags_last)), row.text);
         words before = row.flags;
         before.insert(before.end(), {"-t", "20"});
         EXPECT_EQ(shown(search_jnl, with_path(before)), row.text);
@@ -487,7 +487,7 @@ TEST_F(search_jnl_handler, shows_the_numbers_of_the_middle_blocks_with_l) {
 }
 
 TEST_F(search_jnl_handler, begins_a_transaction_search_at_the_start_number) {
-    journal_.put(4, raw_block(20, 0, 1));  // another one of the same id
+    journal_.put(4, raw_block(20, 0, 1));  // another one with the same id
     const std::string second =
         "TARN_INFO: SEARCH TRANSACTION 20 START @block 4\n"
         "TARN_INFO: SEARCH TRANSACTION 20 LAST @block 4\n";

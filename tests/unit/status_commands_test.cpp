@@ -254,8 +254,8 @@ TEST_F(status_commands, after_a_clean_shutdown_the_volumes_are_only_checked) {
     EXPECT_EQ(jnl_status_of(jnl_), JNL_STATUS_BAD);
 }
 
-// Whichever write or sync fails: either the replay is told to have failed, or all of it is on the
-// disk. The journal goes only in the second case.
+// Whichever write or sync fails: either the replay is reported as failed, or all of it is on the
+// disk. The journal is deleted only in the second case.
 TEST_F(status_commands, a_journal_is_never_removed_after_a_write_or_sync_that_failed) {
     for (uint64_t n = 1;; n++) {
         ASSERT_LT(n, 1000u);

@@ -1,5 +1,5 @@
-// Power failures during a swap: the run is cut before each of its calls, and of the names that it
-// changed and did not sync any part is lost. The next runs have to end with a sound pair of files.
+// Power failures during a swap: the run is cut before each of its calls, and any part of the names
+// that it changed and did not sync is lost. The next runs must end with a sound pair of files.
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -16,7 +16,7 @@
 
 namespace fs = std::filesystem;
 
-// Names below the volume's root, in both directories, and the inodes behind them.
+// Names below the volume's root, in both directories, and their inodes.
 using names = std::map<std::string, uint64_t>;
 
 // One change of names: what each of them leads to afterwards, 0 for nothing.
@@ -44,7 +44,7 @@ static names names_now() {
             const std::string name = entry.path().filename();
             found[std::string(directory) + "/" + name] = inode_of(entry.path());
             const std::string kept = recording.vault + "/" + std::to_string(inode_of(entry.path()));
-            (void)link(entry.path().c_str(), kept.c_str());  // kept already: the same file
+            (void)link(entry.path().c_str(), kept.c_str());  // already kept: the same file
         }
     }
     return found;

@@ -1,5 +1,5 @@
-// The order of a swap's renames: the table before the index, and of each file the live one to its
-// backup before the rebuilt one takes its name.
+// The order of a swap's renames: the table before the index, and for each of them the live file to
+// its backup before the rebuilt file to its name.
 #include <cerrno>
 #include <string>
 #include <vector>
@@ -7,7 +7,7 @@
 #include "store/descriptor.h"
 #include "support/swap_fixture.h"
 
-// What the four names lead to before each rename.
+// The files of the four names before each rename.
 static struct {
     std::string live_dir;
     std::vector<uint64_t> original;  // inodes: table, index

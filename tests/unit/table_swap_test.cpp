@@ -195,7 +195,7 @@ TEST_F(table_swap_of_a_volume, leaves_a_pair_except_between_its_two_files) {
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(table_swap_of_a_volume, of_unknown_state_is_reported_as_unknown) {
+TEST_F(table_swap_of_a_volume, of_unknown_state_passes_neither_check) {
     ASSERT_EQ(table_swap_begin(&swap_), 0);
     for (uint64_t n = 1; n <= 5; n++) {  // the directory and four files
         log_.clear();
@@ -231,7 +231,7 @@ TEST_F(table_swap_of_a_volume, that_stops_at_a_directory_in_place_of_a_backup_lo
     expect_swapped();
 }
 
-// The service is resumed after a failure as well: it must not find a table and an index of two
+// The service is resumed even after a failure: it must not find a table and an index of different
 // ages.
 TEST_F(table_swap_of_a_volume, that_stops_at_the_index_makes_the_original_table_live_again) {
     make_directories(live("EP_FRI.bkp/deep"));
@@ -273,7 +273,7 @@ TEST_F(table_swap_of_a_volume, that_cannot_be_undone_logs_which_step_failed) {
     expect_swapped();
 }
 
-// One failing call of each kind, the first, the second and so on.
+// Of each kind of call, the first one fails, then the second, and so on.
 TEST_F(table_swap_of_a_volume, whichever_call_fails_nothing_is_lost_and_the_next_run_finishes) {
     const fs::path kept = volumes_.root() + "/kept";
     fs::copy(root(), kept, fs::copy_options::recursive | fs::copy_options::create_hard_links);
@@ -393,12 +393,12 @@ TEST_F(table_swap_of_a_volume, refuses_a_file_that_the_marker_does_not_name) {
     EXPECT_EQ(find_and_finish(), -1);
     EXPECT_EQ(log_.last(), "ERR: one_key_repair(#) " + fix("EP_TBL") + refusal);
 
-    fs::remove(fix("EP_TBL"));  // gone, and the live one is not it
+    fs::remove(fix("EP_TBL"));  // missing, and the live one is another file
     EXPECT_EQ(find_and_finish(), -1);
     EXPECT_EQ(log_.last(), "ERR: one_key_repair(#) " + live("EP_TBL") + refusal);
     EXPECT_EQ(log_.lines().size(), 3u);
 
-    make_tbl(fix("EP_TBL"), uuid_of(0x22));  // of another time
+    make_tbl(fix("EP_TBL"), uuid_of(0x22));  // with another creation time
     const int fd = open(fix("EP_TBL").c_str(), O_WRONLY | O_CLOEXEC);
     EXPECT_EQ(pwrite(fd, "\1\2\3\4", 4, 0), 4);  // the checksum of its header
     close(fd);

@@ -110,7 +110,7 @@ TEST_F(table_file, a_close_after_a_creation_that_failed_touches_no_other_file) {
     close(other);
 }
 
-// The byte lies where an index has its third node: the old uuid cannot be had.
+// The byte lies where an index has its third node: the old uuid cannot be read.
 TEST_F(table_file, creating_a_table_without_a_uuid_leaves_none_open) {
     old_.write_at(4100, uint8_t{1});
     const log_capture log;

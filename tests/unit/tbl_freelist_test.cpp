@@ -144,7 +144,7 @@ TEST(tbl_freelist, whichever_call_of_a_linking_fails_it_is_logged_and_the_next_o
     EXPECT_EQ(calls, 4096u * 2 + 2 * 4);
 }
 
-// Who repairs an index skips the lists that are not sound: this one was not even seen.
+// A repair of an index skips lists that are not sound; this one could not even be read.
 TEST(tbl_freelist_check, a_list_that_cannot_be_read_is_recorded) {
     pool_files pool;
     keep_journal_forget();

@@ -8,7 +8,7 @@
 #include "support/scratch_file.h"
 #include "support/stdout_capture.h"
 
-// What the system's own cksum program says about a text: "checksum length".
+// The output of the system's own cksum program for a text: "checksum length".
 static std::string cksum_of(const std::string& text) {
     const scratch_dir dir;
     write_file_bytes(dir.file("text"), 0, text.data(), text.size());

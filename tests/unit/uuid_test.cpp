@@ -69,7 +69,7 @@ TEST(uuid, is_inherited_from_the_old_file_or_its_known_uuid_or_is_new) {
     EXPECT_EQ(inherit_uuid(nullptr, known, out), 0);
     EXPECT_EQ(hex_of(out), hex_of(known));
     const io_fault_at fault(1, EAGAIN, {io_call::spawn});
-    EXPECT_EQ(inherit_uuid(nullptr, nullptr, out), -1);  // the fresh one that no program gives
+    EXPECT_EQ(inherit_uuid(nullptr, nullptr, out), -1);  // no program to make a new one
     EXPECT_EQ(log.last(), "ERR: uuid_gen(#) fail to OLIBCPopen '/usr/bin/uuidgen'\n");
 }
 
@@ -82,6 +82,6 @@ TEST(uuid, two_new_ones_differ_and_are_well_formed) {
     EXPECT_EQ(uuid_gen(one, 16), 0);
     EXPECT_EQ(uuid_gen(other, 16), 0);
     EXPECT_NE(hex_of(one), hex_of(other));
-    EXPECT_EQ(one[8] & 0xC0, 0x80);  // the variant that the program's uuids carry
+    EXPECT_EQ(one[8] & 0xC0, 0x80);  // the variant of the program's uuids
     EXPECT_EQ(one[16], 0);
 }

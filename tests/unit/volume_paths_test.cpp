@@ -152,5 +152,5 @@ TEST(journal_path, is_unchanged_without_a_root) {
     strcpy(opt_ctx.jnlpath, "/given");
     EXPECT_EQ(get_jnl_root_path(), -1);
     EXPECT_STREQ(opt_ctx.jnlpath, "/given");
-    EXPECT_EQ(prepare_jnl_path(), 0);  // a given one needs no root
+    EXPECT_EQ(prepare_jnl_path(), 0);  // a given path needs no root
 }
