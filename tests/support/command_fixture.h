@@ -28,17 +28,7 @@ protected:
         volumes_.reset();  // removes the old tree before the new one is made
         volumes_ = std::make_unique<sample_volumes>();
         make_sample_volume(root(), 0x11);
-        make_dat(live("EP_DAT_00000"), 0x11, 0);
-        make_filled_map(lun(), 63, 1, {{0, 300}});
-        set_tbl_word(live("EP_TBL"), 300, 0x8001);
-        jnl_block index = {};
-        index.ej_header.jnl_entry_count = 1;
-        index.entry[0].type = FILE_TYPE_FRI;
-        memcpy(index.entry[0].uuid, uuid_of(0x11).data(), UUID_SIZE);
-        index.entry[0].fri.new_entry = {0, 0, 0x8FFF};  // 4095 free extents from extent 0 on
-        make_jnl(volumes_->journal(), status,
-                 {xcopy_block(uuid_of_number(1), 300, 0x8001),
-                  tbl_block(uuid_of(0x11), 300, 0x8001), index});
+        make_jnl(volumes_->journal(), status, put_mapped_lun(root(), 4095));
     }
     int run(const words& command) {
         opt_ctx = option_record{};

@@ -50,6 +50,8 @@ uint32_t jnl_status_of(const std::string& path);
 jnl_block xcopy_block(const uuid_bytes& destination, uint64_t lpa, uint16_t tbl_word);
 // A block that records one entry of a table.
 jnl_block tbl_block(const uuid_bytes& table, uint64_t lpa, uint16_t tbl_word);
+// A block that records one entry of an index: its count with the init bit, before and after.
+jnl_block fri_block(const uuid_bytes& index, uint64_t group, uint16_t before, uint16_t after);
 
 uint16_t tbl_word_of(const std::string& path, uint64_t lpa);
 uint64_t map_word_of(const std::string& path, uint64_t lea);

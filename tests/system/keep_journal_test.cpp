@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "store/crc32c.h"
+#include "support/begun_swap.h"
 #include "support/sample_maps.h"
 #include "system/support/sample_server.h"
 #include "system/support/tree.h"
@@ -150,23 +151,23 @@ static std::string checksums_at(const std::string& path, uint64_t offset) {
     return text;
 }
 
-// A block that records the entry of a group of volume 1's index: count and init bit, before and
-// after.
-static jnl_block fri_block(uint64_t group, uint16_t before, uint16_t after) {
-    jnl_block record = {};
-    record.ej_header.jnl_entry_count = 1;
-    record.entry[0].type = FILE_TYPE_FRI;
-    memcpy(record.entry[0].uuid, uuid_of(0x11).data(), UUID_SIZE);
-    record.entry[0].fri.group_num = group;
-    record.entry[0].fri.old_entry.ef_count_attr = before;
-    record.entry[0].fri.new_entry.ef_count_attr = after;
-    return record;
+// Flips a bit in block 1, 2, ... of a table or an index. Returns checksums_at(that block).
+static std::string damage_block(const std::string& path, uint64_t block) {
+    const uint64_t offset = (2048 + block) * 512;
+    std::vector<uint8_t> byte = file_bytes(path, offset + 100, 1);
+    byte[0] ^= 1;
+    write_file_bytes(path, offset + 100, byte.data(), 1);
+    return checksums_at(path, offset);
 }
 
-static void flip_byte(const std::string& path, uint64_t offset) {
-    std::vector<uint8_t> byte = file_bytes(path, offset, 1);
-    byte[0] ^= 1;
-    write_file_bytes(path, offset, byte.data(), 1);
+// Replays `block` over a damaged block, whose damage is logged by `writer` and keeps the journal.
+static void expect_kept_for_damage(const sandbox& box, const jnl_block& block,
+                                   const std::string& writer, const std::string& damage) {
+    make_jnl(box.journal(), ABNORMAL, {block});
+    const run_result got = box.run({"--startup-replay"});
+    EXPECT_TRUE(got.logged("ERR: " + writer + "(#) " + damage + "\n"))
+        << testing::PrintToString(got.log);
+    expect_kept(box, got, damage);
 }
 
 TEST(keep_journal, if_the_replay_rewrites_a_damaged_map_node) {
@@ -175,19 +176,14 @@ TEST(keep_journal, if_the_replay_rewrites_a_damaged_map_node) {
     const std::string map = make_lun(box, 1, "LUN_Extent_0", 0xA1);
     jnl_block block = xcopy_block(uuid_of(0xA1), 9, 0x8001);
     block.xcopy.dst_lea = 70;  // in node 1: lea 63 to 125
-    make_jnl(box.journal(), ABNORMAL, {block});
     const uint64_t node = (2048 + 1) * 512;
     const uint32_t wrong = 0x12345678;
     write_file_bytes(map, node + 508, &wrong, sizeof wrong);
-    const std::string sums = checksums_at(map, node);
-    const run_result got = box.run({"--startup-replay"});
-    const std::string text =
-        "/volume1/@iSCSITrg/LUN/LUN_Extent_0: node 1, lea 63 to 125, is damaged and gets a fresh "
-        "checksum: " +
-        sums;
-    EXPECT_TRUE(got.logged("ERR: map_entry_replay(#) " + text + "\n"));
+    expect_kept_for_damage(box, block, "map_entry_replay",
+                           "/volume1/@iSCSITrg/LUN/LUN_Extent_0: node 1, lea 63 to 125, is damaged "
+                           "and gets a fresh checksum: " +
+                               checksums_at(map, node));
     EXPECT_EQ(map_word_of(map, 70), 0x8000000000000009u);  // rewritten nevertheless
-    expect_kept(box, got, text);
 }
 
 TEST(keep_journal, if_the_replay_rewrites_a_damaged_table_block) {
@@ -195,17 +191,12 @@ TEST(keep_journal, if_the_replay_rewrites_a_damaged_table_block) {
     make_volumes(box);
     const std::string table = box.volume(1) + "/@EP/EP_TBL";
     set_tbl_word(table, 260, 0x8001);  // block 1: lpa 252 to 503
-    const uint64_t block = (2048 + 1) * 512;
-    flip_byte(table, block + 40);
-    const std::string sums = checksums_at(table, block);
-    make_jnl(box.journal(), ABNORMAL, {tbl_block(uuid_of(0x11), 253, 0x8003)});
-    const run_result got = box.run({"--startup-replay"});
-    const std::string text =
+    const std::string sums = damage_block(table, 1);
+    expect_kept_for_damage(
+        box, tbl_block(uuid_of(0x11), 253, 0x8003), "tbl_entry_replay",
         "/volume1/@EP/EP_TBL: block 1, lpa 252 to 503, is damaged and gets a fresh checksum: " +
-        sums;
-    EXPECT_TRUE(got.logged("ERR: tbl_entry_replay(#) " + text + "\n"));
+            sums);
     EXPECT_EQ(tbl_word_of(table, 253), 0x8003);
-    expect_kept(box, got, text);
 }
 
 // A record of an index entry: group 70, in block 1 of the index (groups 63 to 125), which is
@@ -215,17 +206,11 @@ TEST(keep_journal, if_the_replay_rewrites_a_damaged_index_block) {
     make_volumes(box);
     const std::string index = box.volume(1) + "/@EP/EP_FRI";
     set_fri_word(index, 65, uint64_t{0x8000} << 48);
-    const uint64_t block = (2048 + 1) * 512;
-    flip_byte(index, block + 100);
-    const std::string sums = checksums_at(index, block);
-    make_jnl(box.journal(), ABNORMAL, {fri_block(70, 0x8000, 0x8000)});
-    const run_result got = box.run({"--startup-replay"});
-    const std::string text =
-        "/volume1/@EP/EP_FRI: block 1, lpa 258048 to 516095, is damaged and gets a fresh "
-        "checksum: " +
-        sums;
-    EXPECT_TRUE(got.logged("ERR: fri_entry_replay(#) " + text + "\n"));
-    expect_kept(box, got, text);
+    const std::string sums = damage_block(index, 1);
+    expect_kept_for_damage(box, fri_block(uuid_of(0x11), 70, 0x8000, 0x8000), "fri_entry_replay",
+                           "/volume1/@EP/EP_FRI: block 1, lpa 258048 to 516095, is damaged and "
+                           "gets a fresh checksum: " +
+                               sums);
 }
 
 // The group is initialised by the record: its free list is linked, which rewrites its 17 blocks.
@@ -234,10 +219,9 @@ TEST(keep_journal, if_the_replay_links_a_group_with_a_damaged_table_block) {
     make_volumes(box);
     const std::string table = box.volume(1) + "/@EP/EP_TBL";
     set_tbl_word(table, 520, 0x8001);  // block 2: lpa 504 to 755
-    const uint64_t block = (2048 + 2) * 512;
-    flip_byte(table, block + 100);
-    const std::string sums = checksums_at(table, block);
-    make_jnl(box.journal(), ABNORMAL, {fri_block(0, 0, 0x8FFF)});  // 4095 free, from offset 0 on
+    const std::string sums = damage_block(table, 2);
+    make_jnl(box.journal(), ABNORMAL,
+             {fri_block(uuid_of(0x11), 0, 0, 0x8FFF)});  // 4095 free, from offset 0 on
     const run_result got = box.run({"--startup-replay"});
     EXPECT_TRUE(got.logged(
         "/volume1/@EP/EP_TBL: block 2, lpa 504 to 755, is damaged and gets a fresh checksum: " +
@@ -306,12 +290,7 @@ TEST(keep_journal, a_missing_or_unmounted_named_volume_is_refused_and_nothing_is
 // Leaves volume 1 like a repair that was cut between table and index.
 static void make_cut_swap(const sandbox& box) {
     const fs::path root = box.volume(1);
-    make_directories(root / "@EP_FIX");
-    make_tbl(root / "@EP_FIX/EP_TBL", uuid_of(0x11));
-    make_fri(root / "@EP_FIX/EP_FRI", uuid_of(0x11), 0);
-    table_swap swap;
-    ASSERT_EQ(table_swap_form(&swap, root.c_str()), 0);
-    ASSERT_EQ(table_swap_begin(&swap), 0);
+    put_begun_swap(root, 0x11, 0x11);
     fs::rename(root / "@EP/EP_TBL", root / "@EP/EP_TBL.bkp");
     fs::rename(root / "@EP_FIX/EP_TBL", root / "@EP/EP_TBL");
 }

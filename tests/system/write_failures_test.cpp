@@ -17,18 +17,7 @@ static constexpr const char* NOT_COMPLETE = "ERR: main(#) This run is not comple
 static void make_server(const sandbox& box) {
     make_volumes(box);
     box.configure("volumes = /volume1\n");
-    const std::string root = box.volume(1);
-    make_dat(root + "/@EP/EP_DAT_00000", 0x11, 0);
-    make_filled_map(root + "/@iSCSITrg/LUN_Extent_1", 63, 1, {{0, 300}});
-    set_tbl_word(root + "/@EP/EP_TBL", 300, 0x8001);
-    jnl_block index = {};
-    index.ej_header.jnl_entry_count = 1;
-    index.entry[0].type = FILE_TYPE_FRI;
-    memcpy(index.entry[0].uuid, uuid_of(0x11).data(), UUID_SIZE);
-    index.entry[0].fri.new_entry = {0, 0, 0x8000};
-    make_jnl(box.journal(), 0xFFFFFFFF,
-             {index, xcopy_block(uuid_of_number(1), 300, 0x8001),
-              tbl_block(uuid_of(0x11), 300, 0x8001)});
+    make_jnl(box.journal(), 0xFFFFFFFF, put_mapped_lun(box.volume(1), 0));
 }
 
 static std::vector<std::string> on_volume(std::vector<std::string> words) {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "cli/operations.h"
+#include "support/begun_swap.h"
 #include "support/io_faults.h"
 #include "support/one_key_fixture.h"
 #include "volume/table_swap.h"
@@ -59,12 +60,7 @@ TEST_F(one_key_repair_of_a_volume, refuses_a_path_that_would_be_cut_before_it_to
 }
 
 TEST_F(one_key_repair_of_a_volume, finishes_an_interrupted_swap_without_replay_and_rebuild) {
-    make_directories(root() + "/@EP_FIX");
-    make_tbl(root() + "/@EP_FIX/EP_TBL", uuid_of(0x22));
-    make_fri(root() + "/@EP_FIX/EP_FRI", uuid_of(0x33), 0);
-    table_swap swap;
-    ASSERT_EQ(table_swap_form(&swap, root().c_str()), 0);
-    ASSERT_EQ(table_swap_begin(&swap), 0);
+    put_begun_swap(root(), 0x22, 0x33);
     EXPECT_EQ(repair(), 0);
     EXPECT_EQ(text_, "");
     EXPECT_EQ(uuid_in(live("EP_TBL")), uuid_of(0x22));
@@ -77,12 +73,7 @@ TEST_F(one_key_repair_of_a_volume, finishes_an_interrupted_swap_without_replay_a
 class one_key_repair_that_is_older : public one_key_repair_of_a_volume {
 protected:
     one_key_repair_that_is_older() {
-        make_directories(root() + "/@EP_FIX");
-        make_tbl(root() + "/@EP_FIX/EP_TBL", uuid_of(0x22));
-        make_fri(root() + "/@EP_FIX/EP_FRI", uuid_of(0x33), 0);
-        table_swap swap;
-        EXPECT_EQ(table_swap_form(&swap, root().c_str()), 0);
-        EXPECT_EQ(table_swap_begin(&swap), 0);
+        put_begun_swap(root(), 0x22, 0x33);
         fs::last_write_time(live("EP_TBL"), fs::file_time_type::min());
     }
 };
