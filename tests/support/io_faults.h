@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "store/descriptor.h"
@@ -16,8 +17,21 @@ class io_fault_at {
 public:
     io_fault_at(uint64_t n, int error, std::vector<io_call> kinds = {});  // no kinds: every kind
     [[nodiscard]] bool fired() const;                                     // the n-th call was made
-    [[nodiscard]] uint64_t calls() const;  // calls of these kinds so far
+    [[nodiscard]] uint64_t calls() const;       // calls of these kinds so far
+    [[nodiscard]] io_call failed_call() const;  // once fired
 
 private:
     fault_hook hook_;
+};
+
+// The calls that a test made fail one after another, by name: what "whichever call fails" covered.
+class failed_calls {
+public:
+    bool add(const io_fault_at& fault);          // after a run; false: no call failed in it
+    [[nodiscard]] std::string in_order() const;  // "open seek read seek read"
+    [[nodiscard]] std::string kinds() const;     // each once, as io_call lists them
+    [[nodiscard]] size_t count(io_call kind) const;
+
+private:
+    std::vector<io_call> calls_;
 };

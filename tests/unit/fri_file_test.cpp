@@ -43,8 +43,7 @@ TEST(fri_file, a_new_index_has_its_full_length_every_extent_free_and_the_old_uui
     scratch_dir dir;
     const std::string path = dir.file("EP_FRI");
     const auto before = static_cast<uint32_t>(time(nullptr));
-    ASSERT_EQ(create_fri(path.c_str(), pool.tbl_file.path()),
-              0);  // a table has a uuid too
+    ASSERT_EQ(create_fri(path.c_str(), pool.tbl_file.path()), 0);  // a table has a uuid too
     ASSERT_EQ(save_fri(), 0);
     close_fri();
 

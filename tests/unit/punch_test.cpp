@@ -87,8 +87,7 @@ TEST_F(punch, frees_the_free_extents_of_the_range_and_leaves_their_neighbours) {
     EXPECT_EQ(text_,
               "TARN_INFO: There are '1' DAT files\n"
               "TARN_INFO: Success to punch 2/2 (Success/Planned), lpa from '1' to '5'\n");
-    EXPECT_LE(allocated(),
-              before - 2 * 1048576 + 65536);  // metadata of the file system
+    EXPECT_LE(allocated(), before - 2 * 1048576 + 65536);  // metadata of the file system
     EXPECT_GE(allocated(), before - 2 * 1048576);
     EXPECT_EQ(size(), 7 * 1048576);
     EXPECT_TRUE(extent_is(1, 0));

@@ -257,6 +257,8 @@ TEST_F(status_commands, after_a_clean_shutdown_the_volumes_are_only_checked) {
 // Whichever write or sync fails: either the replay is reported as failed, or all of it is on the
 // disk. The journal is deleted only in the second case.
 TEST_F(status_commands, a_journal_is_never_removed_after_a_write_or_sync_that_failed) {
+    failed_calls failed;
+    bool removed = false;
     for (uint64_t n = 1;; n++) {
         ASSERT_LT(n, 1000u);
         make_sample_volume(volumes_.volume(1), 0x11);
@@ -265,15 +267,18 @@ TEST_F(status_commands, a_journal_is_never_removed_after_a_write_or_sync_that_fa
         keep_journal_forget();
         io_fault_at fault(n, EIO, {io_call::write, io_call::sync});
         const int result = replay();
-        if (!fault.fired()) {
+        if (!failed.add(fault)) {
             EXPECT_EQ(result, 0);
             EXPECT_FALSE(file_exists(jnl_));
-            EXPECT_EQ(n, 5u);  // a write, the syncs of table, volume and journal directory
+            // The table's entry; the table, the volume and the journal's directory.
+            EXPECT_EQ(failed.in_order(), "write sync sync sync");
+            EXPECT_TRUE(removed) << "by the run whose last sync failed";
             break;
         }
         EXPECT_EQ(result, -1) << n;
-        if (n == 4) {  // the journal is gone, and may come back after a power failure
-            EXPECT_FALSE(file_exists(jnl_));
+        EXPECT_FALSE(removed) << "nothing is written or synced after the journal's directory";
+        removed = !file_exists(jnl_);
+        if (removed) {  // the journal is gone, and may come back after a power failure
             EXPECT_EQ(log_.last(), "ERR: vaai_startup_replay(#) Journal " + jnl_ +
                                        " is removed, Fail to sync its directory: "
                                        "Input/output error\n");
