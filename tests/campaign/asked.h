@@ -1,4 +1,4 @@
-// Which runs of a campaign are asked for, and what came of them. Below: the system.
+// Which runs of a campaign are requested, and their results. Below: the system.
 // Above: the drivers of the campaigns.
 #pragma once
 
@@ -8,7 +8,7 @@
 
 struct seed_range {
     uint64_t first;
-    uint64_t count;  // 0: none asked for
+    uint64_t count;  // 0: none requested
 };
 // From the environment: TARN_CAMPAIGN_SEEDS="FIRST COUNT".
 seed_range asked_seeds();

@@ -1,4 +1,4 @@
-// How often start-up replay asks the system for what costs: opens and syncs, on four volumes with
+// How many expensive system calls start-up replay makes: opens and syncs, on four volumes with
 // about 500 maps each.
 #include <gtest/gtest.h>
 

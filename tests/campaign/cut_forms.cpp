@@ -37,7 +37,7 @@ static std::string verify(const cut_case& cut, const std::string& words) {
 
 // ---- the journal's replay
 
-// The volumes hold what they ought to; the journal may be there.
+// The volumes are as expected; the journal may be there.
 static std::string verify_recovered(const cut_case& cut) {
     return cut.checked && tree_of(cut.shop->bench()) == *cut.after &&
                    !is_on_bench(cut, "journal/EP_JNL")
@@ -68,7 +68,7 @@ static std::string judge_rpvjnl(const cut_case& cut) {
 
 static std::string judge_onekeycheck(const cut_case& cut) {
     std::string wrong;
-    do {  // a work directory that is left is removed by a run that fails
+    do {  // a run that finds an old work directory removes it and fails
         const bool left =
             is_on_bench(cut, "volume1/@EP_CHK") || is_on_bench(cut, "volume2/@EP_CHK");
         wrong = run_again(cut, cut.words);
@@ -85,7 +85,7 @@ static std::string backup_of(const char* live) {
     return std::string(live) + ".bkp";
 }
 
-// Whether the bench holds what the undisturbed run leaves, which was checked; kept files aside.
+// Whether the bench holds what the undisturbed run leaves, which was checked, kept files ignored.
 static bool is_as_after(const cut_case& cut, tree_lines now) {
     tree_lines after = *cut.after;
     for (tree_lines* tree : {&now, &after}) {
@@ -111,7 +111,7 @@ static std::string check_pair(const cut_case& cut) {
     return verify(cut, " --rebuilt");
 }
 
-// An old work directory is removed by a run that fails; the next one then passes.
+// A run that finds an old work directory removes it and fails; the next one then passes.
 static std::string run_up_to_twice(const cut_case& cut, bool may_fail_once) {
     std::string wrong = run_again(cut, cut.words);
     if (!wrong.empty() && may_fail_once) {
@@ -147,7 +147,7 @@ static std::string missing_live(const cut_case& cut, const tree_lines& now) {
     return "";
 }
 
-// The originals, as they were when the swap began; where there was none, there is nothing to keep.
+// The originals, as they were when the swap began; without an original there is nothing to keep.
 static std::string lost_original(const cut_case& cut, const tree_lines& now) {
     for (const char* live : {TABLE, INDEX}) {
         if (cut.before->count(live) != 0 && !as_after(cut, now, backup_of(live))) {

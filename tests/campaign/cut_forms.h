@@ -1,5 +1,5 @@
-// The commands that are cut, and what has to hold after any cut. Below: workshop.h, samples.h.
-// Above: the driver of the cuts.
+// The commands that are interrupted, and what must hold after any cut. Below: workshop.h,
+// samples.h. Above: the driver of the cuts.
 #pragma once
 
 #include <map>
@@ -15,7 +15,7 @@ struct cut_case {
     const workshop* shop;
     std::string words;         // the command
     const tree_lines* before;  // the sample
-    const tree_lines* after;   // what the command makes of it when nothing is cut
+    const tree_lines* after;   // what the command makes of it without a cut
     bool checked;              // `after` is known to be right
     bool finished;             // the run had ended with success before the power failed
 };
@@ -24,9 +24,9 @@ struct cut_form {
     const char* name;
     sample_kind sample;
     const char* words;
-    // Runs the command again, and whatever else it takes. "", or what is wrong.
+    // Runs the command again, and the other runs that recovery needs. Returns "" or what is wrong.
     std::string (*judge)(const cut_case& cut);
-    // Whether the run that follows on this state may be cut as well.
+    // Whether the next run on this state may be cut too.
     bool (*goes_on)(const cut_case& cut);
 };
 std::span<const cut_form> cut_forms();

@@ -1,4 +1,4 @@
-// The judges of cuts, on states that no cut ought to leave.
+// The judges of cuts, on states that no cut may leave.
 #include "campaign/cut_forms.h"
 
 #include <filesystem>
@@ -38,7 +38,7 @@ protected:
     tree_lines after_;
 };
 
-TEST_F(spoiled_state, a_replay_that_is_done_is_right_and_its_old_journal_is_not) {
+TEST_F(spoiled_state, a_finished_replay_passes_and_its_old_journal_does_not) {
     run("startup-replay", sample_kind::crashed);
     EXPECT_EQ(judge(true), "");
     fs::copy(sample_ + "/journal/EP_JNL", at("journal/EP_JNL"));
@@ -61,7 +61,7 @@ TEST_F(spoiled_state, a_repair_without_a_live_file_is_found) {
     EXPECT_EQ(judge(false), "no live volume1/@EP/EP_FRI");
 }
 
-TEST_F(spoiled_state, a_repair_of_one_file_of_the_two_is_found) {
+TEST_F(spoiled_state, a_repair_of_only_one_of_the_two_files_is_found) {
     run("onekeyrepair", sample_kind::lone);
     fs::rename(at("volume1/@EP/EP_FRI.bkp"), at("volume1/@EP/EP_FRI"));
     EXPECT_EQ(judge(true), "a repair that succeeded is not on the disk");
@@ -72,7 +72,7 @@ TEST_F(spoiled_state, a_rebuild_that_left_one_file_is_found) {
     run("reconstruct", sample_kind::noisy);
     fs::remove(at("volume1/@EP_FIX/EP_TBL"));
     EXPECT_EQ(judge(true), "a rebuild that succeeded is not on the disk");
-    EXPECT_EQ(judge(false), "");  // the next run but one rebuilds it
+    EXPECT_EQ(judge(false), "");  // the second run after this one rebuilds it
 }
 
 TEST_F(spoiled_state, a_rebuild_that_touched_a_live_file_is_found) {

@@ -1,5 +1,5 @@
-// Recoveries and repairs that the power stops anywhere, with anything lost that was not synced: the
-// next run comes to what the first one would have come to.
+// Recoveries and repairs during which the power fails anywhere, with any unsynced change lost: the
+// next run reaches the result that the first one would have reached.
 #include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@
 #include "system/support/tree.h"
 
 static constexpr uint64_t CUTS_A_FORM = 10;    // seeds that follow each other and share a form
-static constexpr uint64_t TURNS_A_SAMPLE = 2;  // all forms so many times, then other samples
+static constexpr uint64_t TURNS_A_SAMPLE = 2;  // all forms this many times, then other samples
 
 // A command on one sample, recorded to its end.
 struct recorded {
@@ -50,7 +50,7 @@ cut_case cut_driver::case_of(bool checked, bool finished) const {
     return {&shop_, first_.form->words, &first_.before, &first_.after, checked, finished};
 }
 
-// Runs the command on what is on the bench. `run->before` is a copy of that already.
+// Runs the command on the files on the bench; `run->before` is already a copy of them.
 program_run cut_driver::run_recorded(cut_run* run) const {
     run->root = shop_.bench();
     run->files = identities_of(shop_.bench());
@@ -60,7 +60,7 @@ program_run cut_driver::run_recorded(cut_run* run) const {
     return got;
 }
 
-// False: the sample is one that even an undisturbed run does not make sound.
+// Returns false if even an undisturbed run does not repair the sample.
 bool cut_driver::record(const cut_form* form, uint64_t sample_seed) {
     const sample& made = samples_.get(form->sample, sample_seed);
     first_ = {form, sample_seed, tree_of(made.tree), {}, {}};
@@ -84,7 +84,7 @@ void cut_driver::prepare(uint64_t seed) {
     }
 }
 
-// An operation that is no write is rare, and often the one that matters.
+// An operation that is not a write is rare, and often the one that matters.
 static size_t choose_moment(const std::vector<operation>& operations, dice* rolls) {
     const size_t end = operations.size();
     std::vector<size_t> rare;
@@ -100,7 +100,7 @@ static size_t choose_moment(const std::vector<operation>& operations, dice* roll
                                               : rare[rolls->below(rare.size())] + rolls->below(2);
 }
 
-// Puts the state after a cut on the bench; what was chosen, in words.
+// Puts the state after a cut on the bench; returns the choice in words.
 std::string cut_driver::cut(const cut_run& run, dice* rolls, size_t* at) const {
     *at = choose_moment(run.operations, rolls);
     disk_past past = past_of(run, *at);
@@ -145,7 +145,7 @@ class cuts : public testing::TestWithParam<uint64_t> {};
 
 static constexpr uint64_t CUTS_A_TEST = 2 * CUTS_A_FORM;
 
-TEST_P(cuts, are_made_good_by_the_next_run) {
+TEST_P(cuts, are_repaired_by_the_next_run) {
     run_all({GetParam(), CUTS_A_TEST});
 }
 
@@ -170,8 +170,8 @@ static tree_lines without_times(tree_lines tree) {
     return tree;
 }
 
-// The recording and what is built from it hold nothing back: a run that is killed leaves what the
-// state with nothing lost says.
+// The recording and the states built from it are complete: a run that is killed leaves what the
+// state with nothing lost holds.
 TEST(cut_campaign, a_state_with_nothing_lost_is_what_a_killed_run_leaves) {
     const workshop shop;
     sample_store samples(shop);

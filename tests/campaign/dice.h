@@ -1,4 +1,4 @@
-// What is left to chance in a campaign: the seed of a run decides all of it. Below: nothing.
+// The random choices of a campaign: the seed of a run decides all of them. Below: nothing.
 #pragma once
 
 #include <cstddef>

@@ -123,7 +123,7 @@ static bool rename_file(name_map* names, const name_change& change) {
         return false;
     }
     const node_ref file = from->second;
-    if (to == names->end() || to->second != file) {  // of two names of one file both stay
+    if (to == names->end() || to->second != file) {  // if both are names of one file, both stay
         names->erase(from);
         (*names)[change.other] = file;
     }
@@ -155,7 +155,7 @@ bool change_name(name_map* names, const name_change& change) {
 }
 
 void remove_tree(name_map* names, const std::map<std::string, bool>& removed) {
-    for (auto name = removed.rbegin(); name != removed.rend(); ++name) {  // what is below first
+    for (auto name = removed.rbegin(); name != removed.rend(); ++name) {  // leaves first
         const auto next = names->upper_bound(name->first);
         const bool empty = next == names->end() || !is_below(next->first, name->first);
         if (name->second && empty) {
@@ -175,7 +175,7 @@ static std::map<std::string, bool> names_below(const name_map& names,
     return found;
 }
 
-// The change is certain, and so is what gave the file its old name, directory included.
+// The change is durable, and so is the one that gave the file its old name, directory included.
 static void cover_change(disk_past* past, size_t index, bool with_directory) {
     name_change& change = past->changes[index];
     change.covered = true;

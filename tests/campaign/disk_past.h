@@ -1,5 +1,5 @@
 // What a recorded run did to the files of a tree up to some moment: every value that each block,
-// size, permission and name has had, and how much of it a sync made certain. The rules are in
+// size, permission and name has had, and how much of it a sync made durable. The rules are in
 // power_cut.h. Below: recording.h. Above: power_cut.cpp.
 #pragma once
 
@@ -27,8 +27,8 @@ template <class Value>
 struct history {
     std::vector<size_t> changes;
     std::vector<Value> values;
-    size_t covered = 0;  // so many of them are certain
-    size_t kept = 0;     // so many of them are on the disk; set by whoever decides
+    size_t covered = 0;  // this many of them are durable
+    size_t kept = 0;     // this many of them are on the disk; set by the caller's decision
 
     void add(size_t op, const Value& value) {
         changes.push_back(op);
@@ -43,7 +43,7 @@ struct history {
     }
 };
 
-// A file or directory, whatever its names are.
+// A file or directory, independent of its names.
 struct disk_node {
     disk_node() = default;
     ~disk_node();
@@ -73,7 +73,7 @@ struct name_change {
     node_ref made;      // by a create or mkdir
     size_t needs;       // the change that gave the file the name `path`, or NO_CHANGE
     bool covered;
-    bool kept;                            // set by whoever decides
+    bool kept;                            // set by the caller's decision
     std::map<std::string, bool> removed;  // of a tree: its names, and which of them are gone
 };
 
@@ -86,10 +86,10 @@ struct disk_past {
     std::map<std::string, size_t> makers;  // name -> the change that made it
 };
 
-// Everything before operation `at` of the run (operations.size(): to its end). What cannot be made
-// sense of fails the test.
+// Everything before operation `at` of the run (operations.size(): to its end). A recording that
+// makes no sense fails the test.
 disk_past past_of(const cut_run& run, size_t at);
-// Makes one change of a name. False when there is nothing to change.
+// Makes one change of a name. Returns false if there is nothing to change.
 bool change_name(name_map* names, const name_change& change);
 // Removes, from the leaves on, the names of the tree that are marked so and have nothing below
 // them.

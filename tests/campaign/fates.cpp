@@ -2,7 +2,7 @@
 
 #include <functional>
 
-// A number below 100 that belongs to a loose end, or to a file.
+// A number below 100, always the same for a loose end or a file.
 static uint64_t lot(uint64_t seed, uint64_t number) {
     return dice(seed ^ (number * 0xD1342543DE82EF95)).below(100);
 }
@@ -24,7 +24,7 @@ static fate keep_by_file(uint64_t seed) {
     };
 }
 
-// A disk that writes in order: all before one moment.
+// A disk that writes in order: everything before one moment is kept.
 static fate keep_up_to(size_t op) {
     return [=](const loose_end& end) {
         size_t kept = 0;

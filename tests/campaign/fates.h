@@ -1,4 +1,4 @@
-// Ways in which a power failure may strike: what is lost of that which no sync covers.
+// Kinds of power failure: which of the unsynced changes are lost.
 // Below: power_cut.h, dice.h. Above: the driver of the cuts.
 #pragma once
 
@@ -12,5 +12,5 @@ struct named_fate {
     std::string name;
     fate decide;
 };
-// One of them, by chance. It answers the same however often it is asked.
+// Chooses one of them at random. It gives the same answer every time.
 named_fate choose_fate(dice* rolls, const std::vector<loose_end>& ends);

@@ -16,7 +16,7 @@ static bool ends_with(const std::string& text, const std::string& end) {
            text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
-// The journal is gone and its directory may bring it back: the run says so, and fails.
+// The journal is gone and may come back with its unsynced directory: the run logs that and fails.
 static bool only_journal_may_return(const observed& got) {
     return got.run.status != 0 && got.run.hit.rfind("sync ", 0) == 0 &&
            ends_with(got.run.hit, "/journal");

@@ -1,4 +1,4 @@
-// What a run under faults may not come to. Below: forms.h, program.h. Above: the driver.
+// What a run under faults must not do. Below: forms.h, program.h. Above: the driver.
 #pragma once
 
 #include <map>
@@ -7,13 +7,13 @@
 #include "campaign/forms.h"
 #include "campaign/program.h"
 
-// A run, and what it left.
+// A run, and the files that it left.
 struct observed {
     program_run run;
     std::map<std::string, std::string> tree;  // as tree_of
 };
 
-// What one run came to.
+// The result of one run.
 struct verdict {
     std::string result;  // "as undisturbed", "failed", "V1 ..." to "V4 ...", "known: ..."
     bool wrong;

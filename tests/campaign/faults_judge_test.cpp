@@ -26,17 +26,17 @@ protected:
     observed got_;
 };
 
-TEST_F(judged, a_run_that_comes_to_the_same_is_right) {
+TEST_F(judged, a_run_with_the_undisturbed_result_passes) {
     EXPECT_EQ(result(), "right: as undisturbed");
 }
 
-TEST_F(judged, a_run_that_fails_and_keeps_everything_is_right) {
+TEST_F(judged, a_run_that_fails_and_keeps_everything_passes) {
     got_.run.status = 255;
     got_.tree = BEFORE;
     EXPECT_EQ(result(), "right: failed");
 }
 
-TEST_F(judged, a_run_in_which_the_call_never_came_proves_nothing) {
+TEST_F(judged, a_run_that_never_made_the_call_proves_nothing) {
     got_.run.hit = "";
     EXPECT_EQ(result(), "wrong: the call was not reached");
 }
@@ -53,13 +53,13 @@ TEST_F(judged, a_journal_that_is_gone_with_a_wrong_result_is_found) {
     EXPECT_EQ(result(), "wrong: V1 the journal is gone and the result is wrong");
 }
 
-TEST_F(judged, the_last_sync_may_fail_when_the_journal_is_gone_and_the_run_says_so) {
+TEST_F(judged, the_last_sync_may_fail_after_the_journal_is_gone_if_the_run_reports_it) {
     got_.run.hit = "sync /w/journal";
     got_.run.status = 255;
     EXPECT_EQ(result(), "right: failed");
 }
 
-TEST_F(judged, a_live_file_that_is_gone_is_found_whatever_the_run_says) {
+TEST_F(judged, a_missing_live_file_is_found_whatever_the_run_reports) {
     got_.tree = BEFORE;
     got_.tree.erase("volume1/@EP/EP_FRI");
     got_.run.status = 255;
@@ -71,13 +71,13 @@ TEST_F(judged, success_with_wrong_files_is_found) {
     EXPECT_EQ(result(), "wrong: V3 success, and the files are wrong");
 }
 
-TEST_F(judged, success_with_another_output_is_found_where_the_output_counts) {
+TEST_F(judged, success_with_different_output_is_found_if_the_output_is_the_result) {
     got_.run.out = "other text";
     EXPECT_EQ(result(), "wrong: V3 success, and the output is wrong");
     EXPECT_EQ(result("startup-replay", PLAIN), "right: as undisturbed");
 }
 
-TEST_F(judged, success_where_there_is_none_is_found) {
+TEST_F(judged, success_is_wrong_if_the_undisturbed_run_fails) {
     undisturbed_.run.status = 255;
     EXPECT_EQ(result(), "wrong: V3 success, where the undisturbed run fails");
 }
@@ -94,7 +94,7 @@ TEST_F(judged, a_crash_a_hang_and_a_flood_are_found) {
     EXPECT_EQ(result(), "wrong: V4 does not end");
 }
 
-TEST_F(judged, a_display_may_fail_but_change_nothing) {
+TEST_F(judged, a_display_may_fail_but_must_change_nothing) {
     got_.run.out = "half of it";
     EXPECT_EQ(result("search tbl"), "right: known: a display that was reached counts as done");
     got_.tree["new"] = "file";

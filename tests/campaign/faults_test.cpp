@@ -1,5 +1,5 @@
-// Runs of every command in which one call to the system fails, or all from one on: no journal is
-// lost, no table, and no run succeeds whose result is wrong.
+// Runs of every command in which one system call fails, or all from one on: no journal and no table
+// is lost, and no run with a wrong result succeeds.
 #include <algorithm>
 #include <cerrno>
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@
 
 static constexpr uint64_t RUNS_A_TURN = 6;  // seeds that follow each other and share a form
 
-// The forms in their turns. All turns once, and there are other samples.
+// The forms in order of their turns. After each turn has come once, other samples are used.
 static const std::vector<const command_form*>& turns() {
     static const std::vector<const command_form*> all = [] {
         std::vector<const command_form*> list;
@@ -80,7 +80,7 @@ observed fault_driver::observe(const run_setup& setup) const {
     return seen;
 }
 
-// The undisturbed run, unless it is the one of the seed before.
+// The undisturbed run, unless it is that of the previous seed.
 void fault_driver::prepare(uint64_t seed) {
     const uint64_t turn = seed / RUNS_A_TURN;
     const command_form* form = turns()[turn % turns().size()];
@@ -116,7 +116,7 @@ std::string fault_driver::choose_fault(dice* rolls) const {
            errors[rolls->below(transfers ? 4 : 3)] + (rolls->percent(50) ? ":once" : ":forever");
 }
 
-// Whether table and maps of the first volume agree, whatever became of the journal.
+// Whether table and maps of the first volume agree, whether or not the journal is still there.
 bool fault_driver::table_is_sound() const {
     return shop_.run("--fullck --volpath {w}/volume1").status == 0;
 }
@@ -153,7 +153,7 @@ class faults : public testing::TestWithParam<uint64_t> {};
 static constexpr uint64_t TURNS_A_TEST = 10;
 static constexpr uint64_t RUNS_OF_A_TURN = 3;  // of each turn's, in the suite
 
-TEST_P(faults, lose_nothing_and_pass_for_no_success) {
+TEST_P(faults, lose_nothing_and_are_never_reported_as_success) {
     fault_driver driver;
     const uint64_t end = std::min<uint64_t>(GetParam() + TURNS_A_TEST, turns().size());
     for (uint64_t turn = GetParam(); turn < end; turn++) {

@@ -10,8 +10,8 @@
 constexpr int ANY = -1;
 constexpr unsigned PLAIN = 0;
 constexpr unsigned FIXED_SHIFT = 1;  // the configuration says how large an extent is
-constexpr unsigned OUTPUT = 2;       // what it prints is its result, or a part of it
-constexpr unsigned OFTEN = 4;        // has three turns for one of the others
+constexpr unsigned OUTPUT = 2;       // its output is its result or part of it
+constexpr unsigned OFTEN = 4;        // has three turns for each one of the others
 struct command_form {
     const char* name;
     sample_kind sample;

@@ -14,7 +14,7 @@
 
 namespace fs = std::filesystem;
 
-// Damage that only a copy mends, so that the page may stop.
+// Damage that only a copy repairs, so that the page may stop.
 static const std::set<std::string> NEEDS_A_COPY = {
     "map-header-bit",     "map-lost",     "map-old",
     "data-file-cut",      "pool-table",   "maps-swapped",
@@ -22,13 +22,13 @@ static const std::set<std::string> NEEDS_A_COPY = {
     "no copy map",        "far entry",    "far entry after a crash",
 };
 
-// What the rows on the way have announced.
+// What the rows followed so far have announced.
 struct announced {
     std::set<std::string> nodes;  // maps of which damaged nodes are lost
     std::set<std::string> cuts;   // maps that lose their end
-    bool journal = false;         // what the journal's last transactions held
-    bool unseen = false;          // what nothing can find without a list
-    bool old_map = false;         // what an old map has lost
+    bool journal = false;         // the loss of the journal's last transactions
+    bool unseen = false;          // losses that cannot be found without a list
+    bool old_map = false;         // the losses of an old map
     bool pools = false;           // a pool table that was not tested
     bool buffer = false;          // the unmap buffer is a new one
 };
@@ -53,7 +53,7 @@ static announced announced_by(const guide_walk& walk) {
     return all;
 }
 
-// What a LUN sees of an entry: that it is mapped, the row of its pool and the extent; or 0.
+// The part of an entry that a LUN sees: mapped, the row of its pool and the extent; or 0.
 static constexpr uint64_t ENTRY_MASK = MAP_MAPPED_BIT | (uint64_t{0xFFF} << 48) | MAP_LPA_MASK;
 
 static std::vector<uint64_t> entries_of(const std::string& path) {
@@ -71,7 +71,7 @@ static std::vector<uint64_t> entries_of(const std::string& path) {
     return entries;
 }
 
-// What the file holds from its pool table to its first entry: nothing ever changes it.
+// The bytes from the pool table to the first entry: nothing ever changes them.
 static std::string pool_table_of(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     std::string bytes(METADATA_DATA_OFFSET - MAP_POOL_TABLE_OFFSET, '\0');
@@ -102,8 +102,8 @@ static std::vector<std::string> maps_in(const std::string& root) {
     return maps;
 }
 
-// "", or the first entry that is wrong and that nobody announced; those that differ from the truth
-// are added to `entries_lost`. A journal that is lost leaves entries as the crash left them.
+// "", or the first entry that is wrong without an announcement; entries that differ from the truth
+// are added to `entries_lost`. Without the journal, entries stay as the crash left them.
 static std::string judge_map(const std::string& path, const announced& all,
                              const guide_server& server, size_t* entries_lost) {
     const std::vector<uint64_t> right = entries_of(server.right() + path);
@@ -137,7 +137,7 @@ static std::string judge_map(const std::string& path, const announced& all,
                                                                    : "";
 }
 
-// What nothing finds without a list, and what the page therefore announces to all who have none.
+// Losses that cannot be found without a list; the page announces them to operators without one.
 static bool is_announced_loss(const guide_server& server, const announced& all) {
     const auto& done = server.done();
     const bool unseen = done.contains("map-lost") || done.contains("maps-swapped") ||
@@ -147,7 +147,7 @@ static bool is_announced_loss(const guide_server& server, const announced& all) 
            (all.pools && done.contains("pool-table"));
 }
 
-// What stood in a work directory of the operator's own.
+// The files of a work directory that belonged to the operator.
 static bool has_notes(const std::string& volume) {
     return fs::exists(volume + "/@EP_FIX/notes") || fs::exists(volume + "/@EP_FIX.aside/notes");
 }
@@ -172,10 +172,10 @@ static std::string judge_done(const announced& all, const guide_trouble& trouble
         return "a loss is announced that cannot be";
     }
     if (trouble.situation == "work directory" && !has_notes(server->now() + "/volume1")) {
-        return "what stood in a work directory is gone";
+        return "the files of a work directory are gone";
     }
     if (trouble.known != knowledge::nothing && all.unseen) {
-        return "there is a list, and nobody looked at it";
+        return "there is a list, and it was not used";
     }
     if (fs::exists(server->now() + "/volume1/@EP_FIX.aside/swap")) {
         return "a repair that was cut was not finished";
@@ -198,7 +198,7 @@ static std::string judge_done(const announced& all, const guide_trouble& trouble
     if (!wrong.empty() || !exact) {
         return wrong;
     }
-    // The journal is no LUN's data: everything else is compared.
+    // The journal is not the data of any LUN: everything else is compared.
     fs::remove_all(server->now() + "/journal");
     fs::create_directory(server->now() + "/journal");
     if (fs::exists(server->right() + "/journal/EP_JNL")) {
@@ -208,7 +208,7 @@ static std::string judge_done(const announced& all, const guide_trouble& trouble
     return found.status == 0 ? "" : found.text.substr(0, found.text.find('\n'));
 }
 
-// Whether the operator's copies mend everything that is wrong.
+// Whether the operator's copies repair everything that is wrong.
 static bool has_what_it_needs(knowledge known, const std::set<std::string>& done) {
     static const std::set<std::string> by_old_copies = {"map-header-bit", "pool-table", "map-lost",
                                                         "no buffer", "no copy map"};
@@ -221,10 +221,10 @@ static bool has_what_it_needs(knowledge known, const std::set<std::string>& done
     });
 }
 
-// Index, table and maps as step 1 copied them, and how they were found.
+// Index, table and maps as step 1 copied them, and as they were before.
 static std::string judge_stop(const guide_trouble& trouble, guide_server* server) {
     const bool single = trouble.damage.size() + (trouble.situation.empty() ? 0 : 1) < 2;
-    bool needed = !single;  // two troubles may hide behind each other
+    bool needed = !single;  // each of two troubles may hide the other
     for (const std::string& damage : server->done()) {
         needed |= NEEDS_A_COPY.contains(damage);
     }

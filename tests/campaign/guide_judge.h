@@ -1,6 +1,6 @@
-// What became of the LUNs when the robot had followed the page, against the truth: nothing may be
-// lost that a row had not announced, and a page that says "stop" has written nothing that the
-// copies of step 1 do not take back. Below: guide_robot.h. Above: the drivers.
+// Compares the LUNs after the robot followed the page with the truth: every loss was announced by a
+// row, and a page that says "stop" has written nothing that the copies of step 1 cannot restore.
+// Below: guide_robot.h. Above: the drivers.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 #include "campaign/guide_server.h"
 
 struct verdict {
-    std::string wrong;    // in one line; empty: nothing
+    std::string wrong;    // in one line; empty if nothing is
     size_t entries_lost;  // of all maps, announced or not
 };
 verdict judge(const guide_walk& walk, const guide_trouble& trouble, guide_server* server);

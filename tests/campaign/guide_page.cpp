@@ -66,7 +66,7 @@ static void expect_complete(const guide& page) {
 guide read_guide(const std::string& text) {
     guide page;
     std::string step;
-    std::string* commands = nullptr;  // where the section's commands go
+    std::string* commands = nullptr;  // receives the section's commands
     bool fenced = false;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {

@@ -13,7 +13,7 @@ static std::regex expression_of(const std::string& pattern) {
     return std::regex(text);
 }
 
-// The path behind the last "== " above `position`.
+// The path after the last "== " before `position`.
 static std::string header_above(const std::string& seen, size_t position) {
     const size_t header = seen.rfind("== /", position);
     return header == std::string::npos

@@ -12,16 +12,16 @@
 struct guide_move {
     std::string step;
     const guide_row* row;  // of the page, which outlives it
-    std::string seen;      // what stood on terminal and log
+    std::string seen;      // the text on terminal and log
     std::string about;     // the volume or map that the row was about, may be empty
 };
 
 struct guide_walk {
     std::vector<guide_move> moves;
-    std::string end;  // "done", "stop", or what went wrong: no row, or no end
+    std::string end;  // "done", "stop", or the error: no row, or no end
 };
 
-// The index of the first row that fits, or the number of rows. `about` gets what it is about.
+// The index of the first row that matches, or the number of rows. `about` gets its volume or map.
 size_t find_row(const guide_step& step, const std::string& seen, std::string* about);
 
 guide_walk follow(const guide& page, guide_server* server);

@@ -1,5 +1,5 @@
-// Troubles that lead through every row of the repair page, and the rows that each is there for:
-// without one of them its walk comes to a worse end. Below: guide_server.h. Above: guide_test.cpp.
+// Troubles that lead through every row of the repair page, and the rows that each one tests:
+// without one of these rows its walk ends worse. Below: guide_server.h. Above: guide_test.cpp.
 #pragma once
 
 #include <string>

@@ -23,8 +23,8 @@ static constexpr const char* KINDS[] = {
 
 static const char* const LUN = "/volume1/@iSCSITrg/LUN_0/LUN_0_Extent_0";
 
-// A repair whose second file cannot be moved; what it took back is done again. So a power failure
-// leaves a volume between the two files.
+// A repair whose second file cannot be moved; the step that it undid is done again. A power failure
+// between the two files leaves a volume like this.
 static const char* const CUT_REPAIR =
     "mv $J $J.aside; mkdir /volume1/@EP/EP_FRI.bkp\n"
     "tarn --onekeyrepair --volpath /volume1\n"
@@ -84,7 +84,7 @@ guide_trouble trouble_of(uint64_t seed) {
                                  std::to_string(random.below(1000)));
     }
     trouble.situation = random_situation(&random, trouble.crash);
-    if (trouble.situation == "boot" && random.percent(60)) {  // which may hide this damage
+    if (trouble.situation == "boot" && random.percent(60)) {  // it may hide this damage
         trouble.damage = {"map-node-bit --volume 1 --seed " + std::to_string(random.below(1000))};
     }
     return trouble;
@@ -116,7 +116,7 @@ guide_server::guide_server(const guide_trouble& trouble, const guide& page)
     server_.set("OLD", "/scratch/old");
     server_.set("FRESH", fresh);
     copy_as_operator(page);
-    // What ought to come out: after a crash what the replay makes of the undamaged sample.
+    // The expected result: after a crash, what the replay makes of the undamaged sample.
     keep_tree(server_, found());
     (void)server_.run(trouble.crash ? "tarn --startup-replay" : "true");
     keep_tree(server_, right());
@@ -137,12 +137,12 @@ guide_server::~guide_server() = default;
 
 void guide_server::damage(const std::string& words) {
     const ran result = tarn_lab("damage " + now() + " " + words);
-    if (result.status == 0) {  // else nothing suited
+    if (result.status == 0) {  // otherwise there was nothing to damage
         done_.insert(words.substr(0, words.find(' ')));
     }
 }
 
-// An old copy has the right header, and a count of its time.
+// An old copy has the right header and an old count.
 void guide_server::copy_as_operator(const guide& page) {
     if (trouble_.known == knowledge::nothing) {
         return;
@@ -160,7 +160,7 @@ void guide_server::copy_as_operator(const guide& page) {
     }
 }
 
-// The first mapped entry of a map names an extent behind all data files, under a right checksum.
+// The first mapped entry of a map names an extent after all data files; its checksum is right.
 static void send_entry_far(const std::string& map) {
     std::fstream file(map, std::ios::in | std::ios::out | std::ios::binary);
     data_node node{};

@@ -1,5 +1,5 @@
 // A server in trouble for the robot: a sample of tarn-lab, crashed or not, with random damages and
-// situations, and what its operator has: nothing, a list, copies. It keeps the truth.
+// situations, and the operator's means: nothing, a list, copies. It keeps the truth.
 // Below: damaged_server.h, guide_page.h, dice.h. Above: guide_robot.h, guide_judge.h.
 #pragma once
 
@@ -28,8 +28,8 @@ std::string in_words(const guide_trouble& trouble);
 // A situation that a trouble may name.
 struct guide_situation {
     const char* name;
-    bool after_crash;   // only then; else only after a clean shutdown
-    const char* begin;  // commands of root that bring it about
+    bool after_crash;   // only after a crash; otherwise only after a clean shutdown
+    const char* begin;  // commands of root that cause it
     const char* end;    // commands that end it, "" when only the page's own rows can
 };
 const std::vector<guide_situation>& guide_situations();
@@ -42,19 +42,19 @@ public:
     guide_server(const guide_server&) = delete;
     guide_server& operator=(const guide_server&) = delete;
 
-    // Types the commands into the operator's shell, whose variables and functions last. Returns
-    // what stands on the terminal, and below it what stands in the log.
+    // Types the commands into the operator's shell, which keeps its variables and functions.
+    // Returns the text of the terminal followed by that of the log.
     std::string type(const std::string& commands);
     void set(const std::string& name, const std::string& value);
-    void mend();  // ends the situation, as an operator would
+    void mend();  // ends the situation like an operator would
 
-    // Directories: everything as it is now; as the trouble left it; as it ought to be.
+    // Directories: everything as it is now; as the trouble left it; as it should be.
     [[nodiscard]] std::string now() const { return server_.top(); }
     [[nodiscard]] std::string found() const { return kept_.file("found"); }
     [[nodiscard]] std::string right() const { return kept_.file("right"); }
-    // The directory of step 1 outside; below it stand copies as "/volume1/...".
+    // The directory of step 1 outside; copies are below it as "/volume1/...".
     [[nodiscard]] std::string keep() const { return server_.file("/scratch/keep/before"); }
-    // What tarn-lab said of each damage that it did.
+    // What tarn-lab reported about each damage.
     [[nodiscard]] const std::set<std::string>& done() const { return done_; }
 
 private:
@@ -66,5 +66,5 @@ private:
     damaged_server server_;
     scratch_dir kept_;
     std::set<std::string> done_;
-    const guide_situation* situation_ = nullptr;  // none, or it was mended
+    const guide_situation* situation_ = nullptr;  // null: there was none, or it has ended
 };

@@ -43,8 +43,8 @@ static judged_walk walk_of(const guide_trouble& trouble, const guide& page) {
     return {std::move(walk), judged};
 }
 
-// Whether the trouble ends worse without that row: nowhere, wrong, with more entries lost, or with
-// "stop" where it could be mended.
+// Whether the trouble ends worse without that row: with no end, a wrong end, more entries lost, or
+// "stop" although a repair is possible.
 static bool is_needed(const guide_sample& sample, const judged_walk& whole, const guide& page,
                       const guide_move& move) {
     guide without = page;
@@ -61,7 +61,7 @@ static bool is_needed(const guide_sample& sample, const judged_walk& whole, cons
 
 class guide_row_of_the_page : public testing::TestWithParam<size_t> {};
 
-TEST_P(guide_row_of_the_page, leads_to_a_right_end_and_is_needed) {
+TEST_P(guide_row_of_the_page, leads_to_the_right_end_and_is_needed) {
     const guide page = read_guide_page();
     const guide_sample& sample = guide_samples()[GetParam()];
     const judged_walk whole = walk_of(sample.trouble, page);
@@ -123,7 +123,7 @@ TEST(guide_page, looks_at_everything_without_writing_anything) {
     EXPECT_EQ(files_of(server), before);
 }
 
-TEST(guide_page, takes_back_whatever_was_done_since_its_copies) {
+TEST(guide_page, restores_everything_changed_since_its_copies) {
     const guide page = read_guide_page();
     const guide_trouble trouble = {"--seed 5 --crash", true, knowledge::nothing, {}, ""};
     guide_server server(trouble, page);
@@ -142,7 +142,7 @@ TEST(guide_page, takes_back_whatever_was_done_since_its_copies) {
               tree_of(server.found() + "/journal").at("EP_JNL"));
 }
 
-TEST(guide_page, does_not_take_a_check_that_could_not_run_for_one_that_passed) {
+TEST(guide_page, does_not_mistake_a_check_that_could_not_run_for_one_that_passed) {
     const guide page = read_guide_page();
     const guide_trouble trouble = {"--seed 5", false, knowledge::nothing, {}, "no first data file"};
     guide_server server(trouble, page);
@@ -151,7 +151,7 @@ TEST(guide_page, does_not_take_a_check_that_could_not_run_for_one_that_passed) {
     EXPECT_EQ(seen.find("every volume was checked"), std::string::npos) << seen;
 }
 
-TEST(guide_page, brings_a_new_shell_what_the_repair_has_found_so_far) {
+TEST(guide_page, gives_a_new_shell_what_the_repair_has_found_so_far) {
     const guide page = read_guide_page();
     const guide_trouble trouble = {"--seed 5", false, knowledge::nothing, {"map-node-bit"}, ""};
     guide_server server(trouble, page);

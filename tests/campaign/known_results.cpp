@@ -6,7 +6,7 @@ static bool same_files(const observed& undisturbed, const observed& got) {
     return got.tree == undisturbed.tree;
 }
 
-// The work directory of a rebuild that is done stays, and nothing else differs.
+// The work directory of a finished rebuild stays, and nothing else differs.
 static bool only_work_dir_left(const observed& undisturbed, const observed& got) {
     std::map<std::string, std::string> rest = got.tree;
     for (auto at = rest.begin(); at != rest.end();) {
@@ -21,7 +21,7 @@ static bool replay_failed(const observed& /*undisturbed*/, const observed& got) 
     for (const std::string& line : got.run.log) {
         for (const char* name :
              {"replay_vol_journal(", "replay_fri_journal(", "replay_tbl_journal(",
-              "replay_map_journal(", "/@EP_FIX: "}) {  // whether a repair was cut is unknown
+              "replay_map_journal(", "/@EP_FIX: "}) {  // it is unknown whether a repair was cut
             if (line.find(name) != std::string::npos) {
                 return true;
             }

@@ -1,5 +1,5 @@
-// Results that stay as they are although a call to the system failed: each is documented, and
-// listed here with its reason. Below: faults_judge.h. Above: faults_judge.cpp.
+// Results that are accepted although a system call failed: each is documented, and listed here
+// with its reason. Below: faults_judge.h. Above: faults_judge.cpp.
 #pragma once
 
 #include <string>

@@ -11,7 +11,7 @@
 
 namespace fs = std::filesystem;
 
-// Asks about one loose end after the other; they are numbered alike however the answers are.
+// Asks about one loose end after another; their numbers do not depend on the answers.
 class asker {
 public:
     explicit asker(const fate& decide) : decide_(decide) {}

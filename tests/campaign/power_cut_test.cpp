@@ -1,4 +1,4 @@
-// What is certain and what may be missing after a power failure, on recordings made by hand.
+// What is durable and what may be missing after a power failure, on recordings made by hand.
 #include "campaign/power_cut.h"
 
 #include <algorithm>
@@ -98,14 +98,14 @@ TEST_F(cut_state, a_sync_of_one_file_covers_no_other) {
     EXPECT_EQ(bytes_at("v/d/a", 0, 1), "a");
 }
 
-TEST_F(cut_state, each_block_of_a_write_may_be_missing_alone) {
+TEST_F(cut_state, any_single_block_of_a_write_may_be_missing) {
     write(FILE_A, 0, 1024, 'x');
     EXPECT_EQ(ends().size(), 3u);  // the size and two blocks
     keep([](const loose_end& end) -> size_t { return end.index == 1 ? 0 : 1; });
     EXPECT_EQ(bytes_at("v/d/a", 511, 2), "ax");
     EXPECT_EQ(size_of("v/d/a"), 1024u);
     keep([](const loose_end& end) -> size_t { return end.index == 0 ? 0 : 1; });
-    EXPECT_EQ(size_of("v/d/a"), 512u);  // the disk does not know that the file has grown
+    EXPECT_EQ(size_of("v/d/a"), 512u);  // the growth of the file is not on the disk
     EXPECT_EQ(bytes_at("v/d/a", 511, 1), "x");
 }
 
@@ -155,7 +155,7 @@ TEST_F(cut_state, a_new_file_needs_the_sync_of_its_directory) {
     EXPECT_EQ(bytes_at("v/d/new", 0, 3), "nnn");
 }
 
-TEST_F(cut_state, a_name_that_is_certain_says_nothing_of_the_bytes) {
+TEST_F(cut_state, a_durable_name_does_not_make_the_bytes_durable) {
     add_on(op_kind::create, FILE_NEW, 0600, "v/d/new");
     write(FILE_NEW, 0, 3, 'n');
     add(op_kind::sync_directory, "v/d");
@@ -176,7 +176,7 @@ TEST_F(cut_state, a_rename_is_lost_or_kept_as_a_whole) {
     EXPECT_EQ(files(), (names{"v/d/b"}));
 }
 
-TEST_F(cut_state, a_rename_into_another_directory_is_certain_with_the_sync_of_that_one) {
+TEST_F(cut_state, a_rename_into_another_directory_is_durable_once_that_directory_is_synced) {
     add(op_kind::mkdir, "v/e");
     add_on(op_kind::create, FILE_NEW, 0600, "v/e/new");
     write(FILE_NEW, 0, 3, 'n');
@@ -193,7 +193,7 @@ TEST_F(cut_state, a_rename_into_another_directory_is_certain_with_the_sync_of_th
     EXPECT_EQ(bytes_at("v/d/a", 0, 1), "n");
 }
 
-TEST_F(cut_state, a_rename_whose_file_never_got_its_old_name_does_nothing) {
+TEST_F(cut_state, a_rename_of_a_file_that_never_got_its_old_name_does_nothing) {
     add(op_kind::rename, "v/d/a", "v/d/c");
     add(op_kind::rename, "v/d/c", "v/d/b");
     keep([](const loose_end& end) -> size_t { return end.index == 0 ? 0 : 1; });
@@ -210,7 +210,7 @@ TEST_F(cut_state, a_link_is_a_second_name_of_the_same_file) {
     EXPECT_EQ(files(), (names{"v/d/a", "v/d/b"}));
 }
 
-TEST_F(cut_state, a_link_that_takes_the_place_of_a_name_leaves_one_of_them_in_every_state) {
+TEST_F(cut_state, a_name_replaced_by_a_link_exists_in_every_state) {
     add(op_kind::link, "v/d/a", "v/d/b.new");
     add(op_kind::rename, "v/d/b.new", "v/d/b");
     for (const size_t kept : {0u, 1u, 2u, 3u}) {
@@ -243,7 +243,7 @@ TEST_F(cut_state, a_tree_may_be_removed_halfway) {
     keep_all();
     EXPECT_FALSE(fs::exists(place_.file("state/v/d")));
     keep([](const loose_end& end) -> size_t { return end.file != "v/d/b"; });
-    EXPECT_EQ(files(), (names{"v/d/b"}));  // what is not empty stays
+    EXPECT_EQ(files(), (names{"v/d/b"}));  // a directory that is not empty stays
     lose_all();
     EXPECT_EQ(files(), (names{"v/d/a", "v/d/b"}));
     add(op_kind::sync_directory, "v");
@@ -266,7 +266,7 @@ TEST_F(cut_state, a_sync_of_the_file_system_covers_all_of_it_and_no_other) {
     EXPECT_TRUE(ends().empty());
 }
 
-TEST_F(cut_state, an_earlier_cut_knows_nothing_of_what_follows) {
+TEST_F(cut_state, an_earlier_cut_ignores_later_operations) {
     write(FILE_A, 0, 1, 'x');
     add_on(op_kind::sync_file, FILE_A);
     add(op_kind::unlink, "v/d/a");

@@ -1,5 +1,5 @@
-// The preload library itself: it knows every call of the program on files, and a fault is injected
-// where it is said to be.
+// The preload library itself: it replaces every call of the program on files, and a fault is
+// injected at the call that it names.
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <sstream>
@@ -133,7 +133,7 @@ protected:
     sample_store samples_;
 };
 
-TEST_F(injected, the_call_of_that_number_fails_and_is_noted) {
+TEST_F(injected, the_nth_call_fails_and_is_recorded) {
     const std::string journal = shop_.bench() + "/journal/EP_JNL";
     const program_run undisturbed = run("--vaaick log", "");
     EXPECT_EQ(undisturbed.status, 0);
@@ -148,7 +148,7 @@ TEST_F(injected, the_call_of_that_number_fails_and_is_noted) {
     EXPECT_EQ(run("--vaaick log", "open:2:5:once").hit, "");
 }
 
-TEST_F(injected, a_fault_for_ever_fails_all_later_calls_too) {
+TEST_F(injected, a_permanent_fault_fails_all_later_calls_too) {
     const std::string words =
         "--freeck --fripath {w}/volume1/@EP/EP_FRI --tblpath "
         "{w}/volume1/@EP/EP_TBL";

@@ -61,7 +61,7 @@ static void set_unless_empty(const char* name, const std::string& value) {
     replace_descriptor(STDIN_FILENO, place + "/in", O_RDONLY);
     replace_descriptor(STDOUT_FILENO, place + "/out", O_WRONLY | O_CREAT | O_APPEND);
     replace_descriptor(STDERR_FILENO, "/dev/null", O_WRONLY);
-    alarm(SECONDS_MAX);  // stays over the exec, and its signal ends the program
+    alarm(SECONDS_MAX);  // survives the exec, and its signal ends the program
     execv(TARN_PROGRAM, argv.data());
     _exit(127);
 }

@@ -19,11 +19,11 @@ struct run_setup {
 
 struct program_run {
     int status;                                        // exit status, -1 when it did not exit
-    int signal;                                        // what ended it, 0: it exited
+    int signal;                                        // the one that ended it; 0: it exited
     bool hung;                                         // it did not end within 20 seconds
     std::string out;                                   // standard output
     std::vector<std::string> log;                      // lines for the system log
-    std::array<unsigned long long, CALL_KINDS> calls;  // all 0 unless it exited
+    std::array<unsigned long long, CALL_KINDS> calls;  // all 0 if it did not exit
     std::string hit;  // "KIND PATH" of the call that failed first, empty: none did
 };
 

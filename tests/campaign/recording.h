@@ -1,4 +1,4 @@
-// A recording: what a run changed, operation by operation, with all that is needed to do it again.
+// A recording: what a run changed, operation by operation, with all that is needed to replay it.
 // The preload library writes it, power_cut.h builds states of the disk from it.
 // Below: nothing. Above: both of them.
 #pragma once
@@ -32,7 +32,7 @@ struct op_head {
     uint32_t path_length;
     uint32_t other_length;
     uint32_t bytes_length;
-    uint64_t device;  // these two: the file, where it is one that was open
+    uint64_t device;  // these two: the file, if it was open
     uint64_t inode;
     uint64_t number;
 };

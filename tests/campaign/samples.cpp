@@ -44,7 +44,7 @@ static std::string damage_map(const std::string& tree, const std::string& kind, 
     }
 }
 
-// A crash that a replay has to make good: one that it refuses, or that lost nothing, does not suit.
+// A crash that needs a replay: one that it refuses, or that lost nothing, is not used.
 static bool suits(const workshop& shop, const std::string& name, const std::string& words,
                   uint64_t seed) {
     const std::string size = "--luns 2 --extents 1200 --transactions 100 ";
@@ -115,7 +115,7 @@ static sample make_sample(const workshop& shop, sample_kind kind, uint64_t seed,
     return {tree, first_map(tree)};
 }
 
-// Samples of other seeds make room: a campaign goes from seed to seed.
+// Samples of other seeds are removed: a campaign goes from seed to seed.
 void sample_store::forget_old(uint64_t seed) {
     for (auto at = samples_.begin(); at != samples_.end();) {
         if (at->first.second != seed) {

@@ -10,7 +10,7 @@
 
 class workshop {
 public:
-    workshop();   // in memory where the machine has a file system there
+    workshop();   // in memory if the machine has a file system there
     ~workshop();  // removes everything
     workshop(const workshop&) = delete;
     workshop& operator=(const workshop&) = delete;

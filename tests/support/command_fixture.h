@@ -1,4 +1,4 @@
-// The commands as the command line gives them, over a volume that is whole.
+// Commands run from their command line, on a sound volume.
 #pragma once
 
 #include <cstring>
@@ -22,23 +22,13 @@ protected:
     std::string live(const std::string& name) const { return root() + "/@EP/" + name; }
     std::string lun() const { return root() + "/@iSCSITrg/LUN_Extent_1"; }
 
-    // Volume 1 is whole: a map of one extent, counted in the table, and a journal that records one
-    // change of each kind of file. Volume 2 is no volume.
+    // Volume 1 is sound: a map of one extent, counted in the table, and a journal that records one
+    // change of each kind of file. Volume 2 is not a volume.
     void put_files(uint32_t status) {
-        volumes_.reset();  // the old tree goes before the new one comes
+        volumes_.reset();  // removes the old tree before the new one is made
         volumes_ = std::make_unique<sample_volumes>();
         make_sample_volume(root(), 0x11);
-        make_dat(live("EP_DAT_00000"), 0x11, 0);
-        make_filled_map(lun(), 63, 1, {{0, 300}});
-        set_tbl_word(live("EP_TBL"), 300, 0x8001);
-        jnl_block index = {};
-        index.ej_header.jnl_entry_count = 1;
-        index.entry[0].type = FILE_TYPE_FRI;
-        memcpy(index.entry[0].uuid, uuid_of(0x11).data(), UUID_SIZE);
-        index.entry[0].fri.new_entry = {0, 0, 0x8FFF};  // 4095 free extents from extent 0 on
-        make_jnl(volumes_->journal(), status,
-                 {xcopy_block(uuid_of_number(1), 300, 0x8001),
-                  tbl_block(uuid_of(0x11), 300, 0x8001), index});
+        make_jnl(volumes_->journal(), status, put_mapped_lun(root(), 4095));
     }
     int run(const words& command) {
         opt_ctx = option_record{};
@@ -46,14 +36,14 @@ protected:
         const stdout_capture out;
         return run_command(run.count(), run.values());
     }
-    // With the paths of volume 1 behind it.
+    // The words followed by the paths of volume 1.
     words with_paths(words command) const {
         const words paths = {"--fripath", live("EP_FRI"), "--tblpath", live("EP_TBL"),
                              "--mappath", lun(),          "--volpath", root()};
         command.insert(command.end(), paths.begin(), paths.end());
         return command;
     }
-    // The forms that write; every one of them makes something that needs a sync.
+    // The forms that write; each of them makes a change that needs a sync.
     std::vector<words> writing_commands() const {
         const std::string made = root() + "/made";
         const std::string journal = volumes_->journal();

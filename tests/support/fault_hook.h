@@ -1,5 +1,5 @@
-// Hooks at the seam, several at a time: the first one that was set is asked first, and a call that
-// it makes fail is shown to none of the others.
+// Hooks at the system calls, several at a time: the first one that was set is asked first, and the
+// others do not see a call that it makes fail.
 #pragma once
 
 #include <algorithm>
@@ -8,7 +8,7 @@
 
 #include "store/descriptor.h"
 
-// Alive: `hook` is asked about every call. Hooks end in the reverse order of their beginning.
+// Alive: `hook` is asked about every call. Hooks end in the reverse order in which they began.
 class fault_hook {
 public:
     explicit fault_hook(io_fault_hook hook) {

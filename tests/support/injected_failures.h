@@ -1,4 +1,4 @@
-// How many failing calls a test tries on each procedure: a few, or more of them by hand.
+// How many failing calls a test tries on each procedure: a few, or more if the environment says so.
 #pragma once
 
 #include <cstdint>

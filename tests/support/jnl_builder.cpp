@@ -137,7 +137,7 @@ void journalled_files::open_in_handle_set() const {
     EXPECT_EQ(load_as_handle(map_path.c_str()), 0);
 }
 
-// The lines of sixteen bytes that are not all zero, each behind its offset.
+// The lines of sixteen bytes that are not all zero, each after its offset.
 static std::string written_lines(const std::string& path, uint64_t offset, size_t len) {
     const std::string blank = hex_of(std::vector<uint8_t>(16, 0));
     std::string text;

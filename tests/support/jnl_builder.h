@@ -12,11 +12,11 @@
 // Uuids by their first byte; the others count up.
 constexpr uint8_t POOL = 0x00;
 constexpr uint8_t MAP = 0x40;
-constexpr uint8_t ELSEWHERE = 0xa0;  // no file of these has it
+constexpr uint8_t ELSEWHERE = 0xa0;  // none of these files has it
 uuid_bytes uuid_from(uint8_t first);
 
 constexpr uint64_t MAPPED = 0x8000000000000000;    // of a map entry
-constexpr uint64_t EMPTIED = 0x1000000000000000;   // what a move leaves behind: byte 7 is 10
+constexpr uint64_t EMPTIED = 0x1000000000000000;   // left in the source of a move: byte 7 is 10
 constexpr uint64_t FLAGGED = 0x5000000000000000;   // the same with the replay flag: byte 7 is 50
 constexpr uint16_t USED = 0x8000;                  // of a table entry
 constexpr uint64_t INIT_BIT = 0x8000000000000000;  // of an index entry

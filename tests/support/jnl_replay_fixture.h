@@ -1,4 +1,4 @@
-// What the tests of replay share: the files, a ring that begins at block 1, a run and its lines.
+// Shared by the tests of replay: the files, a ring that begins at block 1, a run and its lines.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@ protected:
     jnl_replay_fixture() { keep_journal_forget(); }
     ~jnl_replay_fixture() override { keep_journal_forget(); }
 
-    // Keeps the lines but those about the unwritten block where the history ends.
+    // Keeps all lines except those about the unwritten block where the history ends.
     int replay(int32_t type) {
         history_.load();
         log_.clear();
@@ -30,7 +30,7 @@ protected:
         }
         return result;
     }
-    // Runs a type that the newest block does not concern.
+    // Runs a type of file to which the newest block does not apply.
     void expect_untouched(int32_t type) {
         const std::string before = files_.all_bytes();
         EXPECT_EQ(replay(type), 0);

@@ -18,7 +18,7 @@ extern "C" void vsyslog(int priority, const char* format, va_list arguments) {
     }
 }
 
-// What a build with checked calls makes of the same call.
+// The name of the same call in a build with checked calls.
 extern "C" void checked_vsyslog(int priority, int, const char* format,
                                 va_list arguments) __asm__("__vsyslog_chk");
 void checked_vsyslog(int priority, int, const char* format, va_list arguments) {

@@ -20,7 +20,7 @@ public:
     void clear();
 };
 
-// The expected side: reads better in a failure's diff.
+// The expected side: easier to read in the diff of a failure.
 inline std::vector<std::string> log_lines(std::vector<std::string> lines) {
     return lines;
 }

@@ -1,5 +1,5 @@
-// The current map is closed under the code that scans it, entry by entry: between a node and the
-// node's first entry nothing else can go wrong, since the node is in memory by then.
+// Closes the current map during a scan, entry by entry: nothing else can fail between a node and
+// its first entry, since the node is in memory by then.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 #include "store/descriptor.h"
 #include "support/fault_hook.h"
 
-// Alive: the map is gone once its `nodes`-th node was read, or written. Afterwards it is open
+// Alive: the map is closed once its `nodes`-th node was read or written. At the end it is open
 // again.
 class lost_map {
 public:

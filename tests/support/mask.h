@@ -1,4 +1,4 @@
-// Line numbers in log lines are no promise: both kinds of log capture hide them the same way.
+// Line numbers in log lines may change: both kinds of log capture hide them the same way.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// A volume for the one-key procedures, and runs of both whose output is kept.
+// A volume for the one-key procedures, and runs of both that keep their output.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // A table and an index of one pool, open as the current ones, whose bytes a test lays out and reads
-// beside the code under test: offsets are worked out here, not by the formats' own helpers.
+// without the code under test: offsets are worked out here, not by the formats' own helpers.
 #pragma once
 
 #include <cstdint>

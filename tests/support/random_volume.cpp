@@ -36,7 +36,7 @@ static void put_stray_bits(std::vector<sample_entry>* entries, randomness& rando
     }
 }
 
-// Nodes one behind the other with a wrong checksum, and a file that ends inside a node.
+// Consecutive nodes with a wrong checksum, and a file that ends inside a node.
 static void put_damage_into_nodes(const std::string& path, uint64_t nodes, randomness& random) {
     if (one_in(random, 8)) {
         for (uint64_t node = below(random, nodes); node < nodes && !one_in(random, 6); node++) {
@@ -90,7 +90,7 @@ static void put_noise_into_table(const std::string& path, randomness& random) {
         set_tbl_word(path, below(random, RANDOM_GROUPS * TBL_GROUP_ENTRIES),
                      static_cast<uint16_t>(random()));
     }
-    if (one_in(random, 3)) {  // a count that is about to overflow, or nearly a byte
+    if (one_in(random, 3)) {  // a count near its largest value, or near that of a byte
         const uint16_t word = one_in(random, 2) ? 0x8FFF : 0x80FE;
         set_tbl_word(path, below(random, TBL_GROUP_ENTRIES), word);
     }

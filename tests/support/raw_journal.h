@@ -1,5 +1,5 @@
-// A journal whose bytes a test lays out by hand: the offsets stand in the test, not in the formats'
-// own records.
+// A journal whose bytes a test lays out by hand: the offsets are those of the test, not of the
+// formats' own records.
 #pragma once
 
 #include <cstdint>

@@ -119,6 +119,15 @@ void make_dat(const std::string& path, uint8_t uuid_byte, uint64_t extents) {
     }
 }
 
+std::vector<jnl_block> put_mapped_lun(const std::string& root, uint16_t free_count) {
+    make_dat(root + "/@EP/EP_DAT_00000", 0x11, 0);
+    make_filled_map(root + "/@iSCSITrg/LUN_Extent_1", 63, 1, {{0, 300}});
+    set_tbl_word(root + "/@EP/EP_TBL", 300, 0x8001);
+    const auto initialised = static_cast<uint16_t>(0x8000 | free_count);
+    return {xcopy_block(uuid_of_number(1), 300, 0x8001), tbl_block(uuid_of(0x11), 300, 0x8001),
+            fri_block(uuid_of(0x11), 0, 0, initialised)};
+}
+
 std::string progress_lines(unsigned first, unsigned last) {
     std::string lines;
     for (unsigned p = first; p <= last; p++) {

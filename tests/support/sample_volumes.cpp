@@ -231,6 +231,17 @@ jnl_block tbl_block(const uuid_bytes& table, uint64_t lpa, uint16_t tbl_word) {
     return block;
 }
 
+jnl_block fri_block(const uuid_bytes& index, uint64_t group, uint16_t before, uint16_t after) {
+    jnl_block block = {};
+    block.ej_header.jnl_entry_count = 1;
+    block.entry[0].type = FILE_TYPE_FRI;
+    memcpy(block.entry[0].uuid, index.data(), UUID_SIZE);
+    block.entry[0].fri.group_num = group;
+    block.entry[0].fri.old_entry.ef_count_attr = before;
+    block.entry[0].fri.new_entry.ef_count_attr = after;
+    return block;
+}
+
 uint16_t tbl_word_of(const std::string& path, uint64_t lpa) {
     return value_at<uint16_t>(path, (lpa / 252 + 2048) * 512 + lpa % 252 * 2);
 }

@@ -1,5 +1,5 @@
-// Two volumes, a space that is none, and a journal directory, as the platform is configured to
-// name them; and metadata files of a few entries to put there.
+// Two volumes, a space that is not a volume, and a journal directory, all named by the platform
+// configuration; and metadata files of a few entries to put there.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ public:
     sample_volumes& operator=(const sample_volumes&) = delete;
     [[nodiscard]] std::string root() const;
     [[nodiscard]] std::string volume(unsigned number) const;  // "<root>/volume<1 or 2>"
-    [[nodiscard]] std::string other() const;                  // enumerated, no volume
+    [[nodiscard]] std::string other() const;                  // enumerated, but not a volume
     [[nodiscard]] std::string journal() const;                // "<root>/journal/EP_JNL"
     // Each pause and resume of the service so far, a line each: the call, its service, its reason.
     [[nodiscard]] std::string service_calls() const;
@@ -41,8 +41,8 @@ void make_tbl(const std::string& path, const uuid_bytes& uuid);
 void make_fri(const std::string& path, const uuid_bytes& uuid, uint64_t free_count);
 // 126 unmapped entries; the only row of the pool table is `pool`.
 void make_map(const std::string& path, const uuid_bytes& uuid, const uuid_bytes& pool);
-// `blocks` from block 0 on, one transaction each, with ids 1, 2, ... and checksums of their own;
-// none: a journal that was never used. The ring has 64 blocks.
+// `blocks` from block 0 on, one transaction each, with ids 1, 2, ... and valid checksums; without
+// blocks: a journal that was never used. The ring has 64 blocks.
 void make_jnl(const std::string& path, uint32_t status, std::vector<jnl_block> blocks);
 uint32_t jnl_status_of(const std::string& path);
 
@@ -50,6 +50,8 @@ uint32_t jnl_status_of(const std::string& path);
 jnl_block xcopy_block(const uuid_bytes& destination, uint64_t lpa, uint16_t tbl_word);
 // A block that records one entry of a table.
 jnl_block tbl_block(const uuid_bytes& table, uint64_t lpa, uint16_t tbl_word);
+// A block that records one entry of an index: its count with the init bit, before and after.
+jnl_block fri_block(const uuid_bytes& index, uint64_t group, uint16_t before, uint16_t after);
 
 uint16_t tbl_word_of(const std::string& path, uint64_t lpa);
 uint64_t map_word_of(const std::string& path, uint64_t lea);

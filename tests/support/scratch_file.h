@@ -1,4 +1,4 @@
-// A file of its own for one test, removed at its end; and a directory of its own.
+// A temporary file and a temporary directory for one test, removed at its end.
 #pragma once
 
 #include <cstddef>
@@ -25,7 +25,7 @@ public:
     ~scratch_file();
     scratch_file(const scratch_file&) = delete;
     scratch_file& operator=(const scratch_file&) = delete;
-    [[nodiscard]] int fd() const { return fd_; }  // stays open; not the one that a loader opens
+    [[nodiscard]] int fd() const { return fd_; }  // stays open; a loader opens another one
     [[nodiscard]] const char* path() const { return path_.c_str(); }
     [[nodiscard]] uint64_t size() const;
     [[nodiscard]] std::vector<uint8_t> bytes(uint64_t offset, size_t len) const;  // zero-filled
@@ -48,7 +48,7 @@ private:
     int fd_;
 };
 
-// The same on any path. Short reads are filled with zero; a write creates the file.
+// The same for any path. Short reads are filled with zero; a write creates the file.
 std::vector<uint8_t> file_bytes(const std::string& path, uint64_t offset, size_t len);
 void write_file_bytes(const std::string& path, uint64_t offset, const void* bytes, size_t len);
 bool file_exists(const std::string& path);

@@ -1,4 +1,4 @@
-// Standard input of this process, for one test: what a pipe holds, then its end; or a terminal.
+// Standard input of this process, for one test: the bytes of a pipe, then its end; or a terminal.
 #pragma once
 
 #include <cstdio>
@@ -25,7 +25,7 @@ private:
     static void take(int fd) {
         dup2(fd, STDIN_FILENO);
         close(fd);
-        setvbuf(stdin, nullptr, _IONBF, 0);  // nothing is read ahead of the answer
+        setvbuf(stdin, nullptr, _IONBF, 0);  // nothing after the answer is read in advance
         clearerr(stdin);
     }
     int kept_;

@@ -14,9 +14,9 @@ stdout_capture::stdout_capture() {
 }
 
 stdout_capture::~stdout_capture() {
-    // What a failed expectation says is in here too.
-    const std::string told = testing::Test::HasFailure() ? text() : "";
-    fprintf(stderr, "%s", told.c_str());
+    // The message of a failed expectation is in here too.
+    const std::string captured = testing::Test::HasFailure() ? text() : "";
+    fprintf(stderr, "%s", captured.c_str());
     fflush(stdout);
     dup2(kept_, STDOUT_FILENO);
     close(kept_);

@@ -2,11 +2,13 @@
 // 11..., rebuilt ones of uuid 22... and 33....
 #pragma once
 
+#include <array>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/stat.h>
 
 #include "options.h"
+#include "support/begun_swap.h"
 #include "support/log_capture.h"
 #include "support/sample_maps.h"
 #include "support/sample_volumes.h"
@@ -22,9 +24,7 @@ class swap_fixture : public testing::Test {
 protected:
     swap_fixture() {
         make_sample_volume(root(), 0x11);
-        make_directories(root() + "/@EP_FIX");
-        make_tbl(fix("EP_TBL"), uuid_of(0x22));
-        make_fri(fix("EP_FRI"), uuid_of(0x33), 4096);
+        put_rebuilt_files(root(), 0x22, 0x33);
         snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", root().c_str());
         EXPECT_EQ(table_swap_form(&swap_, root().c_str()), 0);
         for (const char* name : {"EP_TBL", "EP_FRI"}) {
@@ -39,11 +39,23 @@ protected:
     int begin_and_finish() {
         return table_swap_begin(&swap_) == 0 && table_swap_finish(&swap_) == 0 ? 0 : -1;
     }
-    // As the next run of the program does.
+    // Like the next run of the program.
     int find_and_finish() {
         EXPECT_EQ(table_swap_form(&swap_, root().c_str()), 0);
         EXPECT_EQ(table_swap_find(&swap_), swap_found::marker);
         return table_swap_finish(&swap_);
+    }
+    // "TABLE BACKUP, INDEX BACKUP" of these four inodes: original, rebuilt, another or none.
+    std::string names_of(const std::array<uint64_t, 4>& inodes) const {
+        std::string text;
+        for (size_t i = 0; i < inodes.size(); i++) {
+            text += i == 0 ? "" : i == 2 ? ", " : " ";
+            text += inodes[i] == 0                  ? "none"
+                    : inodes[i] == original_[i / 2] ? "original"
+                    : inodes[i] == rebuilt_[i / 2]  ? "rebuilt"
+                                                    : "another";
+        }
+        return text;
     }
     void expect_swapped() const {
         EXPECT_EQ(inode_of(live("EP_TBL")), rebuilt_[0]);

@@ -39,7 +39,7 @@ TEST(command_line, advhelp_prints_50_lines_and_exits_0) {
     EXPECT_EQ(got.err, "");
 }
 
-TEST(command_line, a_single_dash_serves_as_two) {
+TEST(command_line, a_single_dash_works_like_two) {
     const sandbox box;
     EXPECT_EQ(box.run({"-help"}).out, box.run({"--help"}).out);
 }
@@ -68,7 +68,7 @@ TEST(command_line, only_the_first_option_is_the_command) {
               "tarn: unrecognized option '--nonsense'\n");
 }
 
-TEST(command_line, type_words_match_by_case_and_an_unknown_one_exits_255) {
+TEST(command_line, type_words_are_case_sensitive_and_an_unknown_one_exits_255) {
     const sandbox box;
     for (const char* command : {"--ckjnl", "--rpjnl", "--search", "--create", "--change-uuid"}) {
         for (const std::string word : {"FRI", "Tbl", "fr", ""}) {
@@ -82,7 +82,7 @@ TEST(command_line, type_words_match_by_case_and_an_unknown_one_exits_255) {
     }
 }
 
-TEST(command_line, each_type_word_table_knows_its_own_words_only) {
+TEST(command_line, each_type_word_table_accepts_only_its_own_words) {
     const sandbox box;
     for (const std::vector<std::string>& words :
          std::vector<std::vector<std::string>>{{"--ckjnl", "jnl"},
@@ -124,7 +124,7 @@ TEST(command_line, a_stray_word_stops_every_command_that_reads_options) {
     }
 }
 
-TEST(command_line, a_uuid_of_another_length_is_refused) {
+TEST(command_line, a_uuid_of_the_wrong_length_is_refused) {
     const sandbox box;
     for (const size_t length : {size_t{0}, size_t{31}, size_t{33}}) {
         const run_result got = box.run({"--freeck", "--uuid=" + std::string(length, 'a')});
@@ -133,7 +133,7 @@ TEST(command_line, a_uuid_of_another_length_is_refused) {
     }
 }
 
-TEST(command_line, a_uuid_of_other_characters_is_refused) {
+TEST(command_line, a_uuid_with_other_characters_is_refused) {
     const sandbox box;
     for (const char* last : {"G", "g", "-", "/", ":", "@", "`"}) {
         const run_result got = box.run({"--freeck", "--uuid", std::string(31, '0') + last});
@@ -142,7 +142,7 @@ TEST(command_line, a_uuid_of_other_characters_is_refused) {
     }
 }
 
-TEST(command_line, a_good_uuid_is_echoed_with_its_high_bytes_widened) {
+TEST(command_line, a_valid_uuid_is_echoed_with_its_high_bytes_sign_extended) {
     const sandbox box;
     const run_result got = box.run({"--freeck", "--uuid", "0001097f809AabFF1234567890aBcDeF"});
     EXPECT_EQ(first_line(got.out),
@@ -150,7 +150,7 @@ TEST(command_line, a_good_uuid_is_echoed_with_its_high_bytes_widened) {
               "12345678ffffff90ffffffabffffffcdffffffef]\n");
 }
 
-TEST(command_line, the_one_key_repair_asks_for_a_volume_without_a_line_end) {
+TEST(command_line, the_one_key_repair_asks_for_a_volume_without_a_newline) {
     const sandbox box;
     const run_result got = box.run({"--onekeyrepair"});
     EXPECT_EQ(got.status, 255);
@@ -190,6 +190,6 @@ TEST(command_line, the_one_key_check_stops_the_service_with_its_name_and_reason)
         "pause\niscsitrg\niSCSI service running checking maintainance procedures\n"
         "resume\niscsitrg\niSCSI service running checking maintainance procedures\n";
     const std::vector<uint8_t> written =
-        file_bytes(box.scratch() + "/notes", 0, notes.size() + 1);  // a zero behind the last
+        file_bytes(box.scratch() + "/notes", 0, notes.size() + 1);  // a zero after the last
     EXPECT_EQ(std::string(written.begin(), written.end()), notes + '\0');
 }

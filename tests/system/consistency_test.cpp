@@ -55,7 +55,7 @@ TEST_F(consistency, metack_of_a_sound_head_group_prints_its_walk_and_exits_0) {
     EXPECT_EQ(tree_of(box.volume(1)), before);
 }
 
-TEST_F(consistency, metack_of_another_count_exits_255) {
+TEST_F(consistency, metack_of_a_wrong_count_exits_255) {
     set_fri_word(fri, 0, 0x8004FFE000000001);
     const auto before = tree_of(box.volume(1));
     const run_result got = metack();
@@ -68,7 +68,7 @@ TEST_F(consistency, metack_of_another_count_exits_255) {
     EXPECT_EQ(tree_of(box.volume(1)), before);
 }
 
-TEST_F(consistency, metack_needs_every_file_the_journal_too) {
+TEST_F(consistency, metack_needs_every_file_including_the_journal) {
     const run_result journal = metack("/none");
     EXPECT_EQ(journal.status, 255);
     EXPECT_EQ(journal.out, "");
@@ -102,7 +102,7 @@ TEST_F(consistency, freeck_stops_at_a_group_whose_list_is_wrong) {
     EXPECT_EQ(got.log.back(), "ERR: check_freelist_consistent(#) FreeList IS IN-CONSISTENT\n");
 }
 
-TEST_F(consistency, freeck_reports_a_group_list_that_comes_back) {
+TEST_F(consistency, freeck_reports_a_group_list_that_loops) {
     set_fri_word(fri, 0, 0x8003FFE000000000);  // next: itself
     const run_result got = freeck();
     EXPECT_EQ(got.status, 255);
@@ -110,7 +110,7 @@ TEST_F(consistency, freeck_reports_a_group_list_that_comes_back) {
                               "ERR: check_freelist_consistent(#) FreeList IS IN-CONSISTENT\n"}));
 }
 
-TEST_F(consistency, freeck_names_the_file_that_does_not_load) {
+TEST_F(consistency, freeck_logs_the_file_that_does_not_load) {
     fs::remove(tbl);
     EXPECT_EQ(freeck().log.back(),
               "ERR: check_freelist_consistent(#) Fail to load TBL " + tbl1 + "\n");
@@ -120,7 +120,7 @@ TEST_F(consistency, freeck_names_the_file_that_does_not_load) {
     EXPECT_EQ(got.log.back(), "ERR: check_freelist_consistent(#) Fail to load FRI " + fri1 + "\n");
 }
 
-TEST_F(consistency, vaaifix_takes_in_lost_extents_and_links_them_ascending) {
+TEST_F(consistency, vaaifix_links_lost_extents_in_ascending_order) {
     set_tbl_word(tbl, 100, 0);  // free, on no list
     const run_result got = box.run({"--vaaifix", "--fripath", fri1, "--tblpath", tbl1});
     EXPECT_EQ(got.status, 0);
@@ -141,7 +141,7 @@ TEST_F(consistency, vaaifix_takes_in_lost_extents_and_links_them_ascending) {
     EXPECT_EQ(tree_of(box.volume(1)), repaired);
 }
 
-TEST_F(consistency, vaaifix_leaves_a_group_alone_whose_list_is_wrong) {
+TEST_F(consistency, vaaifix_skips_a_group_whose_list_is_wrong) {
     set_fri_word(fri, 0, 0x8004FFE000000001);
     const std::vector<uint8_t> block = node_bytes(fri, 0);
     const run_result got = box.run({"--vaaifix", "--fripath", fri1, "--tblpath", tbl1});
@@ -187,7 +187,7 @@ TEST_F(full_check, links_of_free_extents_are_not_compared) {
     EXPECT_EQ(tree_of(box.volume(1)), before);
 }
 
-TEST_F(full_check, the_first_difference_is_told_and_the_rebuilt_files_stay) {
+TEST_F(full_check, the_first_difference_is_reported_and_the_rebuilt_files_stay) {
     struct {
         uint16_t word;
         const char* line;
@@ -209,7 +209,7 @@ TEST_F(full_check, the_first_difference_is_told_and_the_rebuilt_files_stay) {
     }
 }
 
-TEST_F(full_check, an_extent_that_only_the_table_uses_is_told) {
+TEST_F(full_check, an_extent_that_only_the_table_uses_is_reported) {
     put_map({{0, 7}});
     set_tbl_word(tbl, 7, 0x8001);
     set_tbl_word(tbl, 4000, 0x8001);

@@ -1,6 +1,6 @@
 // Power failures: a sample volume is stopped anywhere, recovered by start-up replay, and compared
-// entry by entry with what it ought to hold; or it is one that start-up replay has to refuse, and
-// then nothing but the journal's status may have changed.
+// entry by entry with the expected one; or start-up replay must refuse it, and then nothing but the
+// journal's status may have changed.
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -60,7 +60,7 @@ TEST_P(power_failure, is_recovered_from_exactly_or_refused) {
 // 350 seeds in all.
 INSTANTIATE_TEST_SUITE_P(seeds_from, power_failure, testing::Range(1u, 351u, SEEDS_A_TEST));
 
-TEST(power_failure_model, a_sample_that_was_shut_down_cleanly_holds_what_it_ought_to) {
+TEST(power_failure_model, a_sample_that_was_shut_down_cleanly_is_as_expected) {
     const scratch_dir place;
     const std::string sample = place.file("sample");
     ASSERT_EQ(tarn_lab("make " + sample + " --seed 5").status, 0);

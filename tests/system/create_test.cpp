@@ -41,7 +41,7 @@ TEST_F(create_command, exits_255_even_when_the_new_table_was_written) {
               "TARN_INFO: used[0] tail[0] count/next 0\n");
 }
 
-TEST_F(create_command, gives_an_index_without_an_old_file_a_fresh_uuid) {
+TEST_F(create_command, gives_an_index_without_an_old_file_a_new_uuid) {
     for (const char* name : {"one", "two"}) {
         const std::string path = std::string("/volume1/@EP/") + name;
         const run_result got = box_.run({"--create", "fri", "--path", path});
@@ -52,7 +52,7 @@ TEST_F(create_command, gives_an_index_without_an_old_file_a_fresh_uuid) {
     EXPECT_NE(uuid_in(file("one")), uuid_in(file("two")));
 }
 
-// /usr/bin/uuidgen stands for another program, for this run alone.
+// /usr/bin/uuidgen is another program, for this run alone.
 TEST_F(create_command, of_an_index_fails_without_a_uuid) {
     if (!fs::exists("/usr/bin/uuidgen")) {
         GTEST_SKIP() << "uuidgen is not installed";
@@ -80,7 +80,7 @@ TEST_F(create_command, of_an_index_fails_without_a_uuid) {
     }
 }
 
-TEST_F(create_command, makes_a_map_of_the_old_ones_header) {
+TEST_F(create_command, makes_a_map_with_the_header_of_the_old_one) {
     make_filled_map(file("EP_MAP"), 200, 1, {{63, 2000}});
     const run_result got = box_.run(
         {"--create", "map", "--oldpath", "/volume1/@EP/EP_MAP", "--path", "/volume1/@EP/new"});
@@ -91,7 +91,7 @@ TEST_F(create_command, makes_a_map_of_the_old_ones_header) {
     EXPECT_EQ(map_word_of(file("new"), 63), 0u);
 }
 
-TEST_F(create_command, touches_nothing_where_it_fails) {
+TEST_F(create_command, touches_nothing_if_it_fails) {
     const auto before = tree_of(box_.volume(1));
     const words failing[] = {
         {"--create", "fri"},
@@ -126,13 +126,13 @@ TEST_F(create_command, change_uuid_of_an_index_exits_0_and_the_file_carries_it) 
     EXPECT_EQ(uuid_in(file("EP_TBL")), uuid_of(0x9A));
 }
 
-TEST_F(create_command, change_uuid_of_a_table_that_is_none_exits_255) {
+TEST_F(create_command, change_uuid_of_a_file_that_is_not_a_table_exits_255) {
     const run_result got = box_.run({"--change-uuid", "tbl", "--tblpath", "/volume1/none"});
     EXPECT_EQ(got.status, 255);
     EXPECT_TRUE(got.logged("ERR: change_uuid_tbl_op(#) Fail to load TBL /volume1/none\n"));
 }
 
-TEST_F(create_command, change_uuid_refuses_a_uuid_that_is_none) {
+TEST_F(create_command, change_uuid_refuses_an_invalid_uuid) {
     const auto before = tree_of(box_.volume(1));
     for (const size_t length : {size_t{31}, size_t{33}}) {
         const run_result got = box_.run(

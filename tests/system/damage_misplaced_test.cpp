@@ -1,5 +1,5 @@
-// The damages that put a sound file where it does not belong, cut a data file, or take a map away:
-// what the files hold then, on clean samples and on crashed ones.
+// The damages that misplace a sound file, cut a data file, or remove a map: the contents of the
+// files afterwards, on clean samples and on crashed ones.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -32,8 +32,8 @@ static uint64_t count_in_header(const std::string& map) {
     return count;
 }
 
-// Header and blocks are sealed, blocks that hold nothing aside, and the count is that of the
-// entries with bit 63.
+// The checksums of the header and of all blocks that are not empty are right, and the count is that
+// of the entries with bit 63.
 static void expect_sound(const std::string& map) {
     for (const uint64_t node : {0, 64, 4096, 4160}) {
         EXPECT_TRUE(checksum_is_right(node_of(node), file_bytes(map, node, 64))) << node;
@@ -98,7 +98,7 @@ TEST(damage_misplaced, swapped_maps_hold_each_other_byte_for_byte) {
     }
 }
 
-// What no transaction changes stays: uuid, size, pool table, the bytes behind the entries.
+// What no transaction changes stays: uuid, size, pool table, the bytes after the entries.
 static void expect_same_map(const std::string& was, const std::string& is) {
     EXPECT_EQ(fs::file_size(is), fs::file_size(was));
     EXPECT_EQ(file_bytes(is, 0, 128), file_bytes(was, 0, 128));
@@ -106,7 +106,7 @@ static void expect_same_map(const std::string& was, const std::string& is) {
     EXPECT_EQ(file_bytes(is, NODES + 504, 4), file_bytes(was, NODES + 504, 4));
 }
 
-TEST(damage_misplaced, an_old_map_is_sound_and_differs_as_it_says) {
+TEST(damage_misplaced, an_old_map_is_sound_and_differs_as_reported) {
     for (const char* crash : {"", " --crash"}) {
         for (unsigned seed = 1; seed <= 6; seed++) {
             SCOPED_TRACE(seed);
@@ -131,9 +131,9 @@ TEST(damage_misplaced, an_old_map_is_sound_and_differs_as_it_says) {
     }
 }
 
-// What a sample holds before its first transaction does not depend on how many follow: a sample
-// without any holds what the map of another one held then.
-TEST(damage_misplaced, an_old_map_is_what_the_map_was) {
+// The state of a sample before its first transaction does not depend on how many follow: a sample
+// without any is the earlier state of another one.
+TEST(damage_misplaced, an_old_map_is_an_earlier_state_of_the_map) {
     const scratch_dir place;
     const std::string first = make_sample(place, "first", 5, " --transactions 0");
     const std::string is = make_sample(place, "is", 5, " --transactions 1");
@@ -144,7 +144,7 @@ TEST(damage_misplaced, an_old_map_is_what_the_map_was) {
     EXPECT_EQ(tree_of(is).at(file), tree_of(first).at(file));
 }
 
-TEST(damage_misplaced, an_old_map_outlives_the_replay_of_a_crashed_sample) {
+TEST(damage_misplaced, an_old_map_survives_the_replay_of_a_crashed_sample) {
     for (unsigned seed = 1; seed <= 8; seed++) {
         SCOPED_TRACE(seed);
         const scratch_dir place;
@@ -156,8 +156,8 @@ TEST(damage_misplaced, an_old_map_outlives_the_replay_of_a_crashed_sample) {
     }
 }
 
-// All transactions of these samples are inside the journal's budget: a replay repeats them.
-TEST(damage_misplaced, a_crashed_sample_may_have_no_moment_that_outlives_the_replay) {
+// All transactions of these samples are within the journal's budget: a replay repeats them.
+TEST(damage_misplaced, a_crashed_sample_may_have_no_old_entries_that_survive_the_replay) {
     const scratch_dir place;
     const std::string sample = make_sample(place, "s", 3, " --crash --transactions 2");
     const auto before = tree_of(sample);
@@ -204,7 +204,7 @@ TEST(damage_misplaced, a_foreign_journal_is_sound_and_names_nothing_of_this_serv
     }
 }
 
-TEST(damage_misplaced, a_data_file_is_cut_at_the_border_of_an_extent_and_not_behind_a_used_one) {
+TEST(damage_misplaced, a_data_file_is_cut_at_an_extent_boundary_and_loses_a_used_extent) {
     for (unsigned seed = 1; seed <= 6; seed++) {
         const scratch_dir place;
         const std::string sample = make_sample(place, "s");
@@ -221,7 +221,7 @@ TEST(damage_misplaced, a_data_file_is_cut_at_the_border_of_an_extent_and_not_beh
 }
 
 TEST(damage_misplaced, the_data_files_of_a_sample_hold_every_extent_in_use) {
-    unsigned large = 0;  // samples that use more than the least that a data file has
+    unsigned large = 0;  // samples that use more than the smallest data file
     for (unsigned seed = 1; seed <= 5; seed++) {
         const scratch_dir place;
         const std::string sample = make_sample(place, "s", seed, " --crash");
@@ -239,7 +239,7 @@ TEST(damage_misplaced, the_data_files_of_a_sample_hold_every_extent_in_use) {
 }
 
 // Exactly the maps of LUNs, snapshots and the trash can be lost.
-TEST(damage_misplaced, a_lost_map_is_a_LUN_s_a_snapshot_s_or_one_in_the_trash) {
+TEST(damage_misplaced, a_lost_map_belongs_to_a_LUN_a_snapshot_or_the_trash) {
     for (unsigned seed = 1; seed <= 12; seed++) {
         const scratch_dir place;
         const std::string sample = make_sample(place, "s", seed);

@@ -1,5 +1,5 @@
-// The damages of tarn-lab: each changes what it says and nothing else, the same seed does the same,
-// and the tool's own checks find those that they are meant to find.
+// The damages of tarn-lab: each changes what it reports and nothing else, the same seed does the
+// same damage, and the tool's own checks find the damages that they are meant to find.
 #include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -16,11 +16,11 @@
 namespace fs = std::filesystem;
 
 enum class change_kind {
-    bit,       // one bit of a header node or block; its checksum was right and is wrong
+    bit,       // one bit of a header node or block; its checksum becomes wrong
     pool_bit,  // one bit of a pool table
-    entry,     // an entry or a field; its checksum was right and is right
+    entry,     // an entry or a field; its checksum is right before and after
     noise,     // blocks from the first one on
-    shorter,   // the end of a file is gone
+    shorter,   // the end of a file is cut off
     file_gone,
     misplaced,  // whole files, whose contents damage_misplaced_test.cpp compares
 };
@@ -82,7 +82,7 @@ struct damaged_pair {
     std::string was;
     std::string is;
     std::string file;
-    std::string line;  // what the damage said
+    std::string line;  // the report of the damage
     [[nodiscard]] std::vector<uint8_t> old_bytes(uint64_t at, size_t length) const {
         return file_bytes(was + "/" + file, at, length);
     }
@@ -132,7 +132,7 @@ static void expect_shorter(const damaged_pair& pair) {
     EXPECT_NE(pair.line.find("size " + std::to_string(was) + " -> " + std::to_string(is)),
               std::string::npos);
     fs::resize_file(pair.is + "/" + pair.file, was);
-    constexpr uint64_t WITH_DATA = 8 << 20;  // behind that, samples are holes
+    constexpr uint64_t WITH_DATA = 8 << 20;  // after that, samples are holes
     pair.put_back(is, is < WITH_DATA ? std::min(was, WITH_DATA) - is : 0);
 }
 
@@ -141,7 +141,7 @@ static void expect_gone(const damaged_pair& pair) {
     fs::rename(pair.was + "/" + pair.file, pair.is + "/" + pair.file);
 }
 
-// Judges what the damage did to the file and puts it back.
+// Checks the change of the file and restores it.
 static void expect_change(const kind_row& row, const damaged_pair& pair) {
     switch (row.change) {
         case change_kind::bit:
@@ -173,7 +173,7 @@ static size_t files_changed_by(const std::string& kind) {
 
 class damage_kinds : public testing::TestWithParam<kind_row> {};
 
-TEST_P(damage_kinds, change_what_they_say_and_nothing_else) {
+TEST_P(damage_kinds, change_what_they_report_and_nothing_else) {
     const kind_row row = GetParam();
     const scratch_dir place;
     const std::string was = make_sample(place, "was");
@@ -231,7 +231,7 @@ TEST(damage, picks_places_by_the_seed) {
     EXPECT_GE(lines.size(), 7u);
 }
 
-TEST(damage, goes_to_the_volume_that_is_asked_for) {
+TEST(damage, damages_the_requested_volume) {
     const scratch_dir place;
     const std::string sample = make_sample(place, "s");
     const ran done = damage(sample, "table-lost", 1, " --volume 2");
@@ -256,7 +256,7 @@ TEST(damage, refuses_what_it_cannot_do_and_changes_nothing) {
     EXPECT_EQ(tree_of(sample), before);
 }
 
-TEST(damage, refuses_a_file_that_is_gone) {
+TEST(damage, refuses_a_missing_file) {
     const scratch_dir place;
     const std::string sample = make_sample(place, "s");
     ASSERT_EQ(damage(sample, "index-lost", 1).status, 0);
@@ -271,7 +271,7 @@ TEST(damage, refuses_a_file_that_is_gone) {
 }
 
 // One entry a map, no transaction: this seed leaves the volume as it was made.
-TEST(damage, says_that_no_place_suits) {
+TEST(damage, reports_that_there_is_nothing_suitable_to_damage) {
     const scratch_dir place;
     const std::string sample = place.file("s");
     ASSERT_EQ(tarn_lab("make " + sample + " --seed 1 --luns 1 --extents 1 --transactions 0").status,

@@ -1,5 +1,5 @@
-// Standard descriptors that the caller closed or broke: a report line never lands in a file, and a
-// repair is never stopped by its own output.
+// Standard descriptors that the caller closed or broke: no line of output is ever written into a
+// file, and a failing output never stops a repair.
 #include <filesystem>
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ static void make_crashed(const sandbox& box) {
              {xcopy_block(uuid_of(0xA1), 300, 0x8002), tbl_block(uuid_of(0x22), 5, 0x8003)});
 }
 
-// Everything that stays on the volumes after a start-up replay under `conditions`.
+// All files of the volumes after a start-up replay under `conditions`.
 static std::map<std::string, std::string> replayed(const run_conditions& conditions) {
     const sandbox box;
     make_crashed(box);
@@ -35,7 +35,7 @@ static std::map<std::string, std::string> with_output(output_kind output, output
     return replayed(conditions);
 }
 
-TEST(descriptors, closed_ones_in_any_combination_change_no_byte_of_the_result) {
+TEST(descriptors, that_are_closed_in_any_combination_change_no_byte_of_the_result) {
     const auto expected = replayed({});
     const output_kind kinds[] = {output_kind::captured, output_kind::closed,
                                  output_kind::broken_pipe};
@@ -68,7 +68,7 @@ TEST(descriptors, checks_with_closed_outputs_change_nothing) {
 }
 
 // A closed input reads as an empty one: no file gets descriptor 0, which means "no file".
-TEST(descriptors, with_a_closed_input_every_command_does_what_it_does_with_an_empty_one) {
+TEST(descriptors, make_no_difference_between_a_closed_input_and_an_empty_one) {
     for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
              {"--startup-replay"},
              {"--rpvjnl"},

@@ -1,4 +1,4 @@
-// Which mounts are volumes and which files are maps, as the check of a volume's journal tells.
+// Which mounts are volumes and which files are maps, as the check of a volume's journal reports.
 #include <filesystem>
 #include <gtest/gtest.h>
 
@@ -24,7 +24,7 @@ static void put_map(const sandbox& box, const std::string& path, uint8_t uuid) {
     make_map(box.volume(1) + path, uuid_of(uuid), uuid_of(0x11));
 }
 
-TEST(discovery, files_below_the_luns_count_by_a_word_in_their_name) {
+TEST(discovery, a_file_below_the_luns_is_a_map_if_its_name_has_a_certain_word) {
     const sandbox box;
     make_volumes(box);
     put_map(box, "/@iSCSITrg/a/LUN_Extent_1", 1);
@@ -34,7 +34,7 @@ TEST(discovery, files_below_the_luns_count_by_a_word_in_their_name) {
     EXPECT_EQ(checked_maps(box), (lines{"/volume1/@iSCSITrg/a/LUN_Extent_1"}));
 }
 
-TEST(discovery, every_file_in_the_trash_counts) {
+TEST(discovery, every_file_in_the_trash_is_a_map) {
     const sandbox box;
     make_volumes(box);
     put_map(box, "/@EP_trash/deep/whatever", 1);
@@ -42,7 +42,7 @@ TEST(discovery, every_file_in_the_trash_counts) {
     EXPECT_EQ(checked_maps(box), (lines{"/volume1/@EP_trash/deep/whatever"}));
 }
 
-TEST(discovery, snapshots_count_by_the_start_of_their_name_at_any_depth) {
+TEST(discovery, a_snapshot_at_any_depth_is_a_map_by_the_start_of_its_name) {
     const sandbox box;
     make_volumes(box);
     put_map(box, "/@Snapshot/sub/FAMILY_2", 1);
@@ -51,7 +51,7 @@ TEST(discovery, snapshots_count_by_the_start_of_their_name_at_any_depth) {
     EXPECT_EQ(checked_maps(box), (lines{"/volume1/@Snapshot/sub/FAMILY_2"}));
 }
 
-TEST(discovery, a_directory_named_like_a_snapshot_counts_and_fails_its_load) {
+TEST(discovery, a_directory_named_like_a_snapshot_is_listed_and_fails_to_load) {
     const sandbox box;
     make_volumes(box);
     make_directories(box.volume(1) + "/@Snapshot/FAMILY_1");
@@ -79,7 +79,7 @@ TEST(discovery, the_order_is_luns_trash_snapshots_unmap_buffer_rod_map) {
               std::string::npos);
 }
 
-TEST(discovery, mounts_that_are_no_volumes_are_told_by_what_they_lack) {
+TEST(discovery, mounts_that_are_not_volumes_are_reported_with_what_they_lack) {
     const sandbox box;
     box.configure("volumes = /scratch /volume1 /volume2\n");
     make_directories(box.volume(2) + "/@EP");
@@ -92,7 +92,7 @@ TEST(discovery, mounts_that_are_no_volumes_are_told_by_what_they_lack) {
     EXPECT_EQ(got.log, lines{});
 }
 
-TEST(discovery, without_a_configuration_the_mounts_of_volumes_are_taken_by_number) {
+TEST(discovery, without_a_configuration_volumes_are_found_by_their_mounts_in_order_of_number) {
     const sandbox box;
     make_volumes(box);
     make_jnl(box.journal(), 0x25521814, {});
@@ -105,7 +105,7 @@ TEST(discovery, without_a_configuration_the_mounts_of_volumes_are_taken_by_numbe
     EXPECT_EQ(box.run({"--ckvjnl"}).out, "");
 }
 
-TEST(discovery, mounts_are_volumes_by_their_last_word_in_the_order_of_its_number) {
+TEST(discovery, a_mount_is_a_volume_by_its_last_component_in_order_of_number) {
     const sandbox box;
     const std::string script =
         "for d in '/tmp/b c/volume10' /tmp/volume3 /tmp/volume03 /tmp/xvolume4 /tmp/volume5/in;"

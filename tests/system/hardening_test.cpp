@@ -1,5 +1,5 @@
-// What the built program is hardened with, as its own file says: program headers, dynamic section,
-// symbols that it wants.
+// The hardening of the built program, as seen in its file: program headers, dynamic section,
+// undefined symbols.
 #include <cstring>
 #include <elf.h>
 #include <fstream>
@@ -94,7 +94,7 @@ private:
     std::vector<char> bytes_ = read_program();
 };
 
-TEST_F(hardening, relocations_are_all_made_at_the_start_and_read_only_then) {
+TEST_F(hardening, relocations_are_all_made_at_the_start_and_are_then_read_only) {
     EXPECT_TRUE(has_program_header(PT_GNU_RELRO));
     EXPECT_TRUE((dynamic(DT_FLAGS) & DF_BIND_NOW) != 0 || (dynamic(DT_FLAGS_1) & DF_1_NOW) != 0);
 }

@@ -1,4 +1,4 @@
-// --ckjnl, --rpjnl, --ckvjnl and --rpvjnl: which files are taken, in which order, what is printed.
+// --ckjnl, --rpjnl, --ckvjnl and --rpvjnl: which files they use, in which order, and their output.
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -75,7 +75,7 @@ TEST_F(journal_drivers, a_table_that_lacks_a_recorded_change_does_not_match) {
     EXPECT_EQ(tree_of(box.volume(1)), before);
 }
 
-TEST_F(journal_drivers, replays_of_index_and_table_end_with_a_line_that_of_a_map_does_not) {
+TEST_F(journal_drivers, replays_of_index_and_table_report_success_and_that_of_a_map_does_not) {
     const run_result fri = run({"--rpjnl", "fri"});
     EXPECT_EQ(fri.status, 0);
     EXPECT_EQ(fri.out, "TARN_INFO: REPLAY FRI " + fri1 + "\n" + found_lines(2) + "TARN_INFO: FRI " +
@@ -99,7 +99,7 @@ TEST_F(journal_drivers, a_table_replayed_alone_skips_what_only_a_map_resolves) {
     EXPECT_EQ(tbl_word_of(box.volume(1) + "/@EP/EP_TBL", 300), 0x8002);
 }
 
-TEST_F(journal_drivers, the_file_drivers_do_not_look_for_a_journal_of_their_own) {
+TEST_F(journal_drivers, the_file_drivers_do_not_look_for_the_configured_journal) {
     for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
              {"--ckjnl", "fri", "--fripath", fri1},
              {"--ckjnl", "tbl", "--tblpath", tbl1},
@@ -114,7 +114,7 @@ TEST_F(journal_drivers, the_file_drivers_do_not_look_for_a_journal_of_their_own)
     }
 }
 
-TEST_F(journal_drivers, files_are_loaded_in_order_and_the_first_that_is_missing_is_told) {
+TEST_F(journal_drivers, files_are_loaded_in_order_and_the_first_missing_one_is_logged) {
     struct {
         const char* command;
         const char* type;
@@ -169,7 +169,7 @@ TEST_F(journal_drivers, a_volume_with_a_table_and_no_index_fails) {
     }
 }
 
-TEST_F(journal_drivers, a_journal_path_that_names_no_file_is_noted_and_its_load_fails) {
+TEST_F(journal_drivers, a_journal_path_that_is_not_a_file_is_reported_and_fails_to_load) {
     fs::remove(box.journal());
     const run_result got = box.run({"--ckjnl", "vol", "--volpath", "/volume1"});
     EXPECT_EQ(got.status, 255);
@@ -197,15 +197,15 @@ TEST_F(journal_drivers, all_volumes_match_after_their_replay) {
     EXPECT_EQ(count_of(check.out, "check successfully\n"), 5U);  // 2 indices, 2 tables, 1 map
     EXPECT_EQ(box.run({"--rpvjnl"}).status, 0);
     EXPECT_EQ(tree_of(fs::path(box.volume(1)).parent_path()), before);
-    EXPECT_EQ(jnl_status_of(box.journal()), 0xFFFFFFFFU);  // only start-up replay decides it
+    EXPECT_EQ(jnl_status_of(box.journal()), 0xFFFFFFFFU);  // only start-up replay changes it
 }
 
-TEST_F(journal_drivers, a_path_that_is_no_volume_exits_255) {
+TEST_F(journal_drivers, a_path_that_is_not_a_volume_exits_255) {
     for (const std::string path : {"/scratch", "", "/volume3"}) {
         const run_result got = box.run({"--rpjnl", "vol", "--volpath", path});
         EXPECT_EQ(got.status, 255);
-        const std::string told = path == "/volume3" ? path + "/@EP" : path;
-        EXPECT_EQ(got.out, "TARN_INFO: " + told + " is not a VAAI volume\n");
+        const std::string reported = path == "/volume3" ? path + "/@EP" : path;
+        EXPECT_EQ(got.out, "TARN_INFO: " + reported + " is not a VAAI volume\n");
     }
 }
 
@@ -216,7 +216,7 @@ static void make_maps(const sandbox& box, uint32_t count) {
         make_map(directory + "/" + std::to_string(i) + "_Extent_", uuid_of_number(i),
                  uuid_of(0x11));
     }
-    sync();  // all at once: each close of the program's would wait for one of them
+    sync();  // all at once: otherwise each close of the program would wait for one of them
 }
 
 TEST(journal_drivers_batches, the_table_is_replayed_after_256_maps_and_once_at_the_end) {
@@ -251,7 +251,7 @@ static uint32_t nth_map(const std::string& out, size_t nth) {
                : static_cast<uint32_t>(std::stoul(out.substr(at + word.size())));
 }
 
-TEST(journal_drivers_batches, an_older_image_of_a_later_batch_never_covers_a_newer_one) {
+TEST(journal_drivers_batches, an_older_image_of_a_later_batch_never_overwrites_a_newer_one) {
     const sandbox box;
     make_volumes(box);
     make_maps(box, 257);

@@ -1,10 +1,12 @@
-// --startup-replay deletes the journal only when nothing was in doubt: each reason to keep it.
+// --startup-replay deletes the journal only if every change was surely applied: each reason to keep
+// it.
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <gtest/gtest.h>
 
 #include "store/crc32c.h"
+#include "support/begun_swap.h"
 #include "support/sample_maps.h"
 #include "system/support/sample_server.h"
 #include "system/support/tree.h"
@@ -57,7 +59,7 @@ static void expect_refused_untouched(const sandbox& box, const std::string& line
     EXPECT_EQ(all_trees(box), before);
 }
 
-TEST(keep_journal, without_a_reason_it_goes) {
+TEST(keep_journal, without_a_reason_it_is_deleted) {
     const sandbox box;
     make_volumes(box);
     make_pending_journal(box);
@@ -67,7 +69,7 @@ TEST(keep_journal, without_a_reason_it_goes) {
     EXPECT_TRUE(was_replayed(box));
 }
 
-TEST(keep_journal, a_directory_whose_status_the_system_does_not_say) {
+TEST(keep_journal, if_the_status_of_a_directory_is_unknown) {
     for (const std::string name : {"@EP", "@iSCSITrg"}) {
         const sandbox box;
         make_volumes(box);
@@ -85,7 +87,7 @@ TEST(keep_journal, a_directory_whose_status_the_system_does_not_say) {
     }
 }
 
-TEST(keep_journal, a_table_whose_status_the_system_does_not_say) {
+TEST(keep_journal, if_the_status_of_a_table_is_unknown) {
     const sandbox box;
     make_volumes(box);
     make_pending_journal(box);
@@ -98,7 +100,7 @@ TEST(keep_journal, a_table_whose_status_the_system_does_not_say) {
                 "Fail to get the status of /volume2/@EP/EP_FRI: Too many levels of symbolic links");
 }
 
-TEST(keep_journal, the_journal_itself_of_unknown_status_is_not_a_missing_one) {
+TEST(keep_journal, a_journal_of_unknown_status_is_not_a_missing_one) {
     const sandbox box;
     make_volumes(box);
     fs::create_symlink("EP_JNL", box.journal());
@@ -116,7 +118,7 @@ TEST(keep_journal, the_journal_itself_of_unknown_status_is_not_a_missing_one) {
     EXPECT_TRUE(asked.logged("ERR: is_regular_file(#) Fail to get the status of "));
 }
 
-TEST(keep_journal, a_volume_root_too_long_for_its_buffer) {
+TEST(keep_journal, if_a_volume_root_is_too_long_for_its_buffer) {
     for (const size_t length : {53u, 54u}) {
         const sandbox box;
         make_volumes(box);
@@ -149,94 +151,77 @@ static std::string checksums_at(const std::string& path, uint64_t offset) {
     return text;
 }
 
-// A block that records the entry of a group of volume 1's index: count and init bit, before and
-// after.
-static jnl_block fri_block(uint64_t group, uint16_t before, uint16_t after) {
-    jnl_block record = {};
-    record.ej_header.jnl_entry_count = 1;
-    record.entry[0].type = FILE_TYPE_FRI;
-    memcpy(record.entry[0].uuid, uuid_of(0x11).data(), UUID_SIZE);
-    record.entry[0].fri.group_num = group;
-    record.entry[0].fri.old_entry.ef_count_attr = before;
-    record.entry[0].fri.new_entry.ef_count_attr = after;
-    return record;
-}
-
-static void flip_byte(const std::string& path, uint64_t offset) {
-    std::vector<uint8_t> byte = file_bytes(path, offset, 1);
+// Flips a bit in block 1, 2, ... of a table or an index. Returns checksums_at(that block).
+static std::string damage_block(const std::string& path, uint64_t block) {
+    const uint64_t offset = (2048 + block) * 512;
+    std::vector<uint8_t> byte = file_bytes(path, offset + 100, 1);
     byte[0] ^= 1;
-    write_file_bytes(path, offset, byte.data(), 1);
+    write_file_bytes(path, offset + 100, byte.data(), 1);
+    return checksums_at(path, offset);
 }
 
-TEST(keep_journal, a_damaged_map_node_that_the_replay_rewrites) {
+// Replays `block` over a damaged block, whose damage is logged by `writer` and keeps the journal.
+static void expect_kept_for_damage(const sandbox& box, const jnl_block& block,
+                                   const std::string& writer, const std::string& damage) {
+    make_jnl(box.journal(), ABNORMAL, {block});
+    const run_result got = box.run({"--startup-replay"});
+    EXPECT_TRUE(got.logged("ERR: " + writer + "(#) " + damage + "\n"))
+        << testing::PrintToString(got.log);
+    expect_kept(box, got, damage);
+}
+
+TEST(keep_journal, if_the_replay_rewrites_a_damaged_map_node) {
     const sandbox box;
     make_volumes(box);
     const std::string map = make_lun(box, 1, "LUN_Extent_0", 0xA1);
     jnl_block block = xcopy_block(uuid_of(0xA1), 9, 0x8001);
     block.xcopy.dst_lea = 70;  // in node 1: lea 63 to 125
-    make_jnl(box.journal(), ABNORMAL, {block});
     const uint64_t node = (2048 + 1) * 512;
     const uint32_t wrong = 0x12345678;
     write_file_bytes(map, node + 508, &wrong, sizeof wrong);
-    const std::string sums = checksums_at(map, node);
-    const run_result got = box.run({"--startup-replay"});
-    const std::string text =
-        "/volume1/@iSCSITrg/LUN/LUN_Extent_0: node 1, lea 63 to 125, is damaged and gets a fresh "
-        "checksum: " +
-        sums;
-    EXPECT_TRUE(got.logged("ERR: map_entry_replay(#) " + text + "\n"));
-    EXPECT_EQ(map_word_of(map, 70), 0x8000000000000009u);  // rewritten all the same
-    expect_kept(box, got, text);
+    expect_kept_for_damage(box, block, "map_entry_replay",
+                           "/volume1/@iSCSITrg/LUN/LUN_Extent_0: node 1, lea 63 to 125, is damaged "
+                           "and gets a fresh checksum: " +
+                               checksums_at(map, node));
+    EXPECT_EQ(map_word_of(map, 70), 0x8000000000000009u);  // rewritten nevertheless
 }
 
-TEST(keep_journal, a_damaged_table_block_that_the_replay_rewrites) {
+TEST(keep_journal, if_the_replay_rewrites_a_damaged_table_block) {
     const sandbox box;
     make_volumes(box);
     const std::string table = box.volume(1) + "/@EP/EP_TBL";
     set_tbl_word(table, 260, 0x8001);  // block 1: lpa 252 to 503
-    const uint64_t block = (2048 + 1) * 512;
-    flip_byte(table, block + 40);
-    const std::string sums = checksums_at(table, block);
-    make_jnl(box.journal(), ABNORMAL, {tbl_block(uuid_of(0x11), 253, 0x8003)});
-    const run_result got = box.run({"--startup-replay"});
-    const std::string text =
+    const std::string sums = damage_block(table, 1);
+    expect_kept_for_damage(
+        box, tbl_block(uuid_of(0x11), 253, 0x8003), "tbl_entry_replay",
         "/volume1/@EP/EP_TBL: block 1, lpa 252 to 503, is damaged and gets a fresh checksum: " +
-        sums;
-    EXPECT_TRUE(got.logged("ERR: tbl_entry_replay(#) " + text + "\n"));
+            sums);
     EXPECT_EQ(tbl_word_of(table, 253), 0x8003);
-    expect_kept(box, got, text);
 }
 
 // A record of an index entry: group 70, in block 1 of the index (groups 63 to 125), which is
 // initialised already. Its extents are 258048 (63 * 4096) to 516095.
-TEST(keep_journal, a_damaged_index_block_that_the_replay_rewrites) {
+TEST(keep_journal, if_the_replay_rewrites_a_damaged_index_block) {
     const sandbox box;
     make_volumes(box);
     const std::string index = box.volume(1) + "/@EP/EP_FRI";
     set_fri_word(index, 65, uint64_t{0x8000} << 48);
-    const uint64_t block = (2048 + 1) * 512;
-    flip_byte(index, block + 100);
-    const std::string sums = checksums_at(index, block);
-    make_jnl(box.journal(), ABNORMAL, {fri_block(70, 0x8000, 0x8000)});
-    const run_result got = box.run({"--startup-replay"});
-    const std::string text =
-        "/volume1/@EP/EP_FRI: block 1, lpa 258048 to 516095, is damaged and gets a fresh "
-        "checksum: " +
-        sums;
-    EXPECT_TRUE(got.logged("ERR: fri_entry_replay(#) " + text + "\n"));
-    expect_kept(box, got, text);
+    const std::string sums = damage_block(index, 1);
+    expect_kept_for_damage(box, fri_block(uuid_of(0x11), 70, 0x8000, 0x8000), "fri_entry_replay",
+                           "/volume1/@EP/EP_FRI: block 1, lpa 258048 to 516095, is damaged and "
+                           "gets a fresh checksum: " +
+                               sums);
 }
 
 // The group is initialised by the record: its free list is linked, which rewrites its 17 blocks.
-TEST(keep_journal, a_damaged_table_block_of_a_group_that_the_replay_links) {
+TEST(keep_journal, if_the_replay_links_a_group_with_a_damaged_table_block) {
     const sandbox box;
     make_volumes(box);
     const std::string table = box.volume(1) + "/@EP/EP_TBL";
     set_tbl_word(table, 520, 0x8001);  // block 2: lpa 504 to 755
-    const uint64_t block = (2048 + 2) * 512;
-    flip_byte(table, block + 100);
-    const std::string sums = checksums_at(table, block);
-    make_jnl(box.journal(), ABNORMAL, {fri_block(0, 0, 0x8FFF)});  // 4095 free, from offset 0 on
+    const std::string sums = damage_block(table, 2);
+    make_jnl(box.journal(), ABNORMAL,
+             {fri_block(uuid_of(0x11), 0, 0, 0x8FFF)});  // 4095 free, from offset 0 on
     const run_result got = box.run({"--startup-replay"});
     EXPECT_TRUE(got.logged(
         "/volume1/@EP/EP_TBL: block 2, lpa 504 to 755, is damaged and gets a fresh checksum: " +
@@ -245,8 +230,8 @@ TEST(keep_journal, a_damaged_table_block_of_a_group_that_the_replay_links) {
     EXPECT_EQ(jnl_status_of(box.journal()), BAD);
 }
 
-// A volume without table and index is skipped, and what the journal says of its maps was not done.
-TEST(keep_journal, a_volume_without_table_and_index_that_has_a_map) {
+// A volume without table and index is skipped, and the journal's changes of its maps are not made.
+TEST(keep_journal, if_a_volume_without_table_and_index_has_a_map) {
     for (const std::string map : {"@iSCSITrg/LUN_1/LUN_1_Extent_0", "@EP_trash/old/7",
                                   "@Snapshot/S/FAMILY_3", "@EP/EP_BUF", "@EP/EP_ROD"}) {
         const sandbox box;
@@ -264,7 +249,7 @@ TEST(keep_journal, a_volume_without_table_and_index_that_has_a_map) {
     }
 }
 
-TEST(keep_journal, a_volume_without_table_index_and_maps_is_no_reason) {
+TEST(keep_journal, a_volume_without_table_index_and_maps_is_not_a_reason) {
     const sandbox box;
     make_volumes(box);
     make_pending_journal(box);
@@ -273,7 +258,7 @@ TEST(keep_journal, a_volume_without_table_index_and_maps_is_no_reason) {
     make_empty_file(box.volume(2) + "/@iSCSITrg/LUN_1/config");
     make_empty_file(box.volume(2) + "/@Snapshot/S/MYFAMILY_3");
     make_directories(box.volume(2) + "/@EP_trash/empty");
-    make_directories(box.volume(2) + "/@iSCSITrg/LUN_Extent_0");  // a directory is no map there
+    make_directories(box.volume(2) + "/@iSCSITrg/LUN_Extent_0");  // a directory there is not a map
     const run_result got = box.run({"--startup-replay"});
     EXPECT_EQ(got.status, 0);
     EXPECT_FALSE(file_exists(box.journal()));
@@ -282,7 +267,7 @@ TEST(keep_journal, a_volume_without_table_index_and_maps_is_no_reason) {
     }
 }
 
-TEST(keep_journal, a_named_volume_that_is_not_there_or_not_mounted_is_refused_untouched) {
+TEST(keep_journal, a_missing_or_unmounted_named_volume_is_refused_and_nothing_is_changed) {
     for (const uint32_t status : {ABNORMAL, READ_ONLY}) {
         const sandbox box;
         make_volumes(box);
@@ -302,15 +287,10 @@ TEST(keep_journal, a_named_volume_that_is_not_there_or_not_mounted_is_refused_un
     }
 }
 
-// Leaves volume 1 as a repair does that was cut between its table and its index.
+// Leaves volume 1 like a repair that was cut between table and index.
 static void make_cut_swap(const sandbox& box) {
     const fs::path root = box.volume(1);
-    make_directories(root / "@EP_FIX");
-    make_tbl(root / "@EP_FIX/EP_TBL", uuid_of(0x11));
-    make_fri(root / "@EP_FIX/EP_FRI", uuid_of(0x11), 0);
-    table_swap swap;
-    ASSERT_EQ(table_swap_form(&swap, root.c_str()), 0);
-    ASSERT_EQ(table_swap_begin(&swap), 0);
+    put_begun_swap(root, 0x11, 0x11);
     fs::rename(root / "@EP/EP_TBL", root / "@EP/EP_TBL.bkp");
     fs::rename(root / "@EP_FIX/EP_TBL", root / "@EP/EP_TBL");
 }
@@ -319,7 +299,7 @@ static constexpr const char* TWO_AGES =
     "ERR: one_key_repair(#) /volume1: table and index do not match until --onekeyrepair is run "
     "again\n";
 
-TEST(keep_journal, a_repair_that_was_cut_between_table_and_index_is_refused_untouched) {
+TEST(keep_journal, a_repair_cut_between_table_and_index_is_refused_and_nothing_is_changed) {
     for (const uint32_t status : {ABNORMAL, READ_ONLY, 0x25521814u}) {
         const sandbox box;
         make_volumes(box);
@@ -329,7 +309,7 @@ TEST(keep_journal, a_repair_that_was_cut_between_table_and_index_is_refused_unto
     }
 }
 
-TEST(keep_journal, every_replay_refuses_a_repair_that_was_cut) {
+TEST(keep_journal, every_replay_refuses_a_volume_whose_repair_was_cut) {
     const sandbox box;
     make_volumes(box);
     make_pending_journal(box);
@@ -344,7 +324,7 @@ TEST(keep_journal, every_replay_refuses_a_repair_that_was_cut) {
     }
 }
 
-TEST(keep_journal, a_rebuild_does_not_remove_the_files_of_a_repair_that_was_cut) {
+TEST(keep_journal, a_rebuild_does_not_remove_the_files_of_an_interrupted_repair) {
     const sandbox box;
     make_volumes(box);
     make_cut_swap(box);
@@ -358,7 +338,7 @@ TEST(keep_journal, a_rebuild_does_not_remove_the_files_of_a_repair_that_was_cut)
     }
 }
 
-TEST(keep_journal, a_named_volume_that_cannot_be_looked_at_is_refused_untouched) {
+TEST(keep_journal, a_named_volume_that_cannot_be_examined_is_refused_and_nothing_is_changed) {
     const sandbox box;
     make_volumes(box);
     make_pending_journal(box);
@@ -371,7 +351,7 @@ TEST(keep_journal, a_named_volume_that_cannot_be_looked_at_is_refused_untouched)
     EXPECT_EQ(all_trees(box), before);
 }
 
-TEST(keep_journal, after_a_clean_shutdown_a_volume_that_is_not_there_is_skipped) {
+TEST(keep_journal, after_a_clean_shutdown_a_missing_volume_is_skipped) {
     const sandbox box;
     make_volumes(box);
     make_pending_journal(box, 0x25521814);
@@ -381,7 +361,7 @@ TEST(keep_journal, after_a_clean_shutdown_a_volume_that_is_not_there_is_skipped)
     EXPECT_EQ(jnl_status_of(box.journal()), 0x25521814u);
 }
 
-TEST(keep_journal, without_any_volume_mounted_it_is_refused_untouched) {
+TEST(keep_journal, without_any_mounted_volume_the_replay_is_refused_and_nothing_is_changed) {
     const sandbox box;
     make_volumes(box);
     make_pending_journal(box);
@@ -394,7 +374,7 @@ TEST(keep_journal, without_any_volume_mounted_it_is_refused_untouched) {
     EXPECT_EQ(all_trees(box), before);
 }
 
-TEST(keep_journal, where_the_configuration_names_no_volume_it_goes) {
+TEST(keep_journal, if_the_configuration_names_no_volume_it_is_deleted) {
     const sandbox box;
     make_volumes(box);
     make_pending_journal(box);
@@ -404,7 +384,7 @@ TEST(keep_journal, where_the_configuration_names_no_volume_it_goes) {
     EXPECT_FALSE(file_exists(box.journal()));
 }
 
-TEST(keep_journal, a_journal_root_that_cannot_be_had_is_a_failure_with_a_line) {
+TEST(keep_journal, a_missing_or_too_long_journal_root_is_logged_and_fails) {
     for (const std::string& configuration :
          {std::string("journal_root =\n"), "journal_root = /" + std::string(300, 'j') + "\n"}) {
         const sandbox box;

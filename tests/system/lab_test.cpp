@@ -31,7 +31,7 @@ static void flip_a_bit(const std::string& path, uint64_t offset) {
     write_file_bytes(path, offset, &byte, 1);
 }
 
-TEST(lab, a_clean_sample_holds_what_it_ought_to_hold) {
+TEST(lab, a_clean_sample_is_as_expected) {
     const sandbox box;
     EXPECT_EQ(make(box, "s", {"--seed", "5"}).status, 0);
     const run_result result = verify(box, "s");
@@ -41,7 +41,7 @@ TEST(lab, a_clean_sample_holds_what_it_ought_to_hold) {
     EXPECT_EQ(lab(box, {"expect", "/scratch/s"}).out, "recovers\n");
 }
 
-TEST(lab, one_changed_bit_is_named_wherever_it_lies) {
+TEST(lab, one_changed_bit_is_reported_wherever_it_is) {
     constexpr uint64_t ENTRIES = 1048576;
     const struct {
         const char* file;
@@ -78,7 +78,7 @@ TEST(lab, one_changed_bit_is_named_wherever_it_lies) {
     }
 }
 
-TEST(lab, a_missing_file_and_a_wrong_size_are_named) {
+TEST(lab, a_missing_file_and_a_wrong_size_are_reported) {
     const sandbox box;
     EXPECT_EQ(make(box, "s", {"--seed", "5"}).status, 0);
     fs::resize_file(box.scratch() + "/s/volume1/@EP/EP_FRI", 4096);
@@ -107,7 +107,7 @@ TEST(lab, most_crashes_leave_a_difference) {
     EXPECT_GE(different, 12);
 }
 
-TEST(lab, words_that_make_no_sense_are_named_in_one_line_with_a_hint_below) {
+TEST(lab, invalid_arguments_are_reported_in_one_line_followed_by_a_hint) {
     const sandbox box;
     const struct {
         std::vector<std::string> words;
@@ -161,7 +161,7 @@ static std::string text_of(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// The words of a text that `word` matches, as a whole line begins with them; ascending.
+// The words at the beginning of a line that `word` matches, ascending.
 static std::set<std::string> first_words(const std::string& text, const std::regex& word) {
     std::set<std::string> found;
     for (std::sregex_iterator at(text.begin(), text.end(), word); at != std::sregex_iterator();
@@ -193,7 +193,7 @@ TEST(lab, help_and_documentation_name_the_same_kinds_of_damage) {
     EXPECT_EQ(listed, documented_kinds());
 }
 
-TEST(lab, its_version_is_the_project_s) {
+TEST(lab, prints_the_version_of_the_project) {
     const std::string project = text_of(TARN_DOCS "/../CMakeLists.txt");
     std::smatch version;
     ASSERT_TRUE(std::regex_search(project, version, std::regex("project\\(tarn VERSION (\\S+) ")));
@@ -222,7 +222,7 @@ TEST(lab, a_journal_that_was_set_aside_is_no_difference_after_a_rebuild) {
     }
 }
 
-TEST(lab, a_directory_that_holds_something_is_left_alone) {
+TEST(lab, a_directory_that_is_not_empty_is_left_alone) {
     const sandbox box;
     fs::create_directories(box.scratch() + "/s/precious");
     const run_result result = make(box, "s", {});

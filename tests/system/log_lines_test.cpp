@@ -1,4 +1,5 @@
-// The page about log lines: sound volumes cause the lines of its first table and no others.
+// The page about log lines: on sound volumes, the lines of its first table are logged and no
+// others.
 #include <fstream>
 #include <gtest/gtest.h>
 #include <regex>
@@ -8,7 +9,7 @@
 
 #include "system/support/damaged_server.h"
 
-// One quoted line of the table: "..." and capital letters that stand alone are any text.
+// One quoted line of the table: "..." and words of capital letters match any text.
 struct known_line {
     std::string text;
     std::regex expression;
@@ -61,7 +62,7 @@ static const char* const COMMANDS =
     "mv $J $J.aside\n"
     "tarn --onekeycheck\n";
 
-TEST(log_lines, of_sound_volumes_all_stand_in_the_table_and_each_of_them_occurs) {
+TEST(log_lines, of_sound_volumes_are_all_in_the_table_and_each_of_them_occurs) {
     const std::vector<known_line> known = lines_that_mean_nothing();
     ASSERT_GE(known.size(), 10u);
     std::set<std::string> seen;

@@ -1,4 +1,4 @@
-// The one-key procedures by the built program, with the service paused around them.
+// The one-key procedures of the built program, which pause the service.
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -96,7 +96,7 @@ TEST_F(one_key_run, nothing_is_repaired_while_the_service_cannot_be_paused) {
     EXPECT_FALSE(file_exists(live("EP_TBL.bkp")));
 }
 
-TEST_F(one_key_run, a_service_that_does_not_start_again_is_a_failure_of_a_repair_that_is_done) {
+TEST_F(one_key_run, a_finished_repair_fails_if_the_service_does_not_start_again) {
     make_empty_file(box_.scratch() + "/fail-resume");
     const run_result run = box_.run({"--onekeyrepair", "--volpath", "/volume1"});
     EXPECT_EQ(run.status, 255);
@@ -128,7 +128,7 @@ TEST_F(one_key_run, check_stopped_by_a_signal_resumes_the_service) {
     EXPECT_EQ(service_calls(), CHECKING);
 }
 
-TEST_F(one_key_run, a_signal_that_comes_when_all_is_done_changes_no_exit_status) {
+TEST_F(one_key_run, a_signal_after_the_work_is_done_does_not_change_the_exit_status) {
     write_service("test $1 = pause || kill -TERM $PPID");
     const run_result run = box_.run({"--onekeyrepair", "--volpath", "/volume1"});
     EXPECT_EQ(run.status, 0);
@@ -136,14 +136,14 @@ TEST_F(one_key_run, a_signal_that_comes_when_all_is_done_changes_no_exit_status)
     EXPECT_TRUE(run.out.ends_with("TARN_INFO: One Key Repair has successfully completed\n"));
 }
 
-TEST_F(one_key_run, the_signals_are_not_blocked_in_the_programs_that_it_runs) {
+TEST_F(one_key_run, the_signals_are_not_blocked_in_the_programs_it_starts) {
     write_service("kill -TERM $$\nexit 0");
     const run_result run = box_.run({"--onekeycheck"});
     EXPECT_EQ(run.status, 255);
     EXPECT_TRUE(run.logged("tarn:# failed to pause iscsi service"));
 }
 
-TEST_F(one_key_run, finishes_a_swap_that_was_cut) {
+TEST_F(one_key_run, finishes_an_interrupted_swap) {
     set_tbl_word(live("EP_TBL"), 5, 0x8009);
     std::filesystem::create_directories(live("EP_FRI.bkp/deep"));
     EXPECT_EQ(box_.run({"--onekeyrepair", "--volpath", "/volume1"}).status, 255);
@@ -160,7 +160,7 @@ TEST_F(one_key_run, finishes_a_swap_that_was_cut) {
     EXPECT_FALSE(file_exists(box_.volume(1) + "/@EP_FIX"));
 }
 
-TEST_F(one_key_run, check_passes_over_every_volume) {
+TEST_F(one_key_run, check_of_two_sound_volumes_passes) {
     const run_result run = box_.run({"--onekeycheck"});
     EXPECT_EQ(run.status, 0);
     EXPECT_NE(run.out.find("TARN_INFO: import volume /volume1\n"), std::string::npos);
@@ -179,13 +179,13 @@ TEST_F(one_key_run, check_fails_on_a_wrong_table_and_leaves_no_directory) {
     EXPECT_EQ(service_calls(), CHECKING);
 }
 
-TEST_F(one_key_run, check_with_repair_mends_the_maps) {
+TEST_F(one_key_run, check_with_repair_repairs_the_maps) {
     set_header_u64(box_.volume(2) + "/@iSCSITrg/LUN_Extent_1", 4096, 4100, 9);
     EXPECT_EQ(box_.run({"--onekeycheck", "--repair"}).status, 0);
     EXPECT_EQ(mapped_count_of(box_.volume(2) + "/@iSCSITrg/LUN_Extent_1"), 1u);
 }
 
-// No scan of the options stands in front of the pause; the replay's own is passed over.
+// The options are not scanned before the pause; the scan of the replay is ignored.
 TEST_F(one_key_run, check_is_not_stopped_by_a_stray_word) {
     const run_result run = box_.run({"--onekeycheck", "word"});
     EXPECT_EQ(run.status, 0);

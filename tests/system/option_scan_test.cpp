@@ -1,5 +1,5 @@
-// Options that are scanned by the first procedure that asks for them, and not by the command: what
-// each one changes in --onekeycheck, --rpvjnl and --startup-replay, with two volumes.
+// Options that are scanned by the first procedure that needs them, and not by the command: the
+// effect of each one on --onekeycheck, --rpvjnl and --startup-replay, with two volumes.
 #include <gtest/gtest.h>
 
 #include "support/sample_maps.h"
@@ -25,7 +25,7 @@ protected:
         make_volumes(box);
         make_jnl(box.journal(), 0xFFFFFFFF, {});
     }
-    // What --onekeycheck prints after the replay into volume 1.
+    // The output of --onekeycheck after the replay of volume 1.
     std::string after_first_replay() const {
         const run_result plain = box.run({"--onekeycheck"});
         EXPECT_EQ(plain.status, 0);
@@ -37,12 +37,12 @@ protected:
     sandbox box;
 };
 
-// Options that name what every procedure sets for itself, or what none of them reads.
+// Options that every procedure overrides, or that none of them reads.
 const std::vector<std::vector<std::string>> without_effect = {
     {"--path", "/none"}, {"--oldpath", "/none"}, {"--mappath", "/none"}, {"--unmap"}, {"--rod"},
     {"--repair"}};
 
-TEST_F(option_scan, the_check_of_all_volumes_prints_the_same_with_options_that_nothing_reads) {
+TEST_F(option_scan, the_check_of_all_volumes_prints_the_same_with_unused_options) {
     const std::string rest = after_first_replay();
     for (const std::vector<std::string>& option : without_effect) {
         std::vector<std::string> words = {"--onekeycheck"};
@@ -54,7 +54,7 @@ TEST_F(option_scan, the_check_of_all_volumes_prints_the_same_with_options_that_n
     }
 }
 
-TEST_F(option_scan, an_index_named_for_the_check_is_what_the_first_replay_goes_into) {
+TEST_F(option_scan, an_index_given_to_the_check_is_the_target_of_the_first_replay) {
     const std::string rest = after_first_replay();
     const run_result got = box.run({"--onekeycheck", "--fripath", "/nonexistent"});
     EXPECT_EQ(got.status, 0);
@@ -66,7 +66,7 @@ TEST_F(option_scan, an_index_named_for_the_check_is_what_the_first_replay_goes_i
     EXPECT_EQ(got.log.back(), "ERR: replay_fri_journal(#) Fail to load FRI /nonexistent\n");
 }
 
-TEST_F(option_scan, a_table_named_for_the_check_is_loaded_by_the_first_replay) {
+TEST_F(option_scan, a_table_given_to_the_check_is_loaded_by_the_first_replay) {
     const std::string rest = after_first_replay();
     const run_result got = box.run({"--onekeycheck", "--tblpath", "/nonexistent"});
     EXPECT_EQ(got.status, 0);
@@ -78,7 +78,7 @@ TEST_F(option_scan, a_table_named_for_the_check_is_loaded_by_the_first_replay) {
     EXPECT_EQ(got.log.back(), "ERR: replay_fri_journal(#) Fail to load TBL /nonexistent\n");
 }
 
-TEST_F(option_scan, a_journal_named_for_the_check_serves_the_first_volume_only) {
+TEST_F(option_scan, a_journal_given_to_the_check_is_used_for_the_first_volume_only) {
     const std::string rest = after_first_replay();
     const run_result got = box.run({"--onekeycheck", "--jnlpath", "/nonexistent"});
     EXPECT_EQ(got.status, 0);
@@ -91,7 +91,7 @@ TEST_F(option_scan, a_journal_named_for_the_check_serves_the_first_volume_only) 
 }
 
 // The index and the table were chosen before the scan, the maps are listed after it.
-TEST_F(option_scan, a_volume_named_for_the_check_gives_the_first_replay_its_maps) {
+TEST_F(option_scan, a_volume_given_to_the_check_provides_the_maps_of_the_first_replay) {
     make_lun(box, 2, "x_Extent_1", 0xA2);
     const std::string rest = after_first_replay();
     const run_result got = box.run({"--onekeycheck", "--volpath", "/volume2"});
@@ -109,7 +109,7 @@ TEST_F(option_scan, a_volume_named_for_the_check_gives_the_first_replay_its_maps
     EXPECT_EQ(got.log, lines{});
 }
 
-TEST_F(option_scan, a_uuid_of_the_check_is_printed_where_the_first_replay_scans) {
+TEST_F(option_scan, a_uuid_given_to_the_check_is_printed_when_the_first_replay_scans_the_options) {
     const std::string rest = after_first_replay();
     const run_result got = box.run({"--onekeycheck", "--uuid", UUID_TEXT});
     EXPECT_EQ(got.status, 0);
@@ -131,8 +131,8 @@ TEST_F(option_scan, the_check_repairs_the_maps_of_both_volumes) {
     EXPECT_EQ(count_of(got.out, "TARN_INFO: mapped_cnt repair: (1), on-disk(1)\n"), 2u);
 }
 
-// Every scan finds the word again. The volumes are checked without the replay.
-TEST_F(option_scan, a_word_that_is_no_option_keeps_the_check_from_replaying) {
+// Every scan finds the word again, so the volumes are checked without the replay.
+TEST_F(option_scan, a_stray_word_keeps_the_check_from_replaying) {
     const std::string rest = after_first_replay();
     const std::string refused = "none-option argv element:word \n";
     const std::string title = "TARN_INFO: REPLAY volume /volume";
@@ -164,7 +164,7 @@ TEST_F(option_scan, the_replay_of_all_volumes_sets_every_path_but_the_journal) {
     EXPECT_EQ(word.out, "none-option argv element:word \n");
 }
 
-TEST_F(option_scan, the_replay_of_all_volumes_takes_the_journal_that_is_named) {
+TEST_F(option_scan, the_replay_of_all_volumes_uses_the_given_journal) {
     const run_result got = box.run({"--rpvjnl", "--jnlpath", "/nonexistent"});
     EXPECT_EQ(got.status, 255);
     EXPECT_EQ(got.out,
@@ -174,7 +174,7 @@ TEST_F(option_scan, the_replay_of_all_volumes_takes_the_journal_that_is_named) {
     EXPECT_TRUE(got.logged("ERR: replay_fri_journal(#) Fail to load JNL /nonexistent\n"));
 }
 
-// Each run deletes the journal, so each starts with a journal of its own.
+// Each run deletes the journal, so each starts with a new one.
 TEST_F(option_scan, start_up_replay_sets_every_path_but_the_journal) {
     const std::string path_line = "TARN_INFO: jnlPath=/var/lib/tarn/EP_JNL\n";
     const std::string expected =
@@ -198,7 +198,7 @@ TEST_F(option_scan, start_up_replay_sets_every_path_but_the_journal) {
     EXPECT_EQ(uuid.out, uuid_line + path_line + expected);
 }
 
-TEST_F(option_scan, start_up_replay_deletes_the_journal_that_is_named) {
+TEST_F(option_scan, start_up_replay_deletes_the_given_journal) {
     make_jnl(box.scratch() + "/journal", 0xFFFFFFFF, {});
     const run_result got = box.run({"--startup-replay", "--jnlpath", "/scratch/journal"});
     EXPECT_EQ(got.status, 0);
@@ -208,7 +208,7 @@ TEST_F(option_scan, start_up_replay_deletes_the_journal_that_is_named) {
     EXPECT_TRUE(file_exists(box.journal()));
 }
 
-TEST_F(option_scan, start_up_replay_with_a_word_that_is_no_option_touches_nothing) {
+TEST_F(option_scan, start_up_replay_with_a_stray_word_touches_nothing) {
     const run_result got = box.run({"--startup-replay", "word"});
     EXPECT_EQ(got.status, 255);
     EXPECT_EQ(got.out, "none-option argv element:word \n");

@@ -1,4 +1,4 @@
-// Names that lead out of a volume: a repair changes no byte there, and does not pass.
+// Names that lead out of a volume: a repair changes no byte outside, and fails.
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
@@ -23,7 +23,7 @@ protected:
         }
     }
     std::string root() const { return box_.volume(1); }
-    // What lies outside the volumes before and after a rebuild with repairs, which has to fail.
+    // The files outside the volumes are unchanged after a rebuild with repairs, which must fail.
     void expect_refused(const std::string& line) {
         const auto before = tree_of(box_.scratch());
         const run_result got = box_.run({"--import-volume", "--repair", "--volpath", "/volume1"});

@@ -1,5 +1,5 @@
-// What checks, replays and repairs make of maps that are gone, exchanged, copied, older or damaged:
-// the facts on which the operator pages' rules about maps rest.
+// What checks, replays and repairs do with maps that are missing, exchanged, copied, older or
+// damaged: the facts on which the rules of the operator pages about maps are based.
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
@@ -60,7 +60,7 @@ TEST(pages_on_maps, the_full_check_names_the_table_first_and_the_maps_second) {
     EXPECT_EQ(unused.maps, 1);
 }
 
-TEST(pages_on_maps, a_rebuild_beside_a_damaged_table_counts_as_many_free_extents) {
+TEST(pages_on_maps, a_rebuild_next_to_a_damaged_table_counts_the_same_free_extents) {
     for (const char* kind : {"reference-count", "table-block-bit", "table-noise"}) {
         damaged_server server("--seed 5");
         SCOPED_TRACE(server.damage(kind));
@@ -68,13 +68,13 @@ TEST(pages_on_maps, a_rebuild_beside_a_damaged_table_counts_as_many_free_extents
     }
 }
 
-TEST(pages_on_maps, a_rebuild_beside_a_map_that_is_gone_counts_more_free_extents) {
+TEST(pages_on_maps, a_rebuild_counts_more_free_extents_if_a_map_is_missing) {
     const damaged_server server("--seed 5");
     fs::remove(server.file(LUN_MAP));
     EXPECT_GT(free_extents_of_a_rebuild(server), fri_free_count_of(server.file(INDEX_FILE)));
 }
 
-TEST(pages_on_maps, a_map_that_is_gone_is_missed_by_start_up_replay_and_found_by_the_full_check) {
+TEST(pages_on_maps, a_missing_map_is_unnoticed_by_start_up_replay_and_found_by_the_full_check) {
     for (const unsigned seed : {4u, 8u}) {
         const damaged_server server(seed_words(seed));
         fs::remove(server.file(LUN_MAP));
@@ -100,7 +100,8 @@ TEST(pages_on_maps, two_exchanged_maps_are_found_by_no_check) {
     EXPECT_EQ(server.verify("").status, 1);
 }
 
-TEST(pages_on_maps, a_copy_that_looks_like_a_map_is_counted_and_a_repair_makes_the_count_stay) {
+TEST(pages_on_maps,
+     a_copy_that_looks_like_a_map_is_counted_and_a_repair_makes_the_count_permanent) {
     for (const char* copy :
          {"/volume1/@iSCSITrg/LUN_1/LUN_1_Extent_0.bak", "/volume1/@iSCSITrg/LUN_1_Extent_0",
           "/volume1/@EP_trash/any name", "/volume1/@Snapshot/FAMILY_copy"}) {
@@ -128,7 +129,7 @@ TEST(pages_on_maps, a_copy_of_another_name_is_ignored) {
     EXPECT_EQ(server.verify("--rebuilt").status, 0);
 }
 
-TEST(pages_on_maps, an_older_copy_is_missed_by_start_up_replay_and_found_by_the_full_check) {
+TEST(pages_on_maps, an_older_copy_is_unnoticed_by_start_up_replay_and_found_by_the_full_check) {
     const damaged_server server(seed_words(8));
     const damaged_server earlier("--seed 8 --transactions 120");
     ASSERT_EQ(uuid_in(earlier.file(LUN_MAP)), uuid_in(server.file(LUN_MAP)));
@@ -139,7 +140,7 @@ TEST(pages_on_maps, an_older_copy_is_missed_by_start_up_replay_and_found_by_the_
     server.expect_refused("ERR: import_map(#) mapped_cnt is wrong\n");
 }
 
-TEST(pages_on_maps, a_damaged_node_that_the_journal_does_not_touch_outlives_start_up_replay) {
+TEST(pages_on_maps, a_damaged_node_that_the_journal_does_not_touch_survives_start_up_replay) {
     for (const unsigned seed : {1u, 2u, 3u}) {
         damaged_server server(seed_words(seed));
         SCOPED_TRACE(server.damage("map-node-bit", seed));
@@ -178,7 +179,7 @@ static void expect_lost_in_node_only(const std::string& map, const std::string& 
     }
 }
 
-TEST(pages_on_maps, repair_replay_repair_and_rebuild_lose_entries_of_the_damaged_node_only) {
+TEST(pages_on_maps, repair_replay_repair_and_rebuild_lose_only_entries_of_the_damaged_node) {
     for (const unsigned seed : {1u, 3u, 10u, 16u}) {
         damaged_server server(seed_words(seed));
         const damaged_server truth(seed_words(seed));
@@ -197,7 +198,7 @@ TEST(pages_on_maps, repair_replay_repair_and_rebuild_lose_entries_of_the_damaged
     }
 }
 
-// The damaged entries no longer agree with the table, and the check of that volume ends there.
+// The damaged entries no longer match the table, and the check of that volume ends there.
 TEST(pages_on_maps, the_one_key_check_does_not_reach_the_maps_of_a_volume_whose_table_differs) {
     damaged_server server("--crash --seed 3 --luns 6");
     SCOPED_TRACE(server.damage("map-node-bit", 3));

@@ -1,5 +1,6 @@
-// What a missing mount, a foreign journal, a lost data file, a repair that was cut, or a full disk
-// does: the facts on which the operator pages' warnings rest. Typing errors: pages_typing_test.cpp.
+// The effects of a missing mount, a foreign journal, a lost data file, an interrupted repair, or a
+// full disk: the facts on which the warnings of the operator pages are based. Typing errors:
+// pages_typing_test.cpp.
 #include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -18,7 +19,7 @@ namespace fs = std::filesystem;
 static constexpr const char* CRASHED = "--crash --seed 4";
 static constexpr const char* CLEAN = "--seed 4";
 
-// What comes before a command to have a configuration of its own.
+// The words before a command that give it another configuration.
 static std::string configured(const std::string& text) {
     return "printf '" + text +
            "' >/scratch/own.conf\nexport TARN_PLATFORM_CONF=/scratch/own.conf\n";
@@ -63,7 +64,7 @@ TEST(situation, a_volume_that_is_neither_named_nor_mounted_loses_its_part_of_the
     EXPECT_TRUE(starts(found, "volume2/@EP/EP_FRI: free count: ")) << found.text;
 }
 
-TEST(situation, after_a_clean_shutdown_nothing_misses_a_volume) {
+TEST(situation, after_a_clean_shutdown_a_missing_volume_is_not_noticed) {
     const damaged_server server(CLEAN);
     const run_result start = server.run(std::string("umount /volume2\n") + START_LINE);
     EXPECT_EQ(start.status, 0);
@@ -132,7 +133,7 @@ TEST(situation, a_bad_status_stops_start_up_replay_and_no_other_replay) {
     }
 }
 
-TEST(situation, a_torn_transaction_logs_conflicts_and_is_no_refusal) {
+TEST(situation, a_torn_transaction_logs_conflicts_and_is_not_refused) {
     struct row {
         const char* sample;
         const char* line;
@@ -180,7 +181,7 @@ TEST(situation, a_copy_record_of_too_many_entries_is_logged_and_replayed_up_to_4
     EXPECT_EQ(map_word_of(map, 40), 0u);
 }
 
-TEST(situation, a_data_file_that_is_gone_or_cut_is_noticed_by_no_check) {
+TEST(situation, a_missing_or_cut_data_file_is_not_noticed_by_any_check) {
     for (const char* command : {"rm $V/@EP/EP_DAT_00001", "truncate -s 100 $V/@EP/EP_DAT_00000",
                                 "rm $V/@EP/EP_DAT_0000*"}) {
         const damaged_server server("--seed 5");
@@ -197,8 +198,8 @@ TEST(situation, a_repair_without_the_second_data_file_succeeds) {
     expect_repair_succeeds(server);
 }
 
-// A backup's name that is taken by a directory stops the swap after the table; what the running
-// program took back is done again by hand. So a power failure leaves a volume between the two.
+// A directory in place of a backup stops the swap after the table; the step that the program undid
+// is done again by hand. A power failure between the two files leaves a volume like this.
 static void cut_between_table_and_index(const damaged_server& server) {
     EXPECT_EQ(
         server.run(std::string("mv $J $J.aside; mkdir $V/@EP/EP_FRI.bkp\n") + REPAIR_LINE).status,
@@ -210,7 +211,8 @@ static void cut_between_table_and_index(const damaged_server& server) {
               "EP_FRI\nswap\n");
 }
 
-TEST(situation, between_table_and_index_of_a_repair_replays_refuse_and_the_checks_may_pass) {
+TEST(situation,
+     a_repair_cut_between_table_and_index_is_refused_by_replays_but_the_checks_may_pass) {
     const damaged_server server(CLEAN);
     cut_between_table_and_index(server);
     const auto before = everything(server);
@@ -236,7 +238,7 @@ TEST(situation, between_table_and_index_of_a_repair_replays_refuse_and_the_check
     server.expect_rebuilt();
 }
 
-TEST(situation, a_work_directory_that_a_finished_repair_left_empty_fails_one_more_run) {
+TEST(situation, an_empty_work_directory_left_by_a_finished_repair_fails_one_more_run) {
     const damaged_server server(CLEAN);
     server.set_journal_aside();
     expect_repair_succeeds(server);
@@ -280,7 +282,7 @@ TEST(situation, a_run_that_is_killed_leaves_the_service_stopped) {
     EXPECT_EQ(server.run("cat /scratch/calls").out, "pause\n");
 }
 
-TEST(situation, a_service_that_does_not_start_again_fails_a_repair_that_is_in_its_place) {
+TEST(situation, a_service_that_does_not_start_again_fails_a_repair_whose_files_are_live) {
     const damaged_server server("--seed 5");
     const run_result got = server.run(service("exit 0", "exit 1") + REPAIR_LINE);
     EXPECT_EQ(got.status, 255);
@@ -290,7 +292,7 @@ TEST(situation, a_service_that_does_not_start_again_fails_a_repair_that_is_in_it
     EXPECT_EQ(checks_of(server), BOTH_PASS);
 }
 
-// Volume 1 on a file system of its own that is full to its last block; `after` runs with room.
+// Volume 1 on a separate file system that is completely full; `after` runs once there is room.
 static std::string on_a_full_volume(const std::string& command, const std::string& after) {
     return "mkdir /tmp/v && mount -t tmpfs -o size=48m t /tmp/v\n"
            "cp -a --sparse=always /volume1/. /tmp/v && mount --bind /tmp/v /volume1\n"
@@ -299,7 +301,7 @@ static std::string on_a_full_volume(const std::string& command, const std::strin
            "\numount /volume1\ncp -a --sparse=always /tmp/v/. /volume1\nexit $E";
 }
 
-TEST(situation, a_full_volume_keeps_the_journal_and_once_there_is_room_the_replay_completes) {
+TEST(situation, a_full_volume_keeps_the_journal_until_there_is_room_for_the_replay) {
     const damaged_server server("--crash --seed 5 --luns 8");
     const run_result got = server.run(on_a_full_volume(
         START_LINE, "tarn --search jnl -m; tarn --set-status abnormal; tarn --startup-replay"));
@@ -312,7 +314,7 @@ TEST(situation, a_full_volume_keeps_the_journal_and_once_there_is_room_the_repla
     EXPECT_EQ(found.status, 0) << found.text;
 }
 
-TEST(situation, a_full_volume_keeps_its_table_and_index_from_a_repair) {
+TEST(situation, a_repair_of_a_full_volume_leaves_its_table_and_index) {
     const damaged_server server("--seed 5");
     const auto before = tree_of(server.file("/volume1"));
     const run_result got = server.run(on_a_full_volume(REPAIR_LINE, "true"));

@@ -1,5 +1,5 @@
-// What a wrong word, path or option does on sound volumes: the facts on which the operator pages'
-// warnings rest. Failures of the machine: pages_situations_test.cpp.
+// What a wrong word, path or option does to sound volumes: the facts on which the warnings of the
+// operator pages are based. Failures of the machine: pages_situations_test.cpp.
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -44,7 +44,7 @@ static run_result run_without_a_change(const damaged_server& server, const std::
     return got;
 }
 
-TEST(typing, a_data_file_for_a_table_lets_finalize_overwrite_data_that_no_check_misses) {
+TEST(typing, a_data_file_given_as_a_table_lets_finalize_overwrite_data_unnoticed) {
     const damaged_server server("--seed 5");
     const auto data = file_bytes(server.file(DATA_FILE), ENTRIES_BEGIN, 512);
     const auto table = tree_of(server.file("/volume1")).at("@EP/EP_TBL");
@@ -90,7 +90,7 @@ TEST(typing, create_over_a_live_map_empties_it_and_a_repair_then_frees_what_it_h
     EXPECT_EQ(checks_of(server), (check_answers{255, 0}));
     expect_repair_succeeds(server);
     EXPECT_EQ(checks_of(server), (check_answers{0, 0}));
-    EXPECT_EQ(tbl_word_of(server.file(TABLE_FILE), extent) & 0x8000, 0);  // not used any more
+    EXPECT_EQ(tbl_word_of(server.file(TABLE_FILE), extent) & 0x8000, 0);  // no longer used
 }
 
 TEST(typing, create_of_a_file_from_itself_changes_nothing) {
@@ -172,7 +172,7 @@ TEST(typing, help_after_start_up_replay_is_ignored_and_the_journal_is_replayed_a
     EXPECT_FALSE(journal_is_there(server));
 }
 
-TEST(typing, an_unknown_or_shortened_option_does_not_keep_a_repair_from_being_carried_out) {
+TEST(typing, an_unknown_or_shortened_option_does_not_stop_a_repair) {
     struct row {
         const char* command;
         const char* errors;
@@ -191,7 +191,7 @@ TEST(typing, an_unknown_or_shortened_option_does_not_keep_a_repair_from_being_ca
     }
 }
 
-TEST(typing, an_unknown_status_word_makes_start_up_replay_refuse_in_silence_until_it_is_set_back) {
+TEST(typing, an_unknown_status_word_makes_start_up_replay_refuse_silently_until_it_is_set_back) {
     const damaged_server server("--crash --seed 4");
     const run_result set = server.run("tarn --set-status abnormall");
     EXPECT_EQ(set.log, log_of_run{});
@@ -205,7 +205,8 @@ TEST(typing, an_unknown_status_word_makes_start_up_replay_refuse_in_silence_unti
     EXPECT_EQ(server.verify("").status, 0);
 }
 
-TEST(typing, repair_of_a_map_as_the_unmap_buffer_sets_its_count_to_0_and_a_right_repair_mends_it) {
+TEST(typing,
+     repair_of_a_map_as_the_unmap_buffer_sets_its_count_to_0_and_a_correct_repair_restores_it) {
     struct row {
         std::string map;
         const char* right_kind;
@@ -278,7 +279,7 @@ TEST(typing, replay_of_one_file_does_nothing_without_the_journals_path) {
     }
 }
 
-TEST(typing, replay_of_the_table_alone_leaves_a_volume_of_two_moments) {
+TEST(typing, replay_of_the_table_alone_leaves_table_and_maps_of_different_times) {
     const damaged_server server("--crash --seed 8");
     auto before = tree_of(server.file("/volume1"));
     const run_result got = server.run("tarn --rpjnl tbl --tblpath $V/@EP/EP_TBL --jnlpath $J");
@@ -324,7 +325,7 @@ TEST(typing, import_into_the_live_files_counts_a_map_twice) {
     EXPECT_EQ(checks_of(server), (check_answers{255, 0}));
 }
 
-TEST(typing, repair_of_a_path_that_is_no_volume_changes_nothing) {
+TEST(typing, repair_of_a_path_that_is_not_a_volume_changes_nothing) {
     const damaged_server server("--seed 5");
     for (const std::string path : {"$V/@EP", "/volume", "/volume3", "volume1", "/volume1x"}) {
         const run_result got =
@@ -346,7 +347,7 @@ TEST(typing, finalize_before_the_group_count_is_right_leaves_groups_without_list
     EXPECT_EQ(linked.status, 0);
     EXPECT_EQ(linked.log, log_of_run{});
     EXPECT_EQ(server.run("tarn --freeck" + files).status, 255);
-    // It has set the count to all that an index can have, so that a second run reaches every group.
+    // The first run set the count to the maximum of an index, so a second run reaches every group.
     EXPECT_EQ(server.run("tarn --finalize" + files).status, 0);
     EXPECT_EQ(server.run("tarn --freeck" + files).status, 0);
 }

@@ -1,5 +1,5 @@
-// The default platform on a machine without a configuration of its own: its volumes, its journal's
-// directory, and the service where systemd runs it.
+// The default platform on a machine without a configuration file: its volumes, its journal's
+// directory, and the service if systemd runs it.
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ protected:
         fs::permissions(systemctl, fs::perms::owner_all);
     }
 
-    // The system's own programs stay where they are called from; one of them is ours.
+    // The programs of the system keep their paths; one of them is replaced by ours.
     [[nodiscard]] run_result run_one_key_check(bool systemd_runs = true) const {
         const std::string shell =
             std::string(systemd_runs ? "mkdir -p /run/systemd/system; " : "") +
@@ -65,7 +65,7 @@ TEST_F(systemd_machine, a_service_that_does_not_run_is_not_started) {
     EXPECT_EQ(calls(), "is-active --quiet iscsitrg\n");
 }
 
-TEST_F(systemd_machine, nothing_is_asked_where_systemd_does_not_run) {
+TEST_F(systemd_machine, systemctl_is_not_called_if_systemd_does_not_run) {
     make("active");
     const run_result got = run_one_key_check(false);
     EXPECT_EQ(got.err, "");
@@ -109,14 +109,14 @@ TEST(platform_defaults, no_file_at_the_default_place_means_the_default_journal) 
     EXPECT_EQ(run_with_default_file(box, "true").status, 0);
 }
 
-TEST(platform_defaults, a_file_at_the_default_place_holds) {
+TEST(platform_defaults, a_file_at_the_default_place_is_used) {
     const sandbox box;
     make_jnl(box.journal(), JNL_STATUS_BAD, {});
     const std::string make_file = "echo 'journal_root = /tmp' >/etc/tarn/platform.conf";
     EXPECT_EQ(run_with_default_file(box, make_file).status, 0);  // no journal there
 }
 
-TEST(platform_defaults, a_wrong_file_at_the_default_place_is_told_and_fails) {
+TEST(platform_defaults, an_invalid_file_at_the_default_place_is_logged_and_fails) {
     const sandbox box;
     const run_result got =
         run_with_default_file(box, "echo 'journal = /tmp' >/etc/tarn/platform.conf");

@@ -1,4 +1,4 @@
-// Hole punching by the built program, its question answered through a pipe or not at all.
+// Hole punching by the built program, with its question answered through a pipe or not answered.
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <string>
@@ -51,7 +51,7 @@ TEST_F(punch_run, yes_through_a_pipe_punches_the_free_extents_of_the_range) {
     }
 }
 
-TEST_F(punch_run, anything_else_punches_nothing_and_is_no_failure) {
+TEST_F(punch_run, any_other_answer_punches_nothing_and_is_not_a_failure) {
     for (const char* text : {"yes\n", "YES", "NO\n", "\n"}) {
         const run_result run = punch(input_kind::text, text);
         EXPECT_EQ(run.status, 0) << text;
@@ -60,7 +60,7 @@ TEST_F(punch_run, anything_else_punches_nothing_and_is_no_failure) {
     EXPECT_TRUE(extent_is(1, 0xd5));
 }
 
-TEST_F(punch_run, an_input_at_its_end_punches_nothing_and_is_no_failure) {
+TEST_F(punch_run, an_input_at_its_end_punches_nothing_and_is_not_a_failure) {
     const run_result run = punch(input_kind::empty, "");
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.out, QUESTION);
@@ -74,8 +74,8 @@ TEST_F(punch_run, without_a_standard_input_nothing_is_punched) {
     EXPECT_TRUE(extent_is(1, 0xd5));
 }
 
-// A line of the log before the question: what it is sent through must not become the input.
-TEST_F(punch_run, without_a_standard_input_nothing_waits_for_the_log_to_answer) {
+// A line is logged before the question: the log socket must not become the input.
+TEST_F(punch_run, without_a_standard_input_the_log_socket_is_not_read_for_an_answer) {
     run_conditions conditions;
     conditions.input = input_kind::closed;
     const run_result run = box_.run({"--punch", "-z", "-p", "/volume1"}, conditions);

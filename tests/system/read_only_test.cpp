@@ -33,7 +33,7 @@ TEST(read_only, start_up_replay_marks_the_journal_and_touches_no_volume) {
     }
 }
 
-TEST(read_only, once_the_volume_can_be_written_again_the_replay_goes_on) {
+TEST(read_only, once_the_volume_is_writable_again_the_replay_completes) {
     const sandbox box;
     make_volumes(box);
     make_jnl(box.journal(), 0xFFFFFFFF, {tbl_block(uuid_of(0x22), 5, 0x8001)});
@@ -43,7 +43,7 @@ TEST(read_only, once_the_volume_can_be_written_again_the_replay_goes_on) {
     EXPECT_FALSE(fs::exists(box.journal()));
 }
 
-TEST(read_only, a_bad_journal_or_one_of_no_status_is_not_marked) {
+TEST(read_only, a_bad_journal_or_one_without_a_status_is_not_marked) {
     for (const uint32_t status : {0x66656800U, 0U, 5U}) {
         const sandbox box;
         make_volumes(box);
@@ -53,7 +53,7 @@ TEST(read_only, a_bad_journal_or_one_of_no_status_is_not_marked) {
     }
 }
 
-TEST(read_only, a_read_only_space_that_is_no_volume_does_not_count) {
+TEST(read_only, a_read_only_space_that_is_not_a_volume_is_ignored) {
     const sandbox box;
     make_volume(box, 1, 0x11);
     make_jnl(box.journal(), 0xFFFFFFFF, {});

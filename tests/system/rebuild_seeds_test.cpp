@@ -1,6 +1,6 @@
-// Rebuilt tables: a sample loses its index and the entries of its table, is brought back by the
-// one-key repair, and must then hold what its maps make of it; and the comparison that says so
-// notices whatever else the two files could hold.
+// Rebuilt tables: a sample loses its index and the entries of its table, is rebuilt by the one-key
+// repair, and must then match its maps; and the comparison that checks this notices every other
+// content of the two files.
 #include <gtest/gtest.h>
 #include <string>
 
@@ -134,7 +134,7 @@ protected:
     const std::string TABLE = "volume1/@EP/EP_TBL: ";
 };
 
-TEST_F(rebuilt_volume, with_every_damage_to_its_index_or_table_is_told_apart) {
+TEST_F(rebuilt_volume, with_any_damage_to_its_index_or_table_is_detected) {
     for (const char* kind :
          {"reference-count", "list-loop", "list-used", "list-tail", "list-count", "group-loop",
           "free-count", "index-header-bit", "table-header-bit", "index-block-bit",
@@ -151,14 +151,14 @@ TEST_F(rebuilt_volume, with_every_damage_to_its_index_or_table_is_told_apart) {
     }
 }
 
-TEST_F(rebuilt_volume, whose_list_lacks_a_free_extent_is_told_apart) {
+TEST_F(rebuilt_volume, whose_list_lacks_a_free_extent_is_detected) {
     const uint32_t missing = second_on_list();
     set_word(first_on_list(), next_of(missing));
     expect_difference(TABLE + in_group() + "free offset " + std::to_string(missing) +
                       " is not on the free list");
 }
 
-TEST_F(rebuilt_volume, whose_list_holds_a_used_extent_is_told_apart) {
+TEST_F(rebuilt_volume, whose_list_holds_a_used_extent_is_detected) {
     const uint32_t next = second_on_list();
     uint32_t used = 0;
     while (used < TBL_GROUP_ENTRIES &&
@@ -172,7 +172,7 @@ TEST_F(rebuilt_volume, whose_list_holds_a_used_extent_is_told_apart) {
                       ", which is in use");
 }
 
-TEST_F(rebuilt_volume, that_counts_a_reference_too_many_is_told_apart) {
+TEST_F(rebuilt_volume, that_counts_one_reference_too_many_is_detected) {
     uint64_t lpa = 0;
     while (lpa < TBL_GROUP_ENTRIES && (tbl_word_of(table_of(sample_), lpa) & TBL_USED_BIT) == 0) {
         lpa++;
@@ -185,14 +185,14 @@ TEST_F(rebuilt_volume, that_counts_a_reference_too_many_is_told_apart) {
                       std::to_string(count + 1) + " references");
 }
 
-TEST_F(rebuilt_volume, whose_list_loops_is_told_apart) {
+TEST_F(rebuilt_volume, whose_list_loops_is_detected) {
     const uint32_t first = first_on_list();
     set_word(second_on_list(), first);
     expect_difference(TABLE + in_group() + "the free list loops at offset " +
                       std::to_string(first));
 }
 
-TEST_F(rebuilt_volume, whose_list_ends_early_is_told_apart) {
+TEST_F(rebuilt_volume, whose_list_ends_early_is_detected) {
     const uint32_t first = first_on_list();
     const uint32_t second = second_on_list();
     set_word(first, TBL_TAIL_BIT);
@@ -203,7 +203,7 @@ TEST_F(rebuilt_volume, whose_list_ends_early_is_told_apart) {
                       " has a next link");
 }
 
-TEST_F(rebuilt_volume, with_a_wrong_count_of_a_group_is_told_apart) {
+TEST_F(rebuilt_volume, with_a_wrong_count_of_a_group_is_detected) {
     fri_entry entry = index_entry(group());
     const unsigned count = fri_entry_count(&entry);
     fri_entry_set_count(&entry, count - 1);
@@ -212,14 +212,14 @@ TEST_F(rebuilt_volume, with_a_wrong_count_of_a_group_is_told_apart) {
                       ", found " + std::to_string(count - 1));
 }
 
-TEST_F(rebuilt_volume, with_a_wrong_count_in_the_header_is_told_apart) {
+TEST_F(rebuilt_volume, with_a_wrong_count_in_the_header_is_detected) {
     const uint64_t count = fri_free_count_of(index_of(sample_));
     set_header_u64(index_of(sample_), 4096, 4100, count + 1);
     expect_difference(INDEX + "free count: expected " + std::to_string(count) + ", found " +
                       std::to_string(count + 1));
 }
 
-TEST_F(rebuilt_volume, whose_list_of_groups_passes_over_one_is_told_apart) {
+TEST_F(rebuilt_volume, whose_list_of_groups_skips_one_is_detected) {
     const fri_entry first = index_entry(head_group());
     set_header_u64(index_of(sample_), 4096, 4108, fri_entry_next(&first));
     const uint64_t end = group() + 1;
@@ -227,7 +227,7 @@ TEST_F(rebuilt_volume, whose_list_of_groups_passes_over_one_is_told_apart) {
                       ", which is not initialised, before naming all groups");
 }
 
-TEST_F(rebuilt_volume, whose_list_of_groups_comes_back_is_told_apart) {
+TEST_F(rebuilt_volume, whose_list_of_groups_loops_is_detected) {
     fri_entry first = index_entry(head_group());
     fri_entry_set_next(&first, head_group());
     set_index_entry(head_group(), first);
@@ -235,7 +235,7 @@ TEST_F(rebuilt_volume, whose_list_of_groups_comes_back_is_told_apart) {
                       ", which it has already named");
 }
 
-TEST_F(rebuilt_volume, whose_list_of_groups_does_not_end_behind_the_last_is_told_apart) {
+TEST_F(rebuilt_volume, whose_list_of_groups_does_not_end_after_the_last_is_detected) {
     const uint64_t end = group() + 1;
     fri_entry last = index_entry(group());
     ASSERT_EQ(fri_entry_next(&last), end);
@@ -245,8 +245,8 @@ TEST_F(rebuilt_volume, whose_list_of_groups_does_not_end_behind_the_last_is_told
                       ", expected " + std::to_string(end));
 }
 
-TEST_F(rebuilt_volume, with_an_entry_outside_its_groups_is_told_apart) {
-    const uint64_t group = 125;  // in the blocks that are read, behind every group
+TEST_F(rebuilt_volume, with_an_entry_outside_its_groups_is_detected) {
+    const uint64_t group = 125;  // in the blocks that are read, after all groups
     set_tbl_word(table_of(sample_), group * 4096, 1);
     expect_difference(TABLE + "lpa 512000: expected 0 outside initialised groups");
     set_tbl_word(table_of(sample_), group * 4096, 0);
@@ -255,7 +255,7 @@ TEST_F(rebuilt_volume, with_an_entry_outside_its_groups_is_told_apart) {
     expect_difference(INDEX + "group 125: expected 0, the group is not initialised");
 }
 
-TEST_F(rebuilt_volume, with_another_uuid_or_a_stale_checksum_is_told_apart) {
+TEST_F(rebuilt_volume, with_a_wrong_uuid_or_a_stale_checksum_is_detected) {
     const std::vector<uint8_t> byte = file_bytes(table_of(sample_), 1048576 + 505, 1);
     const uint8_t other = byte[0] ^ 1;
     write_file_bytes(table_of(sample_), 1048576 + 505, &other, 1);

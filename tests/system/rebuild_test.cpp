@@ -1,5 +1,5 @@
-// The checks and rebuilds of one volume by the built program: what they print, how they exit and
-// what lies on the volume afterwards.
+// The checks and rebuilds of one volume by the built program: their output, their exit status and
+// the files on the volume afterwards.
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
@@ -32,7 +32,7 @@ protected:
     sandbox box_;
 };
 
-TEST_F(rebuild, check_map_tells_damage_and_exits_with_0) {
+TEST_F(rebuild, check_map_reports_damage_and_exits_with_0) {
     spoil_node(map(), 0);
     const run_result run = box_.run({"--check-map", "--mappath", MAP});
     EXPECT_EQ(run.status, 0);
@@ -64,7 +64,7 @@ TEST_F(rebuild, check_map_takes_the_kind_of_the_map_from_its_options) {
     EXPECT_NE(rod.out.find("Try to check 8583 data-node\n"), std::string::npos);
 }
 
-TEST_F(rebuild, import_counts_into_the_files_that_are_given) {
+TEST_F(rebuild, import_counts_into_the_given_files) {
     set_tbl_word(live("EP_TBL"), 5, 0);
     const run_result run = box_.run({"--import", "--fripath", "/volume1/@EP/EP_FRI", "--tblpath",
                                      "/volume1/@EP/EP_TBL", "--mappath", MAP});
@@ -95,7 +95,7 @@ TEST_F(rebuild, import_takes_the_kind_of_the_map_from_its_options) {
               std::string::npos);
 }
 
-TEST_F(rebuild, a_stray_word_behind_import_is_named) {
+TEST_F(rebuild, a_stray_word_after_import_is_reported) {
     const run_result run = box_.run({"--import", "x"});
     EXPECT_EQ(run.status, 255);
     EXPECT_EQ(run.out, "none-option argv element:x \n");
@@ -133,7 +133,7 @@ TEST_F(rebuild, fullck_removes_its_directory_when_all_is_well) {
     EXPECT_FALSE(file_exists(root() + "/@EP_CHK"));
 }
 
-TEST_F(rebuild, fullck_leaves_its_directory_behind_after_a_mismatch) {
+TEST_F(rebuild, fullck_keeps_its_directory_after_a_mismatch) {
     set_tbl_word(live("EP_TBL"), 6, 0x8002);
     const run_result run = box_.run({"--fullck", "--volpath", "/volume1"});
     EXPECT_EQ(run.status, 255);
@@ -143,14 +143,14 @@ TEST_F(rebuild, fullck_leaves_its_directory_behind_after_a_mismatch) {
     EXPECT_TRUE(file_exists(root() + "/@EP_CHK/EP_TBL"));
 }
 
-TEST_F(rebuild, reconstruct_refuses_what_is_no_volume) {
+TEST_F(rebuild, reconstruct_refuses_a_path_that_is_not_a_volume) {
     fs::remove_all(root() + "/@iSCSITrg");
     const run_result run = box_.run({"--reconstruct", "--volpath", "/volume1"});
     EXPECT_EQ(run.status, 255);
     EXPECT_EQ(run.out, "TARN_INFO: /volume1/@iSCSITrg is not a VAAI volume\n");
 }
 
-TEST_F(rebuild, reconstruct_leaves_the_rebuilt_files_and_the_live_ones) {
+TEST_F(rebuild, reconstruct_keeps_both_the_rebuilt_files_and_the_live_ones) {
     const run_result run = box_.run({"--reconstruct", "--volpath", "/volume1"});
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(fri_word_of(fix("EP_FRI"), 0), 0x8ffe000000000001);
@@ -179,7 +179,7 @@ TEST_F(rebuild, no_run_follows_a_work_directory_that_is_a_link) {
     EXPECT_FALSE(file_exists(root() + "/kept/EP_FRI"));
 }
 
-TEST_F(rebuild, a_map_with_an_absurd_count_is_scanned_at_once) {
+TEST_F(rebuild, a_map_with_an_absurd_count_is_scanned_quickly) {
     set_header_u64(map(), 64, 76, uint64_t{1} << 50);
     const run_result run = box_.run({"--check-map", "--mappath", MAP});
     EXPECT_EQ(run.status, 0);

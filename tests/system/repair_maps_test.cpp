@@ -1,5 +1,5 @@
 // Damage to maps and to the journal: the command that finds it, the commands that repair it, and
-// what is lost. Table, index and free lists: repair_test.cpp.
+// the losses. Table, index and free lists: repair_test.cpp.
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <set>
@@ -35,7 +35,7 @@ static bool printed(const run_result& run, const std::string& part) {
     return run.out.find(part) != std::string::npos;
 }
 
-// Paths below the root whose lines differ, the kept files of a one-key repair aside.
+// Paths below the root whose lines differ, except the kept files of a one-key repair.
 static std::set<std::string> changed_files(const file_tree& was, const file_tree& is) {
     std::set<std::string> changed;
     for (const file_tree* tree : {&was, &is}) {
@@ -61,7 +61,7 @@ TEST(repair_of_a_map, of_a_wrong_mapped_count_loses_nothing) {
         SCOPED_TRACE(server.damage("mapped-count", seed));
         const std::string check = check_command(server);
         const run_result found = server.run(check);
-        EXPECT_EQ(found.status, 0);  // told, and no failure
+        EXPECT_EQ(found.status, 0);  // reported, but not a failure
         EXPECT_TRUE(printed(found, "TARN_INFO: mapped_cnt mismatched: ("));
         EXPECT_TRUE(printed(server.run(check + " --repair"), "TARN_INFO: mapped_cnt repair: ("));
         EXPECT_TRUE(printed(server.run(check), "TARN_INFO: mapped_cnt matched: ("));
@@ -70,8 +70,8 @@ TEST(repair_of_a_map, of_a_wrong_mapped_count_loses_nothing) {
     }
 }
 
-// What a count that is too low does before it is mended.
-TEST(repair_of_a_map, with_too_low_a_count_comes_before_the_rebuild) {
+// The effect of too low a count before it is repaired.
+TEST(repair_of_a_map, with_too_low_a_count_must_come_before_the_rebuild) {
     damaged_server server("--seed 5");
     EXPECT_NE(server.damage("mapped-count", 2).find("1578 -> 1577"), std::string::npos);
     server.set_journal_aside();
@@ -110,7 +110,7 @@ static uint64_t node_in(const std::string& damage) {
     return std::stoull(damage.substr(damage.find("data node ") + 10));
 }
 
-TEST(repair_of_a_map, of_a_damaged_node_loses_the_entries_of_that_node_and_no_other) {
+TEST(repair_of_a_map, of_a_damaged_node_loses_only_the_entries_of_that_node) {
     for (unsigned seed : {1u, 2u, 12u}) {  // a LUN's map, one in the trash, the ROD map
         damaged_server server("--seed 5");
         const std::string damage = server.damage("map-node-bit", seed);
@@ -146,7 +146,7 @@ TEST(repair_of_a_map, of_a_damaged_node_loses_the_entries_of_that_node_and_no_ot
     }
 }
 
-TEST(repair_of_a_map, comes_before_a_rebuild_which_believes_every_entry) {
+TEST(repair_of_a_map, must_come_before_a_rebuild_which_trusts_every_entry) {
     damaged_server server("--seed 5");
     SCOPED_TRACE(server.damage("map-node-bit", 3));
     server.set_journal_aside();
@@ -155,7 +155,7 @@ TEST(repair_of_a_map, comes_before_a_rebuild_which_believes_every_entry) {
     EXPECT_EQ(server.verify("--rebuilt").status, 1);
 }
 
-// An emptied buffer: all that it held waits to be freed, and the rebuild frees it.
+// An emptied buffer: its extents were waiting to be freed, and the rebuild frees them.
 TEST(repair_of_a_map, empties_a_damaged_unmap_buffer_and_no_lun_loses_anything) {
     for (const char* kind : {"map-node-bit", "map-truncated", "mapped-count"}) {
         damaged_server server("--seed 5");
@@ -179,7 +179,7 @@ TEST(repair_of_a_map, empties_a_damaged_unmap_buffer_and_no_lun_loses_anything) 
     }
 }
 
-TEST(repair_of_a_map, with_a_damaged_header_is_none_without_a_copy) {
+TEST(repair_of_a_map, with_a_damaged_header_is_impossible_without_a_copy) {
     for (unsigned seed = 1; seed <= 3; seed++) {
         damaged_server server("--seed 5");
         SCOPED_TRACE(server.damage("map-header-bit", seed));
@@ -220,12 +220,12 @@ TEST(repair_of_a_map, takes_header_and_pools_from_an_older_copy_and_loses_nothin
     }
 }
 
-// Where the pool's row is damaged that the entries name.
-TEST(repair_of_a_map, writes_the_volumes_uuid_into_the_row_that_its_entries_name) {
+// The row of the pool that the entries name is damaged.
+TEST(repair_of_a_map, writes_the_uuid_of_the_volume_into_the_row_that_its_entries_name) {
     damaged_server server("--seed 5");
     const std::string damage = server.damage("pool-table", 2);
     ASSERT_NE(damage.find("@EP_trash/4: byte 8202, row 0 of the pool table"), std::string::npos);
-    EXPECT_EQ(server.run("tarn --onekeycheck").status, 0);  // only the log tells
+    EXPECT_EQ(server.run("tarn --onekeycheck").status, 0);  // only logged
     const run_result found = server.run("tarn --rpvjnl");
     EXPECT_EQ(found.status, 255);
     EXPECT_TRUE(found.logged("cksum error, 1 pool for MAP /volume1/@EP_trash/4\n"));
@@ -246,7 +246,7 @@ TEST(repair_of_a_map, writes_the_volumes_uuid_into_the_row_that_its_entries_name
     EXPECT_EQ(server.verify("").status, 0);
 }
 
-TEST(repair_of_a_map, that_was_cut_off_loses_what_stood_behind_the_cut) {
+TEST(repair_of_a_map, that_was_cut_off_loses_what_was_after_the_cut) {
     for (unsigned seed : {1u, 2u, 12u}) {  // the last one: the ROD map
         damaged_server server("--seed 5");
         SCOPED_TRACE(server.damage("map-truncated", seed));
@@ -254,7 +254,7 @@ TEST(repair_of_a_map, that_was_cut_off_loses_what_stood_behind_the_cut) {
         const run_result found = server.run(FULL_CHECK);
         EXPECT_EQ(found.status, 255);
         EXPECT_EQ(server.run("rm -r $V/@EP_CHK").status, 0);
-        std::vector<std::vector<uint8_t>> nodes;  // blank behind the cut
+        std::vector<std::vector<uint8_t>> nodes;  // blank after the cut
         uint64_t left = 0;
         for (uint64_t n = 0; n < SAMPLE_NODES; n++) {
             nodes.push_back(node_bytes(server.map(), n));
@@ -300,7 +300,7 @@ static void rebuild_every_volume(damaged_server* server) {
     EXPECT_EQ(server->run("tarn --onekeycheck").status, 0);
 }
 
-// Crashes whose newest commits the damaged block belongs to.
+// Crashes in which the damaged block belongs to the newest commits.
 TEST(repair_of_the_journal, after_a_crash_rebuilds_every_volume_from_what_its_maps_hold) {
     for (unsigned seed : {2u, 6u, 7u}) {
         damaged_server server("--crash --seed " + std::to_string(seed));
@@ -314,8 +314,8 @@ TEST(repair_of_the_journal, after_a_crash_rebuilds_every_volume_from_what_its_ma
     }
 }
 
-// Crashes in which it belongs to an older one: the replay takes it for the end of the history.
-TEST(repair_of_the_journal, after_a_crash_is_called_for_by_the_log_even_when_the_replay_passed) {
+// Crashes in which it belongs to an older one: the replay ends there as at the end of the history.
+TEST(repair_of_the_journal, after_a_crash_is_announced_in_the_log_even_if_the_replay_passed) {
     for (unsigned seed : {3u, 4u, 5u}) {
         damaged_server server("--crash --seed " + std::to_string(seed));
         SCOPED_TRACE(server.damage("journal-block", seed));

@@ -1,5 +1,5 @@
 // Damage to table, index and free lists: the command that finds it, the commands that repair it,
-// and what tarn-lab says of the result. Maps: repair_maps_test.cpp.
+// and what tarn-lab reports about the result. Maps: repair_maps_test.cpp.
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
@@ -37,7 +37,7 @@ static void expect_repaired(const damaged_server& server) {
     EXPECT_TRUE(repair.out.ends_with("TARN_INFO: One Key Repair has successfully completed\n"));
 }
 
-// What one command brings back without a loss.
+// Damage that one command repairs without a loss.
 struct row {
     const char* kind;
     const char* check;
@@ -74,7 +74,7 @@ static std::string name_of(const testing::TestParamInfo<row>& info) {
 }
 INSTANTIATE_TEST_SUITE_P(of, repair_by_one_command, testing::ValuesIn(ROWS), name_of);
 
-TEST(repair, of_lists_is_beyond_the_recount) {
+TEST(repair, of_lists_needs_more_than_the_recount) {
     for (const char* kind : {"list-loop", "list-tail", "list-count", "group-loop"}) {
         damaged_server server("--seed 5");
         SCOPED_TRACE(server.damage(kind));
@@ -113,7 +113,7 @@ TEST(repair, of_a_damaged_index_header_keeps_the_uuid) {
     }
 }
 
-// A volume that was repaired before, so that it has its previous table beside it.
+// A volume that was repaired before and still has a backup of its previous table.
 static void repair_once(const damaged_server& server) {
     server.set_journal_aside();
     expect_repaired(server);
@@ -188,13 +188,13 @@ TEST(repair, of_a_damaged_table_header_takes_it_from_another_volume) {
     server.expect_rebuilt();
 }
 
-TEST(repair, of_a_wrong_sum_of_free_extents_is_seen_beside_a_rebuild) {
+TEST(repair, of_a_wrong_sum_of_free_extents_is_noticed_by_comparing_with_a_rebuild) {
     for (unsigned seed = 1; seed <= 3; seed++) {
         damaged_server server("--seed 5");
         server.set_journal_aside();
         const uint64_t right = fri_free_count_of(server.file(INDEX));
         SCOPED_TRACE(server.damage("free-count", seed));
-        EXPECT_EQ(server.run(LIST_CHECK).status, 0);  // no check looks at the sum
+        EXPECT_EQ(server.run(LIST_CHECK).status, 0);  // no check compares the sum
         EXPECT_EQ(server.run(FULL_CHECK).status, 0);
         const run_result shown = server.run(
             "tarn --reconstruct --volpath $V\n"
@@ -238,9 +238,9 @@ TEST(repair, is_undone_by_a_journal_that_was_left_in_its_place) {
     server.expect_rebuilt();
 }
 
-// Nothing is wrong with these volumes: what was allocated since the last recorded entry makes the
-// index differ from it.
-TEST(repair, is_not_called_for_by_a_journal_check_that_fails) {
+// Nothing is wrong with these volumes: allocations after the last recorded entry make the index
+// differ from it.
+TEST(repair, is_not_needed_just_because_a_journal_check_fails) {
     damaged_server server("--seed 5");
     const run_result check = server.run("tarn --ckvjnl");
     EXPECT_EQ(check.status, 255);
@@ -259,19 +259,19 @@ static void replay_and_rebuild(const damaged_server& server) {
     EXPECT_EQ(found.status, 0) << found.text;
 }
 
-TEST(repair, after_a_crash_gives_the_replay_an_index_for_the_one_that_is_lost) {
+TEST(repair, after_a_crash_gives_the_replay_a_new_index_for_the_lost_one) {
     for (unsigned seed : {1u, 3u, 4u}) {
         damaged_server server("--crash --seed " + std::to_string(seed));
         SCOPED_TRACE(server.damage("index-lost"));
         EXPECT_EQ(server.run("tarn --startup-replay").status, 255);
         const run_result created =
             server.run("tarn --create fri --path $V/@EP/EP_FRI --oldpath $V/@EP/EP_TBL");
-        EXPECT_EQ(created.status, 255);  // also when it was created
+        EXPECT_EQ(created.status, 255);  // even though it was created
         replay_and_rebuild(server);
     }
 }
 
-TEST(repair, after_a_crash_gives_the_replay_a_table_for_the_one_that_is_lost) {
+TEST(repair, after_a_crash_gives_the_replay_a_new_table_for_the_lost_one) {
     for (unsigned seed : {1u, 3u, 4u}) {
         damaged_server server("--crash --seed " + std::to_string(seed));
         SCOPED_TRACE(server.damage("table-lost"));
@@ -306,7 +306,7 @@ TEST(repair, begins_with_copies_of_the_metadata) {
     EXPECT_EQ(copy.err, "");
 }
 
-// The first volume with nothing in it yet: where its files lie.
+// The paths of the first volume, which is still empty.
 static std::string empty_volume(const damaged_server& server) {
     std::string volume = server.file("/volume1");
     std::filesystem::remove_all(volume);
@@ -365,7 +365,7 @@ INSTANTIATE_TEST_SUITE_P(of, full_last_group,
                                          std::vector<uint64_t>{4096, 4100,
                                                                8195}));  // group 0: full
 
-// What is counted before a rebuild that would not end: one entry far behind all others.
+// What to count before a rebuild that would not end: one entry far after all others.
 TEST(repair, of_a_far_entry_is_stopped_and_its_groups_counted) {
     damaged_server server("--seed 1");
     server.set_journal_aside();

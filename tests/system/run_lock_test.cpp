@@ -1,5 +1,5 @@
-// Two runs at once, as two processes: while one holds a volume, a second one that would write into
-// it is refused and touches nothing.
+// Two runs at once, as two processes: while one has locked a volume, a second one that would write
+// to it is refused and touches nothing.
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -34,8 +34,8 @@ protected:
         write_script("pause", "");
         write_script("resume", "");
     }
-    // What the script runs as "tarn WORDS" prints into /scratch/printed and adds its status, a
-    // line each, to /scratch/statuses.
+    // A "tarn WORDS" of the script prints into /scratch/printed and adds its status as a line to
+    // /scratch/statuses.
     void write_script(const std::string& name, const std::string& lines) const {
         std::ofstream(box_.scratch() + "/" + name)
             << "echo " << name << " >>/scratch/calls\n"
@@ -148,7 +148,7 @@ TEST_F(second_run, of_every_kind_is_refused_while_all_volumes_are_checked) {
     EXPECT_EQ(text_of("statuses"), "255\n255\n255\n");
 }
 
-// A service runs start-up replay when it starts: the lock is given back before that.
+// A service runs start-up replay when it starts: the lock is released before that.
 TEST_F(second_run, by_the_service_that_is_resumed_finds_everything_free) {
     write_script("resume", "tarn --startup-replay\ntarn --rpvjnl\n");
     EXPECT_EQ(repair().status, 0);
@@ -158,7 +158,7 @@ TEST_F(second_run, by_the_service_that_is_resumed_finds_everything_free) {
 }
 
 // A stop signal that comes while the service is being paused changes nothing about it.
-TEST_F(second_run, by_the_service_finds_everything_free_also_after_a_stop_signal) {
+TEST_F(second_run, by_the_service_finds_everything_free_even_after_a_stop_signal) {
     write_script("pause", "kill -TERM $PPID");
     write_script("resume", "tarn --startup-replay");
     EXPECT_EQ(repair().status, 255);
@@ -191,12 +191,12 @@ TEST_F(second_run, is_refused_whoever_holds_the_lock) {
     EXPECT_EQ(run_under(box_, "/volume2", fix).status, 0);
     EXPECT_EQ(run_under(box_, "/var/lib/tarn", fix).status, 0);
     EXPECT_EQ(run_under(box_, "/var/lib/tarn", {"--rpvjnl"}).status, 255);
-    // A journal of its own in another directory.
+    // Another journal in another directory.
     fs::copy(box_.journal(), box_.scratch() + "/EP_JNL");
     const std::vector<std::string> replay = {"--rpvjnl", "--jnlpath", "/scratch/EP_JNL"};
     EXPECT_EQ(run_under(box_, "/var/lib/tarn", replay).status, 0);
     EXPECT_EQ(run_under(box_, "/scratch", replay).status, 255);
-    // A journal that is a link: everybody locks the directory that it leads to.
+    // A journal that is a link: every run locks the directory that it leads to.
     fs::rename(box_.journal(), box_.scratch() + "/real_jnl");
     fs::create_symlink("/scratch/real_jnl", box_.journal());
     EXPECT_EQ(run_under(box_, "/scratch", {"--rpvjnl"}).status, 255);

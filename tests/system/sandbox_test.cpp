@@ -27,14 +27,14 @@ TEST(sandbox, carries_output_errors_and_the_exit_status_out) {
     EXPECT_EQ(got.log, std::vector<std::string>{});
 }
 
-TEST(sandbox, tells_the_signal_that_ended_a_program) {
+TEST(sandbox, reports_the_signal_that_ended_a_program) {
     const sandbox box;
     const run_result got = shell(box, "kill -9 $$");
     EXPECT_EQ(got.status, -1);
     EXPECT_EQ(got.signal, 9);
 }
 
-TEST(sandbox, takes_log_lines_from_its_own_dev_log) {
+TEST(sandbox, reads_log_lines_from_its_own_dev_log) {
     const sandbox box;
     const run_result got = shell(box, "logger -p user.err -t tarn 'ERR: name(123) rest 4(5)'");
     EXPECT_EQ(got.err, "");
@@ -114,8 +114,8 @@ static bool mount_at(const std::string& from, const std::string& to) {
     return mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0;
 }
 
-// The namespace around: a shared mount, as most servers' are, with a directory for a root that is
-// no mount point and has /proc, as a build root has.
+// The outer namespace: a shared mount, as on most servers, with a directory as root that is not a
+// mount point and has /proc, as in a build root.
 static std::string make_surroundings(const std::string& top) {
     const std::string problem = leave_mount_namespace(top);
     const bool made = mount_at(top, top) &&

@@ -20,7 +20,7 @@ protected:
         make_jnl(box_.journal(), 0xFFFFFFFF,
                  {tbl_block(uuid_of(0xAB), 7, 0x8001), tbl_block(uuid_of(0xAB), 8, 0x8002)});
     }
-    // Standard output of a run that must exit 0 without another word.
+    // Standard output of a run that must exit 0 and print and log nothing else.
     std::string shown(words options) {
         options.insert(options.begin(), "--search");
         const run_result got = box_.run(options);
@@ -80,18 +80,18 @@ TEST_F(search_command, shows_the_other_kinds) {
                   "TARN_INFO: SEARCH TRANSACTION 2 LAST @block 1\n");
 }
 
-TEST_F(search_command, takes_the_configured_journal_where_no_path_is_given) {
+TEST_F(search_command, uses_the_configured_journal_without_a_path) {
     EXPECT_EQ(shown({"jnl", "-m"}), JOURNAL_META);
 }
 
-TEST_F(search_command, reads_its_options_where_the_command_ends) {
-    EXPECT_EQ(shown({"jnl", "-m", "a word that is none"}), JOURNAL_META);
+TEST_F(search_command, reads_its_options_after_the_command) {
+    EXPECT_EQ(shown({"jnl", "-m", "an unknown word"}), JOURNAL_META);
     const run_result got = box_.run({"-search=tbl", "-p" + tbl_, "-o5", "-g3", "-l", "-h"});
     EXPECT_EQ(got.status, 0);
     EXPECT_EQ(got.out, "TARN_INFO: used[1] tail[0] count/next 9\n");
 }
 
-TEST_F(search_command, refuses_two_displays_with_the_number_of_the_first) {
+TEST_F(search_command, refuses_two_displays_and_logs_the_number_of_the_first) {
     const run_result got = box_.run({"--search", "tbl", "-p", "x", "-m", "-g", "1"});
     EXPECT_EQ(got.status, 255);
     EXPECT_EQ(got.out, "");
@@ -99,21 +99,21 @@ TEST_F(search_command, refuses_two_displays_with_the_number_of_the_first) {
               words{"ERR: search_tbl(#) Don't support combinational executive command 1\n"});
 }
 
-TEST_F(search_command, without_a_mode_exits_0_after_saying_so) {
+TEST_F(search_command, logs_a_missing_mode_and_exits_0) {
     const run_result got = box_.run({"--search", "fri", "-p", fri_});
     EXPECT_EQ(got.status, 0);
     EXPECT_EQ(got.out, "");
     EXPECT_EQ(got.log, words{"ERR: search_fri(#) No cmd execute\n"});
 }
 
-TEST_F(search_command, tells_a_missing_argument_beside_the_scanners_own_line) {
+TEST_F(search_command, logs_a_missing_argument_after_the_line_of_the_option_scanner) {
     const run_result got = box_.run({"--search", "map", "-p", map_, "-a"});
     EXPECT_EQ(got.status, 255);
     EXPECT_EQ(got.log, words{"ERR: search_map(#) Bad param for -a option\n"});
     EXPECT_NE(got.err.find("'a'"), std::string::npos) << got.err;
 }
 
-TEST_F(search_command, passes_an_unknown_option_over) {
+TEST_F(search_command, ignores_an_unknown_option) {
     const run_result got = box_.run({"--search", "fri", "-z", "-g", "2", "-p", fri_});
     EXPECT_EQ(got.status, 0);
     EXPECT_EQ(got.out,
@@ -122,7 +122,7 @@ TEST_F(search_command, passes_an_unknown_option_over) {
     EXPECT_EQ(got.log, words{"ERR: search_fri(#) UNKNOW cmd z\n"});
 }
 
-TEST_F(search_command, takes_no_long_path) {
+TEST_F(search_command, refuses_a_long_path) {
     const run_result got = box_.run({"--search", "fri", "-m"});
     EXPECT_EQ(got.status, 255);
     EXPECT_EQ(got.log, words{"ERR: search_fri(#) Please assign -p fripath\n"});
@@ -134,7 +134,7 @@ TEST_F(search_command, refuses_a_type_word_that_it_does_not_know) {
     EXPECT_EQ(got.log, words{"ERR: get_funs(#) Not define option 'vol'\n"});
 }
 
-TEST_F(search_command, changes_no_file_whatever_it_is_asked) {
+TEST_F(search_command, never_changes_a_file) {
     const auto before = tree_of(box_.volume(1));
     for (const words& options :
          {words{"fri", "-p", fri_, "-g", "-1"}, words{"tbl", "-p", tbl_, "-g", "0", "-l"},
@@ -147,7 +147,7 @@ TEST_F(search_command, changes_no_file_whatever_it_is_asked) {
     EXPECT_EQ(tree_of(box_.volume(1)), before);
 }
 
-TEST_F(search_command, outlives_whoever_reads_its_output) {
+TEST_F(search_command, survives_the_reader_of_its_output) {
     run_conditions nobody_reads;
     nobody_reads.output = output_kind::broken_pipe;
     EXPECT_EQ(box_.run({"--search", "jnl", "-m"}, nobody_reads).status, 0);

@@ -19,9 +19,9 @@ static void make_inconsistent(const sandbox& box, unsigned number) {
     set_fri_word(box.volume(number) + "/@EP/EP_FRI", 0, uint64_t{0x8001} << 48);
 }
 
-TEST(startup_replay, without_a_journal_nothing_is_looked_at) {
+TEST(startup_replay, without_a_journal_no_volume_is_examined) {
     const sandbox box;
-    box.configure("volumes = /scratch\n");  // would be told as no volume
+    box.configure("volumes = /scratch\n");  // would be reported as not a volume
     const run_result got = box.run({"--startup-replay"});
     EXPECT_EQ(got.status, 0);
     EXPECT_EQ(got.out, jnl_path_line);
@@ -31,7 +31,7 @@ TEST(startup_replay, without_a_journal_nothing_is_looked_at) {
 
 TEST(startup_replay, a_named_journal_is_not_printed) {
     const sandbox box;
-    make_jnl(box.journal(), 0x66656800, {});  // the default one is not looked at
+    make_jnl(box.journal(), 0x66656800, {});  // the default one is not read
     const run_result got = box.run({"--startup-replay", "--jnlpath", "/scratch/none"});
     EXPECT_EQ(got.status, 0);
     EXPECT_EQ(got.out, "");
@@ -114,7 +114,7 @@ TEST(startup_replay, after_a_clean_shutdown_an_inconsistent_volume_marks_the_jou
     EXPECT_EQ(again.log, (lines{"ERR: vaai_startup_replay(#) Journal In-Consistent\n"}));
 }
 
-TEST(startup_replay, a_volume_that_misses_a_file_is_skipped_not_inconsistent) {
+TEST(startup_replay, a_volume_with_a_missing_file_is_skipped_not_inconsistent) {
     for (const char* name : {"/@EP/EP_TBL", "/@EP/EP_FRI"}) {
         const sandbox box;
         make_volumes(box);
@@ -130,7 +130,7 @@ TEST(startup_replay, a_volume_that_misses_a_file_is_skipped_not_inconsistent) {
     }
 }
 
-TEST(startup_replay, a_mount_without_metadata_is_told_and_passed_over) {
+TEST(startup_replay, a_mount_without_metadata_is_reported_and_skipped) {
     const sandbox box;
     make_volume(box, 2, 0x22);
     make_directories(box.volume(1) + "/@EP");
@@ -226,14 +226,14 @@ TEST(startup_replay, a_check_that_fails_after_the_replay_marks_the_journal_bad) 
     const run_result got = box.run({"--startup-replay"});
     EXPECT_EQ(got.status, 255);
     EXPECT_EQ(jnl_status_of(box.journal()), 0x66656800U);
-    EXPECT_EQ(tbl_word_of(box.volume(1) + "/@EP/EP_TBL", 5), 0x8003);  // replayed stays replayed
+    EXPECT_EQ(tbl_word_of(box.volume(1) + "/@EP/EP_TBL", 5), 0x8003);  // a replayed entry stays
     ASSERT_FALSE(got.log.empty());
     EXPECT_EQ(got.log.back(),
               "ERR: check_metadata_consistent(#) FRI /volume2/@EP/EP_FRI TBL "
               "/volume2/@EP/EP_TBL IS IN-CONSISTENT\n");
 }
 
-TEST(startup_replay, a_volume_of_a_table_without_an_index_fails_the_replay) {
+TEST(startup_replay, a_volume_with_a_table_but_no_index_fails_the_replay) {
     const sandbox box;
     make_volumes(box);
     fs::remove(box.volume(1) + "/@EP/EP_FRI");
@@ -244,7 +244,7 @@ TEST(startup_replay, a_volume_of_a_table_without_an_index_fails_the_replay) {
     EXPECT_EQ(jnl_status_of(box.journal()), 0x66656800U);
 }
 
-// A batch of 256 maps is open at a time, beside the table, the journal and the locks.
+// A batch of 256 maps is open at a time, in addition to the table, the journal and the locks.
 TEST(startup_replay, raises_its_limit_of_open_files_for_a_volume_of_many_maps) {
     const sandbox box;
     make_volumes(box);

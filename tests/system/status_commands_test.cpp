@@ -1,4 +1,4 @@
-// --vaaick and --set-status: what they answer, what they log, which bytes they change.
+// --vaaick and --set-status: their exit status, their log lines and the bytes that they change.
 #include <filesystem>
 #include <gtest/gtest.h>
 
@@ -15,7 +15,7 @@ static constexpr status_row all_statuses[] = {
     {"init", 0},         {"success", 0x25521814}, {"abnormal", 0xFFFFFFFF},
     {"bad", 0x66656800}, {"ro", 0x77777777},      {"unknown", 5}};
 
-TEST(status_commands, vaaick_answers_255_for_a_bad_journal_only_and_nolog_keeps_it_silent) {
+TEST(status_commands, vaaick_exits_255_only_for_a_bad_journal_and_nolog_keeps_it_silent) {
     for (const status_row& row : all_statuses) {
         for (const std::string mode : {"log", "nolog", "NOLOG", "NoLog", "nologs", ""}) {
             SCOPED_TRACE(std::string(row.name) + " " + mode);
@@ -45,7 +45,7 @@ TEST(status_commands, vaaick_without_a_journal_says_so_and_exits_0) {
     EXPECT_FALSE(fs::exists(box.journal()));
 }
 
-TEST(status_commands, vaaick_takes_a_directory_for_no_journal) {
+TEST(status_commands, vaaick_treats_a_directory_as_a_missing_journal) {
     const sandbox box;
     const run_result got = box.run({"--vaaick", "log", "--jnlpath", "/volume1"});
     EXPECT_EQ(got.status, 0);
@@ -72,7 +72,7 @@ TEST(status_commands, vaaick_of_a_journal_that_cannot_be_loaded_exits_255) {
               std::vector<uint8_t>(text.begin(), text.end()));
 }
 
-TEST(status_commands, vaaick_reads_the_journal_that_is_named) {
+TEST(status_commands, vaaick_reads_the_given_journal) {
     const sandbox box;
     make_jnl(box.journal(), 0x66656800, {});
     make_jnl(box.scratch() + "/other", 0x25521814, {});
@@ -132,7 +132,7 @@ TEST(status_commands, set_status_leaves_a_journal_of_an_unknown_status_alone) {
     EXPECT_EQ(tree_of(fs::path(box.journal()).parent_path()), before);
 }
 
-TEST(status_commands, set_status_without_a_journal_makes_none) {
+TEST(status_commands, set_status_without_a_journal_does_not_create_one) {
     const sandbox box;
     const run_result got = box.run({"--set-status", "bad"});
     EXPECT_EQ(got.status, 255);

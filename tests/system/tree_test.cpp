@@ -23,7 +23,7 @@ TEST(tree, names_every_file_and_directory) {
             {"d", "directory"}, {"d/e", "directory"}, {"d/f", "file of 0"}, {"l", "link to d"}}));
 }
 
-TEST(tree, one_changed_byte_shows_wherever_it_lies) {
+TEST(tree, one_changed_byte_is_noticed_wherever_it_is) {
     const scratch_dir dir;
     const std::string path = dir.file("f");
     constexpr uint64_t size = uint64_t{1} << 40;
@@ -46,7 +46,7 @@ TEST(tree, a_hole_is_the_same_as_zeros) {
     EXPECT_EQ(tree_of(dir.path()), before);
 }
 
-TEST(tree, the_size_counts) {
+TEST(tree, the_size_is_compared) {
     const scratch_dir dir;
     write_text(dir.file("f"), 0, "x");
     const auto before = tree_of(dir.path());

@@ -1,5 +1,5 @@
 // Samples whose indexes were never finalized: their headers count the groups in use, not all that
-// an index can have. The tool recovers, checks and rebuilds them as it does the others.
+// an index can have. The tool recovers, checks and rebuilds them like the others.
 #include <gtest/gtest.h>
 
 #include "support/sample_maps.h"
@@ -23,7 +23,7 @@ static uint64_t groups_in_use(const std::string& index) {
     return count;
 }
 
-TEST(unfinalized, the_header_counts_the_groups_in_use_and_nothing_else_is_other) {
+TEST(unfinalized, the_header_counts_the_groups_in_use_and_nothing_else_differs) {
     for (unsigned seed = 1; seed <= 6; seed++) {
         const scratch_dir place;
         const std::string plain = make_sample(place, "plain", seed);
@@ -80,16 +80,17 @@ TEST(unfinalized, a_rebuild_finalizes_the_index) {
     }
 }
 
-TEST(unfinalized, another_group_count_is_a_difference_also_after_a_rebuild) {
+TEST(unfinalized, a_wrong_group_count_is_a_difference_even_after_a_rebuild) {
     const scratch_dir place;
     const std::string sample = make_sample(place, "s", 5, " --unfinalized");
     const std::string index = index_of(sample, 1);
     const uint64_t count = fri_group_count_of(index);
     for (const uint64_t wrong : {count - 1, count + 1}) {
         set_header_u64(index, 64, 72, wrong);
-        const std::string told = "volume1/@EP/EP_FRI: group count: expected " +
-                                 std::to_string(count) + ", found " + std::to_string(wrong) + "\n";
-        EXPECT_EQ(tarn_lab("verify " + sample).text, told);
-        EXPECT_EQ(tarn_lab("verify " + sample + " --rebuilt").text, told);
+        const std::string report = "volume1/@EP/EP_FRI: group count: expected " +
+                                   std::to_string(count) + ", found " + std::to_string(wrong) +
+                                   "\n";
+        EXPECT_EQ(tarn_lab("verify " + sample).text, report);
+        EXPECT_EQ(tarn_lab("verify " + sample + " --rebuilt").text, report);
     }
 }

@@ -1,5 +1,5 @@
-// Writes and syncs that the system refuses, by the built program: no run ends with 0 that may have
-// lost something, and none ends by a signal.
+// Writes and syncs that the system refuses, by the built program: no run that may have lost data
+// ends with 0, and none is ended by a signal.
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
@@ -17,18 +17,7 @@ static constexpr const char* NOT_COMPLETE = "ERR: main(#) This run is not comple
 static void make_server(const sandbox& box) {
     make_volumes(box);
     box.configure("volumes = /volume1\n");
-    const std::string root = box.volume(1);
-    make_dat(root + "/@EP/EP_DAT_00000", 0x11, 0);
-    make_filled_map(root + "/@iSCSITrg/LUN_Extent_1", 63, 1, {{0, 300}});
-    set_tbl_word(root + "/@EP/EP_TBL", 300, 0x8001);
-    jnl_block index = {};
-    index.ej_header.jnl_entry_count = 1;
-    index.entry[0].type = FILE_TYPE_FRI;
-    memcpy(index.entry[0].uuid, uuid_of(0x11).data(), UUID_SIZE);
-    index.entry[0].fri.new_entry = {0, 0, 0x8000};
-    make_jnl(box.journal(), 0xFFFFFFFF,
-             {index, xcopy_block(uuid_of_number(1), 300, 0x8001),
-              tbl_block(uuid_of(0x11), 300, 0x8001)});
+    make_jnl(box.journal(), 0xFFFFFFFF, put_mapped_lun(box.volume(1), 0));
 }
 
 static std::vector<std::string> on_volume(std::vector<std::string> words) {
@@ -74,7 +63,7 @@ TEST(write_failures, a_sync_that_fails_ends_each_command_that_wrote_with_255) {
     }
 }
 
-TEST(write_failures, a_sync_that_fails_is_nothing_to_a_command_that_reads) {
+TEST(write_failures, a_sync_that_fails_does_not_affect_a_command_that_reads) {
     run_conditions conditions;
     conditions.syncs_fail = true;
     const sandbox box;
@@ -87,8 +76,8 @@ TEST(write_failures, a_sync_that_fails_is_nothing_to_a_command_that_reads) {
     }
 }
 
-// The limit is given in blocks of 512 bytes: the entries of a table begin right behind it.
-TEST(write_failures, a_limit_of_file_sizes_fails_the_write_and_not_the_process) {
+// The limit is given in blocks of 512 bytes: the entries of a table begin right after it.
+TEST(write_failures, a_file_size_limit_fails_the_write_and_does_not_end_the_process) {
     const sandbox box;
     make_server(box);
     const run_result got = box.run_program(
@@ -104,7 +93,7 @@ TEST(write_failures, a_limit_of_file_sizes_fails_the_write_and_not_the_process) 
                            "/volume1/@EP/EP_TBL: File too large\n"));
 }
 
-// Six maps of 300000 entries each, in extents of their own, all in sealed nodes.
+// Six maps of 300000 entries each, in separate extents, all in sealed nodes.
 static void put_large_maps(const std::string& directory) {
     constexpr uint64_t ENTRIES = 300000;
     constexpr uint64_t PER_NODE = 63;
@@ -123,11 +112,11 @@ static void put_large_maps(const std::string& directory) {
     }
 }
 
-TEST(write_failures, a_full_volume_ends_its_rebuild_with_two_lines) {
+TEST(write_failures, the_rebuild_of_a_full_volume_fails_with_two_lines) {
     const sandbox box;
     make_server(box);
     put_large_maps(box.volume(1) + "/@iSCSITrg");
-    // The rebuilt files' headers and the index fit into what is left, the table's entries do not.
+    // The rebuilt files' headers and the index fit into the free space, the table's entries do not.
     const run_result got = box.run_program(
         "/bin/sh",
         {"-c",

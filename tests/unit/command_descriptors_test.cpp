@@ -1,5 +1,4 @@
-// Every command gives back the descriptors that it opened, on success and whichever of its calls
-// fails.
+// Every command closes the descriptors that it opened, on success and whichever of its calls fails.
 #include <algorithm>
 #include <cerrno>
 #include <utility>
@@ -17,7 +16,8 @@
 
 class command_descriptors : public command_fixture {
 protected:
-    // The forms that read, and those that another volume's root stops after their first load.
+    // The forms that read, and those that stop after their first load at the root of another
+    // volume.
     std::vector<words> other_commands() const {
         const std::string journal = volumes_->journal();
         return {with_paths({"--ckjnl", "fri", "--jnlpath", journal}),
@@ -55,7 +55,7 @@ protected:
         make_directories(volumes_->volume(2) + "/@EP");
         make_filled_map(volumes_->volume(2) + "/@iSCSITrg/LUN_Extent_1", 63, 0, {});
     }
-    // The calls of the run. `failing`: the one that fails, 0 for none.
+    // The number of calls of the run. `failing`: the one that fails, 0 for none.
     uint64_t calls_of(const words& command, uint64_t failing, std::vector<io_call> kinds) {
         put_files(0xFFFFFFFF);
         put_special_maps();
@@ -64,8 +64,8 @@ protected:
         (void)run(command);
         return fault.calls();
     }
-    // Nothing of it may stay open. False: something did.
-    bool gives_back(const words& command, uint64_t failing, uint64_t* calls,
+    // Expects everything to be closed. Returns false if something is still open.
+    bool closes_all(const words& command, uint64_t failing, uint64_t* calls,
                     std::vector<io_call> kinds = {}) {
         const size_t before = open_files();
         *calls = calls_of(command, failing, std::move(kinds));
@@ -76,30 +76,30 @@ protected:
     }
 };
 
-TEST_F(command_descriptors, are_given_back_whichever_call_fails) {
+TEST_F(command_descriptors, are_closed_whichever_call_fails) {
     put_files(0xFFFFFFFF);
-    uint64_t first = 0;  // another one for each command
+    uint64_t first = 0;  // a different one for each command
     for (const words& command : all_commands()) {
         uint64_t calls = 0;
-        bool closed = gives_back(command, 0, &calls);
+        bool closed = closes_all(command, 0, &calls);
         EXPECT_GT(calls, 0u);
         const uint64_t step = 2 * calls / injected_failures() + 1;
         for (uint64_t n = 1 + first++ % step; n <= calls && closed; n += step) {
             uint64_t ignored = 0;
-            closed = gives_back(command, n, &ignored);
+            closed = closes_all(command, n, &ignored);
         }
     }
 }
 
-// A command that takes several locks gives back those that it has.
-TEST_F(command_descriptors, are_given_back_whichever_lock_is_held_by_another_run) {
+// A command that takes several locks releases those that it holds.
+TEST_F(command_descriptors, are_closed_whichever_lock_is_held_by_another_run) {
     put_files(0xFFFFFFFF);
     uint64_t most = 0;
     for (const words& command : all_commands()) {
         uint64_t locks = 0;
-        for (uint64_t n = 1; gives_back(command, n, &locks, {io_call::lock}) && locks >= n; n++) {
+        for (uint64_t n = 1; closes_all(command, n, &locks, {io_call::lock}) && locks >= n; n++) {
             most = std::max(most, n);
         }
     }
-    EXPECT_GE(most, 3u);  // two volumes and the journal
+    EXPECT_EQ(most, 3u) << "the locks of two volumes and of the journal";
 }

@@ -1,4 +1,4 @@
-// What main answers when a write, a sync or a read failed on the way of a command.
+// The exit status of main after a write, a sync or a read of a command failed.
 #include <cerrno>
 
 #include "store/keep_journal.h"
@@ -16,7 +16,7 @@ TEST_F(command_failures, a_sync_that_fails_ends_every_command_that_wrote_with_25
         log_.clear();
         const io_outage outage(io_call::sync);
         EXPECT_EQ(run(command), -1) << command[0];
-        EXPECT_GT(io_outage::calls(), 0u) << command[0];
+        EXPECT_TRUE(io_outage::came()) << command[0];
         EXPECT_EQ(log_.count("ERR: main(#) This run is not complete, failures "), 1u) << command[0];
         EXPECT_TRUE(log_.has(", the first: Fail to sync ")) << command[0] << log_.last();
     }
@@ -35,7 +35,7 @@ TEST_F(command_failures, a_single_sync_that_fails_is_enough) {
                   live("EP_FRI") + ": No space left on device\n");
 }
 
-// A single entry's write answers 0 whatever becomes of it.
+// Writing a single entry returns 0 even if it fails.
 TEST_F(command_failures, a_write_that_fails_or_is_short_ends_the_command_with_255) {
     for (const int error : {EIO, 0}) {
         put_files(0xFFFFFFFF);
@@ -51,7 +51,7 @@ TEST_F(command_failures, a_write_that_fails_or_is_short_ends_the_command_with_25
     }
 }
 
-TEST_F(command_failures, a_check_that_could_not_read_everything_is_not_passed) {
+TEST_F(command_failures, a_check_that_could_not_read_everything_does_not_pass) {
     put_files(0x25521814);
     make_filled_map(live("EP_BUF"), 63, 0, {});
     ASSERT_EQ(run({"--ckvbuf"}), 0);
@@ -64,8 +64,8 @@ TEST_F(command_failures, a_check_that_could_not_read_everything_is_not_passed) {
             volumes_->volume(1) + "/@EP: Permission denied\n");
 }
 
-// What they answer with is what they found.
-TEST_F(command_failures, a_question_for_the_status_and_a_display_keep_their_answer) {
+// Their exit status reports what they found.
+TEST_F(command_failures, status_queries_and_displays_keep_their_exit_status) {
     put_files(0x25521814);
     keep_journal(keep_reason::unread, "a reason\n");
     EXPECT_EQ(run({"--vaaick", "log"}), 0);
@@ -73,7 +73,7 @@ TEST_F(command_failures, a_question_for_the_status_and_a_display_keep_their_answ
     EXPECT_EQ(log_.count("main("), 0u);
 }
 
-TEST_F(command_failures, something_unread_ends_a_command_that_writes_with_255) {
+TEST_F(command_failures, a_failed_read_ends_a_command_that_writes_with_255) {
     put_files(0x25521814);
     keep_journal(keep_reason::unread, "a reason\n");
     keep_journal(keep_reason::failed_write, "another reason\n");
@@ -82,7 +82,7 @@ TEST_F(command_failures, something_unread_ends_a_command_that_writes_with_255) {
               "ERR: main(#) This run is not complete, failures 2, the first: a reason\n");
 }
 
-TEST_F(command_failures, damage_alone_changes_no_answer) {
+TEST_F(command_failures, damage_alone_does_not_change_the_exit_status) {
     put_files(0x25521814);
     keep_journal(keep_reason::damage, "a damaged node\n");
     EXPECT_EQ(run({"--startup-replay"}), 0);

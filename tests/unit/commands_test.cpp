@@ -72,7 +72,7 @@ TEST_F(commands, every_command_is_known_with_its_argument) {
     }
 }
 
-TEST_F(commands, a_type_word_is_matched_with_its_case) {
+TEST_F(commands, a_type_word_is_case_sensitive) {
     for (const char* option : {"--ckjnl", "--rpjnl", "--create", "--change-uuid", "--search"}) {
         log_.clear();
         EXPECT_EQ(run({option, "FRI"}), -1);
@@ -80,13 +80,13 @@ TEST_F(commands, a_type_word_is_matched_with_its_case) {
     }
 }
 
-TEST_F(commands, the_argument_survives_the_scan_behind_it) {
+TEST_F(commands, the_argument_survives_the_scan_of_the_options_after_it) {
     stdout_capture out;
     EXPECT_EQ(run({"--ckjnl", "tbl", "--tblpath", "/nowhere/tbl"}), -1);
     EXPECT_EQ(out.text(), "TARN_INFO: CHECK TBL /nowhere/tbl\n");
 }
 
-TEST_F(commands, options_in_front_of_the_command_select_nothing) {
+TEST_F(commands, options_before_the_command_select_nothing) {
     stdout_capture out;
     EXPECT_EQ(run({"--tblpath", "/nowhere/tbl", "--ckjnl", "tbl"}), -1);
     EXPECT_TRUE(is_refusal(out.text()));
@@ -114,7 +114,7 @@ TEST_F(commands, a_second_command_is_an_unknown_option) {
     EXPECT_EQ(out.text(), "TARN_INFO: jnlPath=" + volumes_.journal() + "\n");
 }
 
-TEST_F(commands, onekeyrepair_asks_for_a_volume_without_a_line_end) {
+TEST_F(commands, onekeyrepair_asks_for_a_volume_without_a_newline) {
     stdout_capture out;
     EXPECT_EQ(run({"--onekeyrepair"}), -1);
     EXPECT_EQ(out.text(), "TARN_INFO: Please assign volpath by --volpath");

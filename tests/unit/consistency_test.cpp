@@ -79,7 +79,7 @@ TEST_F(consistency, a_head_group_whose_list_matches_its_count_is_consistent) {
     EXPECT_TRUE(out_.text().ends_with("TARN_INFO: " + both() + " IS CONSISTENT\n"));
 }
 
-TEST_F(consistency, a_head_group_whose_list_does_not_match_is_told) {
+TEST_F(consistency, a_head_group_whose_list_does_not_match_is_reported) {
     make_group(volumes_.volume(1), 4094, 3);
     const auto before = file_bytes(tbl_, 0, METADATA_DATA_OFFSET + 64 * 512);
     EXPECT_EQ(check_metadata_consistent(none_.count(), none_.values()), -1);
@@ -88,7 +88,7 @@ TEST_F(consistency, a_head_group_whose_list_does_not_match_is_told) {
     expect_everything_closed();
 }
 
-TEST_F(consistency, the_first_file_that_does_not_load_is_told) {
+TEST_F(consistency, the_first_file_that_does_not_load_is_logged) {
     struct {
         char* field;
         const char* title;
@@ -105,7 +105,7 @@ TEST_F(consistency, the_first_file_that_does_not_load_is_told) {
     EXPECT_EQ(out_.text(), "");
 }
 
-TEST_F(consistency, all_volumes_skips_a_volume_that_misses_one_of_the_three_files) {
+TEST_F(consistency, all_volumes_skips_a_volume_that_lacks_one_of_the_three_files) {
     make_sample_volume(volumes_.volume(2), 0x22);
     remove(fri_.c_str());
     EXPECT_EQ(check_all_vol_metadata_consistent(none_.count(), none_.values()), 0);
@@ -149,7 +149,7 @@ TEST_F(consistency, the_group_list_is_walked_to_the_first_uninitialised_group) {
     expect_everything_closed();
 }
 
-TEST_F(consistency, a_bad_group_on_the_list_is_told) {
+TEST_F(consistency, a_bad_group_on_the_list_is_reported) {
     make_group(volumes_.volume(1), 4094, 1);
     EXPECT_EQ(check_freelist_consistent(), -1);
     EXPECT_EQ(log_.last(), "ERR: check_freelist_consistent(#) FreeList IS IN-CONSISTENT\n");
@@ -174,14 +174,14 @@ TEST_F(consistency, the_group_list_check_and_the_repair_need_both_files) {
     expect_everything_closed();
 }
 
-TEST_F(consistency, the_repair_picks_up_a_free_extent_that_no_list_holds_and_then_finds_nothing) {
+TEST_F(consistency, the_repair_links_a_free_extent_that_is_on_no_list_and_then_finds_nothing) {
     make_group(volumes_.volume(1), 4094, 2);
     write_tbl_word(volumes_.volume(1), 10, 0);  // free, on no list
     EXPECT_EQ(fix_fri_tbl_metadata_to_consistent(), 0);
     EXPECT_EQ(out_.text().find("FreeList"), std::string::npos);
     EXPECT_EQ(check_freelist_consistent(), 0);
     EXPECT_EQ(check_metadata_consistent(none_.count(), none_.values()), 0);
-    EXPECT_EQ(tbl_word_of(tbl_, 10), 4094);  // links to the next free one
+    EXPECT_EQ(tbl_word_of(tbl_, 10), 4094);  // links to the next free extent
     const auto entry = file_bytes(fri_, METADATA_DATA_OFFSET, 8);
     EXPECT_EQ(entry[4] | entry[5] << 8, 10 << 4);
     EXPECT_EQ(entry[6] | entry[7] << 8, 0x8000 | 3);

@@ -13,7 +13,8 @@ static std::vector<uint8_t> noise(size_t len, unsigned seed) {
     return bytes;
 }
 
-TEST(crc32c_routines, the_processors_one_equals_the_portable_one_at_every_length_and_alignment) {
+TEST(crc32c_routines,
+     the_processor_s_routine_equals_the_portable_one_at_every_length_and_alignment) {
     const crc32c_routines* processor = crc32c_of_processor();
     if (processor == nullptr) {
         GTEST_SKIP() << "this processor has no instruction for it";
@@ -28,7 +29,7 @@ TEST(crc32c_routines, the_processors_one_equals_the_portable_one_at_every_length
     }
 }
 
-TEST(crc32c_routines, blocks_are_summed_alike_for_every_count_and_alignment) {
+TEST(crc32c_routines, checksums_of_blocks_are_equal_for_every_count_and_alignment) {
     const std::vector<uint8_t> bytes = noise(512 * 13 + 8, 2);
     const crc32c_routines* processor = crc32c_of_processor();
     for (size_t start = 0; start < 8; start++) {
@@ -46,7 +47,7 @@ TEST(crc32c_routines, blocks_are_summed_alike_for_every_count_and_alignment) {
     }
 }
 
-TEST(crc32c_routines, a_blocks_own_checksum_does_not_count) {
+TEST(crc32c_routines, the_checksum_field_of_a_block_is_ignored) {
     uint8_t block[512] = {};
     block[508] = 0x11;
     block[511] = 0x22;
@@ -57,7 +58,7 @@ TEST(crc32c_routines, a_blocks_own_checksum_does_not_count) {
     EXPECT_EQ(checksum, 0x30FCEDC0);
 }
 
-TEST(crc32c_routines, the_portable_one_gives_the_check_value) {
+TEST(crc32c_routines, the_portable_routine_gives_the_check_value) {
     EXPECT_EQ(crc32c_portable.bytes("123456789", 9), 0xE3069283);
     EXPECT_EQ(crc32c_portable.bytes("", 0), 0);
 }

@@ -57,7 +57,7 @@ const std::string UUID_AS_TEXT = "9a9a9a9a9a9a9a9a9a9a9a9a9a9a9a9a";
 
 }  // namespace
 
-TEST_F(create, of_an_index_takes_the_uuid_of_the_old_file_and_exits_255_all_the_same) {
+TEST_F(create, of_an_index_keeps_the_uuid_of_the_old_file_and_still_exits_255) {
     const auto before = static_cast<uint32_t>(time(nullptr));
     EXPECT_EQ(run(creat_fri_op, {"--path", new_, "--oldpath", tbl_}), -1);
     EXPECT_EQ(log_.lines(), log_lines({}));
@@ -102,7 +102,7 @@ TEST_F(create, never_empties_the_old_file) {
     }
 }
 
-TEST_F(create, of_a_table_takes_extent_size_and_uuid_of_the_old_one_and_exits_255) {
+TEST_F(create, of_a_table_keeps_extent_size_and_uuid_of_the_old_one_and_exits_255) {
     EXPECT_EQ(run(creat_tbl_op, {"--path", new_, "--oldpath", tbl_}), -1);
     EXPECT_EQ(log_.lines(), log_lines({}));
     EXPECT_EQ(std::filesystem::file_size(new_), 0x40000100000u);
@@ -146,7 +146,7 @@ TEST_F(create, of_a_map_needs_both_paths) {
     EXPECT_EQ(last_log(), "ERR: creat_map_op(#) Fail to create MAP (null) from " + map_ + "\n");
 }
 
-TEST_F(create, tells_a_header_that_could_not_be_saved) {
+TEST_F(create, logs_a_header_that_could_not_be_saved) {
     {
         io_fault_at fault(1, EIO, {io_call::write});
         EXPECT_EQ(run(creat_fri_op, {"--path", new_, "--oldpath", fri_}), -1);
@@ -159,7 +159,7 @@ TEST_F(create, tells_a_header_that_could_not_be_saved) {
     EXPECT_EQ(last_log(), "ERR: creat_tbl_op(#) Fail to save TBL " + new_ + "\n");
 }
 
-TEST_F(create, creates_nothing_where_the_sub_options_fail) {
+TEST_F(create, creates_nothing_if_the_sub_options_fail) {
     for (const handler operation : {creat_fri_op, creat_tbl_op, creat_map_op}) {
         EXPECT_EQ(run(operation, {"--path", new_, "--oldpath", map_, "stray"}), -1);
         EXPECT_EQ(text_, "none-option argv element:stray \n");
@@ -168,12 +168,12 @@ TEST_F(create, creates_nothing_where_the_sub_options_fail) {
     }
 }
 
-TEST_F(create, is_told_whichever_call_fails) {
+TEST_F(create, is_logged_whichever_call_fails) {
     for (const handler operation : {creat_fri_op, creat_tbl_op, creat_map_op}) {
         const std::string old = operation == creat_map_op ? map_ : tbl_;
         bool fired = true;
         for (uint64_t n = 1; fired; n++) {
-            // A failing close is not told, and a sync only counted.
+            // A failing close is not reported, and a failing sync is only counted.
             io_fault_at fault(
                 n, EIO,
                 {io_call::open, io_call::read, io_call::write, io_call::seek, io_call::truncate});
@@ -201,7 +201,7 @@ TEST_F(create, change_uuid_of_an_index_prints_both_and_saves_the_new_one) {
     EXPECT_EQ(hex_of(file_bytes(fri_, 20, 16)),
               "00 11 22 33 44 55 66 77 88 99 aa bb cc dd ee ff\n");
     EXPECT_EQ(load_fri(fri_.c_str()), 0);
-    EXPECT_EQ(current_fri.header.fri_free_count, 4096u);  // the rest is as it was
+    EXPECT_EQ(current_fri.header.fri_free_count, 4096u);  // the rest is unchanged
     close_fri();
 }
 
@@ -219,7 +219,7 @@ TEST_F(create, change_uuid_of_a_table_without_a_uuid_writes_zeros) {
     close_tbl();
 }
 
-TEST_F(create, change_uuid_tells_a_file_that_does_not_load) {
+TEST_F(create, change_uuid_logs_a_file_that_does_not_load) {
     EXPECT_EQ(run(change_uuid_fri_op, {"--fripath", "/nonexistent"}), -1);
     EXPECT_EQ(last_log(), "ERR: change_uuid_fri_op(#) Fail to load FRI /nonexistent\n");
     EXPECT_EQ(run(change_uuid_tbl_op, {"--tblpath", "/nonexistent"}), -1);
@@ -229,7 +229,7 @@ TEST_F(create, change_uuid_tells_a_file_that_does_not_load) {
     EXPECT_EQ(text_, "");
 }
 
-TEST_F(create, change_uuid_that_cannot_be_saved_names_the_other_path_and_exits_0) {
+TEST_F(create, change_uuid_that_cannot_be_saved_logs_the_other_path_and_exits_0) {
     {
         io_fault_at fault(1, EIO, {io_call::write});
         EXPECT_EQ(run(change_uuid_fri_op, {"--fripath", fri_, "--path", "/other"}), 0);
@@ -242,7 +242,7 @@ TEST_F(create, change_uuid_that_cannot_be_saved_names_the_other_path_and_exits_0
     EXPECT_EQ(last_log(), "ERR: change_uuid_tbl_op(#) Fail to save TBL (null)\n");
 }
 
-TEST_F(create, change_uuid_changes_nothing_where_the_sub_options_fail) {
+TEST_F(create, change_uuid_changes_nothing_if_the_sub_options_fail) {
     const struct {
         handler operation;
         std::string option;

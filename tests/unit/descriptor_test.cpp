@@ -36,12 +36,12 @@ TEST_F(sparse_file, after_the_last_data_the_end_is_next) {
     EXPECT_EQ(io_next_data(file_.fd(), 4 * MEBIBYTE, 5 * MEBIBYTE), 5 * MEBIBYTE);
 }
 
-TEST_F(sparse_file, neither_is_looked_for_past_the_given_end) {
+TEST_F(sparse_file, the_search_for_data_stops_at_the_given_end) {
     EXPECT_EQ(io_next_data(file_.fd(), 0, 4096), 4096u);
     EXPECT_EQ(io_next_hole(file_.fd(), MEBIBYTE, MEBIBYTE + 8), MEBIBYTE + 8);
 }
 
-TEST(descriptor, what_cannot_be_asked_for_holes_is_all_data) {
+TEST(descriptor, a_file_that_cannot_report_holes_is_all_data) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     EXPECT_EQ(io_next_data(ends[0], 512, 4096), 512u);
@@ -50,7 +50,7 @@ TEST(descriptor, what_cannot_be_asked_for_holes_is_all_data) {
     close(ends[1]);
 }
 
-TEST(descriptor, an_offset_that_no_file_has_is_refused_before_the_system_is_asked) {
+TEST(descriptor, an_offset_past_the_largest_is_refused_without_a_system_call) {
     const scratch_file file;
     EXPECT_EQ(io_seek(file.fd(), uint64_t{1} << 63), -1);
     EXPECT_EQ(errno, EINVAL);
@@ -65,7 +65,7 @@ TEST(descriptor, started_programs_inherit_no_file) {
     EXPECT_NE(fcntl(fd.get(), F_GETFD) & FD_CLOEXEC, 0);
 }
 
-TEST(descriptor, its_size_is_asked_without_moving_it) {
+TEST(descriptor, reading_the_size_does_not_move_the_position) {
     const scratch_file file(1000);
     ASSERT_EQ(io_seek(file.fd(), 10), 10);
     EXPECT_EQ(io_size(file.fd()), 1000);
@@ -73,7 +73,7 @@ TEST(descriptor, its_size_is_asked_without_moving_it) {
     EXPECT_EQ(io_size(-1), -1);
 }
 
-TEST(descriptor, no_file_has_no_identity) {
+TEST(descriptor, descriptor_0_has_no_identity) {
     const scratch_file one;
     const scratch_file other;
     EXPECT_EQ(io_identity(-1), io_file_id{});
@@ -89,7 +89,7 @@ TEST(descriptor, closing_no_file_leaves_descriptor_0_alone) {
     EXPECT_EQ(is_open(0), open_before);
 }
 
-TEST(descriptor, a_failing_sync_is_a_reason_logged_and_the_file_is_closed_all_the_same) {
+TEST(descriptor, a_failing_sync_is_logged_and_counted_and_the_file_is_still_closed) {
     keep_journal_forget();
     const scratch_file file;
     const int fd = io_open(file.path(), O_RDWR, 0);
@@ -106,7 +106,7 @@ TEST(descriptor, a_failing_sync_is_a_reason_logged_and_the_file_is_closed_all_th
     keep_journal_forget();
 }
 
-TEST(descriptor, a_close_syncs_what_was_written_or_sized_through_it_and_nothing_else) {
+TEST(descriptor, a_close_syncs_only_what_was_written_or_resized_through_it) {
     const scratch_file file;
     const struct {
         int (*change)(int fd);

@@ -29,7 +29,7 @@ protected:
 
     std::string volume() const { return volumes_.volume(1); }
 
-    // "type name", the volume's root left out.
+    // "type name", without the volume's root.
     std::vector<std::string> entries() const {
         std::vector<std::string> found;
         for (const path_entry* entry = list_.next; entry != &list_; entry = entry->next) {
@@ -55,7 +55,7 @@ protected:
 
 using names = std::vector<std::string>;
 
-TEST_F(discovery, appends_the_volumes_in_order_and_notes_the_other_spaces) {
+TEST_F(discovery, appends_the_volumes_in_order_and_reports_the_other_spaces) {
     make_directories(volumes_.volume(1) + "/@EP");
     make_directories(volumes_.volume(1) + "/@iSCSITrg");
     make_directories(volumes_.volume(2) + "/@EP");
@@ -67,7 +67,7 @@ TEST_F(discovery, appends_the_volumes_in_order_and_notes_the_other_spaces) {
     EXPECT_EQ(out_.text(), "TARN_INFO: " + volumes_.other() + " is not a VAAI volume\n");
 }
 
-TEST_F(discovery, runs_the_tests_without_a_list_too) {
+TEST_F(discovery, runs_the_tests_even_without_a_list) {
     make_directories(volumes_.volume(2) + "/@EP");
     EXPECT_EQ(enum_all_volumes(nullptr), 0);
     EXPECT_EQ(out_.text(), "TARN_INFO: " + volumes_.volume(1) + "/@EP is not a VAAI volume\n" +
@@ -99,7 +99,7 @@ TEST_F(discovery, lists_every_file_in_the_trash) {
     EXPECT_EQ(entries(), (names{"0 /@EP_trash/whatever"}));
 }
 
-TEST_F(discovery, lists_every_snapshot_entry_of_a_family_directories_too) {
+TEST_F(discovery, lists_every_entry_of_a_snapshot_family_including_directories) {
     make_empty_file(volume() + "/@Snapshot/below/FAMILY_2");
     make_empty_file(volume() + "/@Snapshot/below/MYFAMILY_3");
     make_empty_file(volume() + "/@Snapshot/below/FAMILY");
@@ -159,13 +159,13 @@ TEST_F(discovery, a_line_that_does_not_fit_its_buffer_ends_the_search) {
 }
 
 TEST_F(discovery, a_directory_that_cannot_be_read_ends_the_search) {
-    make_empty_file(volume() + "/@iSCSITrg");  // below a file there is nothing to list
+    make_empty_file(volume() + "/@iSCSITrg");  // a file has no entries to list
     EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
     EXPECT_EQ(log_.lines().size(), 1u);
     EXPECT_TRUE(log_.has("'/usr/bin/find " + volume() + "/@iSCSITrg/' did not list everything"));
 }
 
-TEST_F(discovery, a_failing_enumeration_is_told_without_a_line_end) {
+TEST_F(discovery, a_failing_enumeration_is_logged_without_a_newline) {
     volumes_.let_platform_fail();
     EXPECT_EQ(enum_all_volumes(&list_), -1);
     EXPECT_EQ(log_.last(), "ERR: enum_all_volumes(#) failed to enum volume info");
@@ -200,7 +200,7 @@ static io_verdict count_descriptors(io_call call, size_t wanted) {
     return {0, wanted};
 }
 
-TEST_F(discovery, the_snapshot_search_is_open_while_the_volume_s_own_maps_are_looked_for) {
+TEST_F(discovery, the_snapshot_search_is_open_during_the_search_for_buffer_and_rod_map) {
     make_directories(volume() + "/@Snapshot");
     descriptors = {open_files(), 0};
     io_fault = count_descriptors;
@@ -214,7 +214,7 @@ class names_in_a_volume : public discovery {
 protected:
     names_in_a_volume() { make_empty_file(outside() + "/LUN_Extent_9"); }
 
-    // Beside the volumes; its name begins as the volume's does.
+    // Next to the volumes; its name begins with that of the volume.
     std::string outside() const { return volume() + "0"; }
     void link(const std::string& to, const std::string& path) const {
         make_directories(std::filesystem::path(path).parent_path());
@@ -243,7 +243,7 @@ TEST_F(names_in_a_volume, a_name_with_a_line_end_fails_the_listing) {
                                                 "is not below it\n"}));
     std::filesystem::remove_all(volume() + "/@iSCSITrg");
 
-    // A line that is not kept counts as well.
+    // A line that is not kept fails the listing too.
     log_.clear();
     make_empty_file(volume() + "/@Snapshot/FAMILY_1\nplain\ttext");
     EXPECT_EQ(enum_all_vaai_luns(&list_), -1);
@@ -251,7 +251,7 @@ TEST_F(names_in_a_volume, a_name_with_a_line_end_fails_the_listing) {
                                                 "is not below it\n"}));
 }
 
-TEST_F(names_in_a_volume, a_component_that_goes_up_is_no_name_below) {
+TEST_F(names_in_a_volume, a_path_with_a_dot_dot_component_fails_the_listing) {
     make_empty_file(volume() + "/@Snapshot/.../FAMILY_1");
     make_empty_file(volume() + "/@Snapshot/..FAMILY_2");
     EXPECT_EQ(enum_all_vaai_luns(&list_), 0);  // neither goes up
@@ -277,7 +277,7 @@ TEST_F(names_in_a_volume, a_linked_directory_fails_the_listing) {
     EXPECT_EQ(log_.lines(), refusal("/@iSCSITrg/LUN_Extent_9", outside() + "/LUN_Extent_9"));
 }
 
-TEST_F(names_in_a_volume, the_volume_s_own_maps_may_not_lead_out_either) {
+TEST_F(names_in_a_volume, a_buffer_or_rod_map_that_leads_out_fails_the_listing) {
     for (const char* name : {"EP_BUF", "EP_ROD"}) {
         log_.clear();
         const std::string path = std::string("/@EP/") + name;
@@ -290,7 +290,7 @@ TEST_F(names_in_a_volume, the_volume_s_own_maps_may_not_lead_out_either) {
     }
 }
 
-TEST_F(names_in_a_volume, links_inside_and_a_linked_volume_are_fine) {
+TEST_F(names_in_a_volume, links_inside_a_volume_and_a_linked_volume_are_accepted) {
     make_empty_file(volume() + "/@iSCSITrg/LUN_Extent_1");
     link("../@iSCSITrg/LUN_Extent_1", volume() + "/@Snapshot/FAMILY_1");
     const std::string linked = volumes_.root() + "/volume7";
@@ -302,7 +302,7 @@ TEST_F(names_in_a_volume, links_inside_and_a_linked_volume_are_fine) {
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(names_in_a_volume, a_link_to_nothing_is_left_to_the_load) {
+TEST_F(names_in_a_volume, a_dangling_link_is_listed) {
     link(outside() + "/absent", volume() + "/@Snapshot/FAMILY_1");
     EXPECT_EQ(enum_all_vaai_luns(&list_), 0);
     EXPECT_EQ(entries(), (names{"0 /@Snapshot/FAMILY_1"}));

@@ -60,7 +60,7 @@ TEST(file, created_over_an_existing_file_it_has_the_size_and_reads_as_zero) {
     close(fd);
 }
 
-TEST(file, a_new_file_is_open_to_whom_the_umask_lets) {
+TEST(file, the_mode_of_a_new_file_follows_the_umask) {
     scratch_dir dir;
     const mode_t kept = umask(027);
     const int fd = create_file(dir.file("new").c_str(), 1);
@@ -94,7 +94,7 @@ TEST(file, a_size_that_cannot_be_set_closes_the_file) {
     EXPECT_EQ(fcntl(next, F_GETFD), -1);
 }
 
-TEST(file, a_size_that_no_file_has_is_refused) {
+TEST(file, a_size_past_the_largest_is_refused) {
     scratch_dir dir;
     log_capture log;
     EXPECT_EQ(create_file(dir.file("new").c_str(), uint64_t{1} << 63), 0);
@@ -119,7 +119,7 @@ TEST(file, an_open_file_is_read_and_written) {
     close(fd);
 }
 
-TEST(file, a_descriptor_of_0_means_no_file_even_when_it_is_open) {
+TEST(file, a_descriptor_of_0_means_no_file_even_if_it_is_open) {
     scratch_file file(8);
     const int kept = dup(0);
     dup2(file.fd(), 0);
@@ -170,7 +170,7 @@ TEST(file, a_read_at_the_end_is_short_and_past_it_is_0) {
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(file, an_offset_that_no_file_reaches_fails_to_seek_and_a_write_there_is_counted) {
+TEST(file, an_offset_past_the_largest_fails_to_seek_and_a_write_there_is_counted) {
     scratch_file file(8);
     uint8_t byte = 1;
     const uint64_t failed = keep_journal_reasons().count;
@@ -183,7 +183,7 @@ TEST(file, an_offset_that_no_file_reaches_fails_to_seek_and_a_write_there_is_cou
                                       "ERR: write_fd(#) fail seek to 18446744073709551615\n"}));
 }
 
-TEST(file, a_failing_transfer_says_nothing_and_a_failing_write_is_counted) {
+TEST(file, a_failing_transfer_logs_nothing_and_a_failing_write_is_counted) {
     scratch_file file(8);
     uint32_t word = 1;
     const uint64_t failed = keep_journal_reasons().count;

@@ -40,7 +40,7 @@ TEST_F(finalize_command, of_an_index_without_groups_sets_its_count_to_the_capaci
     EXPECT_EQ(fri_group_head_of(fri()), 0u);
 }
 
-TEST_F(finalize_command, names_the_file_that_does_not_load) {
+TEST_F(finalize_command, logs_the_file_that_does_not_load) {
     unlink(tbl().c_str());
     EXPECT_EQ(finalize(), -1);
     EXPECT_TRUE(log_.has("ERR: finalize(#) Fail to load TBL " + tbl() + "\n"));
@@ -49,9 +49,9 @@ TEST_F(finalize_command, names_the_file_that_does_not_load) {
     EXPECT_TRUE(log_.has("ERR: finalize(#) Fail to load FRI " + fri() + "\n"));
 }
 
-TEST_F(finalize_command, tells_that_the_links_could_not_be_made) {
+TEST_F(finalize_command, logs_that_the_groups_could_not_be_linked) {
     const single_entry_path path;
-    set_header_u64(fri(), 64, 72, 1);  // one group to look at
+    set_header_u64(fri(), 64, 72, 1);  // one group to link
     set_fri_word(fri(), 0, 0);         // which is not in a hole
     uint64_t loading_reads = 0;
     {

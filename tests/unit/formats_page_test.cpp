@@ -1,4 +1,4 @@
-// The page about the formats: its layout tables say what the rows of the dumps say.
+// The page about the formats: its layout tables match the rows of the dumps.
 #include <algorithm>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -9,9 +9,9 @@
 #include "jnl/jnl_format.h"
 
 struct layout {
-    const char* heading;  // what the section's line begins with
+    const char* heading;  // the beginning of the section's heading
     std::span<const field_row> rows;
-    size_t record;          // byte at which the record lies, from where the table counts
+    size_t record;          // the first byte of the record, which the table counts from
     size_t from;            // first byte of the table
     size_t end;             // byte after its last one
     size_t constant_nodes;  // of a header that has variable ones; 0: byte and memory are the same
@@ -47,7 +47,7 @@ static std::string line_of(const layout& of, size_t at, const std::string& size,
            memory + " " + size + " |" + field + " |\n";
 }
 
-// The table without its last column. A line without a field is made for bytes that no row has.
+// The table without its last column. Bytes that no row has give a line without a field.
 static std::string table_of(const layout& of) {
     std::vector<field_row> rows(of.rows.begin(), of.rows.end());
     std::sort(rows.begin(), rows.end(),
@@ -70,7 +70,7 @@ static std::string without_last_column(const std::string& line) {
     return line.substr(0, line.rfind('|', line.size() - 2) + 1) + "\n";
 }
 
-// The first table of the section, without its last column and the line under its head.
+// The first table of the section, without its last column and the line below its header.
 static std::string table_on_page(const std::string& heading) {
     std::ifstream page(TARN_DOCS "/formats.md");
     std::string table;
@@ -87,7 +87,7 @@ static std::string table_on_page(const std::string& heading) {
     return table;
 }
 
-TEST(formats_page, its_tables_say_what_the_rows_of_the_dumps_say) {
+TEST(formats_page, its_tables_match_the_rows_of_the_dumps) {
     constexpr size_t RECORD = JNL_RECORD_OFFSET;
     constexpr size_t BODY = RECORD + 4;  // after the type word
     constexpr size_t SUM = 508;

@@ -48,7 +48,7 @@ TEST_F(fri_check, an_uninitialised_head_group_is_sound) {
     EXPECT_EQ(out.text(), "TARN_INFO: FRI group_head 0 free_count 3\n");
 }
 
-TEST_F(fri_check, a_head_that_cannot_be_read_is_told) {
+TEST_F(fri_check, a_head_that_cannot_be_read_is_logged) {
     current_fri.header.fri_group_head = ~uint64_t{0};
     log_capture log;
     stdout_capture out;
@@ -92,7 +92,7 @@ TEST_F(fri_check, a_link_past_the_index_ends_the_list) {
 }
 
 TEST_F(fri_check, an_initialised_group_past_the_capacity_is_bad) {
-    pool_.set_fri(0x1F800000, 0, 2 << 4, 0x8001);  // the file is longer than an index is
+    pool_.set_fri(0x1F800000, 0, 2 << 4, 0x8001);  // the file is longer than any index
     current_fri.header.fri_group_head = 0x1F800000;
     log_capture log;
     stdout_capture out;
@@ -100,7 +100,7 @@ TEST_F(fri_check, an_initialised_group_past_the_capacity_is_bad) {
     EXPECT_EQ(log.lines().size(), 1u);
 }
 
-TEST_F(fri_check, a_group_that_cannot_be_read_is_told_with_the_heads_number) {
+TEST_F(fri_check, a_group_that_cannot_be_read_is_logged_with_the_number_of_the_head) {
     const single_entry_path path;
     set_group(3, 1);
     current_fri.header.fri_group_head = 3;
@@ -112,7 +112,7 @@ TEST_F(fri_check, a_group_that_cannot_be_read_is_told_with_the_heads_number) {
               "ERR: fri_check_free_group_list(#) fail to read fri , group_num 3\n");
 }
 
-TEST_F(fri_check, a_list_that_comes_back_is_told_whatever_its_shape) {
+TEST_F(fri_check, a_looping_list_is_logged_whatever_its_shape) {
     for (uint32_t lead = 0; lead < 7; lead++) {      // groups before the loop
         for (uint32_t loop = 1; loop < 8; loop++) {  // groups of the loop
             for (uint32_t group = 0; group < lead + loop; group++) {

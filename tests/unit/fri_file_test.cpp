@@ -43,7 +43,7 @@ TEST(fri_file, a_new_index_has_its_full_length_every_extent_free_and_the_old_uui
     scratch_dir dir;
     const std::string path = dir.file("EP_FRI");
     const auto before = static_cast<uint32_t>(time(nullptr));
-    ASSERT_EQ(create_fri(path.c_str(), pool.tbl_file.path()), 0);  // a table's uuid serves
+    ASSERT_EQ(create_fri(path.c_str(), pool.tbl_file.path()), 0);  // a table has a uuid too
     ASSERT_EQ(save_fri(), 0);
     close_fri();
 
@@ -82,7 +82,7 @@ TEST(fri_file, opening_another_one_syncs_and_closes_the_one_that_is_open) {
     EXPECT_EQ(open_files(), before);
 }
 
-TEST(fri_file, a_new_index_without_a_uuid_stays_not_open) {
+TEST(fri_file, creating_an_index_without_a_uuid_leaves_none_open) {
     const scratch_dir dir;
     const log_capture log;
     const size_t before = open_files();
@@ -93,7 +93,7 @@ TEST(fri_file, a_new_index_without_a_uuid_stays_not_open) {
     EXPECT_EQ(log.last(), "ERR: uuid_gen(#) fail to OLIBCPopen '/usr/bin/uuidgen'\n");
 }
 
-TEST(fri_file, without_an_old_file_the_uuid_is_fresh) {
+TEST(fri_file, without_an_old_file_the_uuid_is_new) {
     if (access("/usr/bin/uuidgen", X_OK) != 0) {
         GTEST_SKIP() << "uuidgen is not installed";
     }
@@ -141,7 +141,7 @@ TEST(fri_file, the_uuid_of_any_metadata_file_can_be_read) {
     EXPECT_EQ(hex_of(uuid), POOL_UUID);
 }
 
-TEST(fri_file, a_wrong_magic_code_is_logged_and_the_uuid_taken) {
+TEST(fri_file, a_wrong_magic_code_is_logged_and_the_uuid_is_used) {
     scratch_file blank(8192);
     uint8_t uuid[16] = {1};
     log_capture log;
@@ -168,7 +168,7 @@ TEST(fri_file, a_uuid_that_cannot_be_read_is_logged) {
     EXPECT_EQ(uuid[1], 0);
 }
 
-TEST(fri_file, without_an_open_index_its_operations_say_so) {
+TEST(fri_file, operations_without_an_open_index_are_logged) {
     log_capture log;
     EXPECT_EQ(load_fri("/no-such-file"), -1);
     EXPECT_EQ(save_fri(), -1);
@@ -179,7 +179,7 @@ TEST(fri_file, without_an_open_index_its_operations_say_so) {
                                       "ERR: dump_fri_meta(#) fri file descriptor is invalid\n"}));
 }
 
-TEST(fri_file, a_wrong_magic_code_fails_the_current_index_and_not_a_handle) {
+TEST(fri_file, a_wrong_magic_code_fails_the_current_index_but_not_a_handle) {
     scratch_file blank(1048576);
     log_capture log;
     EXPECT_EQ(load_fri(blank.path()), -1);

@@ -57,7 +57,7 @@ TEST_F(fri_journal, an_unreadable_entry_is_minus_1) {
               "18446744073709551615\n");
 }
 
-TEST_F(fri_journal, a_replayed_entry_is_written_and_a_failure_told) {
+TEST_F(fri_journal, a_replayed_entry_is_written_and_a_failure_is_logged) {
     const fri_entry entry{7, 0x1235, 0xD000};
     EXPECT_EQ(fri_entry_replay(&entry, 5), 0);
     EXPECT_EQ(pool_.fri(5), "07 00 00 00 35 12 00 d0 ");

@@ -43,7 +43,7 @@ TEST(handle_access, is_read_only_when_asked_for_and_for_every_kind) {
     EXPECT_EQ(log.lines(), log_lines({}));
 }
 
-TEST(handle_access, is_for_writing_unless_said_otherwise) {
+TEST(handle_access, is_for_writing_by_default) {
     const scratch_dir dir;
     make_empty_file(dir.file("tbl"));
     make_tbl(dir.file("tbl"), uuid_of(0xA1));

@@ -64,7 +64,7 @@ TEST_F(header_file, that_cannot_be_read_stays_not_open) {
     EXPECT_TRUE(log_.has("const meta node[0] read fail\n"));
 }
 
-TEST_F(header_file, ends_synced_or_dropped_without_a_sync) {
+TEST_F(header_file, is_synced_at_its_end_unless_it_is_dropped) {
     for (const bool dropped : {false, true}) {
         int fd = io_open(file_.path(), O_RDWR, 0);
         const int number = fd;

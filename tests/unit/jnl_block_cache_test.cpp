@@ -10,7 +10,7 @@
 #include "support/jnl_builder.h"
 #include "support/log_capture.h"
 
-// Two blocks with one place to be kept in lie so far apart.
+// The distance between two blocks that share a place in the cache.
 static constexpr uint64_t SAME_PLACE = 16384;
 static constexpr uint64_t HIGHEST = ~uint64_t{0};
 
@@ -22,13 +22,13 @@ class jnl_block_cache_test : public testing::Test {
 protected:
     jnl_block_cache_test() { history_.load(); }
 
-    // What is read as block `n` of the open journal is what its file holds there.
+    // Block `n` is read as the file of the open journal holds it.
     static void expect_read(const raw_history& history, uint64_t n) {
         jnl_block block;
         EXPECT_EQ(jnl_block_read(&block, n), 512);
         EXPECT_EQ(hex_of(block), hex_of(file_bytes(history.journal.path(), (n + 2048) * 512, 512)));
     }
-    // Transfers that reading block `n` takes.
+    // The number of transfers to read block `n`.
     static uint64_t reads_of(uint64_t n) {
         const io_fault_at count(0, 0, {io_call::read});
         jnl_block block;
@@ -57,7 +57,7 @@ TEST_F(jnl_block_cache_test, keeps_a_block_as_long_as_the_outermost_object_lives
     EXPECT_EQ(reads_of(3), 1u);
 }
 
-TEST_F(jnl_block_cache_test, takes_no_block_for_another_one_that_has_its_place) {
+TEST_F(jnl_block_cache_test, does_not_confuse_two_blocks_that_share_a_place) {
     history_.journal.put(3, recording(0x8001));
     history_.journal.put(3 + SAME_PLACE, recording(0x8002));
     const jnl_keep_blocks keep_blocks(&current_jnl);
@@ -67,7 +67,7 @@ TEST_F(jnl_block_cache_test, takes_no_block_for_another_one_that_has_its_place) 
     }
 }
 
-TEST_F(jnl_block_cache_test, takes_no_block_of_one_journal_for_one_of_another) {
+TEST_F(jnl_block_cache_test, does_not_confuse_the_blocks_of_two_journals) {
     history_.journal.put(3, recording(0x8001));
     raw_history other(8);
     other.journal.put(3, recording(0x8002));
@@ -89,7 +89,7 @@ TEST_F(jnl_block_cache_test, keeps_blocks_while_one_journal_is_closed_and_opened
     EXPECT_EQ(reads_of(3), 0u);
 }
 
-TEST_F(jnl_block_cache_test, never_keeps_what_there_was_something_to_say_about) {
+TEST_F(jnl_block_cache_test, never_keeps_a_block_whose_read_was_logged) {
     history_.journal.put_damaged(3, recording(0x8001));
     history_.journal.put(4, unmap_block(MAP, 0, 255, 0));  // counts more entries than it holds
     const jnl_keep_blocks keep_blocks(&current_jnl);
@@ -104,7 +104,7 @@ TEST_F(jnl_block_cache_test, never_keeps_what_there_was_something_to_say_about) 
     }
 }
 
-// The number after the highest is 0, which an empty place must not be taken for.
+// The number after the highest is 0: an empty place must not be mistaken for that block.
 TEST(jnl_block_cache_alone, the_highest_number_is_not_found_before_it_was_kept) {
     const jnl_block_cache cache;
     jnl_block block = {};
@@ -123,8 +123,8 @@ TEST(jnl_block_cache_alone, the_highest_number_is_kept_like_any_other) {
     EXPECT_FALSE(cache.get(HIGHEST % SAME_PLACE, &block));
 }
 
-// A journal without the object reads its file, even while another one's blocks are kept.
-TEST_F(jnl_block_cache_test, keeps_no_block_of_a_journal_that_did_not_ask) {
+// A journal without the object reads its file, even while blocks of another one are kept.
+TEST_F(jnl_block_cache_test, keeps_no_block_of_a_journal_without_the_object) {
     history_.journal.put(3, recording(0x8001));
     jnl_file plain = current_jnl;  // the same open file
     const jnl_keep_blocks keep_blocks(&current_jnl);

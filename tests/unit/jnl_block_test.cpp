@@ -26,7 +26,7 @@ protected:
     std::string on_disk(uint64_t n) const {
         return hex_of(file_bytes(history_.journal.path(), (n + 2048) * 512, 512));
     }
-    // What reading block `n` gives, and the lines that it logs.
+    // Reads block `n`; returns the result and the lines that it logs.
     std::vector<std::string> read(uint64_t n, int expected) {
         log_.clear();
         memset(&block_, 0x55, sizeof block_);
@@ -55,7 +55,7 @@ TEST_F(jnl_block_test, a_damaged_block_is_minus_1_and_keeps_what_was_read) {
 TEST_F(jnl_block_test, a_block_that_was_never_written_is_logged_as_such) {
     EXPECT_EQ(read(3, -1), log_lines({"jnl_block_read(#) jnl block all zero value @block 3\n"}));
     EXPECT_EQ(hex_of(block_), hex_of(std::vector<uint8_t>(512, 0)));
-    // Past the end of the file, too.
+    // Also after the end of the file.
     EXPECT_EQ(read(1u << 30, -1),
               log_lines({"jnl_block_read(#) jnl block all zero value @block 1073741824\n"}));
 }
@@ -75,7 +75,7 @@ TEST_F(jnl_block_test, a_read_that_fails_leaves_zeros_and_keeps_the_journal) {
     EXPECT_EQ(keep_journal_reasons().count, 1u);
 }
 
-TEST_F(jnl_block_test, a_read_that_stops_before_the_end_of_the_block_is_a_failed_one) {
+TEST_F(jnl_block_test, a_read_that_ends_inside_the_block_is_a_failed_one) {
     history_.journal.put(3, file_block({tbl_record(POOL, 5, 0x8001)}));
     io_fault_at fault(1, 0, {io_call::read});
     EXPECT_EQ(read(3, -1), log_lines({"ERR: jnl_block_read(#) jnl read error, block_num[3]\n",
@@ -83,7 +83,7 @@ TEST_F(jnl_block_test, a_read_that_stops_before_the_end_of_the_block_is_a_failed
     EXPECT_EQ(keep_journal_failures().count, 1u);
 }
 
-TEST_F(jnl_block_test, the_state_says_why_a_block_is_not_good) {
+TEST_F(jnl_block_test, the_state_gives_the_reason_why_a_block_is_bad) {
     history_.journal.put(3, file_block({tbl_record(POOL, 5, 0x8001)}));
     history_.journal.put_damaged(4, file_block({tbl_record(POOL, 5, 0x8001)}));
     history_.load();
@@ -94,7 +94,7 @@ TEST_F(jnl_block_test, the_state_says_why_a_block_is_not_good) {
     EXPECT_EQ(jnl_block_get(&current_jnl, &block_, 3), jnl_block_state::unread);
 }
 
-TEST_F(jnl_block_test, a_block_that_no_offset_reaches_does_not_wrap_to_one_that_exists) {
+TEST_F(jnl_block_test, a_block_past_the_largest_offset_does_not_wrap_to_one_that_exists) {
     history_.journal.put(0, file_block({}));
     for (const uint64_t n : {~uint64_t{0}, ~uint64_t{0} - 2047, uint64_t{1} << 55}) {
         const std::vector<std::string> lines = read(n, -1);
@@ -148,7 +148,7 @@ TEST_F(jnl_block_test, only_the_counted_entries_are_checked_after_reading) {
     EXPECT_EQ(read(2, 512), log_lines({}));
 }
 
-TEST_F(jnl_block_test, before_writing_all_seven_entries_are_checked_and_no_history_block) {
+TEST_F(jnl_block_test, before_writing_all_seven_entries_are_checked_but_no_history_block) {
     const jnl_block one = record_of(file_block({raw_entry(4, MAP)}));
     tarn_jnl_block_m2d(&one);
     EXPECT_EQ(log_.lines(),

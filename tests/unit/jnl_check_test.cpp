@@ -28,7 +28,7 @@ protected:
         history_.load();
         log_.clear();
         const int result = jnl_file_type_check(type);
-        // Every walk below begins at block 1, so each meets the block before it, never written.
+        // Every walk below begins at block 1, so each reads block 0, which was never written.
         lines_.clear();
         for (const std::string& line : log_.lines()) {
             if (line != "jnl_block_read(#) jnl block all zero value @block 0\n") {
@@ -94,7 +94,7 @@ TEST_F(jnl_check_test, an_index_entry_that_differs_fails) {
 TEST_F(jnl_check_test, only_the_newest_counters_of_the_index_are_compared) {
     history_.commit(file_block({var0_record(POOL, 1, 2)}));
     history_.commit(file_block({var0_record(POOL, 3, 4), var0_record(POOL, 1000000, 0)}));
-    EXPECT_EQ(check(FRI_FILE), 0);  // as in the header of the index
+    EXPECT_EQ(check(FRI_FILE), 0);  // the counters of the header match
     history_.commit(file_block({var0_record(POOL, 1000000, 1)}));
     EXPECT_EQ(check(FRI_FILE), -1);
     EXPECT_EQ(lines_, log_lines({differs(2), blames(2, 3, 0)}));
@@ -103,7 +103,7 @@ TEST_F(jnl_check_test, only_the_newest_counters_of_the_index_are_compared) {
     EXPECT_EQ(lines_, log_lines({differs(2), blames(2, 4, 0)}));
 }
 
-TEST_F(jnl_check_test, the_mapped_count_is_compared_once_with_the_newest_entry_before_the_entry) {
+TEST_F(jnl_check_test, the_mapped_count_of_the_newest_entry_is_compared_once_and_first) {
     files_.set_map(9, MAPPED | 4);
     set_counts(6);
     history_.commit(file_block({map_record(MAP, 8, 0, 5), map_record(MAP, 9, MAPPED | 4, 6)}));
@@ -158,7 +158,7 @@ TEST_F(jnl_check_test, eight_entries_fail_the_check_whatever_they_are) {
         EXPECT_EQ(check(type), -1) << type;
         EXPECT_EQ(lines_.back(), "ERR: jnl_file_type_check(#) entry count 8 large than 7\n");
     }
-    // Also in a history block: the block type is not consulted.
+    // Even in a history block: the block type is not checked.
     raw_history other(64, 1);
     other.commit(xcopy_block(MAP, 0, 0, 0).u8(12, 8));
     other.load();
@@ -183,13 +183,13 @@ TEST_F(jnl_check_test, an_entry_that_no_map_can_hold_fails) {
     EXPECT_EQ(lines_.back(), blames(4, 1, 0));
 }
 
-TEST_F(jnl_check_test, whichever_read_fails_no_difference_is_missed_that_was_reached) {
+TEST_F(jnl_check_test, whichever_read_fails_a_difference_that_was_reached_is_found) {
     const std::string unreadable = "ERR: jnl_file_type_check(#) fail check 4 type file\n";
     history_.commit(file_block({map_record(MAP, 9, 0, 0)}));
     uint64_t logged = 0;
     for (uint64_t n = 1;; n++) {
         ASSERT_LT(n, 100u);
-        close_map();  // its cache would save the read
+        close_map();  // its cache would avoid the read
         ASSERT_EQ(load_map(files_.map_path.c_str()), 0);
         history_.load();
         log_.clear();

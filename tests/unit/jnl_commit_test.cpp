@@ -33,7 +33,7 @@ protected:
         EXPECT_EQ(load_jnl(journal_.path()), 0);
         return last_complete_commit(&commit_, total);
     }
-    // The n-th read of a block fails; error 0: it stops short.
+    // The n-th read of a block fails; error 0: it is short.
     int last_with_failing_read(uint64_t n, int error) {
         close_jnl();
         EXPECT_EQ(load_jnl(journal_.path()), 0);
@@ -90,7 +90,7 @@ TEST_F(jnl_commit_test, a_transaction_that_wraps_over_the_rings_end_is_found_who
     }
 }
 
-TEST_F(jnl_commit_test, a_gap_in_the_sequence_fails_the_search_either_way) {
+TEST_F(jnl_commit_test, a_gap_in_the_sequence_fails_the_search_in_both_directions) {
     put(0, 7, 0, MORE);
     put(1, 7, 1, MORE);
     put(2, 7, 3, LAST);
@@ -103,7 +103,7 @@ TEST_F(jnl_commit_test, a_gap_in_the_sequence_fails_the_search_either_way) {
                                        "not match 2\n"}));
 }
 
-TEST_F(jnl_commit_test, another_id_ends_the_search_and_is_logged_only_on_the_way_forward) {
+TEST_F(jnl_commit_test, another_id_ends_the_search_and_is_logged_by_the_forward_one_only) {
     put(0, 6, 0, MORE);
     put(1, 7, 1, MORE);
     EXPECT_EQ(find(1), -1);
@@ -114,7 +114,7 @@ TEST_F(jnl_commit_test, another_id_ends_the_search_and_is_logged_only_on_the_way
               log_lines({"ERR: commit_last_block(#) blk->jnl_transid 7 is not match 6\n"}));
 }
 
-TEST_F(jnl_commit_test, the_sequence_number_goes_on_from_65535_at_0) {
+TEST_F(jnl_commit_test, the_sequence_number_wraps_from_65535_to_0) {
     put(0, 7, 65535, MORE);
     put(1, 7, 0, LAST);
     close_jnl();
@@ -153,7 +153,7 @@ TEST_F(jnl_commit_test, a_search_gives_up_after_one_lap) {
               log_lines({"ERR: commit_start_block(#) no start block in a lap of 1 blocks\n"}));
 }
 
-TEST_F(jnl_commit_test, a_ring_of_no_blocks_is_never_divided_by) {
+TEST_F(jnl_commit_test, the_size_of_an_empty_ring_is_never_a_divisor) {
     put(0, 7, 1, MORE);
     EXPECT_EQ(find(0, 0), -1);
     put(0, 7, 0, MORE);
@@ -173,10 +173,10 @@ TEST_F(jnl_commit_test, without_a_journal_every_search_fails) {
                          "ERR: last_complete_commit(#) jnl file descriptor is invalid\n"}));
 }
 
-TEST_F(jnl_commit_test, the_one_before_ends_flagged_or_with_the_id_before) {
+TEST_F(jnl_commit_test, the_previous_transaction_ends_flagged_or_with_the_previous_id) {
     put(2, 6, 0, MORE);
     put(3, 6, 1, LAST);
-    EXPECT_EQ(prev(3, 9), 0);  // flagged: whatever its id
+    EXPECT_EQ(prev(3, 9), 0);  // flagged: with any id
     EXPECT_EQ(where(), "2-3 6 6");
     put(3, 6, 1, MORE);
     EXPECT_EQ(prev(3, 7), 0);  // not flagged: the id before
@@ -184,11 +184,11 @@ TEST_F(jnl_commit_test, the_one_before_ends_flagged_or_with_the_id_before) {
     EXPECT_EQ(prev(3, 6), -1);
     EXPECT_EQ(prev(3, 8), -1);
     put(3, 0xFFFFFFFF, 0, MORE);
-    EXPECT_EQ(prev(3, 0), 0);  // ids go on from the highest at 0
+    EXPECT_EQ(prev(3, 0), 0);  // ids wrap from the highest to 0
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(jnl_commit_test, the_one_before_is_flagged_by_1_and_no_other_value) {
+TEST_F(jnl_commit_test, the_previous_transaction_is_flagged_by_1_and_no_other_value) {
     put(2, 6, 0, MORE);
     for (const uint16_t flags : std::vector<uint16_t>{3, 0x8001, 2, 0xFFFF}) {
         put(3, 6, 1, flags);
@@ -198,7 +198,7 @@ TEST_F(jnl_commit_test, the_one_before_is_flagged_by_1_and_no_other_value) {
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(jnl_commit_test, the_one_before_needs_a_readable_end_and_a_start) {
+TEST_F(jnl_commit_test, the_previous_transaction_needs_a_readable_end_and_a_start) {
     EXPECT_EQ(prev(3, 7), -1);
     EXPECT_EQ(log_.lines(), log_lines({all_zero(3)}));
     log_.clear();
@@ -208,7 +208,7 @@ TEST_F(jnl_commit_test, the_one_before_needs_a_readable_end_and_a_start) {
 }
 
 TEST_F(jnl_commit_test, a_journal_that_was_never_used_holds_nothing) {
-    put(0, 1, 0, LAST);  // not looked at
+    put(0, 1, 0, LAST);  // not read
     const uint64_t none = 0;
     for (const uint64_t total : {uint64_t{8}, none}) {
         io_fault_at fault(0, 0, {io_call::read});
@@ -222,7 +222,7 @@ TEST_F(jnl_commit_test, a_journal_that_was_never_used_holds_nothing) {
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(jnl_commit_test, any_of_five_fields_says_that_the_journal_was_used) {
+TEST_F(jnl_commit_test, any_of_five_fields_marks_the_journal_as_used) {
     put(0, 0, 0, LAST);
     const uint64_t five = 5;
     for (const auto& [at, len] : std::vector<std::pair<uint64_t, size_t>>{
@@ -252,7 +252,7 @@ TEST_F(jnl_commit_test, the_record_that_the_header_names_is_the_newest) {
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(jnl_commit_test, a_torn_newest_transaction_falls_back_to_the_one_before) {
+TEST_F(jnl_commit_test, a_torn_newest_transaction_falls_back_to_the_previous_one) {
     put(1, 6, 0, LAST);
     put(2, 7, 0, MORE);
     set_newest(7, 2);
@@ -263,7 +263,7 @@ TEST_F(jnl_commit_test, a_torn_newest_transaction_falls_back_to_the_one_before) 
                                        "out last complete commit, @block 2\n"}));
 }
 
-TEST_F(jnl_commit_test, one_incomplete_transaction_is_tolerated_and_no_second_one) {
+TEST_F(jnl_commit_test, one_incomplete_transaction_is_tolerated_but_not_a_second_one) {
     put(1, 5, 0, LAST);  // 6 is missing
     put(2, 7, 0, MORE);
     set_newest(7, 2);
@@ -278,7 +278,7 @@ TEST_F(jnl_commit_test, one_incomplete_transaction_is_tolerated_and_no_second_on
     EXPECT_EQ(log_.count("JOURNAL-CONFLICT Can't find out last complete commit, @block 1\n"), 1u);
 }
 
-TEST_F(jnl_commit_test, a_record_that_was_never_written_is_searched_one_block_before) {
+TEST_F(jnl_commit_test, the_search_starts_one_block_before_a_record_that_was_never_written) {
     put(1, 7, 0, MORE);
     put(2, 7, 1, LAST);
     set_newest(7, 3);
@@ -291,7 +291,7 @@ TEST_F(jnl_commit_test, a_record_that_was_never_written_is_searched_one_block_be
     EXPECT_EQ(log_.lines(), log_lines({all_zero(3)}));
 }
 
-TEST_F(jnl_commit_test, the_search_one_block_before_wraps_and_falls_back_once_as_well) {
+TEST_F(jnl_commit_test, the_search_one_block_before_wraps_and_falls_back_only_once) {
     put(6, 6, 0, LAST);
     put(7, 7, 0, MORE);
     set_newest(8, 0);
@@ -315,13 +315,14 @@ TEST_F(jnl_commit_test, a_damaged_record_fails_at_once) {
                          "ERR: last_complete_commit(#) Can't read last jnl commit\n"}));
 }
 
-TEST_F(jnl_commit_test, nothing_written_there_and_before_is_a_conflict) {
+TEST_F(jnl_commit_test, an_unwritten_record_after_an_unwritten_block_is_a_conflict) {
     set_newest(7, 3);
     EXPECT_EQ(last(), -1);
     EXPECT_EQ(log_.lines(), log_lines({all_zero(3), all_zero(2)}));
 }
 
-TEST_F(jnl_commit_test, a_record_of_another_transaction_is_a_conflict_that_the_one_before_solves) {
+TEST_F(jnl_commit_test,
+       a_record_of_another_transaction_is_a_conflict_that_the_previous_one_resolves) {
     put(2, 6, 0, LAST);
     put(3, 12, 0, LAST);
     set_newest(7, 3);
@@ -349,7 +350,7 @@ TEST_F(jnl_commit_test, a_first_transaction_that_never_completed_is_nothing_to_p
     put(0, 1, 0, MORE);
     EXPECT_EQ(last(), 0);  // torn
     put(0, 3, 0, LAST);
-    EXPECT_EQ(last(), 0);  // another one's
+    EXPECT_EQ(last(), 0);  // of another transaction
     journal_.put_damaged(0, raw_block(1, 0, LAST));
     EXPECT_EQ(last(), -1);  // but not a damaged one
     set_newest(1, 1);
@@ -375,28 +376,28 @@ TEST_F(jnl_commit_test, a_record_at_or_past_the_end_of_the_ring_is_an_absurd_hea
 }
 
 // The newest transaction, in blocks 4 and 5, is there; one of the blocks cannot be read, and an
-// older complete transaction must not pass for the newest.
+// older complete transaction must not be taken for the newest.
 TEST_F(jnl_commit_test, a_block_that_cannot_be_read_is_not_one_that_was_never_written) {
     put(3, 6, 0, LAST);
     put(4, 7, 0, MORE);
     put(5, 7, 1, LAST);
     set_newest(7, 4);
     EXPECT_EQ(last(), 1);
-    for (const int error : {EIO, 0}) {               // 0: the read stops short
+    for (const int error : {EIO, 0}) {               // 0: the read is short
         for (const uint64_t n : {1u, 2u, 3u, 4u}) {  // record, start, first and last block
             log_.clear();
             EXPECT_EQ(last_with_failing_read(n, error), -1) << n;
             EXPECT_EQ(log_.last(), "ERR: last_complete_commit(#) Can't read last jnl commit\n");
         }
     }
-    set_newest(8, 6);  // never written: the search goes on before it
+    set_newest(8, 6);  // never written: the search continues before it
     EXPECT_EQ(last(), 1);
     log_.clear();
     EXPECT_EQ(last_with_failing_read(2, EIO), -1);
     EXPECT_EQ(log_.last(), "ERR: last_complete_commit(#) Can't read last jnl commit\n");
 }
 
-TEST_F(jnl_commit_test, trace_lines_are_printed_when_the_switch_is_clear_only) {
+TEST_F(jnl_commit_test, trace_lines_are_printed_only_if_the_switch_is_clear) {
     put(2, 6, 0, LAST);
     put(3, 7, 0, LAST);
     EXPECT_EQ(jnl_search_quiet, 1);

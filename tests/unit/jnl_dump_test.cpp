@@ -28,7 +28,7 @@ std::string number(uint64_t value) {
     return std::to_string(value);
 }
 
-// The lines in front of what a block holds.
+// The lines before the contents of a block.
 std::string header_text(uint32_t trans_id, uint16_t seq, uint16_t flags, unsigned count) {
     return "TARN_INFO: jnl_transid      " + number(trans_id) + "\nTARN_INFO: jnl_seq_num      " +
            number(seq) + "\nTARN_INFO: jnl_flags        " + number(flags) +
@@ -146,7 +146,7 @@ TEST_F(jnl_dump, the_header_of_a_block_is_printed_in_decimal) {
               "TARN_INFO: jnl_flags        65534\n"
               "TARN_INFO: jnl_commit_time  1700000000\n"
               "TARN_INFO: jnl_entry_count  0\n"
-              "TARN_INFO: -------------------------\n");  // FILE block, nothing in it
+              "TARN_INFO: -------------------------\n");  // an empty FILE block
 }
 
 static raw_block xcopy_block(uint8_t count) {
@@ -364,7 +364,7 @@ static const std::string FILE_TEXT =
     "TARN_INFO: poolnum[3845] mapped[1] sync[1] lpa 1\n" +
     SEPARATOR + "TARN_INFO: [4] UNKNOWN TYPE\n";
 
-TEST_F(jnl_dump, file_entries_are_parted_by_the_separator_and_none_follows_the_last) {
+TEST_F(jnl_dump, file_entries_are_separated_by_a_line_and_none_follows_the_last) {
     raw_journal journal(64);
     log_capture log;
     const std::string header = header_text(13, 0, 1, 5);
@@ -387,7 +387,7 @@ TEST_F(jnl_dump, an_entry_count_of_9_is_printed_in_red_and_entries_0_to_6_follow
     EXPECT_TRUE(log.has("tarn_jnl_block_d2m(#) blk->ej_header.entry_count 9 is overflow\n"));
 }
 
-TEST_F(jnl_dump, a_history_block_of_a_wrong_entry_count_is_dumped_all_the_same) {
+TEST_F(jnl_dump, a_history_block_with_a_wrong_entry_count_is_still_dumped) {
     raw_journal journal(64);
     raw_block block = xcopy_block(0);
     block.u8(12, 8);
@@ -492,7 +492,7 @@ TEST_F(jnl_dump_transaction, wraps_and_shows_its_middle_blocks_only_when_asked) 
                         header_text(20, 2, 1, 0));
 }
 
-TEST_F(jnl_dump_transaction, whose_first_block_is_overwritten_is_none_after_a_lap) {
+TEST_F(jnl_dump_transaction, whose_first_block_is_overwritten_is_not_found_after_a_lap) {
     raw_journal journal(4);
     journal.put(0, raw_block(21, 1, MORE));
     journal.put(1, raw_block(21, 2, LAST));
@@ -539,7 +539,7 @@ TEST_F(jnl_dump_transaction, stops_at_a_gap_in_its_sequence) {
               "TARN_INFO: STOP SEARCH TRANSACTION 21 SEQ 2 DIFF SEQ 3 @block 2, \n");
 }
 
-TEST_F(jnl_dump_transaction, ends_without_a_word_at_a_bad_block_inside_it) {
+TEST_F(jnl_dump_transaction, ends_silently_at_a_bad_block_inside_it) {
     raw_journal journal(4);
     journal.put(0, raw_block(21, 0, MORE));
     journal.put_damaged(1, raw_block(21, 1, LAST));
@@ -549,7 +549,7 @@ TEST_F(jnl_dump_transaction, ends_without_a_word_at_a_bad_block_inside_it) {
     EXPECT_EQ(log.lines(), log_lines({"ERR: jnl_block_read(#) jnl checksum error @block 1\n"}));
 }
 
-// Sequence numbers have 16 bits: only a ring of that many blocks can be gone round.
+// Sequence numbers have 16 bits: only a ring of up to that many blocks can be walked around.
 TEST_F(jnl_dump_transaction, that_fills_the_whole_ring_unfinished_ends_after_a_lap) {
     raw_journal journal(65536);
     for (uint32_t n = 0; n < 65536; n++) {
@@ -563,7 +563,7 @@ TEST_F(jnl_dump_transaction, that_fills_the_whole_ring_unfinished_ends_after_a_l
                        "TARN_INFO: SEARCH TRANSACTION 21 SEQ 0 @block 0\n"));
 }
 
-TEST_F(jnl_dump_transaction, in_a_ring_without_blocks_is_none) {
+TEST_F(jnl_dump_transaction, in_a_ring_without_blocks_is_not_found) {
     raw_journal journal(0);
     journal.put(0, raw_block(21, 0, LAST));
     log_capture log;
@@ -572,7 +572,7 @@ TEST_F(jnl_dump_transaction, in_a_ring_without_blocks_is_none) {
     EXPECT_EQ(log.lines(), log_lines({"ERR: dump_jnl_transaction(#) jnl_total_count is 0\n"}));
 }
 
-TEST_F(jnl_dump_transaction, searched_from_outside_the_ring_is_none) {
+TEST_F(jnl_dump_transaction, searched_from_outside_the_ring_is_not_found) {
     raw_journal journal(4);
     journal.put(0, raw_block(21, 0, LAST));
     log_capture log;
@@ -581,7 +581,7 @@ TEST_F(jnl_dump_transaction, searched_from_outside_the_ring_is_none) {
         EXPECT_EQ(text, "TARN_INFO: NO TRANSACTION 21 in JOURNAL\n");
     }
     EXPECT_EQ(log.count("jnl block all zero value @block "), 3u);
-    EXPECT_EQ(log.count("jnl read error, block_num["), 2u);  // no file has a byte so far out
+    EXPECT_EQ(log.count("jnl read error, block_num["), 2u);  // past the largest offset of a file
 }
 
 TEST_F(jnl_dump_transaction, in_a_ring_of_absurd_size_is_searched_as_far_as_the_file_goes) {

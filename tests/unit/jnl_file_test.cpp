@@ -55,7 +55,7 @@ TEST_F(jnl_file_test, every_field_is_read_from_its_byte) {
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(jnl_file_test, a_load_that_fails_leaves_the_header_and_keeps_the_descriptor_to_close) {
+TEST_F(jnl_file_test, a_load_that_fails_leaves_the_header_and_a_descriptor_to_close) {
     ASSERT_EQ(load_jnl(journal_.path()), 0);
     const std::string before = hex_of(current_jnl.header);
     close_jnl();
@@ -76,7 +76,7 @@ TEST_F(jnl_file_test, a_node_with_a_wrong_checksum_fails_the_load) {
     EXPECT_GT(current_jnl.fd, 0);
 }
 
-TEST_F(jnl_file_test, a_path_that_is_null_or_names_nothing_fails) {
+TEST_F(jnl_file_test, a_path_that_is_null_or_does_not_exist_fails) {
     EXPECT_EQ(load_jnl(nullptr), -1);
     EXPECT_EQ(log_.lines(), log_lines({"ERR: load_jnl(#) name NULL pointer\n"}));
     log_.clear();
@@ -85,7 +85,7 @@ TEST_F(jnl_file_test, a_path_that_is_null_or_names_nothing_fails) {
     EXPECT_EQ(current_jnl.fd, 0);
 }
 
-TEST_F(jnl_file_test, without_a_journal_nothing_has_a_status) {
+TEST_F(jnl_file_test, without_a_journal_there_is_no_status) {
     close_jnl();  // nothing to do
     EXPECT_EQ(journal_status(), -1);
     EXPECT_EQ(set_journal_status(JNL_STATUS_BAD), -1);
@@ -111,7 +111,7 @@ TEST_F(jnl_file_test, the_status_is_the_tag_as_a_signed_value) {
 
 TEST_F(jnl_file_test, setting_the_status_changes_the_tag_and_its_nodes_checksum_only) {
     for (uint64_t at : {uint64_t{36}, uint64_t{100}, uint64_t{4150}, uint64_t{4200}}) {
-        journal_.set_meta(at, "carried", 7);  // bytes that nothing here knows
+        journal_.set_meta(at, "carried", 7);  // bytes that have no meaning
     }
     for (const uint32_t known : {0u, 0x25521814u, 0xFFFFFFFFu, 0x66656800u, 0x77777777u}) {
         set_tag(known);
@@ -120,7 +120,7 @@ TEST_F(jnl_file_test, setting_the_status_changes_the_tag_and_its_nodes_checksum_
         EXPECT_EQ(journal_status(), 1717921792);
         close_jnl();
         const std::string got = meta_bytes();
-        set_tag(0x66656800);  // what it must be, with the checksum of the test's own hand
+        set_tag(0x66656800);  // the expected bytes, with the checksum computed by the test
         EXPECT_EQ(got, meta_bytes());
     }
     EXPECT_EQ(log_.lines(), log_lines({}));
@@ -141,7 +141,7 @@ TEST_F(jnl_file_test, an_unknown_tag_is_not_replaced_and_any_value_may_replace_a
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(jnl_file_test, a_status_that_cannot_be_written_is_0_all_the_same_and_counted) {
+TEST_F(jnl_file_test, a_status_that_cannot_be_written_still_returns_0_and_is_counted) {
     set_tag(JNL_STATUS_ABNORMAL);
     journal_.set_meta(4164, "id", 2);  // every node has its checksum
     const std::string before = meta_bytes();
@@ -176,7 +176,7 @@ TEST_F(jnl_file_test, the_budget_is_twice_the_sync_count_and_does_not_wrap) {
     }
 }
 
-TEST_F(jnl_file_test, closing_syncs_a_written_status_and_a_sync_that_fails_is_a_reason) {
+TEST_F(jnl_file_test, closing_syncs_a_written_status_and_a_sync_that_fails_is_counted) {
     set_tag(JNL_STATUS_ABNORMAL);
     ASSERT_EQ(load_jnl(journal_.path()), 0);
     EXPECT_EQ(set_journal_status(JNL_STATUS_BAD), 0);

@@ -104,7 +104,7 @@ TEST_F(jnl_replay_history, slots_of_maps_that_are_not_open_are_counted_and_skipp
     EXPECT_EQ(files_.all_bytes(), before);
 }
 
-TEST_F(jnl_replay_history, a_slot_of_a_pool_row_that_the_map_has_not_is_counted) {
+TEST_F(jnl_replay_history, a_slot_of_a_pool_row_that_the_map_lacks_is_counted) {
     files_.open_in_handle_set();
     history_.commit(two_copies().u64(XCOPY_MAPS, MAPPED | (uint64_t{1} << 48) | 5));
     EXPECT_EQ(replay(TBL_FILE), 0);
@@ -148,7 +148,7 @@ TEST_F(jnl_replay_history, a_lea_that_wraps_never_becomes_a_small_one) {
         other.commit(test.block);
         other.load();
         jnl_seen_keys seen = {};
-        EXPECT_EQ(jnl_seen_keys_test_and_add(&seen, last, 0), 0);  // the wrapped one comes next
+        EXPECT_EQ(jnl_seen_keys_test_and_add(&seen, last, 0), 0);  // the wrapped lea would be next
         log_.clear();
         EXPECT_EQ(jnl_file_type_replay_pass(MAP_FILE, &seen), -1) << test.kind;
         EXPECT_EQ(files_.map(0), 0u) << test.kind;
@@ -193,7 +193,7 @@ TEST_F(jnl_replay_history, unmap_writes_the_table_entries_of_the_extents_it_left
 TEST_F(jnl_replay_history, unmap_to_a_table_entry_without_references_fails) {
     files_.open_in_handle_set();
     raw_block block = two_unmaps().u8(60, 4).u16(TBL_SLOTS + 2, USED | 0x7000);
-    block.u64(UNMAP_MAPS, MAPPED | (uint64_t{9} << 48) | 5);  // a row that the map has not
+    block.u64(UNMAP_MAPS, MAPPED | (uint64_t{9} << 48) | 5);  // a row that the map lacks
     block.u64(UNMAP_MAPS + 16, MAPPED | 7).u16(TBL_SLOTS + 4, USED | 1);
     history_.commit(block);
     EXPECT_EQ(replay(TBL_FILE), -1);
@@ -212,7 +212,7 @@ TEST_F(jnl_replay_history, unmap_of_a_seen_extent_may_be_without_references) {
     EXPECT_EQ(files_.pool.tbl(5), 7);
 }
 
-TEST_F(jnl_replay_history, unmap_and_alloc_counts_fail_for_every_type_even_when_not_concerned) {
+TEST_F(jnl_replay_history, wrong_unmap_and_alloc_counts_fail_for_every_type_even_if_unrelated) {
     struct {
         raw_block block;
         const char* kind;

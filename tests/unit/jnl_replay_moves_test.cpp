@@ -67,7 +67,7 @@ TEST_F(jnl_replay_moves, moves_inside_a_map_whose_count_is_set_keep_the_source_w
     EXPECT_EQ(files_.map(6), EMPTIED);
     EXPECT_EQ(files_.map(7), EMPTIED);
     EXPECT_EQ(files_.mapped_count(), 17u);
-    raw_history upward(64, 1);  // the same leas the other way
+    raw_history upward(64, 1);  // the same leas in the other direction
     upward.commit({block.u64(68, 5).u64(76, 4), file_block({map_record(MAP, 60, 1, 17)})});
     upward.load();
     EXPECT_EQ(jnl_file_type_replay(MAP_FILE), 0);
@@ -86,7 +86,7 @@ TEST_F(jnl_replay_moves, moves_inside_a_map_with_two_counts_are_a_conflict) {
     EXPECT_EQ(files_.map(5), 0u);
 }
 
-TEST_F(jnl_replay_moves, moves_over_50_fail_for_every_type_even_when_not_concerned) {
+TEST_F(jnl_replay_moves, moves_over_50_fail_for_every_type_even_if_unrelated) {
     for (const auto& [src, dst] : std::vector<std::pair<uint8_t, uint8_t>>{{51, 0}, {0, 51}}) {
         raw_history other(64, 1);
         other.commit(moves_block(ELSEWHERE, 0, dst, ELSEWHERE, 0, src, 0));

@@ -52,13 +52,13 @@ TEST_F(jnl_replay_pass, a_newer_image_replaces_the_older_one_of_an_earlier_pass)
     EXPECT_EQ(pass(older_), USED | 2);
 }
 
-TEST_F(jnl_replay_pass, records_that_need_no_map_keep_their_place_over_the_passes) {
+TEST_F(jnl_replay_pass, records_that_need_no_map_keep_their_order_across_the_passes) {
     history_.commit(copy(OLDER, USED | 1));
     history_.commit(file_block({tbl_record(POOL, 5, 0x0007)}));
     EXPECT_EQ(pass(older_), 7);
     EXPECT_EQ(pass(""), 7);
     history_.commit(copy(NEWER, USED | 2));
-    // A journal that grew is another walk: the passes begin again.
+    // A journal that grew needs a new walk: the passes begin again.
     jnl_seen_keys_free(&applied_);
     EXPECT_EQ(pass(older_), 7);
     EXPECT_EQ(pass(newer_), USED | 2);

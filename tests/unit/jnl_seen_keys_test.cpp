@@ -23,7 +23,7 @@ TEST_F(jnl_seen_keys_test, a_key_is_new_once) {
     EXPECT_EQ(keys_.used, 4u);
 }
 
-TEST_F(jnl_seen_keys_test, a_newer_image_counts_and_from_then_on_alone) {
+TEST_F(jnl_seen_keys_test, a_newer_image_replaces_the_older_one_from_then_on) {
     EXPECT_EQ(add(7, 100), 0);
     EXPECT_EQ(add(7, 99), 0);
     EXPECT_EQ(add(7, 99), 1);
@@ -45,7 +45,7 @@ TEST_F(jnl_seen_keys_test, growing_keeps_keys_and_ranks) {
     EXPECT_EQ(keys_.used, count);
 }
 
-TEST_F(jnl_seen_keys_test, a_set_at_its_limit_takes_no_more_and_says_so_once) {
+TEST_F(jnl_seen_keys_test, a_set_at_its_limit_takes_no_more_and_logs_that_once) {
     keep_journal_forget();
     log_capture log;
     constexpr uint64_t most = JNL_SEEN_SLOTS_MAX / 4 * 3;
@@ -60,7 +60,7 @@ TEST_F(jnl_seen_keys_test, a_set_at_its_limit_takes_no_more_and_says_so_once) {
     EXPECT_EQ(keep_journal_reasons().count, 1u);
     EXPECT_EQ(log.lines(), log_lines({"ERR: jnl_seen_keys_test_and_add(#) no room for more than "
                                       "3145728 keys\n"}));
-    EXPECT_EQ(add(0, 1), 1);  // what is known stays known
+    EXPECT_EQ(add(0, 1), 1);  // known keys stay known
     EXPECT_EQ(keys_.slot_count, uint64_t{1} << 22);
     keep_journal_forget();
 }

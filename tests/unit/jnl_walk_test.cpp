@@ -109,7 +109,7 @@ TEST_F(jnl_walk_test, a_torn_newest_transaction_is_left_out) {
     EXPECT_EQ(seen_.blocks, "1:2 0:1 ");
 }
 
-TEST_F(jnl_walk_test, an_unflagged_end_with_the_id_before_is_walked_as_well) {
+TEST_F(jnl_walk_test, an_unflagged_end_with_the_previous_id_is_walked_too) {
     raw_history history(16);
     history.commit({EMPTY, EMPTY});
     history.commit(EMPTY);
@@ -179,7 +179,7 @@ TEST_F(jnl_walk_test, a_damaged_block_inside_a_transaction_fails_the_walk) {
     EXPECT_EQ(log_.count("ERR: jnl_block_read(#) jnl read error, block_num[2]\n"), 1u);
 }
 
-// Two journals at once: what one holds is not seen in the other, whichever was opened last.
+// Two journals at once: blocks of one never appear in the other, whichever was opened last.
 TEST_F(jnl_walk_test, the_walk_reads_the_journal_that_it_is_given) {
     raw_history one(16);
     one.commit(EMPTY);
@@ -188,20 +188,20 @@ TEST_F(jnl_walk_test, the_walk_reads_the_journal_that_it_is_given) {
     other.commit(EMPTY);
     one.load();
     jnl_file first = current_jnl;
-    current_jnl.fd = 0;  // `first` owns it
+    current_jnl.fd = 0;  // owned by `first`
     other.load();
     EXPECT_EQ(jnl_walk_commits(&first, 8, "the_walk", note_block, &seen_), 0);
     EXPECT_EQ(seen_.blocks, "1:2 0:1 ");
     seen_ = {};
     EXPECT_EQ(jnl_walk_commits(&first, 1, "the_walk", note_block, &seen_), 0);
-    EXPECT_EQ(seen_.blocks, "1:2 ");  // the budget is the caller's
+    EXPECT_EQ(seen_.blocks, "1:2 ");  // the caller gives the budget
     seen_ = {};
     EXPECT_EQ(walk(), 0);
     EXPECT_EQ(seen_.blocks, "5:9 ");
     io_close(first.fd);
 }
 
-TEST_F(jnl_walk_test, transactions_that_overlap_are_not_walked_for_ever) {
+TEST_F(jnl_walk_test, transactions_that_overlap_do_not_make_the_walk_endless) {
     raw_history history(3);
     history.journal.put(0, raw_block(7, 0, 0));
     history.journal.put(1, raw_block(7, 1, 1));
@@ -214,7 +214,7 @@ TEST_F(jnl_walk_test, transactions_that_overlap_are_not_walked_for_ever) {
               log_lines({"ERR: the_walk(#) more than 3 blocks to examine, block_num 1\n"}));
 }
 
-TEST_F(jnl_walk_test, a_ring_of_absurd_size_ends_at_blocks_that_no_offset_reaches) {
+TEST_F(jnl_walk_test, a_ring_of_absurd_size_ends_at_blocks_past_the_largest_offset) {
     raw_history history(~uint64_t{0});
     history.commit(EMPTY);
     history.load();

@@ -17,7 +17,7 @@
 #include "tbl/tbl_file.h"
 
 // One volume with a map of lea 0 mapped to extent 5 by the only transaction of the journal.
-// What each walk meets behind the oldest transaction, in a ring that was never full.
+// Logged by each walk after the oldest transaction, in a ring that was never full.
 static const char* const HISTORY_ENDS = "jnl_block_read(#) jnl block all zero value @block 63\n";
 
 class journal_drivers : public testing::Test {
@@ -44,7 +44,7 @@ protected:
     }
 
     // The lines that the drivers themselves print: the search's lines are left out.
-    std::string told() {
+    std::string reported() {
         std::string text = out_.text();
         std::string kept;
         for (size_t at = 0; at < text.size();) {
@@ -72,14 +72,14 @@ protected:
 TEST_F(journal_drivers, an_index_that_the_journal_does_not_name_checks_and_replays) {
     EXPECT_EQ(check_fri_journal(none_.count(), none_.values(), 0), 0);
     EXPECT_EQ(replay_fri_journal(none_.count(), none_.values(), 0), 0);
-    EXPECT_EQ(told(), "TARN_INFO: CHECK FRI " + fri_ + "\n" + "TARN_INFO: FRI " + fri_ +
-                          " check successfully\n" + "TARN_INFO: REPLAY FRI " + fri_ + "\n" +
-                          "TARN_INFO: FRI " + fri_ + " replay successfully\n");
+    EXPECT_EQ(reported(), "TARN_INFO: CHECK FRI " + fri_ + "\n" + "TARN_INFO: FRI " + fri_ +
+                              " check successfully\n" + "TARN_INFO: REPLAY FRI " + fri_ + "\n" +
+                              "TARN_INFO: FRI " + fri_ + " replay successfully\n");
     EXPECT_EQ(log_.lines(), log_lines({HISTORY_ENDS, HISTORY_ENDS}));
     expect_everything_closed();
 }
 
-TEST_F(journal_drivers, a_table_that_lags_behind_fails_the_check_until_it_is_replayed) {
+TEST_F(journal_drivers, a_table_without_the_recorded_change_fails_the_check_until_it_is_replayed) {
     EXPECT_EQ(check_tbl_journal(none_.count(), none_.values(), 0), -1);
     EXPECT_EQ(log_.count("ERR: check_tbl_journal(#) TBL " + tbl_ + " is not match with JNL " +
                          jnl_ + "\n"),
@@ -92,7 +92,7 @@ TEST_F(journal_drivers, a_table_that_lags_behind_fails_the_check_until_it_is_rep
     log_.clear();
     EXPECT_EQ(check_tbl_journal(none_.count(), none_.values(), 0), 0);
     EXPECT_EQ(log_.lines(), log_lines({HISTORY_ENDS}));
-    const std::string text = told();
+    const std::string text = reported();
     EXPECT_NE(text.find("TARN_INFO: REPLAY TBL " + tbl_ + "\nTARN_INFO: TBL " + tbl_ +
                         " replay successfully\n"),
               std::string::npos)
@@ -103,11 +103,12 @@ TEST_F(journal_drivers, a_table_that_lags_behind_fails_the_check_until_it_is_rep
 TEST_F(journal_drivers, a_map_replays_without_a_success_line_and_checks_with_one) {
     make_jnl(jnl_, JNL_STATUS_ABNORMAL, {xcopy_block(uuid_of_number(1), 9, 0x8002)});
     EXPECT_EQ(replay_map_journal(none_.count(), none_.values(), 0), 0);
-    EXPECT_EQ(told(), "TARN_INFO: REPLAY VAAI-LUN " + map_ + "\n");
+    EXPECT_EQ(reported(), "TARN_INFO: REPLAY VAAI-LUN " + map_ + "\n");
     EXPECT_EQ(map_word_of(map_, 0) & ~(uint64_t{1} << 60), 0x8000000000000009u);
     EXPECT_EQ(check_map_journal(none_.count(), none_.values(), 0), 0);
-    EXPECT_EQ(told(), "TARN_INFO: REPLAY VAAI-LUN " + map_ + "\n" + "TARN_INFO: CHECK VAAI-LUN " +
-                          map_ + "\n" + "TARN_INFO: MAP " + map_ + " check successfully\n");
+    EXPECT_EQ(reported(), "TARN_INFO: REPLAY VAAI-LUN " + map_ + "\n" +
+                              "TARN_INFO: CHECK VAAI-LUN " + map_ + "\n" + "TARN_INFO: MAP " +
+                              map_ + " check successfully\n");
     expect_everything_closed();
 }
 
@@ -174,7 +175,7 @@ TEST_F(journal_drivers, replay_reads_the_options_and_check_does_not) {
     EXPECT_STREQ(opt_ctx.tblpath, "/nowhere/tbl");
 }
 
-TEST_F(journal_drivers, words_left_over_stop_a_replay_before_its_first_line) {
+TEST_F(journal_drivers, leftover_words_stop_a_replay_before_its_first_line) {
     for (const named_driver& driver : {drivers[3], drivers[4], drivers[5]}) {
         arguments run({"x"});
         stdout_capture out;
@@ -184,17 +185,19 @@ TEST_F(journal_drivers, words_left_over_stop_a_replay_before_its_first_line) {
     EXPECT_EQ(tbl_word_of(tbl_, 5), 0);
 }
 
-TEST_F(journal_drivers, whatever_call_fails_everything_is_closed) {
+TEST_F(journal_drivers, everything_is_closed_whichever_call_fails) {
     for (const named_driver& driver : drivers) {
+        failed_calls failed;
         for (uint64_t n = 1;; n++) {
             ASSERT_LT(n, 1000u);
             make_tbl(tbl_, uuid_of(0x11));
             io_fault_at fault(n, EIO, {io_call::open, io_call::read, io_call::seek});
             const int result = driver.run(none_.count(), none_.values(), 0);
             expect_everything_closed();
-            if (!fault.fired()) {
+            if (!failed.add(fault)) {
                 EXPECT_EQ(result, driver.run == check_tbl_journal ? -1 : 0) << driver.name;
-                EXPECT_GT(n, 10u);
+                EXPECT_EQ(failed.kinds(), "open read seek") << driver.name;
+                EXPECT_EQ(failed.count(io_call::open), strlen(driver.kinds)) << driver.name;
                 break;
             }
         }

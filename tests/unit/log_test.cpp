@@ -10,7 +10,7 @@
 static std::string escaped(const std::string& text, size_t size) {
     std::string out(size + 1, '#');
     log_escape(text.c_str(), out.data(), size);
-    EXPECT_EQ(out[size], '#');  // nothing after its room
+    EXPECT_EQ(out[size], '#');  // nothing is written after its room
     out.resize(out.find('\0'));
     return out;
 }
@@ -25,7 +25,7 @@ TEST(log_escape, shows_control_bytes_in_hexadecimal) {
     EXPECT_EQ(escaped("a\nb\tc\x1b[31md\x7f", 256), "a\\x0ab\\x09c\\x1b[31md\\x7f");
 }
 
-TEST(log_escape, is_cut_to_fit_between_two_bytes_of_the_text) {
+TEST(log_escape, is_cut_without_splitting_an_escape) {
     EXPECT_EQ(escaped("abcdef", 4), "abc");
     EXPECT_EQ(escaped("a\nb", 5), "a");
     EXPECT_EQ(escaped("a\nb", 6), "a\\x0a");
@@ -57,7 +57,7 @@ TEST(tarn_log, a_line_that_is_cut_keeps_its_line_end) {
     log_sink = sink;
     tarn_log("%s\n", std::string(12286, 'a').c_str());    // as long as fits
     tarn_log("%s\n", std::string(4096, '\x01').c_str());  // each shown as four bytes
-    tarn_log("%s\n", std::string(20000, 'a').c_str());    // its end is cut off as well
+    tarn_log("%s\n", std::string(20000, 'a').c_str());    // its end is cut off too
     log_sink = nullptr;
     ASSERT_EQ(sunk.size(), 3u);
     EXPECT_EQ(sunk[0], std::string(12286, 'a') + "\n");

@@ -62,7 +62,7 @@ TEST_F(map_create, logs_a_missing_old_map) {
     EXPECT_FALSE(file_exists(new_));
 }
 
-TEST_F(map_create, closes_the_old_map_when_nothing_comes_of_the_new_one) {
+TEST_F(map_create, closes_the_old_map_if_the_new_one_cannot_be_created) {
     const size_t before = open_files();
     EXPECT_EQ(create_map(old_.c_str(), old_.c_str()), -1);
     EXPECT_EQ(log_.last(), "ERR: create_map(#) " + old_ + " and " + old_ + " are the same file\n");
@@ -74,7 +74,7 @@ TEST_F(map_create, closes_the_old_map_when_nothing_comes_of_the_new_one) {
     EXPECT_EQ(current_map.fd, 0);
 }
 
-TEST_F(map_create, a_pool_table_that_the_old_file_cuts_or_that_no_file_holds_fails) {
+TEST_F(map_create, a_pool_table_that_is_cut_off_or_impossibly_large_fails) {
     ASSERT_EQ(load_map(old_.c_str()), 0);
     current_map.header.map_pool_cnt = 0xFFFFFFFF;
     ASSERT_EQ(save_map(), 0);

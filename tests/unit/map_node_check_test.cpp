@@ -30,7 +30,7 @@ protected:
 
 }  // namespace
 
-TEST_F(map_node_check, tells_a_sound_node_a_mismatched_one_and_one_that_was_never_written) {
+TEST_F(map_node_check, distinguishes_sound_mismatched_and_never_written_nodes) {
     EXPECT_EQ(tarn_map_data_node_check(0), 0);
     EXPECT_EQ(tarn_map_data_node_check(99), 0);
     EXPECT_EQ(log_.lines(), log_lines({}));
@@ -84,7 +84,7 @@ TEST_F(map_node_check, a_node_that_cannot_be_read_is_not_repaired) {
     EXPECT_EQ(hex_of(node_bytes(path_, 1)), before);
 }
 
-TEST_F(map_node_check, a_repair_that_cannot_be_written_fails_and_is_printed_all_the_same) {
+TEST_F(map_node_check, a_repair_that_cannot_be_written_fails_and_is_still_printed) {
     stdout_capture out;
     const std::string before = hex_of(node_bytes(path_, 1));
     const io_fault_at fault(1, EIO, {io_call::write});

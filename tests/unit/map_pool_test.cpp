@@ -91,7 +91,7 @@ TEST_F(map_pool, of_a_map_that_is_not_open_fails_and_is_not_logged) {
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(map_pool, a_table_that_missed_its_pools_is_logged) {
+TEST_F(map_pool, a_missing_pool_table_in_memory_is_logged) {
     load_map_of(1);
     auto* handle = static_cast<map_handle*>(lookup_handle(uuid_of(0x4A).data(), 4));
     ASSERT_NE(handle, nullptr);
@@ -103,12 +103,12 @@ TEST_F(map_pool, a_table_that_missed_its_pools_is_logged) {
                                        "map_pool_cnt 1\n"}));
 }
 
-TEST_F(map_pool, the_handle_of_a_table_that_answers_for_the_map_has_no_pools) {
+TEST_F(map_pool, the_handle_of_a_table_found_for_a_map_has_no_pools) {
     make_tbl(file_.path(), uuid_of(0x4A));
     ASSERT_EQ(load_as_handle(file_.path()), 0);
     auto* table = static_cast<tbl_handle*>(lookup_handle(uuid_of(0x4A).data(), 1));
     ASSERT_NE(table, nullptr);
-    memset(&table->node, 0xFF, sizeof table->node);  // nothing of it is taken for a map's header
+    memset(&table->node, 0xFF, sizeof table->node);  // none of it is read as a map's header
     EXPECT_EQ(pool(0), -1);
     EXPECT_EQ(hex_of(uuid_), CLEARED);
     EXPECT_EQ(log_.lines(), log_lines({"ERR: tarn_map_get_pool_uuid(#) Fail to get uuid, "

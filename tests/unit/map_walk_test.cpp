@@ -15,8 +15,8 @@ TEST(map_walk, the_entries_of_a_rod_map_follow_from_the_extent_shift_alone) {
 
 TEST(map_walk, a_shift_over_30_makes_the_power_of_the_rod_formula_0) {
     EXPECT_EQ(rod_entry_count(31), 16384u);  // 30 - 31 has bit 5 set: (0 + 32) * 512
-    EXPECT_EQ(rod_entry_count(62), 16384u);  // 30 - 62 = -32 has it too
-    // 30 - 63 = -33 has it not; what stays of it, 31, makes the power 2^31.
+    EXPECT_EQ(rod_entry_count(62), 16384u);  // 30 - 62 = -32 does too
+    // 30 - 63 = -33 does not; its low bits, 31, make the power 2^31.
     EXPECT_EQ(rod_entry_count(63), 1099511644160u);  // (2^31 + 32) * 512
 }
 
@@ -79,7 +79,7 @@ TEST(map_walk, units_passed_together_print_what_they_print_one_by_one) {
     }
 }
 
-TEST(map_walk, counts_near_the_end_of_64_bits_overflow_nowhere) {
+TEST(map_walk, counts_near_the_end_of_64_bits_do_not_overflow) {
     stdout_capture out;
     const uint64_t total = ~uint64_t{0} - 1;
     scan_progress progress = scan_progress_of(total);

@@ -21,7 +21,7 @@ static meta_node counted_node() {
 TEST(meta_node, a_written_node_carries_its_checksum_on_disk_and_in_memory) {
     scratch_file file;
     meta_node node = counted_node();
-    node.checksum = 0x99999999;  // what was there before does not count
+    node.checksum = 0x99999999;  // the old value is ignored
 
     EXPECT_EQ(tarn_write_meta_node(file.fd(), &node, 3), 64);
 
@@ -62,7 +62,7 @@ TEST(meta_node, its_state_follows_from_its_bytes_alone) {
     EXPECT_EQ(meta_node_state(&node), node_state::unsummed);
     node.checksum = 0x3AEDABC7;
     EXPECT_EQ(meta_node_state(&node), node_state::right);
-    EXPECT_EQ(node.checksum, 0x3AEDABC7u);  // the node stays as it is
+    EXPECT_EQ(node.checksum, 0x3AEDABC7u);  // the node is unchanged
     node.checksum = 0x3AEDABC6;
     EXPECT_EQ(meta_node_state(&node), node_state::wrong);
     node.checksum = 0x3AEDABC7;
@@ -209,8 +209,8 @@ TEST(meta_nodes, the_first_write_that_fails_ends_the_save) {
     }
 }
 
-// The header comes with one transfer. A disk that gives back the beginning of it fails at the first
-// node that is missing.
+// The header is one transfer. A read that returns only its beginning fails at the first missing
+// node.
 TEST(meta_nodes, the_first_node_that_cannot_be_read_ends_the_load_and_what_was_read_stays) {
     static size_t limit;
     static uint64_t reads;

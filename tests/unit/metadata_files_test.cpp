@@ -1,5 +1,5 @@
-// The opener: the order of loading, the line of the first failure, and the closing on every way
-// out.
+// The opener: the order of loading, the line of the first failure, and the closing on every return
+// path.
 #include "volume/metadata_files.h"
 
 #include <gtest/gtest.h>

@@ -50,7 +50,7 @@ TEST_F(node_cache_of_file, is_empty_after_init_and_an_empty_one_is_not_flushed) 
 TEST_F(node_cache_of_file, reads_a_node_once_for_all_its_entries) {
     const io_fault_at count(0, 0, {io_call::read});
     EXPECT_EQ(read(1, 0), 0);
-    EXPECT_EQ(word_, 0xABABABABABABABABu);  // no checksum: taken without complaint
+    EXPECT_EQ(word_, 0xABABABABABABABABu);  // no checksum: accepted
     EXPECT_EQ(read(1, 496), 0);
     EXPECT_EQ(count.calls(), 1u);
     EXPECT_EQ(read(0, 0), 0);
@@ -69,7 +69,7 @@ TEST_F(node_cache_of_file, past_the_end_of_the_file_everything_is_zero) {
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-TEST_F(node_cache_of_file, a_mismatched_node_is_logged_once_and_its_entries_come_as_stored) {
+TEST_F(node_cache_of_file, a_mismatched_node_is_logged_once_and_its_entries_are_read_as_stored) {
     file_.write_at(NODE_1 + 508, uint32_t{1});
     EXPECT_EQ(tarn_cache_node_load(&cache_, file_.fd(), 1), 1);
     EXPECT_EQ(log_.count("data chksum mismatched - on-disk(00000001) != ("), 1u);
@@ -79,7 +79,7 @@ TEST_F(node_cache_of_file, a_mismatched_node_is_logged_once_and_its_entries_come
     EXPECT_EQ(log_.lines().size(), 1u);
 
     tarn_cache_node_init(&cache_);
-    EXPECT_EQ(read(1, 8), 0);  // the mismatch is no failure of a read
+    EXPECT_EQ(read(1, 8), 0);  // a mismatch does not fail a read
     EXPECT_EQ(log_.count("data chksum mismatched"), 2u);
 }
 
@@ -90,10 +90,10 @@ TEST_F(node_cache_of_file, a_write_changes_its_bytes_only_and_seals_the_node) {
                                                          0xab, 0xab, 0x88, 0x77, 0x66, 0x55,
                                                          0x44, 0x33, 0x22, 0x11, 0xab, 0xab,  //
                                                          0xab, 0xab, 0xab, 0xab, 0xab, 0xab}));
-    EXPECT_EQ(node_1(504, 4), "ab ab ab ab ");  // no entry's bytes are carried
+    EXPECT_EQ(node_1(504, 4), "ab ab ab ab ");  // bytes of no entry
     tarn_cache_node_init(&cache_);
     EXPECT_EQ(tarn_cache_node_load(&cache_, file_.fd(), 1), 0);
-    EXPECT_EQ(log_.count("data chksum mismatched"), 1u);  // of the first load alone
+    EXPECT_EQ(log_.count("data chksum mismatched"), 1u);  // from the first load only
     EXPECT_NE(file_.read_at<uint32_t>(NODE_1 + 508), 0u);
 }
 
@@ -116,7 +116,7 @@ TEST_F(node_cache_of_file, zero_leaves_508_zero_bytes_and_their_checksum) {
     EXPECT_EQ(tarn_cache_node_load(&cache_, file_.fd(), 1), 0);
 }
 
-TEST_F(node_cache_of_file, a_failed_load_keeps_the_old_number_over_a_buffer_that_is_gone) {
+TEST_F(node_cache_of_file, a_failed_load_keeps_the_old_number_and_clears_the_buffer) {
     ASSERT_EQ(tarn_cache_node_load(&cache_, file_.fd(), 1), 0);
     {
         const io_fault_at fault(1, EIO, {io_call::read});
@@ -127,7 +127,7 @@ TEST_F(node_cache_of_file, a_failed_load_keeps_the_old_number_over_a_buffer_that
     EXPECT_EQ(log_.lines(), log_lines({"ERR: tarn_read_data_node(#) read_fd(-1)\n"}));
 }
 
-TEST_F(node_cache_of_file, a_failed_read_gives_nothing_and_a_failed_load_writes_nothing) {
+TEST_F(node_cache_of_file, a_failed_read_returns_nothing_and_a_failed_load_writes_nothing) {
     word_ = 7;
     {
         const io_fault_at fault(1, EIO, {io_call::read});
@@ -140,9 +140,9 @@ TEST_F(node_cache_of_file, a_failed_read_gives_nothing_and_a_failed_load_writes_
     EXPECT_EQ(node_1(0, 8), "ab ab ab ab ab ab ab ab ");
 }
 
-// Half of the node would come as zeros, without a checksum, and the next write would make that
-// last.
-TEST_F(node_cache_of_file, a_read_that_stops_short_inside_the_file_blanks_no_neighbour) {
+// Half of the node would be zeros without a checksum, and the next write would make that
+// permanent.
+TEST_F(node_cache_of_file, a_short_read_inside_the_file_does_not_blank_the_other_entries) {
     {
         const io_fault_at fault(1, 0, {io_call::read});
         EXPECT_EQ(write(1, 0, 1), -1);
@@ -168,23 +168,25 @@ TEST_F(node_cache_of_file, a_node_that_the_end_of_the_file_cuts_is_filled_with_z
               "01 02 03 00 00 00 00 00 04 00 00 00 00 00 00 00\n");
 }
 
-TEST_F(node_cache_of_file, whichever_call_of_a_write_fails_the_node_is_whole_old_or_whole_new) {
+TEST_F(node_cache_of_file,
+       whichever_call_of_a_write_fails_the_node_is_entirely_old_or_entirely_new) {
     const std::string before = node_1(0, 512);
+    failed_calls failed;
     uint64_t n = 1;
     for (bool fired = true; fired; n++) {
         tarn_cache_node_init(&cache_);
         log_.clear();
         const io_fault_at fault(n, EIO);
         const int result = write(1, 0, 1);
-        fired = fault.fired();
+        fired = failed.add(fault);
         EXPECT_EQ(result, fired ? -1 : 0) << n;
         EXPECT_EQ(log_.lines().empty(), !fired) << n;
         EXPECT_EQ(node_1(0, 512) == before, fired) << n;
     }
-    EXPECT_EQ(n, 6u);  // seek, read, seek, write; there is no fifth
+    EXPECT_EQ(failed.in_order(), "seek read seek write");
 }
 
-TEST_F(node_cache_of_file, a_node_that_no_file_reaches_is_neither_read_nor_written) {
+TEST_F(node_cache_of_file, a_node_past_the_largest_offset_is_neither_read_nor_written) {
     for (const uint64_t node : {uint64_t{1} << 54, uint64_t{1} << 55, ~uint64_t{0} - 1}) {
         EXPECT_LT(read(node, 0), 0);
         EXPECT_LT(write(node, 0, 1), 0);

@@ -1,9 +1,10 @@
-// Stop signals during the one-key procedures: where a run ends, and what it leaves.
+// Stop signals during the one-key procedures: where a run ends, and which files it leaves.
 #include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
 
+#include "support/begun_swap.h"
 #include "support/io_faults.h"
 #include "support/one_key_fixture.h"
 #include "support/stop_signal_defaults.h"
@@ -32,6 +33,12 @@ static bool no_table_is_open() {
     return current_tbl.fd == 0;
 }
 
+// Both rebuilt files were written; what follows is the sync of their directories.
+static bool the_rebuild_is_closed() {
+    return current_tbl.fd == 0 && current_fri.fd == 0 &&
+           file_exists(std::string(opt_ctx.volpath) + "/@EP_FIX/EP_FRI");
+}
+
 class one_key_stopped : public one_key_repair_of_a_volume {
 protected:
     one_key_stopped() { stop_signals_block(); }
@@ -39,12 +46,12 @@ protected:
         io_fault = nullptr;
         stop_signals_forget();
     }
-    int repair_until(io_call kind, uint64_t n) {
-        stop_plan = {kind, n, nullptr, 0};
+    int repair_until(io_call kind, uint64_t n, bool (*when)() = nullptr) {
+        stop_plan = {kind, n, when, 0};
         io_fault = stop_there;
         const int result = repair();
         io_fault = nullptr;
-        EXPECT_GE(stop_plan.calls, n);
+        EXPECT_GE(stop_plan.calls, n) << "no such call";
         EXPECT_EQ(log_.count("stops this run"), 1u);
         return result;
     }
@@ -63,7 +70,7 @@ TEST_F(one_key_stopped, during_the_replay_rebuilds_nothing) {
     expect_untouched();
 }
 
-TEST_F(one_key_stopped, during_the_rebuild_goes_on_to_no_further_map) {
+TEST_F(one_key_stopped, during_the_rebuild_imports_no_further_map) {
     make_filled_map(root() + "/@iSCSITrg/LUN_Extent_2", 63, 1, {{0, 2}});
     EXPECT_EQ(repair_until(io_call::mkdir, 1), -1);
     EXPECT_NE(text_.find("TARN_INFO: import volume"), std::string::npos);
@@ -72,22 +79,12 @@ TEST_F(one_key_stopped, during_the_rebuild_goes_on_to_no_further_map) {
 }
 
 TEST_F(one_key_stopped, after_the_last_map_swaps_nothing) {
-    // The directories are synced after the last map.
-    uint64_t syncs = 0;
-    {
-        const io_fault_at count(0, 0, {io_call::sync});
-        ASSERT_EQ(repair(), 0);
-        syncs = count.calls();
-    }
-    set_tbl_word(live("EP_TBL"), 1, 0x8009);
-    fs::remove(live("EP_TBL.bkp"));
-    // In the swap: the marker, its directory, @EP four times, two modes, @EP_FIX.
-    EXPECT_EQ(repair_until(io_call::sync, syncs - 9), -1);
+    EXPECT_EQ(repair_until(io_call::sync, 1, the_rebuild_is_closed), -1);
     EXPECT_NE(text_.find("TARN_INFO: Rebuild EP_FRI"), std::string::npos);
     expect_untouched();
 }
 
-TEST_F(one_key_stopped, in_the_swap_goes_on_to_its_end) {
+TEST_F(one_key_stopped, during_the_swap_completes_it) {
     stop_plan = {io_call::link, 1, nullptr, 0};
     io_fault = stop_there;
     EXPECT_EQ(repair(), 0);
@@ -97,13 +94,8 @@ TEST_F(one_key_stopped, in_the_swap_goes_on_to_its_end) {
     EXPECT_FALSE(file_exists(root() + "/@EP_FIX"));
 }
 
-TEST_F(one_key_stopped, before_a_cut_swap_is_finished_leaves_it_for_the_next_run) {
-    make_directories(root() + "/@EP_FIX");
-    make_tbl(root() + "/@EP_FIX/EP_TBL", uuid_of(0x22));
-    make_fri(root() + "/@EP_FIX/EP_FRI", uuid_of(0x33), 0);
-    table_swap swap;
-    ASSERT_EQ(table_swap_form(&swap, root().c_str()), 0);
-    ASSERT_EQ(table_swap_begin(&swap), 0);
+TEST_F(one_key_stopped, before_an_interrupted_swap_is_finished_leaves_it_for_the_next_run) {
+    put_begun_swap(root(), 0x22, 0x33);
     EXPECT_EQ(repair_until(io_call::stat, 1), -1);
     EXPECT_EQ(uuid_in(live("EP_TBL")), uuid_of(0x11));
     EXPECT_TRUE(file_exists(root() + "/@EP_FIX/swap"));
@@ -126,13 +118,13 @@ protected:
     const stop_signal_defaults defaults_;
 };
 
-TEST_F(one_key_check_stopped, before_a_volume_looks_at_none) {
+TEST_F(one_key_check_stopped, before_the_first_volume_checks_none) {
     raise(SIGHUP);
     EXPECT_EQ(check(), -1);
     EXPECT_FALSE(printed("REPLAY volume"));
 }
 
-TEST_F(one_key_check_stopped, in_the_rebuild_goes_on_to_no_further_map) {
+TEST_F(one_key_check_stopped, during_the_rebuild_imports_no_further_map) {
     stop_plan = {io_call::mkdir, 1, nullptr, 0};
     EXPECT_EQ(check(), -1);
     EXPECT_TRUE(printed("TARN_INFO: import volume " + root() + "\n"));
@@ -141,7 +133,7 @@ TEST_F(one_key_check_stopped, in_the_rebuild_goes_on_to_no_further_map) {
 }
 
 // The table was compared, and its directory is being removed.
-TEST_F(one_key_check_stopped, after_the_table_looks_at_no_map) {
+TEST_F(one_key_check_stopped, after_the_table_checks_no_map) {
     stop_plan = {io_call::spawn, 1, no_table_is_open, 0};
     EXPECT_EQ(check(), -1);
     EXPECT_TRUE(printed("TARN_INFO: import MAP(" + map() + ")\n"));

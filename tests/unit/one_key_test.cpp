@@ -6,6 +6,7 @@
 #include <string>
 
 #include "cli/operations.h"
+#include "support/begun_swap.h"
 #include "support/io_faults.h"
 #include "support/one_key_fixture.h"
 #include "volume/table_swap.h"
@@ -36,7 +37,7 @@ TEST_F(one_key_repair_of_a_volume, works_without_a_live_index) {
 }
 
 TEST_F(one_key_repair_of_a_volume, is_not_stopped_by_a_journal_that_cannot_be_replayed) {
-    EXPECT_EQ(repair(), 0);  // there is none
+    EXPECT_EQ(repair(), 0);  // there is no journal
     EXPECT_TRUE(log_.has("Fail to load JNL"));
 }
 
@@ -58,13 +59,8 @@ TEST_F(one_key_repair_of_a_volume, refuses_a_path_that_would_be_cut_before_it_to
     EXPECT_EQ(text_, "");
 }
 
-TEST_F(one_key_repair_of_a_volume, finishes_a_swap_that_was_cut_without_replay_and_rebuild) {
-    make_directories(root() + "/@EP_FIX");
-    make_tbl(root() + "/@EP_FIX/EP_TBL", uuid_of(0x22));
-    make_fri(root() + "/@EP_FIX/EP_FRI", uuid_of(0x33), 0);
-    table_swap swap;
-    ASSERT_EQ(table_swap_form(&swap, root().c_str()), 0);
-    ASSERT_EQ(table_swap_begin(&swap), 0);
+TEST_F(one_key_repair_of_a_volume, finishes_an_interrupted_swap_without_replay_and_rebuild) {
+    put_begun_swap(root(), 0x22, 0x33);
     EXPECT_EQ(repair(), 0);
     EXPECT_EQ(text_, "");
     EXPECT_EQ(uuid_in(live("EP_TBL")), uuid_of(0x22));
@@ -77,17 +73,12 @@ TEST_F(one_key_repair_of_a_volume, finishes_a_swap_that_was_cut_without_replay_a
 class one_key_repair_that_is_older : public one_key_repair_of_a_volume {
 protected:
     one_key_repair_that_is_older() {
-        make_directories(root() + "/@EP_FIX");
-        make_tbl(root() + "/@EP_FIX/EP_TBL", uuid_of(0x22));
-        make_fri(root() + "/@EP_FIX/EP_FRI", uuid_of(0x33), 0);
-        table_swap swap;
-        EXPECT_EQ(table_swap_form(&swap, root().c_str()), 0);
-        EXPECT_EQ(table_swap_begin(&swap), 0);
+        put_begun_swap(root(), 0x22, 0x33);
         fs::last_write_time(live("EP_TBL"), fs::file_time_type::min());
     }
 };
 
-TEST_F(one_key_repair_that_is_older, than_a_live_file_begins_again) {
+TEST_F(one_key_repair_that_is_older, than_a_live_file_starts_over) {
     EXPECT_EQ(repair(), 0);
     EXPECT_TRUE(log_.has("/@EP_FIX is older than the live files: rebuilding again"));
     EXPECT_NE(text_.find("TARN_INFO: REPLAY volume"), std::string::npos);
@@ -107,7 +98,7 @@ static io_verdict look_for_the_marker(io_call call, size_t wanted) {
 }
 
 // A removal that is cut must not leave a marker without its files: no later run could act on it.
-TEST_F(one_key_repair_that_is_older, than_a_live_file_forgets_its_marker_before_its_files_go) {
+TEST_F(one_key_repair_that_is_older, than_a_live_file_removes_its_marker_before_its_files) {
     marker_was_there = false;
     io_fault = look_for_the_marker;
     EXPECT_EQ(repair(), 0);
@@ -133,7 +124,7 @@ TEST_F(one_key_repair_of_a_volume, removes_a_work_directory_without_a_marker_and
     EXPECT_EQ(repair(), 0);
 }
 
-TEST_F(one_key_repair_of_a_volume, touches_nothing_while_a_marker_cannot_be_looked_for) {
+TEST_F(one_key_repair_of_a_volume, touches_nothing_if_it_cannot_look_for_a_marker) {
     make_empty_file(root() + "/@EP_FIX/EP_TBL");
     const io_fault_at fault(1, EIO, {io_call::stat});
     EXPECT_EQ(repair(), -1);
@@ -143,7 +134,7 @@ TEST_F(one_key_repair_of_a_volume, touches_nothing_while_a_marker_cannot_be_look
     EXPECT_TRUE(file_exists(root() + "/@EP_FIX/EP_TBL"));
 }
 
-TEST_F(one_key_repair_of_a_volume, leaves_the_finished_files_where_a_step_of_the_swap_fails) {
+TEST_F(one_key_repair_of_a_volume, leaves_the_finished_files_if_a_step_of_the_swap_fails) {
     make_directories(live("EP_FRI.bkp/deep"));
     EXPECT_EQ(repair(), -1);
     EXPECT_TRUE(file_exists(root() + "/@EP_FIX/swap"));
@@ -156,7 +147,7 @@ TEST_F(one_key_repair_of_a_volume, leaves_the_finished_files_where_a_step_of_the
 
 static constexpr const char* NOT_REPLAYED = "ERR: one_key_repair(#) the journal was not replayed";
 
-TEST_F(one_key_repair_of_a_volume, says_at_its_end_that_the_journal_was_not_replayed) {
+TEST_F(one_key_repair_of_a_volume, logs_at_its_end_that_the_journal_was_not_replayed) {
     make_empty_file(volumes_.journal());
     EXPECT_EQ(repair(), 0);
     EXPECT_EQ(log_.last(), NOT_REPLAYED + (" into " + root()) + "\n");
@@ -167,7 +158,7 @@ TEST_F(one_key_repair_of_a_volume, says_at_its_end_that_the_journal_was_not_repl
     EXPECT_EQ(log_.last(), NOT_REPLAYED + (" into " + root()) + "\n");
 }
 
-TEST_F(one_key_repair_of_a_volume, does_not_miss_a_journal_that_is_not_there_or_was_replayed) {
+TEST_F(one_key_repair_of_a_volume, logs_nothing_about_a_missing_or_replayed_journal) {
     EXPECT_EQ(repair(), 0);
     EXPECT_FALSE(log_.has(NOT_REPLAYED));
     make_jnl(volumes_.journal(), 0, {tbl_block(uuid_of(0x11), 9, 0x8001)});
@@ -199,7 +190,8 @@ TEST_F(one_key_check, fails_on_a_wrong_table_and_removes_its_directory) {
 
 static uint64_t reads_of_the_map;
 
-// The import holds a table besides the map, the check only the map. Its first read is the header.
+// The import has a table open in addition to the map, the check only the map. Its first read is
+// the header.
 static io_verdict fail_nodes_of_the_check(io_call call, size_t wanted) {
     const bool counts = call == io_call::read && current_map.fd != 0 && current_tbl.fd == 0;
     return {counts && ++reads_of_the_map > 1 ? EIO : 0, wanted};
@@ -216,7 +208,7 @@ TEST_F(one_key_check, fails_on_a_map_that_cannot_be_scanned) {
     EXPECT_FALSE(printed("Free-List CONSISTENCY"));
 }
 
-TEST_F(one_key_check, tells_an_inconsistent_free_list_and_passes) {
+TEST_F(one_key_check, reports_an_inconsistent_free_list_and_passes) {
     set_tbl_word(live("EP_TBL"), 1, 0x8001);
     set_fri_word(live("EP_FRI"), 0, 0x8005000000000000);  // five free extents from extent 0 on
     EXPECT_EQ(check(), 0);
@@ -234,7 +226,7 @@ TEST_F(one_key_check, goes_through_every_volume_and_stops_at_the_first_bad_one) 
     EXPECT_EQ(check(), 0);
 }
 
-TEST_F(one_key_check, reads_its_options_where_the_first_replay_scans_them) {
+TEST_F(one_key_check, reads_its_options_when_the_first_replay_scans_them) {
     set_tbl_word(live("EP_TBL"), 1, 0x8001);
     make_filled_map(map(), 63, 5, {{0, 1}});
     EXPECT_EQ(check(), 0);
@@ -243,7 +235,7 @@ TEST_F(one_key_check, reads_its_options_where_the_first_replay_scans_them) {
     EXPECT_EQ(mapped_count_of(map()), 1u);
 }
 
-TEST_F(one_key_check, an_option_that_names_a_volume_does_not_lead_it_to_another_one) {
+TEST_F(one_key_check, ignores_an_option_that_names_another_volume) {
     set_tbl_word(live("EP_TBL"), 1, 0x8001);
     EXPECT_EQ(check({"--volpath", "/nowhere"}), 0);
     EXPECT_TRUE(printed("TARN_INFO: import volume " + root() + "\n"));
@@ -258,7 +250,7 @@ TEST_F(one_key_check, fails_without_a_live_index) {
 
 // The first volume's replay reads the option; the second volume starts at the configured journal
 // again.
-TEST_F(one_key_check, takes_the_configured_journal_for_every_volume_anew) {
+TEST_F(one_key_check, uses_the_configured_journal_again_for_every_volume) {
     set_tbl_word(live("EP_TBL"), 1, 0x8001);
     make_volume(2);
     set_tbl_word(live("EP_TBL", 2), 1, 0x8001);
@@ -268,13 +260,13 @@ TEST_F(one_key_check, takes_the_configured_journal_for_every_volume_anew) {
     EXPECT_TRUE(log_.has(fails + volumes_.journal() + "\n"));
 }
 
-TEST_F(one_key_check, looks_at_no_map_of_a_volume_whose_table_is_wrong) {
+TEST_F(one_key_check, checks_no_map_of_a_volume_whose_table_is_wrong) {
     EXPECT_EQ(check(), -1);
     EXPECT_FALSE(printed("data-node"));
     EXPECT_FALSE(printed("Free-List CONSISTENCY"));
 }
 
-TEST_F(one_key_check, takes_each_map_as_what_it_is) {
+TEST_F(one_key_check, scans_each_map_according_to_its_kind) {
     set_tbl_word(live("EP_TBL"), 1, 0x8001);
     set_tbl_word(live("EP_TBL"), 2, 0x8001);
     make_filled_map(live("EP_BUF"), 63, 1, {{0, 2}, {5, 3}});  // ends at its first unmapped entry

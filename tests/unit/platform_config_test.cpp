@@ -23,7 +23,7 @@ protected:
         setenv("TARN_PLATFORM_CONF", conf.c_str(), 1);
         platform_config_forget();
     }
-    // What is logged about a configuration of that text, without the file's name in front.
+    // The log lines about a configuration of that text, without the name of the file.
     std::string reason(const std::string& text) {
         configure(text);
         const log_capture log;
@@ -65,7 +65,7 @@ TEST_F(platform_calls, an_empty_configuration_means_the_defaults) {
     EXPECT_FALSE(config->service_resume.given);
 }
 
-TEST_F(platform_calls, blanks_and_comments_and_a_missing_line_end_are_fine) {
+TEST_F(platform_calls, blanks_and_comments_and_a_missing_newline_are_accepted) {
     configure(
         "\n   \n# journal_root = /a\n \t # volumes\n\t journal_root\t=  /b c \t\r\nvolumes=/d = "
         "/e");
@@ -95,7 +95,7 @@ TEST_F(platform_calls, each_wrong_line_is_logged_with_its_number) {
     EXPECT_EQ(reason("volumes = " + std::string(20000, 'x') + "\n"), "line 1: line too long\n");
 }
 
-TEST_F(platform_calls, the_longest_line_and_value_are_taken) {
+TEST_F(platform_calls, the_longest_line_and_value_are_accepted) {
     const std::string path(8190, 'p');
     EXPECT_TRUE(accepted("journal_root = /" + path + "\n"));
     EXPECT_EQ(reason("journal_root = /p" + path + "\n"), "line 1: value out of range\n");
@@ -129,7 +129,7 @@ TEST_F(platform_calls, a_named_file_that_cannot_be_read_is_logged) {
     EXPECT_EQ(log.last(), dir.path() + " line 0: cannot be read: Is a directory\n");
 }
 
-TEST_F(platform_calls, every_call_that_needs_a_wrong_configuration_fails) {
+TEST_F(platform_calls, every_call_that_needs_an_invalid_configuration_fails) {
     configure("nonsense\n");
     const log_capture log;
     char text[256];
@@ -156,7 +156,7 @@ TEST_F(platform_calls, the_journal_root_fits_or_fails) {
     EXPECT_LT(ORBAiSCSIConfJournalRootPathGet(text, sizeof text, 0), 0);
 }
 
-TEST_F(platform_calls, configured_volumes_come_in_their_order) {
+TEST_F(platform_calls, volumes_are_listed_in_the_configured_order) {
     configure("volumes = /volume9   /other\t/volume2\n");
     EXPECT_EQ(enumerated(), "/volume9\n/other\n/volume2\n");
     configure("volumes =\n");
@@ -167,7 +167,7 @@ TEST_F(platform_calls, configured_volumes_come_in_their_order) {
     ORBASpaceInfoFree(nullptr);
 }
 
-TEST_F(platform_calls, volumes_that_were_found_are_not_called_named) {
+TEST_F(platform_calls, volumes_that_were_found_are_not_reported_as_named) {
     configure("journal_root = /root\n");
     ORBASpaceInfo* list = nullptr;
     EXPECT_EQ(ORBASpaceInfoEnum(1, &list), 0);
@@ -208,7 +208,7 @@ TEST_F(platform_calls, the_extent_size_is_configured_or_the_table_s) {
     EXPECT_LT(ORBAiSCSIVAAIExtentSizeAndShiftGet(dir.path().c_str(), &size, &shift), 0);
 }
 
-// A hole of the configured size would reach into the neighbours of an extent of the table's.
+// A hole of the configured size would reach into the neighbours of an extent of the table.
 TEST_F(platform_calls, an_extent_size_that_contradicts_the_table_is_refused) {
     make_directories(dir.file("@EP"));
     const std::string table = dir.file("@EP/EP_TBL");
@@ -230,7 +230,7 @@ TEST_F(platform_calls, an_extent_size_that_contradicts_the_table_is_refused) {
     EXPECT_EQ(shift, 20U);
     configure("extent_shift = 22\n");
     for (const uint32_t no_size :
-         {0U, 256U, 1048577U, 0x80000000U}) {  // says nothing to contradict
+         {0U, 256U, 1048577U, 0x80000000U}) {  // a value without meaning, which nothing contradicts
         write_file_bytes(table, 68, &no_size, sizeof no_size);
         EXPECT_GE(asked(), 0) << no_size;
         EXPECT_EQ(shift, 22U);

@@ -29,7 +29,7 @@ static std::string mount_line(const std::string& mount_point) {
     return "36 25 8:1 / " + mount_point + " rw,relatime shared:1 - ext4 /dev/sda1 rw\n";
 }
 
-TEST(platform_mount_table, gives_the_mount_points_called_volume_and_a_number_in_its_order) {
+TEST(platform_mount_table, lists_the_mount_points_called_volume_and_a_number_in_order) {
     EXPECT_EQ(listed("25 1 8:2 / / rw - ext4 /dev/sda2 rw\n" + mount_line("/volume10") +
                      mount_line("/volume2") + mount_line("/srv/volume1") + mount_line("/home") +
                      mount_line("/volume3/inner") + mount_line("/volumeX") +
@@ -37,12 +37,12 @@ TEST(platform_mount_table, gives_the_mount_points_called_volume_and_a_number_in_
               (names{"/srv/volume1", "/volume2", "/volume10"}));
 }
 
-TEST(platform_mount_table, gives_volumes_of_one_number_as_they_were_mounted) {
+TEST(platform_mount_table, lists_volumes_of_the_same_number_in_mount_order) {
     EXPECT_EQ(listed(mount_line("/b/volume1") + mount_line("/volume2") + mount_line("/a/volume1")),
               (names{"/b/volume1", "/a/volume1", "/volume2"}));
 }
 
-TEST(platform_mount_table, gives_a_volume_mounted_over_another_once) {
+TEST(platform_mount_table, lists_a_volume_mounted_over_another_once) {
     EXPECT_EQ(listed(mount_line("/volume1") + mount_line("/volume2") + mount_line("/volume1")),
               (names{"/volume1", "/volume2"}));
 }
@@ -53,7 +53,7 @@ TEST(platform_mount_table, has_its_escapes_decoded) {
               (names{"/two words/volume1", "/a\\b/volume2", "/tab\t/volume3"}));
 }
 
-TEST(platform_mount_table, makes_no_volume_of_a_cut_line) {
+TEST(platform_mount_table, ignores_a_cut_line) {
     const std::string options(20000, ',');
     const std::string long_line =
         "36 25 8:1 / /volume1 rw" + options + " 1 2 3 /volume9 rw - ext4 /dev/sda1 rw\n";

@@ -16,7 +16,7 @@ static std::string rest_of(FILE* stream) {
     return text;
 }
 
-TEST(platform_programs, a_stream_carries_the_output_and_its_close_the_wait_status) {
+TEST(platform_programs, a_stream_returns_the_output_and_its_close_the_wait_status) {
     FILE* stream = OLIBCPopen("/bin/sh", "r", "-c", "printf '%s|' \"$@\"; exit 3", "name", "a b",
                               "", "*", nullptr);
     ASSERT_NE(stream, nullptr);
@@ -26,7 +26,7 @@ TEST(platform_programs, a_stream_carries_the_output_and_its_close_the_wait_statu
     EXPECT_EQ(WEXITSTATUS(status), 3);
 }
 
-TEST(platform_programs, a_stream_gives_the_signal_of_its_program) {
+TEST(platform_programs, the_close_of_a_stream_returns_the_signal_of_its_program) {
     FILE* stream = OLIBCPopen("/bin/sh", "r", "-c", "kill -9 $$", nullptr);
     ASSERT_NE(stream, nullptr);
     const int status = OLIBCPclose(stream);
@@ -34,7 +34,7 @@ TEST(platform_programs, a_stream_gives_the_signal_of_its_program) {
     EXPECT_EQ(WTERMSIG(status), 9);
 }
 
-TEST(platform_programs, what_cannot_be_started_gives_no_stream) {
+TEST(platform_programs, a_program_that_cannot_be_started_has_no_stream) {
     EXPECT_EQ(OLIBCPopen("/nowhere/program", "r", nullptr), nullptr);
     EXPECT_EQ(OLIBCPopen("/bin/sh", "w", nullptr), nullptr);
     EXPECT_EQ(OLIBCPopen("/dev/null", "r", nullptr), nullptr);
@@ -42,7 +42,7 @@ TEST(platform_programs, what_cannot_be_started_gives_no_stream) {
     EXPECT_EQ(OLIBCPopen(none, "r", nullptr), nullptr);
 }
 
-TEST(platform_programs, a_stream_of_another_maker_is_not_closed) {
+TEST(platform_programs, a_stream_opened_by_another_function_is_not_closed) {
     EXPECT_EQ(OLIBCPclose(nullptr), -1);
     FILE* other = fopen("/dev/null", "re");
     EXPECT_EQ(OLIBCPclose(other), -1);
@@ -60,7 +60,7 @@ TEST(platform_programs, several_streams_may_be_open_at_once) {
     EXPECT_EQ(WEXITSTATUS(OLIBCPclose(two)), 2);
 }
 
-TEST(platform_programs, streams_closed_by_the_standard_call_leave_the_next_ones_right) {
+TEST(platform_programs, streams_closed_by_the_standard_call_do_not_affect_later_ones) {
     for (int i = 0; i < 40; i++) {  // more than may be open at once
         FILE* plain = OLIBCPopen("/bin/sh", "r", "-c", "exit 7", nullptr);
         ASSERT_NE(plain, nullptr);
@@ -111,7 +111,7 @@ TEST(platform_programs, a_program_gets_the_signals_that_this_process_started_wit
     EXPECT_EQ(child_ignored >> (SIGXFSZ - 1) & 1, 0u);
 }
 
-TEST(platform_programs, running_to_the_end_gives_the_exit_status) {
+TEST(platform_programs, running_to_the_end_returns_the_exit_status) {
     EXPECT_EQ(OLIBCExec("/bin/true", nullptr), 0);
     EXPECT_EQ(OLIBCExec("/bin/sh", "-c", "exit $#", "name", "a", "b c", nullptr), 2);
     EXPECT_EQ(OLIBCExec("/bin/sh", "-c", "kill -15 $$", nullptr), -1);
@@ -120,7 +120,7 @@ TEST(platform_programs, running_to_the_end_gives_the_exit_status) {
     EXPECT_EQ(OLIBCExec(none, nullptr), -1);
 }
 
-TEST(platform_programs, no_shell_looks_at_the_arguments) {
+TEST(platform_programs, no_shell_interprets_the_arguments) {
     const scratch_dir dir;
     const std::string trap = dir.file("made");
     EXPECT_EQ(OLIBCExec("/usr/bin/test", "-n", ("$(touch " + trap + ")").c_str(), nullptr), 0);

@@ -24,7 +24,7 @@ static bool has_child() {
     return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
 }
 
-TEST(platform_streams, what_cannot_be_run_leaves_no_process) {
+TEST(platform_streams, a_program_that_cannot_be_run_leaves_no_process) {
     EXPECT_EQ(OLIBCExec("/", nullptr), -1);
     EXPECT_EQ(OLIBCExec("sh", "-c", "exit 0", nullptr), -1);  // no search along PATH
     EXPECT_EQ(OLIBCPopen("/no/such/program", "r", nullptr), nullptr);
@@ -81,16 +81,16 @@ TEST(platform_streams, a_program_has_no_signal_blocked) {
 }
 
 TEST(platform_streams,
-     a_program_gets_no_other_open_stream_and_no_descriptor_that_a_plain_child_gets) {
+     a_program_inherits_no_open_stream_and_no_other_descriptor_unlike_a_plain_child) {
     constexpr int held = 50;
-    ASSERT_EQ(dup2(STDERR_FILENO, held), held);  // not closed on exec: a plain child has it
+    ASSERT_EQ(dup2(STDERR_FILENO, held), held);  // not closed on exec: a plain child inherits it
     FILE* open_meanwhile = OLIBCPopen("/bin/sh", "r", "-c", "exit 0", nullptr);
     ASSERT_NE(open_meanwhile, nullptr);
     const char* look = "test -e /proc/self/fd/50";
-    // NOLINTNEXTLINE(cert-env33-c): the plain child that the others are compared with
+    // NOLINTNEXTLINE(cert-env33-c): a plain child for comparison
     EXPECT_EQ(system(look), 0);
     EXPECT_EQ(OLIBCExec("/bin/sh", "-c", look, nullptr), 1);
-    // 3 is what ls itself has opened.
+    // ls itself has opened 3.
     FILE* stream = OLIBCPopen("/bin/ls", "r", "/proc/self/fd", nullptr);
     ASSERT_NE(stream, nullptr);
     EXPECT_EQ(all_of(stream), "0\n1\n2\n3\n");
@@ -110,7 +110,7 @@ TEST(platform_streams, closing_waits_for_the_stream_s_own_program) {
     EXPECT_EQ(OLIBCPclose(first), 1 << 8);
 }
 
-TEST(platform_streams, statuses_are_kept_where_the_parent_left_sigchld_ignored) {
+TEST(platform_streams, statuses_are_kept_even_if_the_parent_left_sigchld_ignored) {
     signal(SIGCHLD, SIG_IGN);
     EXPECT_EQ(OLIBCExec("/bin/sh", "-c", "exit 5", nullptr), 5);
     signal(SIGCHLD, SIG_IGN);
@@ -120,8 +120,8 @@ TEST(platform_streams, statuses_are_kept_where_the_parent_left_sigchld_ignored) 
     signal(SIGCHLD, SIG_DFL);
 }
 
-// What uuid generation does, far more often than there are rows for streams.
-TEST(platform_streams, the_standard_pclose_may_close_any_number_beside_one_that_is_read) {
+// Like uuid generation, far more often than there are rows for streams.
+TEST(platform_streams, the_standard_pclose_may_close_any_number_while_another_stream_is_read) {
     FILE* outer = OLIBCPopen("/bin/sh", "r", "-c", "echo outer; exit 9", nullptr);
     ASSERT_NE(outer, nullptr);
     for (int i = 0; i < 100; i++) {
@@ -136,7 +136,7 @@ TEST(platform_streams, the_standard_pclose_may_close_any_number_beside_one_that_
 }
 
 // An abandoned program that is still running has the row of a stream at the same address.
-TEST(platform_streams, an_abandoned_program_that_still_runs_holds_nothing_up) {
+TEST(platform_streams, an_abandoned_program_that_still_runs_blocks_nothing) {
     const char* wait_for_end = "read line; exit 1";
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
@@ -151,9 +151,9 @@ TEST(platform_streams, an_abandoned_program_that_still_runs_holds_nothing_up) {
     dup2(saved, STDIN_FILENO);
     close(saved);
     close(ends[0]);
-    close(ends[1]);  // the abandoned one reads its end and goes
+    close(ends[1]);  // the abandoned one reads the end of the pipe and exits
     siginfo_t info = {};
     EXPECT_EQ(waitid(P_ALL, 0, &info, WEXITED | WNOWAIT), 0);
     EXPECT_EQ(OLIBCPclose(OLIBCPopen("/bin/sh", "r", "-c", "exit 3", nullptr)), 3 << 8);
-    EXPECT_FALSE(has_child());  // starting the last one took its remains away
+    EXPECT_FALSE(has_child());  // starting the last one reaped it
 }

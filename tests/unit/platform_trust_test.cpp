@@ -1,4 +1,4 @@
-// Whose configuration is followed: it names programs that root runs.
+// Whose configuration is used: it names programs that root runs.
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
@@ -33,7 +33,7 @@ protected:
         EXPECT_EQ(log_.lines().size(), good ? 0u : 1u);  // reported once
         return good;
     }
-    // What root answers; everybody else follows whatever file is named.
+    // The result for root; every other user uses any file that is named.
     void expect_refused(const std::string& reason) {
         const bool root = geteuid() == 0;
         EXPECT_EQ(accepted(), !root);

@@ -37,7 +37,7 @@ TEST(platform_volume_names, the_first_component_that_is_a_volume_s_name_counts) 
     }
 }
 
-TEST(platform_volume_names, a_component_ends_where_it_is_said_to_end) {
+TEST(platform_volume_names, a_component_ends_at_the_given_end) {
     EXPECT_EQ(volume_number("volume123", 8), 12);
     EXPECT_EQ(volume_number("volume123", 6), -1);
     EXPECT_EQ(volume_number("volume123", 0), -1);

@@ -45,7 +45,7 @@ protected:
     std::string fri() const { return root() + "/@EP/EP_FRI"; }
     std::string dat() const { return root() + "/@EP/EP_DAT_00000"; }
 
-    // Bytes that the file system holds for the data file.
+    // Bytes that the file system has allocated for the data file.
     int64_t allocated() const {
         const int fd = open(dat().c_str(), O_RDONLY | O_CLOEXEC);
         fsync(fd);
@@ -80,14 +80,14 @@ protected:
     std::string text_;
 };
 
-TEST_F(punch, gives_back_the_free_extents_of_the_range_and_leaves_their_neighbours) {
+TEST_F(punch, frees_the_free_extents_of_the_range_and_leaves_their_neighbours) {
     const int64_t before = allocated();
     const std::vector<uint8_t> header = file_bytes(dat(), 0, 1u << 20);
     EXPECT_EQ(punch_range(false, 1, 4), 0);
     EXPECT_EQ(text_,
               "TARN_INFO: There are '1' DAT files\n"
               "TARN_INFO: Success to punch 2/2 (Success/Planned), lpa from '1' to '5'\n");
-    EXPECT_LE(allocated(), before - 2 * 1048576 + 65536);  // blocks of the tree of extents aside
+    EXPECT_LE(allocated(), before - 2 * 1048576 + 65536);  // metadata of the file system
     EXPECT_GE(allocated(), before - 2 * 1048576);
     EXPECT_EQ(size(), 7 * 1048576);
     EXPECT_TRUE(extent_is(1, 0));
@@ -114,8 +114,8 @@ TEST_F(punch, past_the_data_files_fails_with_the_wrong_index) {
 }
 
 // A hole of one size at steps of another would reach into extents in use.
-TEST_F(punch, of_extents_whose_size_is_no_power_of_two_punches_nothing) {
-    constexpr uint64_t ENTRY_SIZE = uint64_t{2} << 32;  // stands behind the extent size
+TEST_F(punch, of_extents_whose_size_is_not_a_power_of_two_punches_nothing) {
+    constexpr uint64_t ENTRY_SIZE = uint64_t{2} << 32;  // the field after the extent size
     set_header_u64(tbl(), 64, 68, ENTRY_SIZE | 3u << 20);
     EXPECT_EQ(punch_range(false, 1, 1), -1);
     EXPECT_EQ(text_, "TARN_INFO: There are '1' DAT files\n");
@@ -144,7 +144,7 @@ TEST_F(punch, ends_at_the_first_failure_and_keeps_its_holes) {
 TEST_F(punch, of_all_groups_takes_the_leading_initialised_ones_and_no_offset) {
     set_header_u64(fri(), 64, 72, 3);
     set_fri_word(fri(), 0, uint64_t{1} << 63);
-    set_fri_word(fri(), 2, uint64_t{1} << 63);  // behind one that was never initialised
+    set_fri_word(fri(), 2, uint64_t{1} << 63);  // after one that was never initialised
     EXPECT_EQ(punch_range(true, 77, 99), 0);
     EXPECT_EQ(text_,
               "TARN_INFO: There are '1' DAT files\n"
@@ -186,7 +186,7 @@ TEST_F(punch, of_all_groups_is_empty_when_a_later_group_cannot_be_read) {
     EXPECT_EQ(dat_cal_end_lpa(root().c_str(), true, 0, 0), 0);
     EXPECT_TRUE(out.text().ends_with(" 0/0 (Success/Planned), lpa from '0' to '0'\n"));
     EXPECT_TRUE(log_.has("ERR: dat_cal_end_lpa(#) Fail to read fri entry, group_num 1\n"));
-    EXPECT_EQ(keep_journal_failures().count, 1u);  // an empty range is no answer to that
+    EXPECT_EQ(keep_journal_failures().count, 1u);  // an empty range would hide that
 }
 
 TEST_F(punch, of_all_groups_ends_at_the_index_s_group_count) {
@@ -258,7 +258,7 @@ protected:
     static constexpr const char* QUESTION = "Do you wants to PUCH the data?(YES/NO) [NO]: ";
 };
 
-TEST_F(punch_command, punches_once_it_is_told_yes) {
+TEST_F(punch_command, punches_after_the_answer_yes) {
     EXPECT_EQ(run({"-p", root(), "-o", "1", "-l", "1"}, "YES\n"), 0);
     EXPECT_EQ(text_,
               QUESTION + ("TARN_INFO: PUNCH volume: " + root()) +
@@ -288,7 +288,7 @@ static bool has_terminals() {
     return true;
 }
 
-TEST_F(punch_command, takes_its_answer_from_a_terminal) {
+TEST_F(punch_command, reads_its_answer_from_a_terminal) {
     if (!has_terminals()) {
         GTEST_SKIP() << "no terminal for the answer: " << strerror(errno)
                      << " (is /dev/pts mounted?)";
@@ -301,14 +301,14 @@ TEST_F(punch_command, takes_its_answer_from_a_terminal) {
     EXPECT_TRUE(extent_is(1, 0));
 }
 
-TEST_F(punch_command, takes_all_groups_with_a) {
+TEST_F(punch_command, punches_all_groups_with_a) {
     set_header_u64(fri(), 64, 72, 1);
     set_fri_word(fri(), 0, uint64_t{1} << 63);
     EXPECT_EQ(run({"-a", "-p", root()}, "YES\n"), 0);
     EXPECT_NE(text_.find("lpa from '0' to '4096'\n"), std::string::npos);
 }
 
-TEST_F(punch_command, tells_that_it_failed) {
+TEST_F(punch_command, logs_that_it_failed) {
     EXPECT_EQ(run({"-p", root(), "-o", "4194304", "-l", "1"}, "YES\n"), -1);
     EXPECT_TRUE(log_.has("ERR: punch_hole(#) Fail to PUNCH " + root() + "\n"));
 }
@@ -341,7 +341,7 @@ TEST_F(punch_command, refuses_options_without_their_argument) {
                                        "ERR: punch_hole(#) Bad param for -p option\n"}));
 }
 
-TEST_F(punch_command, passes_over_an_unknown_option) {
+TEST_F(punch_command, ignores_an_unknown_option) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(run({"-z", "-p", root()}, "NO\n"), 0);
     testing::internal::GetCapturedStderr();
@@ -349,7 +349,7 @@ TEST_F(punch_command, passes_over_an_unknown_option) {
     EXPECT_EQ(text_, QUESTION);
 }
 
-TEST_F(punch_command, asks_nothing_about_what_is_no_volume) {
+TEST_F(punch_command, asks_nothing_about_a_path_that_is_not_a_volume) {
     EXPECT_EQ(run({"-p", "/tmp"}, "YES\n"), -1);
     EXPECT_EQ(text_, "TARN_INFO: /tmp is not a VAAI volume\n");
 }

@@ -22,7 +22,7 @@ protected:
             make_sample_volume(volumes_.volume(number), 0x11);
         }
     }
-    // Whether another open file, as another process has, gets the lock.
+    // Whether another open file, like that of another process, gets the lock.
     static bool is_free(const std::string& directory) {
         const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         const bool got = flock(fd, LOCK_EX | LOCK_NB) == 0;
@@ -57,7 +57,7 @@ TEST_F(run_lock_of_directories, is_taken_once_whatever_the_directory_is_called) 
     EXPECT_EQ(run_lock_add(&held.lock, (volumes_.root() + "/link/.").c_str(), &second), 0);
     EXPECT_EQ(first, second);
     EXPECT_EQ(held.lock.count, 1u);
-    EXPECT_FALSE(is_free(volume(1)));  // closing the second descriptor gave nothing back
+    EXPECT_FALSE(is_free(volume(1)));  // closing the second descriptor released nothing
 }
 
 TEST_F(run_lock_of_directories, that_another_run_holds_is_refused) {
@@ -69,7 +69,7 @@ TEST_F(run_lock_of_directories, that_another_run_holds_is_refused) {
               log_lines({"ERR: run_lock(#) " + volume(1) + " is in use by another run of tarn\n"}));
 }
 
-TEST_F(run_lock_of_directories, without_locks_on_the_file_system_goes_on_with_a_line) {
+TEST_F(run_lock_of_directories, without_locks_on_the_file_system_is_logged_and_not_refused) {
     for (const int error : {ENOLCK, ENOSYS, EOPNOTSUPP, EINVAL, EBADF}) {
         log_.clear();
         const io_fault_at fault(1, error, {io_call::lock});
@@ -91,7 +91,7 @@ TEST_F(run_lock_of_directories, that_fails_otherwise_is_refused) {
     }
 }
 
-TEST_F(run_lock_of_directories, that_are_not_there_locks_nothing) {
+TEST_F(run_lock_of_directories, that_are_missing_locks_nothing) {
     run_lock_scope held;
     EXPECT_EQ(run_lock_add(&held.lock, (volume(1) + "/none").c_str(), nullptr), 0);
     EXPECT_EQ(run_lock_add(&held.lock, file("EP_TBL").c_str(), nullptr), 0);
@@ -120,14 +120,14 @@ TEST_F(run_lock_of_directories, of_a_link_is_that_of_the_volume_that_it_leads_to
     EXPECT_TRUE(is_free(volume(2)));
 }
 
-TEST_F(run_lock_of_directories, of_a_file_outside_of_volumes_is_none) {
+TEST_F(run_lock_of_directories, of_a_file_outside_of_volumes_is_not_taken) {
     make_empty_file(volumes_.other() + "/EP_TBL");
     run_lock_scope held;
     EXPECT_EQ(run_lock_file(&held.lock, (volumes_.other() + "/EP_TBL").c_str()), 0);
     EXPECT_EQ(held.lock.count, 0u);
 }
 
-TEST_F(run_lock_of_directories, of_a_file_whose_volume_cannot_be_found_out_is_refused) {
+TEST_F(run_lock_of_directories, of_a_file_whose_volume_cannot_be_determined_is_refused) {
     const io_fault_at fault(1, EIO, {io_call::stat});
     run_lock_scope held;
     EXPECT_EQ(run_lock_file(&held.lock, file("EP_TBL").c_str()), -1);
@@ -161,7 +161,7 @@ TEST_F(run_lock_of_directories, of_a_file_in_a_volume_that_is_a_link_is_where_th
     EXPECT_FALSE(is_free(volumes_.root() + "/disk"));
 }
 
-TEST_F(run_lock_of_directories, of_all_volumes_leaves_out_what_is_none) {
+TEST_F(run_lock_of_directories, of_all_volumes_skips_what_is_not_a_volume) {
     make_directories(volumes_.other() + "/@EP");
     run_lock_scope held;
     EXPECT_EQ(run_lock_all_volumes(&held.lock), 0);
@@ -178,7 +178,7 @@ TEST_F(run_lock_of_directories, of_all_volumes_is_refused_when_one_is_in_use) {
     EXPECT_EQ(run_lock_all_volumes(&held.lock), -1);
 }
 
-TEST_F(run_lock_of_directories, holds_more_than_it_had_room_for_at_first) {
+TEST_F(run_lock_of_directories, grows_past_its_initial_room) {
     run_lock_scope held;
     for (int i = 0; i < 20; i++) {
         const std::string directory = volumes_.root() + "/many" + std::to_string(i);

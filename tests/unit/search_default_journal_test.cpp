@@ -1,4 +1,4 @@
-// --search jnl without a path: the configured journal, and what is logged when there is none.
+// --search jnl without a path: the configured journal, and the log lines if there is none.
 #include <gtest/gtest.h>
 
 #include "cli/operations.h"
@@ -28,13 +28,13 @@ TEST_F(search_without_a_path, shows_the_configured_journal_and_asks_for_none) {
     EXPECT_EQ(log_.lines(), log_lines({}));
 }
 
-// It goes on all the same, and fails at the load of an empty path.
-TEST_F(search_without_a_path, asks_for_one_where_no_journal_root_can_be_had) {
+// It continues nevertheless and fails to load an empty path.
+TEST_F(search_without_a_path, asks_for_one_if_there_is_no_journal_root) {
     make_jnl(volumes_.journal(), 0, {});
     volumes_.let_platform_fail();
     EXPECT_EQ(run(), -1);
     std::vector<std::string> lines = log_.lines();
-    lines.erase(lines.begin());  // the configuration's own
+    lines.erase(lines.begin());  // that of the configuration
     EXPECT_EQ(lines, log_lines({"ERR: get_jnl_root_path(#) Fail to get the journal root\n",
                                 "ERR: search_jnl(#) Please assign -p jnlpath, use default JNL \n",
                                 "ERR: open_fd(#) open file  fail\n",

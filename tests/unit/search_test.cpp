@@ -43,7 +43,7 @@ protected:
         EXPECT_EQ(current_fri.fd + current_tbl.fd + current_map.fd + current_jnl.fd, 0);
         return result;
     }
-    // The text of a run that must succeed without a word in the log.
+    // The output of a run that must succeed and log nothing.
     std::string shown(handler search_kind, const words& options) {
         EXPECT_EQ(run(search_kind, options), 0);
         EXPECT_EQ(log_.lines(), log_lines({}));
@@ -127,7 +127,7 @@ const std::string SEPARATOR = "TARN_INFO: -------------------------\n";
 
 }  // namespace
 
-TEST_F(search_fri_handler, shows_the_header_wherever_the_path_stands) {
+TEST_F(search_fri_handler, shows_the_header_wherever_the_path_is_given) {
     const std::string header =
         "TARN_INFO: fri_version     65536\n"
         "TARN_INFO: fri_magic_code  0x18140633\n"
@@ -151,7 +151,7 @@ TEST_F(search_fri_handler, shows_a_group) {
         "TARN_INFO: init[1] next 8589934599 freelisthead 1 free_count 4095\n";
     EXPECT_EQ(shown(search_fri, {"-g", "63", "-p", fri_}), group);
     EXPECT_EQ(shown(search_fri, {"-p", fri_, "-g63"}), group);
-    EXPECT_EQ(shown(search_fri, {"-p", fri_, "-g", "0x3F"}),  // decimal: the digits end at the x
+    EXPECT_EQ(shown(search_fri, {"-p", fri_, "-g", "0x3F"}),  // decimal: the number ends at the x
               "TARN_INFO: FRI - group_num 0\n"
               "TARN_INFO: init[0] next 0 freelisthead 0 free_count 0\n");
 }
@@ -163,13 +163,13 @@ TEST_F(search_fri_handler, shows_one_display_only) {
     expect_combination(search_fri, "search_fri", {"-g", "1", "-g", "2", "-p", fri_}, 2);
 }
 
-TEST_F(search_fri_handler, without_a_mode_logs_and_returns_0) {
+TEST_F(search_fri_handler, logs_a_missing_mode_and_returns_0) {
     EXPECT_EQ(run(search_fri, {"-p", fri_}), 0);
     EXPECT_EQ(text_, "");
     EXPECT_EQ(log_.lines(), log_lines({"ERR: search_fri(#) No cmd execute\n"}));
 }
 
-TEST_F(search_fri_handler, takes_no_path_but_its_own) {
+TEST_F(search_fri_handler, uses_no_path_but_its_own) {
     snprintf(opt_ctx.fripath, sizeof opt_ctx.fripath, "%s", fri_.c_str());
     EXPECT_EQ(refused(search_fri, {"-m"}),
               log_lines({"ERR: search_fri(#) Please assign -p fripath\n"}));
@@ -178,7 +178,7 @@ TEST_F(search_fri_handler, takes_no_path_but_its_own) {
               log_lines({"ERR: search_fri(#) Please assign -p fripath\n"}));
 }
 
-TEST_F(search_fri_handler, takes_the_last_path_of_several) {
+TEST_F(search_fri_handler, uses_the_last_of_several_paths) {
     EXPECT_EQ(shown(search_fri, {"-p", "/nonexistent", "-g", "1", "-p", fri_}),
               "TARN_INFO: FRI - group_num 1\n"
               "TARN_INFO: init[0] next 0 freelisthead 0 free_count 0\n");
@@ -188,11 +188,11 @@ TEST_F(search_fri_handler, refuses_a_path_that_does_not_fit) {
     const std::string path(4096, '/');
     EXPECT_EQ(run(search_fri, {"-m", "-p", path}), -1);
     EXPECT_TRUE(log_.has("path does not fit into 4096 bytes"));
-    EXPECT_EQ(run(search_fri, {"-m", "-p", path.substr(1)}), -1);  // fits, and is no file
+    EXPECT_EQ(run(search_fri, {"-m", "-p", path.substr(1)}), -1);  // fits, but does not exist
     EXPECT_TRUE(log_.has("Fail to load FRI //"));
 }
 
-TEST_F(search_fri_handler, tells_a_file_that_does_not_load) {
+TEST_F(search_fri_handler, logs_a_file_that_does_not_load) {
     EXPECT_EQ(refused(search_fri, {"-m", "-p", "/nonexistent"}),
               log_lines({"ERR: open_fd(#) open file /nonexistent fail\n",
                          "ERR: load_fri(#) fri file descriptor is invalid\n",
@@ -202,7 +202,7 @@ TEST_F(search_fri_handler, tells_a_file_that_does_not_load) {
     EXPECT_TRUE(log_.has("Fail to load FRI " + volumes_.root() + "/empty\n"));
 }
 
-TEST_F(search_fri_handler, tells_a_missing_argument_and_passes_unknown_options_over) {
+TEST_F(search_fri_handler, logs_a_missing_argument_and_ignores_unknown_options) {
     expect_missing(search_fri, "search_fri", 'g');
     expect_missing(search_fri, "search_fri", 'p');
     EXPECT_EQ(run(search_fri, {"-z", "-g", "1", "-a", "-p", fri_}), 0);
@@ -219,7 +219,7 @@ TEST_F(search_fri_handler, shows_a_group_past_the_file_as_never_initialised) {
               "TARN_INFO: init[0] next 0 freelisthead 0 free_count 0\n");
 }
 
-TEST_F(search_fri_handler, prints_nothing_of_a_group_that_no_file_can_hold) {
+TEST_F(search_fri_handler, prints_nothing_of_a_group_past_the_largest_file) {
     for (const char* group :
          {"-1", "9223372036854775807", "-9223372036854775808", "99999999999999999999"}) {
         EXPECT_EQ(run(search_fri, {"-g", group, "-p", fri_}), 0) << group;
@@ -241,7 +241,7 @@ TEST_F(search_tbl_handler, shows_the_header) {
         "TARN_INFO: tbl_total_count 2164663517184\n";
     EXPECT_EQ(shown(search_tbl, {"-m", "-p", tbl_}), header);
     EXPECT_EQ(shown(search_tbl, {"-p", tbl_, "-m"}), header);
-    EXPECT_EQ(shown(search_tbl, {"-l", "-p", tbl_, "-m", "-h"}), header);  // flags never conflict
+    EXPECT_EQ(shown(search_tbl, {"-l", "-p", tbl_, "-m", "-h"}), header);  // flags do not conflict
 }
 
 TEST_F(search_tbl_handler, shows_an_entry_by_its_lpa) {
@@ -260,13 +260,13 @@ TEST_F(search_tbl_handler, shows_an_entry_by_group_and_offset_in_either_order) {
     EXPECT_EQ(shown(search_tbl, {"-g", "3", "-l", "-p", tbl_, "-h", "-o", "5"}), entry);
 }
 
-TEST_F(search_tbl_handler, shows_group_0_where_only_an_offset_is_given) {
+TEST_F(search_tbl_handler, shows_group_0_if_only_an_offset_is_given) {
     set_tbl_word(tbl_, 5, 0x1000);
     EXPECT_EQ(shown(search_tbl, {"-o", "5", "-p", tbl_}),
               "TARN_INFO: used[0] tail[1] count/next 0\n");
 }
 
-TEST_F(search_tbl_handler, lists_the_free_list_of_a_group_as_its_flags_say) {
+TEST_F(search_tbl_handler, lists_the_free_list_of_a_group_with_the_given_flags) {
     for (uint64_t offset = 0; offset < 4096; offset++) {
         set_tbl_word(tbl_, 4096 + offset, 0x8001);
     }
@@ -331,7 +331,7 @@ TEST_F(search_tbl_handler, shows_one_display_only) {
     }
 }
 
-TEST_F(search_tbl_handler, without_a_mode_or_a_path_says_so) {
+TEST_F(search_tbl_handler, logs_a_missing_mode_or_path) {
     EXPECT_EQ(run(search_tbl, {"-l", "-h", "-p", tbl_}), 0);
     EXPECT_EQ(text_, "");
     EXPECT_EQ(log_.lines(), log_lines({"ERR: search_tbl(#) No cmd execute\n"}));
@@ -340,14 +340,14 @@ TEST_F(search_tbl_handler, without_a_mode_or_a_path_says_so) {
               log_lines({"ERR: search_tbl(#) Please assign -p tblpath\n"}));
 }
 
-TEST_F(search_tbl_handler, tells_a_file_that_does_not_load) {
+TEST_F(search_tbl_handler, logs_a_file_that_does_not_load) {
     EXPECT_EQ(refused(search_tbl, {"-m", "-p", "/nonexistent"}),
               log_lines({"ERR: open_fd(#) open file /nonexistent fail\n",
                          "ERR: load_tbl(#) tbl file descriptor is invalid\n",
                          "ERR: search_tbl(#) Fail to load TBL /nonexistent\n"}));
 }
 
-TEST_F(search_tbl_handler, tells_a_missing_argument_and_passes_unknown_options_over) {
+TEST_F(search_tbl_handler, logs_a_missing_argument_and_ignores_unknown_options) {
     for (const char letter : {'a', 'g', 'p'}) {
         expect_missing(search_tbl, "search_tbl", letter);
     }
@@ -358,8 +358,8 @@ TEST_F(search_tbl_handler, tells_a_missing_argument_and_passes_unknown_options_o
     EXPECT_EQ(log_.lines(), log_lines({"ERR: search_tbl(#) UNKNOW cmd z\n"}));
 }
 
-TEST_F(search_tbl_handler, is_safe_from_numbers_that_no_file_holds) {
-    EXPECT_EQ(shown(search_tbl, {"-a", "2164663517184", "-p", tbl_}),  // just past the table
+TEST_F(search_tbl_handler, is_safe_from_numbers_past_the_largest_file) {
+    EXPECT_EQ(shown(search_tbl, {"-a", "2164663517184", "-p", tbl_}),  // past the end of the table
               "TARN_INFO: used[0] tail[0] count/next 0\n");
     for (const char* value :
          {"-1", "9223372036854775807", "-9223372036854775808", "99999999999999999999"}) {
@@ -403,7 +403,7 @@ TEST_F(search_map_handler, shows_one_display_only) {
     expect_combination(search_map, "search_map", {"-a", "1", "-a", "2", "-p", map_}, 2);
 }
 
-TEST_F(search_map_handler, without_a_mode_a_path_or_a_file_says_so) {
+TEST_F(search_map_handler, logs_a_missing_mode_path_or_file) {
     EXPECT_EQ(run(search_map, {"-p", map_}), 0);
     EXPECT_EQ(log_.lines(), log_lines({"ERR: search_map(#) No cmd execute\n"}));
     snprintf(opt_ctx.mappath, sizeof opt_ctx.mappath, "%s", map_.c_str());
@@ -415,14 +415,14 @@ TEST_F(search_map_handler, without_a_mode_a_path_or_a_file_says_so) {
                          "ERR: search_map(#) Fail to load MAP /nonexistent\n"}));
 }
 
-TEST_F(search_map_handler, tells_a_missing_argument_and_passes_unknown_options_over) {
+TEST_F(search_map_handler, logs_a_missing_argument_and_ignores_unknown_options) {
     expect_missing(search_map, "search_map", 'a');
     expect_missing(search_map, "search_map", 'p');
     EXPECT_EQ(run(search_map, {"-g", "-a", "64", "-p", map_}), 0);
     EXPECT_EQ(log_.lines(), log_lines({"ERR: search_map(#) UNKNOW cmd g\n"}));
 }
 
-TEST_F(search_map_handler, is_safe_from_numbers_that_no_file_holds) {
+TEST_F(search_map_handler, is_safe_from_numbers_past_the_largest_file) {
     for (const char* lea : {"-1", "9223372036854775807", "-9223372036854775808"}) {
         EXPECT_EQ(run(search_map, {"-a", lea, "-p", map_}), 0) << lea;
         EXPECT_EQ(text_, "") << lea;
@@ -451,30 +451,30 @@ TEST_F(search_jnl_handler, shows_a_block_and_its_slots_with_x) {
     EXPECT_EQ(shown(search_jnl, with_path({"-x", "-b", "2"})), BLOCK_2 + BLOCK_2_SLOTS + SEPARATOR);
 }
 
-TEST_F(search_jnl_handler, shows_a_transaction_as_its_flags_say_in_either_order) {
+TEST_F(search_jnl_handler, shows_a_transaction_with_the_given_flags_in_either_order) {
     const std::string blocks = START + BLOCK_1 + LAST + BLOCK_2;
     const struct {
         words flags;
         std::string text;
     } rows[] = {
         {{}, START + LAST},
-        {{"-l"}, START + LAST},  // names the blocks between the first and the last: there are none
+        {{"-l"}, START + LAST},  // the blocks between the first and the last: there are none
         {{"-x"}, START + LAST},
         {{"-d"}, blocks + SEPARATOR},
         {{"-d", "-x"}, blocks + BLOCK_2_SLOTS + SEPARATOR},
         {{"-x", "-l", "-d"}, blocks + BLOCK_2_SLOTS + SEPARATOR},
     };
     for (const auto& row : rows) {
-        words behind = {"-t", "20"};
-        behind.insert(behind.end(), row.flags.begin(), row.flags.end());
-        EXPECT_EQ(shown(search_jnl, with_path(behind)), row.text);
+        words flags_last = {"-t", "20"};
+        flags_last.insert(flags_last.end(), row.flags.begin(), row.flags.end());
+        EXPECT_EQ(shown(search_jnl, with_path(flags_last)), row.text);
         words before = row.flags;
         before.insert(before.end(), {"-t", "20"});
         EXPECT_EQ(shown(search_jnl, with_path(before)), row.text);
     }
 }
 
-TEST_F(search_jnl_handler, names_the_middle_blocks_of_a_transaction_with_l) {
+TEST_F(search_jnl_handler, shows_the_numbers_of_the_middle_blocks_with_l) {
     journal_.put(0, raw_block(30, 0, 0));
     journal_.put(1, raw_block(30, 1, 0));
     journal_.put(2, raw_block(30, 2, 1));
@@ -487,7 +487,7 @@ TEST_F(search_jnl_handler, names_the_middle_blocks_of_a_transaction_with_l) {
 }
 
 TEST_F(search_jnl_handler, begins_a_transaction_search_at_the_start_number) {
-    journal_.put(4, raw_block(20, 0, 1));  // another one of the same id
+    journal_.put(4, raw_block(20, 0, 1));  // another one with the same id
     const std::string second =
         "TARN_INFO: SEARCH TRANSACTION 20 START @block 4\n"
         "TARN_INFO: SEARCH TRANSACTION 20 LAST @block 4\n";
@@ -497,7 +497,7 @@ TEST_F(search_jnl_handler, begins_a_transaction_search_at_the_start_number) {
     EXPECT_EQ(shown(search_jnl, with_path({"-s", "0", "-s", "3", "-t", "20"})), second);
 }
 
-TEST_F(search_jnl_handler, returns_0_for_a_transaction_that_is_not_there) {
+TEST_F(search_jnl_handler, returns_0_for_a_missing_transaction) {
     EXPECT_EQ(run(search_jnl, with_path({"-t", "99"})), 0);
     EXPECT_EQ(text_, "TARN_INFO: NO TRANSACTION 99 in JOURNAL\n");
 }
@@ -521,7 +521,7 @@ TEST_F(search_jnl_handler, shows_one_display_only) {
     }
 }
 
-TEST_F(search_jnl_handler, without_a_path_takes_the_configured_journal) {
+TEST_F(search_jnl_handler, uses_the_configured_journal_without_a_path) {
     make_jnl(volumes_.journal(), 0x66656800, {});
     snprintf(opt_ctx.jnlpath, sizeof opt_ctx.jnlpath, "%s", journal_.path());
     EXPECT_EQ(shown(search_jnl, {"-m"}),
@@ -536,7 +536,7 @@ TEST_F(search_jnl_handler, without_a_path_takes_the_configured_journal) {
     EXPECT_EQ(opt_ctx.jnlpath, volumes_.journal());
 }
 
-TEST_F(search_jnl_handler, without_a_mode_or_a_journal_says_so) {
+TEST_F(search_jnl_handler, logs_a_missing_mode_or_journal) {
     EXPECT_EQ(run(search_jnl, with_path({"-x"})), 0);
     EXPECT_EQ(text_, "");
     EXPECT_EQ(log_.lines(), log_lines({"ERR: search_jnl(#) No cmd execute\n"}));
@@ -546,7 +546,7 @@ TEST_F(search_jnl_handler, without_a_mode_or_a_journal_says_so) {
                          "ERR: search_jnl(#) Fail to load JNL " + volumes_.journal() + "\n"}));
 }
 
-TEST_F(search_jnl_handler, tells_a_missing_argument_and_passes_unknown_options_over) {
+TEST_F(search_jnl_handler, logs_a_missing_argument_and_ignores_unknown_options) {
     for (const char letter : {'b', 't', 's', 'p'}) {
         const std::string option = std::string("-") + letter;
         EXPECT_EQ(refused(search_jnl, {"-x", option}),
@@ -558,7 +558,7 @@ TEST_F(search_jnl_handler, tells_a_missing_argument_and_passes_unknown_options_o
                                        "ERR: search_jnl(#) UNKNOW cmd h\n"}));
 }
 
-TEST_F(search_jnl_handler, is_safe_from_numbers_that_no_file_holds) {
+TEST_F(search_jnl_handler, is_safe_from_numbers_past_the_largest_file) {
     for (const char* number :
          {"-1", "8", "9223372036854775807", "-9223372036854775808", "99999999999999999999"}) {
         EXPECT_EQ(run(search_jnl, with_path({"-b", number})), 0) << number;
@@ -569,7 +569,7 @@ TEST_F(search_jnl_handler, is_safe_from_numbers_that_no_file_holds) {
     }
 }
 
-TEST_F(search_jnl_handler, takes_the_low_32_bits_of_a_transaction_number) {
+TEST_F(search_jnl_handler, uses_the_low_32_bits_of_a_transaction_number) {
     journal_.put(4, raw_block(4294967295, 0, 1));
     const std::string found =
         "TARN_INFO: SEARCH TRANSACTION 4294967295 START @block 4\n"

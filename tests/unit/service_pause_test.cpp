@@ -53,7 +53,7 @@ TEST_F(service_pause, nothing_runs_when_the_service_cannot_be_paused) {
     EXPECT_EQ(log_.last(), "tarn:# failed to pause iscsi service");
 }
 
-TEST_F(service_pause, a_service_that_does_not_come_back_fails_the_run) {
+TEST_F(service_pause, a_service_that_does_not_resume_fails_the_run) {
     volumes_.let_service_fail("resume");
     EXPECT_EQ(run_with_iscsi_paused(none_.count(), none_.values(), 0, succeed, "a reason"), -1);
     EXPECT_EQ(runs, 1);
@@ -65,7 +65,7 @@ static int ask(int, char**, int) {
     return stop_requested() ? -1 : 0;
 }
 
-TEST_F(service_pause, a_stop_signal_before_the_procedure_is_its_own_to_look_at) {
+TEST_F(service_pause, a_stop_signal_before_the_procedure_is_left_to_it) {
     stop_signals_block();
     raise(SIGTERM);
     EXPECT_EQ(run_with_iscsi_paused(none_.count(), none_.values(), 0, ask, "a reason"), -1);
@@ -78,7 +78,7 @@ static int stop_in_the_middle(int, char**, int) {
     return stop_requested() ? -1 : 0;
 }
 
-TEST_F(service_pause, a_stop_signal_in_the_procedure_waits_for_it) {
+TEST_F(service_pause, a_stop_signal_during_the_procedure_waits_for_its_end) {
     EXPECT_EQ(run_with_iscsi_paused(none_.count(), none_.values(), 0, stop_in_the_middle, "x"), -1);
     EXPECT_EQ(volumes_.service_calls(), "pause iscsitrg x\nresume iscsitrg x\n");
 }

@@ -69,7 +69,7 @@ TEST_F(status_commands, vaaick_fails_for_a_bad_journal_only) {
     EXPECT_EQ(current_jnl.fd, 0);
 }
 
-TEST_F(status_commands, vaaick_passes_without_a_journal_and_notes_that) {
+TEST_F(status_commands, vaaick_passes_without_a_journal_and_reports_that) {
     EXPECT_EQ(check("log"), 0);
     EXPECT_EQ(out_.text(), "TARN_INFO: REPLAY jnlPath doesn't exist " + jnl_ + "\n");
     EXPECT_EQ(log_.lines(), log_lines({}));
@@ -83,7 +83,7 @@ TEST_F(status_commands, vaaick_fails_for_a_journal_that_does_not_load) {
     EXPECT_EQ(current_jnl.fd, 0);
 }
 
-TEST_F(status_commands, vaaick_takes_a_journal_path_and_no_stray_words) {
+TEST_F(status_commands, vaaick_accepts_a_journal_path_and_no_stray_words) {
     make_jnl(jnl_ + "2", JNL_STATUS_BAD, {});
     EXPECT_EQ(check("nolog", {"--jnlpath", jnl_ + "2"}), -1);
     make_jnl(jnl_, JNL_STATUS_SUCCESS, {});
@@ -125,7 +125,7 @@ TEST_F(status_commands, set_status_logs_a_journal_that_cannot_be_set) {
     EXPECT_FALSE(file_exists(jnl_));
 }
 
-TEST_F(status_commands, set_status_changes_nothing_when_words_are_left_over) {
+TEST_F(status_commands, set_status_changes_nothing_if_words_are_left_over) {
     make_jnl(jnl_, JNL_STATUS_RO, {});
     EXPECT_EQ(set("success", {"x"}), -1);
     EXPECT_EQ(jnl_status_of(jnl_), JNL_STATUS_RO);
@@ -143,7 +143,7 @@ TEST_F(status_commands, a_journal_that_was_given_is_not_announced) {
     EXPECT_EQ(out_.text(), "");
 }
 
-TEST_F(status_commands, startup_replay_stops_at_words_left_over) {
+TEST_F(status_commands, startup_replay_stops_at_leftover_words) {
     make_jnl(jnl_, JNL_STATUS_ABNORMAL, {});
     EXPECT_EQ(replay({"x"}), -1);
     EXPECT_TRUE(file_exists(jnl_));
@@ -254,9 +254,11 @@ TEST_F(status_commands, after_a_clean_shutdown_the_volumes_are_only_checked) {
     EXPECT_EQ(jnl_status_of(jnl_), JNL_STATUS_BAD);
 }
 
-// Whichever write or sync fails: either the replay is told to have failed, or all of it is on the
-// disk. The journal goes only in the second case.
+// Whichever write or sync fails: either the replay is reported as failed, or all of it is on the
+// disk. The journal is deleted only in the second case.
 TEST_F(status_commands, a_journal_is_never_removed_after_a_write_or_sync_that_failed) {
+    failed_calls failed;
+    bool removed = false;
     for (uint64_t n = 1;; n++) {
         ASSERT_LT(n, 1000u);
         make_sample_volume(volumes_.volume(1), 0x11);
@@ -265,15 +267,18 @@ TEST_F(status_commands, a_journal_is_never_removed_after_a_write_or_sync_that_fa
         keep_journal_forget();
         io_fault_at fault(n, EIO, {io_call::write, io_call::sync});
         const int result = replay();
-        if (!fault.fired()) {
+        if (!failed.add(fault)) {
             EXPECT_EQ(result, 0);
             EXPECT_FALSE(file_exists(jnl_));
-            EXPECT_EQ(n, 5u);  // a write, the syncs of table, volume and journal directory
+            // The table's entry; the table, the volume and the journal's directory.
+            EXPECT_EQ(failed.in_order(), "write sync sync sync");
+            EXPECT_TRUE(removed) << "by the run whose last sync failed";
             break;
         }
         EXPECT_EQ(result, -1) << n;
-        if (n == 4) {  // the journal is gone, and may come back after a power failure
-            EXPECT_FALSE(file_exists(jnl_));
+        EXPECT_FALSE(removed) << "nothing is written or synced after the journal's directory";
+        removed = !file_exists(jnl_);
+        if (removed) {  // the journal is gone, and may come back after a power failure
             EXPECT_EQ(log_.last(), "ERR: vaai_startup_replay(#) Journal " + jnl_ +
                                        " is removed, Fail to sync its directory: "
                                        "Input/output error\n");
@@ -299,7 +304,7 @@ TEST_F(status_commands, a_path_that_was_cut_keeps_the_journal) {
     EXPECT_EQ(jnl_status_of(jnl_), JNL_STATUS_BAD);
 }
 
-TEST_F(status_commands, without_a_journal_root_each_fails_with_a_line) {
+TEST_F(status_commands, without_a_journal_root_each_fails_and_logs_one_line) {
     volumes_.let_platform_fail();
     const std::string line = "ERR: get_jnl_root_path(#) Fail to get the journal root\n";
     EXPECT_EQ(check("log"), -1);

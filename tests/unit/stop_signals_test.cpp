@@ -40,7 +40,7 @@ TEST_F(stop_signals, are_each_seen_and_logged_once) {
                                        "run\n"}));
 }
 
-// nohup, a background job of a shell: they would not have ended the process either.
+// As under nohup, or in a background job of a shell: they would not have ended the process either.
 TEST_F(stop_signals, that_the_caller_ignores_stop_nothing) {
     const auto before = signal(SIGHUP, SIG_IGN);
     stop_signals_block();

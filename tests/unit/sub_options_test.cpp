@@ -39,7 +39,7 @@ TEST_F(sub_options, unmap_and_rod_choose_the_kind_of_map_and_the_last_one_wins) 
     EXPECT_EQ(opt_ctx.map_kind, 2);
 }
 
-TEST_F(sub_options, one_dash_and_an_equals_sign_do_as_well) {
+TEST_F(sub_options, one_dash_and_an_equals_sign_work_too) {
     arguments run({"-fripath=/f", "-rod"});
     EXPECT_EQ(parse_sub_options(run.count(), run.values()), 0);
     EXPECT_STREQ(opt_ctx.fripath, "/f");
@@ -54,13 +54,13 @@ TEST_F(sub_options, a_scan_after_the_last_one_finds_nothing) {
     EXPECT_STREQ(opt_ctx.fripath, "");
 }
 
-TEST_F(sub_options, an_unknown_option_is_passed_over) {
+TEST_F(sub_options, an_unknown_option_is_ignored) {
     arguments run({"--nonsense", "--metack", "--fripath", "/f"});
     EXPECT_EQ(parse_sub_options(run.count(), run.values()), 0);
     EXPECT_STREQ(opt_ctx.fripath, "/f");
 }
 
-TEST_F(sub_options, words_left_over_are_listed_each_with_a_blank_behind) {
+TEST_F(sub_options, leftover_words_are_listed_each_followed_by_a_blank) {
     arguments run({"x", "--fripath", "/f", "yy"});
     stdout_capture out;
     EXPECT_EQ(parse_sub_options(run.count(), run.values()), -1);
@@ -82,7 +82,7 @@ TEST_F(sub_options, a_path_of_4096_characters_is_cut_and_logged) {
     EXPECT_EQ(log.lines(), log_lines({"ERR: copy_path(#) path is cut to 4095 characters\n"}));
 }
 
-TEST_F(sub_options, a_uuid_is_stored_and_printed_with_signed_bytes_widened) {
+TEST_F(sub_options, a_uuid_is_stored_and_printed_with_its_bytes_sign_extended) {
     arguments run({"--uuid", "009AffFF0123456789abcdefABCDEF7f"});
     stdout_capture out;
     EXPECT_EQ(parse_sub_options(run.count(), run.values()), 0);
@@ -103,7 +103,7 @@ TEST_F(sub_options, a_uuid_of_31_or_33_characters_ends_the_scan) {
     }
 }
 
-TEST_F(sub_options, a_letter_that_is_no_digit_ends_the_scan_and_keeps_what_was_stored) {
+TEST_F(sub_options, a_letter_that_is_not_a_digit_ends_the_scan_and_keeps_what_was_stored) {
     memset(opt_ctx.uuid, 0x77, sizeof opt_ctx.uuid);
     arguments run({"--uuid", "1122334455G6778899aabbccddeeff00"});
     stdout_capture out;
@@ -112,7 +112,7 @@ TEST_F(sub_options, a_letter_that_is_no_digit_ends_the_scan_and_keeps_what_was_s
     EXPECT_EQ(hex_of(opt_ctx.uuid), "11 22 33 44 55 00 00 00 00 00 00 00 00 00 00 00\n");
 }
 
-TEST_F(sub_options, characters_beside_the_digits_are_no_digits) {
+TEST_F(sub_options, characters_adjacent_to_the_digits_are_refused) {
     for (const char bad : {'/', ':', '@', 'G', '`', 'g', ' ', '\xb0'}) {
         std::string text(32, '0');
         text[31] = bad;

@@ -21,7 +21,7 @@ TEST(tbl_show, an_entry_prints_its_three_fields) {
               "TARN_INFO: used[0] tail[1] count/next 0\n");
 }
 
-TEST(tbl_show, no_entry_is_told) {
+TEST(tbl_show, a_missing_entry_is_logged) {
     log_capture log;
     stdout_capture out;
     show_tbl_entry(nullptr);
@@ -81,7 +81,7 @@ TEST(tbl_list, a_list_prints_in_its_order) {
               "TARN_INFO: [2] offset 4095, LPA 8191\n");
 }
 
-TEST(tbl_list, its_head_alone_with_the_entry) {
+TEST(tbl_list, a_head_alone_prints_with_its_entry) {
     pool_files pool;
     lay_out_list(&pool);
     stdout_capture out;
@@ -92,7 +92,7 @@ TEST(tbl_list, its_head_alone_with_the_entry) {
               "TARN_INFO: used[0] tail[0] count/next 3\n");
 }
 
-TEST(tbl_list, a_list_that_begins_at_offset_0_is_told_as_none) {
+TEST(tbl_list, a_list_that_begins_at_offset_0_is_reported_as_missing) {
     pool_files pool;
     pool.fill_group(1, 0x8001);
     pool.set_tbl(4096, 0x1000);

@@ -35,7 +35,7 @@ TEST(type_words, the_other_tables_hold_their_words_and_no_more) {
     EXPECT_EQ(get_funs("map", chuuid_funs), bad_fun);
 }
 
-TEST(type_words, an_unknown_word_is_logged_and_answered_with_bad_fun) {
+TEST(type_words, an_unknown_word_is_logged_and_selects_bad_fun) {
     log_capture log;
     EXPECT_EQ(get_funs("FRI", ckjnl_funs), bad_fun);  // case matters
     EXPECT_EQ(get_funs("", ckjnl_funs), bad_fun);
@@ -43,13 +43,13 @@ TEST(type_words, an_unknown_word_is_logged_and_answered_with_bad_fun) {
                                       "ERR: get_funs(#) Not define option ''\n"}));
 }
 
-TEST(type_words, a_missing_word_is_logged_and_answered_with_bad_fun) {
+TEST(type_words, a_missing_word_is_logged_and_selects_bad_fun) {
     log_capture log;
     EXPECT_EQ(get_funs(nullptr, ckjnl_funs), bad_fun);
     EXPECT_EQ(log.lines(), log_lines({"ERR: get_funs(#) param name is NULL\n"}));
 }
 
-TEST(type_words, bad_fun_returns_minus_1_in_silence) {
+TEST(type_words, bad_fun_returns_minus_1_silently) {
     log_capture log;
     EXPECT_EQ(bad_fun(0, nullptr, 0), -1);
     EXPECT_EQ(log.lines(), log_lines({}));

@@ -8,7 +8,7 @@
 #include "support/scratch_file.h"
 #include "support/stdout_capture.h"
 
-// What the system's own cksum program says about a text: "checksum length".
+// The output of the system's own cksum program for a text: "checksum length".
 static std::string cksum_of(const std::string& text) {
     const scratch_dir dir;
     write_file_bytes(dir.file("text"), 0, text.data(), text.size());
@@ -44,7 +44,7 @@ TEST(usage, the_advanced_text_has_its_50_lines) {
     EXPECT_EQ(cksum_of(text), "2682539411 3359\n");  // of the documented lines
 }
 
-TEST(usage, the_first_line_carries_the_name_of_the_invocation) {
+TEST(usage, the_first_line_contains_the_name_of_the_invocation) {
     stdout_capture out;
     print_usage("another-name");
     EXPECT_TRUE(out.text().starts_with("Usage: another-name [OPTIONS]\n"));

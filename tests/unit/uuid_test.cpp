@@ -14,13 +14,13 @@ TEST(uuid, the_line_gives_its_bytes_in_order) {
     EXPECT_EQ(hex_of(out), "3f 25 04 e0 4f 89 41 d3 9a 0c 03 05 e8 2c 33 01\n");
 }
 
-TEST(uuid, capitals_and_foreign_characters_in_front_of_a_pair_pass) {
+TEST(uuid, capitals_and_foreign_characters_before_a_pair_are_accepted) {
     uint8_t out[3] = {};
     EXPECT_TRUE(uuid_of_line("{FE--zz 0A.b1", out, 3));
     EXPECT_EQ(hex_of(out), "fe 0a b1 ");
 }
 
-TEST(uuid, the_second_of_a_pair_is_not_looked_at) {
+TEST(uuid, the_second_character_of_a_pair_is_not_checked) {
     uint8_t out[2] = {};
     EXPECT_TRUE(uuid_of_line("f-12", out, 2));
     EXPECT_EQ(hex_of(out), "0f 12 ");
@@ -33,7 +33,7 @@ TEST(uuid, a_line_with_too_few_pairs_is_an_error) {
     EXPECT_FALSE(uuid_of_line("3f2504e0-4f89-41d3-9a0c-0305e82c33\n", out, 16));
 }
 
-TEST(uuid, no_bytes_wanted_are_no_bytes_written) {
+TEST(uuid, asking_for_no_bytes_writes_none) {
     uint8_t out[1] = {0x77};
     EXPECT_TRUE(uuid_of_line("3f", out, 0));
     EXPECT_TRUE(uuid_of_line("3f", out, -1));
@@ -54,7 +54,7 @@ TEST(uuid, a_program_that_does_not_start_is_logged) {
     EXPECT_EQ(log.lines(), log_lines({"ERR: uuid_gen(#) fail to OLIBCPopen '/usr/bin/uuidgen'\n"}));
 }
 
-TEST(uuid, is_inherited_from_the_old_file_or_from_what_is_known_of_it_or_fresh) {
+TEST(uuid, is_inherited_from_the_old_file_or_its_known_uuid_or_is_new) {
     const pool_files pool;
     const log_capture log;
     const uint8_t known[16] = {0x5A};
@@ -69,11 +69,11 @@ TEST(uuid, is_inherited_from_the_old_file_or_from_what_is_known_of_it_or_fresh) 
     EXPECT_EQ(inherit_uuid(nullptr, known, out), 0);
     EXPECT_EQ(hex_of(out), hex_of(known));
     const io_fault_at fault(1, EAGAIN, {io_call::spawn});
-    EXPECT_EQ(inherit_uuid(nullptr, nullptr, out), -1);  // the fresh one that no program gives
+    EXPECT_EQ(inherit_uuid(nullptr, nullptr, out), -1);  // no program to make a new one
     EXPECT_EQ(log.last(), "ERR: uuid_gen(#) fail to OLIBCPopen '/usr/bin/uuidgen'\n");
 }
 
-TEST(uuid, two_fresh_ones_differ_and_are_well_formed) {
+TEST(uuid, two_new_ones_differ_and_are_well_formed) {
     if (access("/usr/bin/uuidgen", X_OK) != 0) {
         GTEST_SKIP() << "uuidgen is not installed";
     }
@@ -82,6 +82,6 @@ TEST(uuid, two_fresh_ones_differ_and_are_well_formed) {
     EXPECT_EQ(uuid_gen(one, 16), 0);
     EXPECT_EQ(uuid_gen(other, 16), 0);
     EXPECT_NE(hex_of(one), hex_of(other));
-    EXPECT_EQ(one[8] & 0xC0, 0x80);  // the variant that the program's uuids carry
+    EXPECT_EQ(one[8] & 0xC0, 0x80);  // the variant of the program's uuids
     EXPECT_EQ(one[16], 0);
 }

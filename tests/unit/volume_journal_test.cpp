@@ -53,7 +53,7 @@ protected:
         return uuid;
     }
 
-    size_t told(const std::string& line) {
+    size_t printed(const std::string& line) {
         const std::string text = out_.text();
         size_t count = 0;
         for (size_t at = text.find(line); at != std::string::npos; at = text.find(line, at + 1)) {
@@ -78,9 +78,9 @@ protected:
         make_jnl(jnl_, JNL_STATUS_ABNORMAL,
                  {xcopy_block(last, 8, 0x8001), xcopy_block(last, 7, 0x8002),
                   xcopy_block(first, 7, 0x8003)});
-        const size_t told_before = told("TARN_INFO: REPLAY TBL ");
+        const size_t printed_before = printed("TARN_INFO: REPLAY TBL ");
         EXPECT_EQ(replay_vol_journal(none_.count(), none_.values(), 0), 0);
-        EXPECT_EQ(told("TARN_INFO: REPLAY TBL ") - told_before, passes);
+        EXPECT_EQ(printed("TARN_INFO: REPLAY TBL ") - printed_before, passes);
         EXPECT_EQ(tbl_word_of(tbl_, 7), 0x8003) << "the newer image";
         EXPECT_EQ(tbl_word_of(tbl_, 8), 0x8001) << "known through the last batch only";
         EXPECT_EQ(lookup_handle(first.data(), FILE_TYPE_MAP), nullptr);
@@ -100,7 +100,7 @@ protected:
 TEST_F(volume_journal, without_maps_the_table_is_replayed_once) {
     make_jnl(jnl_, JNL_STATUS_ABNORMAL, {tbl_block(uuid_of(0x11), 5, 0x8003)});
     EXPECT_EQ(replay_vol_journal(none_.count(), none_.values(), 0), 0);
-    EXPECT_EQ(told("TARN_INFO: REPLAY TBL " + tbl_ + "\n"), 1u);
+    EXPECT_EQ(printed("TARN_INFO: REPLAY TBL " + tbl_ + "\n"), 1u);
     EXPECT_EQ(tbl_word_of(tbl_, 5), 0x8003);
     const std::string history_ends = "jnl_block_read(#) jnl block all zero value @block 63\n";
     EXPECT_EQ(log_.lines(), log_lines({history_ends, history_ends}));  // one walk each
@@ -173,7 +173,7 @@ TEST_F(volume_journal, check_goes_through_index_table_and_maps_in_order) {
                                "TARN_INFO: MAP " + map + " check successfully\n");
 }
 
-TEST_F(volume_journal, a_path_that_is_no_volume_is_refused) {
+TEST_F(volume_journal, a_path_that_is_not_a_volume_is_refused) {
     strcpy(opt_ctx.volpath, "/tmp");
     EXPECT_EQ(check_vol_journal(none_.count(), none_.values(), 0), -1);
     EXPECT_EQ(replay_vol_journal(none_.count(), none_.values(), 0), -1);
@@ -212,7 +212,7 @@ TEST_F(volume_journal, a_map_that_does_not_load_ends_the_replay_and_empties_the_
     EXPECT_EQ(log_.last(), "ERR: replay_vol_journal(#) Fail to load " + volume() +
                                "/@Snapshot/FAMILY_1 on volumes " + volume() +
                                " for replaying TBL\n");
-    EXPECT_EQ(told("REPLAY TBL"), 0u);
+    EXPECT_EQ(printed("REPLAY TBL"), 0u);
     EXPECT_EQ(lookup_handle(uuid_of_number(0).data(), FILE_TYPE_MAP), nullptr);
     expect_everything_closed();
 }
@@ -225,7 +225,7 @@ TEST_F(volume_journal, a_list_that_cannot_be_made_ends_the_walk) {
     EXPECT_EQ(replay_vol_journal(none_.count(), none_.values(), 0), -1);
     EXPECT_EQ(log_.last(),
               "ERR: replay_vol_journal(#) Fail to enum all vaailuns on volumes " + volume() + "\n");
-    EXPECT_EQ(told("REPLAY TBL"), 0u);
+    EXPECT_EQ(printed("REPLAY TBL"), 0u);
 }
 
 TEST_F(volume_journal, all_volumes_are_replayed_and_the_last_one_stays_in_volpath) {
@@ -250,7 +250,7 @@ TEST_F(volume_journal, the_first_volume_that_fails_ends_the_replay_of_all) {
     EXPECT_EQ(tbl_word_of(volumes_.volume(2) + "/@EP/EP_TBL", 6), 0);
 }
 
-TEST_F(volume_journal, words_left_over_stop_the_walk_over_all_volumes) {
+TEST_F(volume_journal, leftover_words_stop_the_walk_over_all_volumes) {
     arguments check({"x"});
     EXPECT_EQ(check_all_vol_journal(check.count(), check.values()), -1);
     arguments replay({"x"});

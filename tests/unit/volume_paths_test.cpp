@@ -41,7 +41,7 @@ TEST(is_vaai_volume, refuses_a_path_without_volume_in_it) {
     EXPECT_EQ(out.text(), "TARN_INFO: " + volumes.other() + " is not a VAAI volume\n");
 }
 
-TEST(is_vaai_volume, names_the_directory_that_is_missing) {
+TEST(is_vaai_volume, reports_the_directory_that_is_missing) {
     const sample_volumes volumes;
     const std::string root = volumes.volume(1);
     stdout_capture out;
@@ -70,7 +70,7 @@ TEST(is_vaai_volume, never_tests_a_cut_directory) {
     EXPECT_EQ(log.count("form_path(#) path does not fit into 64 bytes"), 1u);
 }
 
-TEST(is_regular_file, tells_files_from_everything_else) {
+TEST(is_regular_file, accepts_regular_files_only) {
     const sample_volumes volumes;
     const std::string file = volumes.volume(1) + "/file";
     EXPECT_EQ(is_regular_file(file.c_str()), 0);
@@ -92,7 +92,7 @@ TEST(journal_path, comes_from_the_configuration_when_none_was_given) {
     EXPECT_EQ(out.text(), "");
 }
 
-TEST(journal_path, that_was_given_stays_and_is_noted_when_it_is_no_file) {
+TEST(journal_path, that_was_given_is_kept_and_reported_if_it_is_not_a_file) {
     const sample_volumes volumes;
     strcpy(opt_ctx.jnlpath, "/nowhere/EP_JNL");
     stdout_capture out;
@@ -101,7 +101,7 @@ TEST(journal_path, that_was_given_stays_and_is_noted_when_it_is_no_file) {
     EXPECT_EQ(out.text(), "TARN_INFO: REPLAY jnlPath doesn't exist /nowhere/EP_JNL\n");
 }
 
-TEST(parse_volume_path, names_the_volume_that_holds_the_path) {
+TEST(parse_volume_path, returns_the_volume_that_holds_the_path) {
     char out[PATH_TEXT_SIZE] = {};
     EXPECT_EQ(parse_volume_path("/volume12/@EP/EP_TBL", out), 9);
     EXPECT_STREQ(out, "/volume12");
@@ -144,7 +144,7 @@ TEST(table_paths, are_in_a_directory_of_the_volume_or_empty_when_they_do_not_fit
     EXPECT_EQ(log.count("path does not fit into 4096 bytes"), 2u);
 }
 
-TEST(journal_path, without_a_root_stays_as_it_is) {
+TEST(journal_path, is_unchanged_without_a_root) {
     const sample_volumes volumes;
     volumes.let_platform_fail();
     EXPECT_EQ(prepare_jnl_path(), -1);
@@ -152,5 +152,5 @@ TEST(journal_path, without_a_root_stays_as_it_is) {
     strcpy(opt_ctx.jnlpath, "/given");
     EXPECT_EQ(get_jnl_root_path(), -1);
     EXPECT_STREQ(opt_ctx.jnlpath, "/given");
-    EXPECT_EQ(prepare_jnl_path(), 0);  // a given one needs no root
+    EXPECT_EQ(prepare_jnl_path(), 0);  // a given path needs no root
 }

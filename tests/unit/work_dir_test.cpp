@@ -49,7 +49,7 @@ TEST_F(work_dir, that_is_a_link_stays_and_so_does_what_it_points_to) {
 TEST_F(work_dir, whose_path_would_be_cut_stays) {
     const std::string deep = root() + "/" + std::string(250 - root().size(), 'd');
     make_empty_file(deep + "/@EP_FIX/EP_TBL");  // "<deep>/@EP_FIX" has 259 characters
-    make_empty_file(deep + "/@EP/EP_TBL");      // what 255 characters of it would name
+    make_empty_file(deep + "/@EP/EP_TBL");      // its first 255 characters name this one
     snprintf(opt_ctx.volpath, sizeof opt_ctx.volpath, "%s", deep.c_str());
     remove_work_dir("@EP_FIX");
     EXPECT_TRUE(file_exists(deep + "/@EP_FIX/EP_TBL"));

@@ -1,5 +1,6 @@
-// The kinds of system call that a campaign counts and makes fail, and what they are called in a
-// fault's description and in a run's notes. Below: nothing. Above: the preload library, the driver.
+// The kinds of system call that a campaign counts and makes fail, and their names in the
+// description of a fault and in the notes of a run. Below: nothing. Above: the preload library, the
+// driver.
 #pragma once
 
 #include <cstddef>

@@ -13,7 +13,7 @@ static bool exists(int directory, const char* path) {
     return own_stat(directory, path, 0, &status);
 }
 
-// What an open() that succeeded has changed.
+// Records what a successful open() changed.
 static void note_opened(int fd, const char* path, int flags, bool was_there) {
     struct stat status = {};
     if ((flags & (O_CREAT | O_TRUNC)) == 0 || !own_fstat(fd, &status)) {
@@ -199,7 +199,7 @@ int on_ftruncate(int fd, off_t size) {
 }
 int on_ftruncate64(int fd, off_t size) ALSO_KNOWN_AS("ftruncate", ftruncate64);
 
-// Not recorded: nothing that is cut punches holes.
+// Not recorded: no command that is cut punches holes.
 int on_fallocate(int fd, int mode, off_t offset, off_t len) REPLACES(fallocate);
 int on_fallocate(int fd, int mode, off_t offset, off_t len) {
     static const auto next = next_of<int(int, int, off_t, off_t)>("fallocate");

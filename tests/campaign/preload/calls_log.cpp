@@ -1,5 +1,5 @@
-// The system log, whose lines go to a file, and the clock, which does not move: the time that a
-// file was made is the same in every run, and so are its bytes.
+// The system log, whose lines go to a file, and the clock, which stands still: creation times, and
+// with them the bytes of a file, are the same in every run.
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>

@@ -153,7 +153,7 @@ dirent* on_readdir64(DIR* stream) ALSO_KNOWN_AS("readdir", readdir64);
 
 char* on_realpath(const char* path, char* out) REPLACES(realpath);
 char* on_realpath(const char* path, char* out) {
-    // The oldest version of this function takes no null for `out`.
+    // The oldest version of this function does not accept null for `out`.
     static const auto next =
         reinterpret_cast<char* (*)(const char*, char*)>(dlvsym(RTLD_NEXT, "realpath", "GLIBC_2.3"));
     static const auto plain = next_of<char*(const char*, char*)>("realpath");

@@ -5,22 +5,22 @@
 
 #include "campaign/preload/call_kinds.h"
 
-// True in the program under test. The programs that it starts inherit the library, and in them it
-// does nothing.
+// True in the program under test. The library does nothing in the programs that this one starts,
+// which inherit it.
 bool in_program_under_test();
 
-// What a call is made on: a path, or a descriptor when `path` is null.
+// The target of a call: a path, or a descriptor if `path` is null.
 struct call_subject {
     const char* path;
     int fd;
 };
-// A file or directory, and not one that belongs to the machine: /proc, /dev/null, the platform
-// configuration. Pipes, sockets and the three standard descriptors are not.
+// True for a file or directory other than those of the machine (/proc, /dev/null, the platform
+// configuration). False for pipes, sockets and the three standard descriptors.
 bool is_counted(const call_subject& subject);
 
 struct fault_verdict {
     int error;      // errno of the call that fails; 0: the call is made
     bool half_way;  // read, write: only half of the bytes, at least 1
 };
-// Counts the call, errno untouched.
+// Counts the call and leaves errno alone.
 fault_verdict next_fault(call_kind kind, const call_subject& subject);

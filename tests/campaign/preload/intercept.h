@@ -8,8 +8,8 @@
 #include "campaign/preload/faults.h"
 #include "campaign/preload/recorder.h"
 
-// The functions have names of their own and the C library's only for the linker, so that they need
-// not repeat how its headers declare and inline them.
+// The functions have their own names, and those of the C library only for the linker, so that they
+// need not repeat how its headers declare and inline them.
 #define REPLACES(name) __asm__(#name) __attribute__((visibility("default")))
 // The same function under another of its names: offsets have 64 bits in both.
 #define ALSO_KNOWN_AS(function, name) \
@@ -20,7 +20,7 @@ Function* next_of(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// Makes the call unless it is the one that fails: `failed` is its result then.
+// Makes the call unless it is the one to fail, which returns `failed`.
 template <class Call>
 auto guarded(call_kind kind, const call_subject& subject, std::invoke_result_t<Call> failed,
              Call call) -> std::invoke_result_t<Call> {

@@ -1,4 +1,4 @@
-// Input and output of the preload library itself, past the calls that it replaces.
+// Input and output of the preload library itself, bypassing the calls that it replaces.
 // Below: the system. Above: every other file of the library.
 #pragma once
 
@@ -7,8 +7,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-// The program's own descriptors stay as they would be without the library: those of the library
-// are higher ones. -1 when the file cannot be made.
+// The program's own descriptors stay as they would be without the library, which uses higher
+// numbers. Returns -1 if the file cannot be created.
 inline int own_open(const char* path) {
     const long low =
         syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);

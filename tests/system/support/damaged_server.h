@@ -25,12 +25,12 @@ public:
     // The step that keeps the journal from being replayed over what was repaired.
     void set_journal_aside() const;
 
-    // What tarn-lab finds, with the journal in its place for the time being.
+    // What tarn-lab finds; the journal is put back in its place during the call.
     [[nodiscard]] ran verify(const std::string& words) const;
     // Fails the test unless the full check and the check of free lists pass and no work directory
     // is left.
     void expect_checks_pass() const;
-    // The same, and that tarn-lab finds the rebuilt tables and every other file right.
+    // The same, and unless tarn-lab finds the rebuilt tables and every other file right.
     void expect_rebuilt() const;
     // Fails the test unless the one-key repair refuses, logs `reason`, and changes nothing.
     void expect_refused(const std::string& reason) const;

@@ -2,5 +2,5 @@
 #pragma once
 
 // From now on every fsync, fdatasync and syncfs of this process, and of the programs that it
-// becomes and starts, fails with EIO. False: the system does not take the filter.
+// executes and starts, fails with EIO. Returns false if the system does not accept the filter.
 bool fail_every_sync();

@@ -1,5 +1,5 @@
-// Samples of tarn-lab on the machine as it is: how to make one, how to damage it, which files
-// differ afterwards, and the checksums of their nodes. Below: shell.h, tree.h.
+// Samples of tarn-lab outside the sandbox: how to make one, how to damage it, which files differ
+// afterwards, and the checksums of their nodes. Below: shell.h, tree.h.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ std::string make_sample(const scratch_dir& place, const std::string& name, unsig
 ran damage(const std::string& sample, const std::string& kind, unsigned seed,
            const std::string& more = "");
 
-// The paths, ascending, that two results of tree_of do not have alike.
+// The paths, ascending, in which two results of tree_of differ.
 std::vector<std::string> changed_files(const std::map<std::string, std::string>& before,
                                        const std::map<std::string, std::string>& after);
 
@@ -24,7 +24,7 @@ std::vector<std::string> changed_files(const std::map<std::string, std::string>&
 struct node_place {
     uint64_t start;
     size_t length;
-    size_t checksum;  // where it stands in the node
+    size_t checksum;  // its byte in the node
 };
 node_place node_of(uint64_t byte);
 bool checksum_is_right(const node_place& place, std::vector<uint8_t> node);

@@ -1,4 +1,4 @@
-// A /dev/log of the test's own: the socket that programs send their log lines to.
+// A /dev/log for the test: the socket that programs send their log lines to.
 // Below: mask.h. Above: sandbox.h.
 #pragma once
 

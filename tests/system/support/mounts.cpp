@@ -22,7 +22,7 @@ static bool write_text(const char* path, const std::string& text) {
     return written;
 }
 
-// Whoever may not mount, as root of a container may not, becomes root of a user namespace.
+// A user who may not mount, such as root of a container, becomes root of a user namespace.
 static std::string leave_namespaces() {
     const uid_t uid = geteuid();
     const gid_t gid = getegid();

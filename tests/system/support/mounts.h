@@ -1,10 +1,10 @@
-// A mount namespace of the calling process's own, from which nothing reaches the host's mounts.
+// A private mount namespace for the calling process, which cannot affect the host's mounts.
 // Below: the system. Above: private_root.h.
 #pragma once
 
 #include <string>
 
-// The text "WHAT: REASON" for what errno tells.
+// The text "WHAT: REASON", with the reason from errno.
 std::string failed(const std::string& what);
 
 // Leaves the host's mount namespace and makes every mount private. Needs root or user namespaces;

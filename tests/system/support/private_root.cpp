@@ -71,7 +71,7 @@ static std::string fill(const std::string& root, const std::vector<bound_path>& 
     fs::create_directories(root + "/proc", error);
     if (!fs::exists("/proc/self", error) &&
         mount("proc", (root + "/proc").c_str(), "proc", 0, nullptr) != 0) {
-        return failed("a /proc of its own");
+        return failed("a private /proc");
     }
     fs::create_directories(root + "/tmp", error);
     fs::create_symlink("pts/ptmx", root + "/dev/ptmx", error);

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-// What stands where: `outside` is bound to `inside` (both absolute; a directory, or a file).
+// `outside` is bound to `inside` (both absolute; a directory or a file).
 struct bound_path {
     std::string outside;
     std::string inside;
@@ -19,8 +19,8 @@ struct bound_path {
 std::string enter_private_root(const std::string& mount_point,
                                const std::vector<bound_path>& bindings);
 
-// Calls it in a child, which ends then. What it returned, 1024 bytes at most.
+// Calls it in a child, which then ends. Returns its result, at most 1024 bytes.
 std::string in_a_process_of_its_own(const std::function<std::string()>& what);
 
-// "", or why this machine does not let the calling user make one. Tried in a process of its own.
+// "", or the reason why the calling user cannot make one on this machine; tried in a child.
 std::string why_no_private_root();

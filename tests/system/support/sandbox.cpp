@@ -29,19 +29,19 @@ bool run_result::logged(const std::string& part) const {
     return false;
 }
 
-// The test ends here, as if the skip stood in its own body: its framework swallows this exception,
-// which it throws for what it has noted already.
+// The test ends here, as if it had been skipped in its own body: its framework ignores this
+// exception, which it throws for a result that is already recorded.
 [[noreturn]] static void skip_test(const std::string& reason) {
     [&reason] { GTEST_SKIP() << reason; }();
     throw testing::AssertionException(
         testing::TestPartResult(testing::TestPartResult::kSkip, __FILE__, __LINE__, ""));
 }
 
-// Where everything must run, a sandbox that cannot be made fails the test later.
+// If every test must run, a sandbox that cannot be made fails the test later.
 static void skip_without_private_root() {
     static const std::string reason = why_no_private_root();
     if (!reason.empty() && getenv("TARN_TESTS_SKIP_NOTHING") == nullptr) {
-        skip_test("no root of its own for the program: " + reason);
+        skip_test("no private root for the program: " + reason);
     }
 }
 
@@ -54,7 +54,7 @@ sandbox::sandbox() {
     configure("");
 }
 
-sandbox::~sandbox() = default;  // out of line: the place to look at when something stays behind
+sandbox::~sandbox() = default;  // out of line: a place for a breakpoint when files remain
 
 std::string sandbox::volume(unsigned number) const {
     return dir_.file("volume" + std::to_string(number));
@@ -95,7 +95,7 @@ struct held_pipe {
     held_pipe() {
         int ends[2] = {-1, -1};
         EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
-        from.reset(fcntl(ends[0], F_DUPFD_CLOEXEC, 10));  // out of the standard ones' way
+        from.reset(fcntl(ends[0], F_DUPFD_CLOEXEC, 10));  // not a standard descriptor
         to.reset(fcntl(ends[1], F_DUPFD_CLOEXEC, 10));
         close(ends[0]);
         close(ends[1]);
@@ -105,11 +105,11 @@ struct held_pipe {
     held_fd to;
 };
 
-// What connects the test with one run of a program.
+// The pipes between the test and one run of a program.
 struct connections {
     held_pipe out;
     held_pipe err;
-    held_pipe setup;  // what went wrong before the program ran
+    held_pipe setup;  // the error before the program ran
     held_fd input;
 };
 
@@ -183,7 +183,7 @@ static void take_arrived(int fd, std::string* text) {
     }
 }
 
-// Reads everything until the program ends, so that it never waits for us.
+// Reads all output until the program ends, so that the program never has to wait.
 static void listen_until_end(pid_t pid, const connections& run, const log_socket& log,
                              run_result* result) {
     const held_fd process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
@@ -197,7 +197,7 @@ static void listen_until_end(pid_t pid, const connections& run, const log_socket
         poll(waited, std::size(waited), 1000);
         for (size_t i = 1; i < std::size(waited); i++) {
             if ((waited[i].revents & (POLLIN | POLLHUP)) == POLLHUP) {
-                waited[i].fd = -1;  // closed by the program: says nothing more
+                waited[i].fd = -1;  // closed by the program: no more output
             }
         }
         take_arrived(run.out.from.get(), &result->out);

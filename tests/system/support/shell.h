@@ -1,5 +1,5 @@
-// The built programs on the machine as it is, for samples of tarn-lab, which bring a platform of
-// their own: quicker than a sandbox, and without a look at the log. Below: nothing.
+// The built programs outside the sandbox, for samples of tarn-lab, which have their own platform
+// configuration: faster than a sandbox, but the log is not read. Below: nothing.
 #pragma once
 
 #include <string>
@@ -10,6 +10,6 @@ struct ran {
 };
 
 ran shell(const std::string& command);   // a command line
-ran tarn_lab(const std::string& words);  // behind "tarn-lab"
+ran tarn_lab(const std::string& words);  // the arguments of tarn-lab
 // The tool on the platform of the sample in that directory.
 ran tarn_on(const std::string& sample, const std::string& words);

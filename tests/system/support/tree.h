@@ -1,5 +1,5 @@
-// What a directory tree holds, for comparing before with after: the metadata files are sparse and
-// of many gibibytes, so only their data is read.
+// The contents of a directory tree, to compare before with after: the metadata files are sparse and
+// have many gibibytes, so only their data is read.
 #pragma once
 
 #include <map>

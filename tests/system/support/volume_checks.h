@@ -1,5 +1,5 @@
-// The two checks of volume 1 as a test reads them: their answers, and the difference that the full
-// check names first. Below: damaged_server.h. Above: the tests of what the operator pages warn of.
+// The two checks of volume 1: their exit status, and the first difference that the full check
+// reports. Below: damaged_server.h. Above: the tests of what the operator pages warn of.
 #pragma once
 
 #include <cstdint>
@@ -27,10 +27,10 @@ struct check_answers {
 };
 constexpr check_answers BOTH_PASS = {0, 0};
 
-// Runs both; what a failed full check leaves is removed.
+// Runs both; removes the files that a failed full check leaves.
 check_answers checks_of(const damaged_server& server);
 
-// "(old, new)=(table, maps)" of a full check that ends with 255. -1, -1: it names no such pair.
+// "(old, new)=(table, maps)" of a full check that ends with 255. -1, -1: it reports no such pair.
 struct reference_pair {
     uint64_t lpa;
     int table;
@@ -38,7 +38,7 @@ struct reference_pair {
 };
 reference_pair first_difference(const damaged_server& server);
 
-// Start-up replay removes the journal when it has passed.
+// Start-up replay removes the journal if it passes.
 bool journal_is_there(const damaged_server& server);
-// Runs the one-key repair, which has to succeed.
+// Runs the one-key repair, which must succeed.
 void expect_repair_succeeds(const damaged_server& server);
