@@ -92,14 +92,6 @@ static void mark(tbl_group_image* image, unsigned flip, unsigned mask) {
     }
 }
 
-bool tbl_group_all_zero(const tbl_group_image* image) {
-    return !any_bits(image->words, TBL_GROUP_ENTRIES, 0, 0xFFFF);
-}
-
-void tbl_group_mark_nonzero(tbl_group_image* image) {
-    mark(image, 0, 0xFFFF);
-}
-
 void tbl_group_mark_free(tbl_group_image* image) {
     mark(image, TBL_USED_BIT, TBL_USED_BIT);
 }

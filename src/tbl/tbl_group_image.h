@@ -27,18 +27,10 @@ struct tbl_group_image {
 bool tbl_group_load(int fd, tbl_group_image* image, uint64_t group);
 // Writes the changed blocks back with fresh checksums. Returns false if one cannot be written.
 bool tbl_group_store(int fd, tbl_group_image* image);
-bool tbl_group_all_zero(const tbl_group_image* image);
-// Mark every block as changed in which the group has an entry that is not zero, or a free one.
-void tbl_group_mark_nonzero(tbl_group_image* image);
+// Marks every block as changed in which the group has a free entry.
 void tbl_group_mark_free(tbl_group_image* image);
-// Of the blocks that count as changed, takes those for unchanged whose checksum is right.
+// Takes the mark off every block whose checksum is right.
 void tbl_group_keep_unsound(tbl_group_image* image);
-
-// Bit of the block, of those that hold `group`, in which its entry `offset` lies.
-constexpr uint32_t tbl_group_block_bit(uint64_t group, uint32_t offset) {
-    const uint64_t first_slot = tbl_lpa_of(group, 0) % TBL_BLOCK_ENTRIES;
-    return 1u << ((first_slot + offset) / TBL_BLOCK_ENTRIES);
-}
 
 // Entry `offset` (0..4095) of the group.
 inline tbl_entry tbl_group_get(const tbl_group_image* image, uint32_t offset) {

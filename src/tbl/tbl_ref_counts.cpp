@@ -1,95 +1,10 @@
 #include "tbl/tbl_ref_counts.h"
 
 #include <algorithm>
-#include <bit>
 #include <new>
 
 #include "store/zero_memory.h"
-
-// A part of a region: what a bucket is for. Its counters fit in the first-level cache.
-constexpr unsigned PART_SHIFT = 16;
-constexpr uint32_t PART_EXTENTS = uint32_t{1} << PART_SHIFT;
-constexpr uint32_t PARTS = REF_REGION_EXTENTS / PART_EXTENTS;
-constexpr size_t PART_COUNTERS = PART_EXTENTS / 2;  // bytes, 4 bits an extent
-constexpr uint32_t BUCKET_ENTRIES = 8192;
-constexpr unsigned NIBBLE_MAX = 15;
-
-enum region_kind : uint32_t {
-    REGION_DENSE,      // counters of 4 bits, and buckets
-    REGION_SPARSE,     // the offsets of its references, as they came
-    REGION_WIDE,       // counters of 16 bits
-    REGION_ABANDONED,  // dense, until too many of its counts were kept apart: it will be wide
-};
-
-// What a region has in the memory of a window; the rest of its kind comes after it.
-struct region_head {
-    uint32_t region;
-    uint32_t kind;
-    uint32_t used;  // sparse: offsets
-    uint32_t room;
-    uint16_t fill[PARTS];  // dense: entries in each bucket
-    uint8_t pad[16];
-};
-static_assert(sizeof(region_head) == 64);
-
-constexpr size_t DENSE_COUNTERS = REF_REGION_EXTENTS / 2;
-constexpr size_t DENSE_BUCKETS = size_t{PARTS} * BUCKET_ENTRIES * sizeof(uint16_t);
-constexpr size_t DENSE_SIZE = sizeof(region_head) + DENSE_COUNTERS + DENSE_BUCKETS;
-constexpr size_t WIDE_SIZE = sizeof(region_head) + REF_REGION_EXTENTS * sizeof(uint16_t);
-constexpr uint32_t SPARSE_MAX = 16384;  // references of a region that is sorted, not counted
-
-// Where a region is: its head's place in the window's memory, in units of 64 bytes, and 1 more.
-constexpr uint32_t NOWHERE = 0;
-
-// Counts above 15, by extent: the extent's number and, in the upper 16 bits, what is above.
-constexpr uint32_t APART_SLOTS = 1u << 18;
-constexpr uint32_t APART_MAX = APART_SLOTS / 4 * 3;
-constexpr unsigned APART_SHIFT = 48;
-constexpr uint64_t APART_ONE = uint64_t{1} << APART_SHIFT;
-constexpr uint64_t APART_LPA = APART_ONE - 1;
-
-// What is known of a region: how many references it has that no window has counted yet.
-constexpr uint32_t PENDING_WIDE = ~uint32_t{0};
-
-constexpr size_t PLACES_SIZE = REF_REGIONS * sizeof(uint32_t);
-
-struct ref_counts {
-    uint8_t* window;     // REF_WINDOW_SIZE bytes
-    size_t window_used;  // bytes
-    uint32_t* place;     // of each region, in this window
-    uint32_t* pending;   // references of each region that waits for a later window
-    uint32_t end;        // 1 more than the highest region that was met
-    uint64_t met[(REF_REGIONS + 63) / 64];  // bit of each region that some reference is in
-    bool first_scan;
-    bool is_more;
-    bool past_max;
-    uint64_t* apart;  // APART_SLOTS
-    uint32_t apart_used;
-};
-
-static constexpr size_t UNIT = sizeof(region_head);
-
-static region_head* head_of(const ref_counts* counts, uint32_t region) {
-    const uint32_t place = counts->place[region];
-    return place == NOWHERE ? nullptr
-                            : reinterpret_cast<region_head*>(counts->window + (place - 1) * UNIT);
-}
-
-static uint8_t* counters_of(region_head* head) {
-    return reinterpret_cast<uint8_t*>(head + 1);
-}
-
-static uint16_t* bucket_of(region_head* head, uint32_t part) {
-    return reinterpret_cast<uint16_t*>(counters_of(head) + DENSE_COUNTERS) + part * BUCKET_ENTRIES;
-}
-
-static uint32_t* offsets_of(region_head* head) {
-    return reinterpret_cast<uint32_t*>(head + 1);
-}
-
-static uint16_t* wide_of(region_head* head) {
-    return reinterpret_cast<uint16_t*>(head + 1);
-}
+#include "tbl/tbl_ref_window.h"
 
 // Null: the window is full.
 static region_head* open_region(ref_counts* counts, uint32_t region, region_kind kind,
@@ -196,15 +111,6 @@ static void abandon(ref_counts* counts, region_head* head) {
     head->kind = REGION_ABANDONED;
     counts->pending[head->region] = PENDING_WIDE;
     counts->is_more = true;
-}
-
-// Never full: the slot of the extent, or the empty one where it belongs.
-static uint64_t* apart_slot(const ref_counts* counts, uint64_t lpa) {
-    uint64_t slot = (lpa * 0x9E3779B97F4A7C15) >> (64 - std::bit_width(APART_SLOTS - 1));
-    while (counts->apart[slot] != 0 && (counts->apart[slot] & APART_LPA) != lpa) {
-        slot = (slot + 1) % APART_SLOTS;
-    }
-    return &counts->apart[slot];
 }
 
 // One more reference to an extent whose counter is full.
@@ -318,12 +224,6 @@ bool ref_counts_add(ref_counts* counts, uint64_t lpa) {
 // 63 counters of 4 bits from an even one on, as bytes: 31 of them and half of the next one.
 constexpr size_t RUN_BYTES = 32;
 constexpr uint64_t EACH = 0x1111111111111111;
-
-static uint64_t load_word(const uint8_t* at) {
-    uint64_t word;
-    memcpy(&word, at, sizeof word);
-    return word;
-}
 
 // Adds one to each counter of 4 bits that has a bit in `ones`, 4 words of 16 counters. False, and
 // nothing is added: one of them is full.
@@ -439,115 +339,4 @@ bool ref_counts_has_region(const ref_counts* counts, uint32_t region) {
 
 bool ref_counts_met_region(const ref_counts* counts, uint32_t region) {
     return (counts->met[region / 64] >> region % 64 & 1) != 0;
-}
-
-// The bytes of a group's counters, in a dense region or a wide one.
-static const uint8_t* dense_group(region_head* head, uint64_t group) {
-    return counters_of(head) + group % REF_REGION_GROUPS * (TBL_GROUP_ENTRIES / 2);
-}
-
-static const uint16_t* wide_group(region_head* head, uint64_t group) {
-    return wide_of(head) + group % REF_REGION_GROUPS * TBL_GROUP_ENTRIES;
-}
-
-static bool is_any_byte(const uint8_t* bytes, size_t size) {
-    uint64_t any = 0;
-    for (size_t i = 0; i < size; i += sizeof any) {
-        any |= load_word(bytes + i);
-    }
-    return any != 0;
-}
-
-// The first of the region's sorted offsets that is `offset` or more.
-static const uint32_t* first_offset(region_head* head, uint32_t offset) {
-    return std::lower_bound(offsets_of(head), offsets_of(head) + head->used, offset);
-}
-
-static bool has_reference(region_head* head, uint64_t group) {
-    switch (head->kind) {
-        case REGION_DENSE:
-            return is_any_byte(dense_group(head, group), TBL_GROUP_ENTRIES / 2);
-        case REGION_WIDE:
-            return is_any_byte(reinterpret_cast<const uint8_t*>(wide_group(head, group)),
-                               TBL_GROUP_ENTRIES * sizeof(uint16_t));
-        case REGION_SPARSE: {
-            const uint32_t begin = group % REF_REGION_GROUPS * TBL_GROUP_ENTRIES;
-            const uint32_t* at = first_offset(head, begin);
-            return at != offsets_of(head) + head->used && *at < begin + TBL_GROUP_ENTRIES;
-        }
-        default:
-            return false;
-    }
-}
-
-bool ref_counts_next_group(const ref_counts* counts, uint64_t* group) {
-    const uint64_t end = uint64_t{counts->end} * REF_REGION_GROUPS;
-    while (*group < end) {
-        region_head* head = head_of(counts, static_cast<uint32_t>(*group / REF_REGION_GROUPS));
-        if (head == nullptr) {
-            *group = (*group / REF_REGION_GROUPS + 1) * REF_REGION_GROUPS;
-        } else if (has_reference(head, *group)) {
-            return true;
-        } else {
-            ++*group;
-        }
-    }
-    return false;
-}
-
-uint64_t ref_counts_group_end(const ref_counts* counts) {
-    for (uint64_t group = uint64_t{counts->end} * REF_REGION_GROUPS; group > 0; group--) {
-        region_head* head = head_of(counts, static_cast<uint32_t>((group - 1) / REF_REGION_GROUPS));
-        if (head == nullptr) {
-            group -= (group - 1) % REF_REGION_GROUPS;  // to the region's first group
-        } else if (has_reference(head, group - 1)) {
-            return group;
-        }
-    }
-    return 0;
-}
-
-uint64_t ref_counts_group_limit(const ref_counts* counts) {
-    const bool has_last = counts->end != 0 && ref_counts_has_region(counts, counts->end - 1);
-    return has_last ? ref_counts_group_end(counts) : uint64_t{counts->end} * REF_REGION_GROUPS;
-}
-
-static void get_dense(const ref_counts* counts, region_head* head, uint64_t group, uint16_t* out) {
-    const uint8_t* bytes = dense_group(head, group);
-    unsigned full = 0;
-    for (uint32_t i = 0; i < TBL_GROUP_ENTRIES / 2; i++) {
-        const unsigned low = bytes[i] & NIBBLE_MAX;
-        const unsigned high = bytes[i] >> 4;
-        out[2 * i] = static_cast<uint16_t>(low);
-        out[2 * i + 1] = static_cast<uint16_t>(high);
-        full |= (low + 1) | (high + 1);
-    }
-    if (full <= NIBBLE_MAX) {
-        return;  // no counter is full
-    }
-    for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
-        if (out[offset] == NIBBLE_MAX) {
-            const uint64_t apart = *apart_slot(counts, tbl_lpa_of(group, offset));
-            out[offset] = static_cast<uint16_t>(NIBBLE_MAX + (apart >> APART_SHIFT));
-        }
-    }
-}
-
-void ref_counts_get_group(const ref_counts* counts, uint64_t group, uint16_t* out) {
-    region_head* head = head_of(counts, static_cast<uint32_t>(group / REF_REGION_GROUPS));
-    if (head->kind == REGION_DENSE) {
-        get_dense(counts, head, group, out);
-        return;
-    }
-    if (head->kind == REGION_WIDE) {
-        memcpy(out, wide_group(head, group), TBL_GROUP_ENTRIES * sizeof *out);
-        return;
-    }
-    memset(out, 0, TBL_GROUP_ENTRIES * sizeof *out);
-    const uint32_t begin = group % REF_REGION_GROUPS * TBL_GROUP_ENTRIES;
-    const uint32_t* end = offsets_of(head) + head->used;
-    for (const uint32_t* at = first_offset(head, begin);
-         at != end && *at < begin + TBL_GROUP_ENTRIES; at++) {
-        out[*at - begin]++;
-    }
 }

@@ -10,6 +10,7 @@
 #include "tbl/tbl_file.h"
 #include "volume/discovery.h"
 #include "volume/import.h"
+#include "volume/import_list.h"
 #include "volume/map_check.h"
 #include "volume/metadata_files.h"
 #include "volume/stop_signals.h"
