@@ -52,9 +52,8 @@ public:
 };
 
 // Counts one reference at a time, unlike the import's loop over a node.
-static void count_references(benchmark::State& state, bool scattered) {
+static void count_references(benchmark::State& state, const spread& mappings) {
     const empty_table table;
-    const spread mappings = {1 << 22, scattered};
     std::vector<uint64_t> extents;
     for (uint64_t i = 0; i < mappings.mappings; i++) {
         extents.push_back(spread_extent(mappings, i));
@@ -70,8 +69,8 @@ static void count_references(benchmark::State& state, bool scattered) {
     }
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(extents.size()));
 }
-BENCHMARK_CAPTURE(count_references, sequential, false);
-BENCHMARK_CAPTURE(count_references, scattered, true);
+BENCHMARK_CAPTURE(count_references, sequential, spread{1 << 22, 0});
+BENCHMARK_CAPTURE(count_references, scattered, scattered(1 << 22));
 
 static void load_group(benchmark::State& state) {
     const empty_table table;

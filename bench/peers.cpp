@@ -17,7 +17,7 @@ static constexpr uint64_t DEVICES = 16;
 
 // The mappings of one device; sequential mappings are one range.
 static void print_device(const spread& mappings, uint64_t first, uint64_t end) {
-    if (!mappings.scattered) {
+    if (mappings.among == 0) {
         printf("<range_mapping origin_begin=\"0\" data_begin=\"%" PRIu64 "\" length=\"%" PRIu64
                "\" time=\"0\"/>\n",
                first, end - first);
@@ -106,8 +106,9 @@ static int permute_qcow2(const char* path) {
 
 int main(int argc, char** argv) {
     if (argc >= 3 && strcmp(argv[1], "thin") == 0) {
-        const bool scattered = argc > 3 && strcmp(argv[3], "--scattered") == 0;
-        return print_thin({strtoull(argv[2], nullptr, 10), scattered});
+        const uint64_t mappings = strtoull(argv[2], nullptr, 10);
+        const bool is_scattered = argc > 3 && strcmp(argv[3], "--scattered") == 0;
+        return print_thin(is_scattered ? scattered(mappings) : spread{mappings, 0});
     }
     if (argc == 3 && strcmp(argv[1], "qcow2") == 0) {
         return permute_qcow2(argv[2]);

@@ -7,8 +7,12 @@
 
 struct spread {
     uint64_t mappings;
-    bool scattered;
+    uint64_t among;  // the number of extents that random ones are chosen from; 0: sequential
 };
+
+inline spread scattered(uint64_t mappings) {
+    return {mappings, mappings + mappings / 4};
+}
 
 // A permutation of 0 .. 2^bits - 1: four rounds of mixing the two halves of the number.
 inline uint64_t permuted(uint64_t x, unsigned bits) {
@@ -26,15 +30,15 @@ inline uint64_t permuted(uint64_t x, unsigned bits) {
 
 // The number of extents that the mappings are chosen from.
 inline uint64_t spread_extents(const spread& spread) {
-    return spread.scattered ? spread.mappings + spread.mappings / 4 : spread.mappings;
+    return spread.among != 0 ? spread.among : spread.mappings;
 }
 
 // The extent of mapping `i`; no two share one.
 inline uint64_t spread_extent(const spread& spread, uint64_t i) {
-    if (!spread.scattered) {
+    if (spread.among == 0) {
         return i;
     }
-    const uint64_t extents = spread_extents(spread);
+    const uint64_t extents = spread.among;
     unsigned bits = 2;
     while (uint64_t{1} << bits < extents) {
         bits++;

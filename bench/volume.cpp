@@ -3,59 +3,29 @@
 // to each extent. Table and index get only headers: the rebuild under test fills them.
 //   --luns N      maps that the mappings are divided among (16)
 //   --declared N  additional entries that the maps' headers declare; they lie in a hole
+//   --hot N       300 references more to one extent in each of the first N groups, in one more map
+//   --everywhere  the extents are chosen from all that a table can have
 //   --one-in N    one of every N stretches of a map holds mappings, the others are holes
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
+#include "files.h"
 #include "fri/fri_format.h"
 #include "map/map_format.h"
 #include "spread.h"
-#include "store/crc32c.h"
 #include "store/data_node.h"
 #include "store/meta_node.h"
 #include "tbl/tbl_format.h"
 
 static constexpr uint64_t NODES_A_WRITE = 1024;
 static constexpr uint64_t NODES_A_STRETCH = 8;  // a page of the file
-static const uint8_t POOL_UUID[UUID_SIZE] = {0x7a, 0x52, 0x11, 0x04};
-
-[[noreturn]] static void give_up(const std::string& what) {
-    perror(what.c_str());
-    exit(1);
-}
-
-static int create(const std::string& path, uint64_t size) {
-    const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644);
-    if (fd < 0 || ftruncate(fd, static_cast<off_t>(size)) != 0) {
-        give_up(path);
-    }
-    return fd;
-}
-
-static void write_all(int fd, const void* bytes, size_t len, uint64_t offset) {
-    if (pwrite(fd, bytes, len, static_cast<off_t>(offset)) != static_cast<ssize_t>(len)) {
-        give_up("write");
-    }
-}
-
-static void write_header(int fd, void* header, uint64_t const_nodes, uint64_t var_nodes) {
-    auto* node = static_cast<meta_node*>(header);
-    for (uint64_t i = 0; i < const_nodes + var_nodes; i++, node++) {
-        node->checksum = 0;
-        uint32_t checksum = 0;
-        tarn_crc32c(node, sizeof *node, &checksum);
-        node->checksum = checksum;
-        const uint64_t index = i < const_nodes ? i : META_VAR_NODE_BASE + i - const_nodes;
-        write_all(fd, node, sizeof *node, index * META_NODE_SIZE);
-    }
-}
+static constexpr uint64_t HOT_REFERENCES = 300;
 
 static void make_table(const std::string& path) {
     tbl_header header{};
@@ -104,6 +74,7 @@ struct plan {
     uint64_t luns;
     uint64_t declared;
     uint64_t one_in;
+    uint64_t hot;
 };
 
 static data_node filled_node(const spread& mappings, uint64_t first, uint64_t count) {
@@ -133,34 +104,48 @@ static void write_nodes(int fd, const plan& plan, uint64_t first, uint64_t count
     }
 }
 
+static std::string map_path(const plan& plan, uint64_t number) {
+    return plan.root + "/@iSCSITrg/LUN_Extent_" + std::to_string(number);
+}
+
+static int create_numbered_map(const plan& plan, uint64_t number, uint64_t entries,
+                               uint64_t mapped) {
+    uint8_t uuid[UUID_SIZE] = {static_cast<uint8_t>(number + 1)};
+    uuid[UUID_SIZE - 1] = 0x4d;
+    return create_map(map_path(plan, number), uuid, entries, mapped);
+}
+
 static void make_map(const plan& plan, uint64_t number) {
     const uint64_t first = plan.mappings.mappings * number / plan.luns;
     const uint64_t count = plan.mappings.mappings * (number + 1) / plan.luns - first;
     const uint64_t entries = count * plan.one_in + plan.declared / plan.luns;
-    map_header header{};
-    header.map_version = 1;
-    header.map_magic_code = METADATA_MAGIC_CODE;
-    header.map_type = FILE_TYPE_MAP;
-    header.map_uuid[0] = static_cast<uint8_t>(number + 1);
-    header.map_uuid[15] = 0x4d;
-    header.map_total_count = entries;
-    header.map_mapped_count = count;
-    header.map_pool_cnt = 1;
-    uint32_t checksum = 0;
-    tarn_crc32c(POOL_UUID, UUID_SIZE, &checksum);
-    header.map_pool_cksum = checksum;
-    const int fd = create(plan.root + "/@iSCSITrg/LUN_Extent_" + std::to_string(number),
-                          METADATA_DATA_OFFSET + map_node_count(entries) * DATA_NODE_SIZE);
-    write_header(fd, &header, MAP_CONST_NODES, MAP_VAR_NODES);
-    write_all(fd, POOL_UUID, UUID_SIZE, MAP_POOL_TABLE_OFFSET);
+    const int fd = create_numbered_map(plan, number, entries, count);
     write_nodes(fd, plan, first, count);
+    close(fd);
+}
+
+// One more map, which maps one extent in each of plan.hot groups HOT_REFERENCES times.
+static void make_hot_map(const plan& plan) {
+    const uint64_t entries = plan.hot * HOT_REFERENCES;
+    const int fd = create_numbered_map(plan, plan.luns, entries, entries);
+    std::vector<data_node> nodes(map_node_count(entries));
+    for (uint64_t i = 0; i < entries; i++) {
+        const uint64_t group = i / HOT_REFERENCES;
+        const uint64_t word =
+            MAP_MAPPED_BIT | (group * TBL_GROUP_ENTRIES + group % TBL_GROUP_ENTRIES);
+        memcpy(nodes[map_node_of(i)].payload + map_byte_in_node(i), &word, sizeof word);
+    }
+    for (data_node& node : nodes) {
+        data_node_seal(&node);
+    }
+    write_all(fd, nodes.data(), nodes.size() * sizeof(data_node), METADATA_DATA_OFFSET);
     close(fd);
 }
 
 [[noreturn]] static void refuse() {
     fprintf(stderr,
-            "usage: bench-volume ROOT MAPPINGS [--scattered] [--luns N] [--declared N] "
-            "[--one-in N]\n");
+            "usage: bench-volume ROOT MAPPINGS [--scattered | --everywhere] [--luns N] "
+            "[--declared N] [--hot N] [--one-in N]\n");
     exit(2);
 }
 
@@ -168,15 +153,18 @@ static plan read_plan(int argc, char** argv) {
     if (argc < 3) {
         refuse();
     }
-    plan plan = {argv[1], {strtoull(argv[2], nullptr, 10), false}, 16, 0, 1};
+    plan plan = {argv[1], {strtoull(argv[2], nullptr, 10), 0}, 16, 0, 1, 0};
     for (int i = 3; i < argc; i++) {
         const std::string option = argv[i];
-        if (option == "--scattered") {
-            plan.mappings.scattered = true;
+        if (option == "--scattered" || option == "--everywhere") {
+            plan.mappings = option == "--scattered"
+                                ? scattered(plan.mappings.mappings)
+                                : spread{plan.mappings.mappings, TBL_TOTAL_COUNT};
             continue;
         }
         uint64_t* number = option == "--luns"       ? &plan.luns
                            : option == "--declared" ? &plan.declared
+                           : option == "--hot"      ? &plan.hot
                            : option == "--one-in"   ? &plan.one_in
                                                     : nullptr;
         if (number == nullptr || i + 1 == argc) {
@@ -200,6 +188,9 @@ int main(int argc, char** argv) {
     make_data_file(plan.root + "/@EP/EP_DAT_00000");
     for (uint64_t number = 0; number < plan.luns; number++) {
         make_map(plan, number);
+    }
+    if (plan.hot != 0) {
+        make_hot_map(plan);
     }
     return 0;
 }
