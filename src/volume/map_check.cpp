@@ -1,6 +1,7 @@
 #include "volume/map_check.h"
 
 #include <cstdio>
+#include <cstring>
 
 #include "map/map_file.h"
 #include "map/map_scan.h"
@@ -46,8 +47,23 @@ bool map_checker::check_in_cache(uint64_t number) {
     return node_result_ >= 0;
 }
 
+// Mapped entries of a node in memory.
+static uint64_t count_mapped(const data_node* node) {
+    uint64_t mapped = 0;
+    for (uint64_t slot = 0; slot < MAP_NODE_ENTRIES; slot++) {
+        map_entry entry;
+        memcpy(&entry, node->payload + slot * sizeof entry, sizeof entry);
+        mapped += static_cast<uint64_t>(map_entry_is_mapped(&entry));
+    }
+    return mapped;
+}
+
 // Lists the entries of a mismatched node.
 map_walk_end map_checker::count_entries(const map_scan_node& node) {
+    if (node.bytes != nullptr && !ends_at_unmapped_) {
+        mapped_ += count_mapped(node.bytes);
+        return {map_step::go_on, MAP_NODE_ENTRIES};
+    }
     uint64_t found = 0;
     const auto count = [&found](uint64_t, uint64_t) {
         found++;
