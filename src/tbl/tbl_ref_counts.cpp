@@ -328,10 +328,6 @@ bool ref_counts_is_past_max(const ref_counts* counts) {
     return counts->past_max;
 }
 
-bool ref_counts_is_more(const ref_counts* counts) {
-    return counts->is_more;
-}
-
 bool ref_counts_has_region(const ref_counts* counts, uint32_t region) {
     const region_head* head = region < counts->end ? head_of(counts, region) : nullptr;
     return head != nullptr && head->kind != REGION_ABANDONED;

@@ -47,16 +47,14 @@ bool ref_counts_add(ref_counts* counts, uint64_t lpa);
 void ref_counts_end_scan(ref_counts* counts);
 // True: some extent has more references than an entry of a table can count.
 bool ref_counts_is_past_max(const ref_counts* counts);
-// True: a further scan is needed.
-bool ref_counts_is_more(const ref_counts* counts);
 
 // True: the region is counted in this window, up to its last extent.
 bool ref_counts_has_region(const ref_counts* counts, uint32_t region);
 // True: a reference into the region came in some scan.
 bool ref_counts_met_region(const ref_counts* counts, uint32_t region);
 
-// Moves *group to the first group, from *group on, that has a reference in this window. False:
-// there is none.
+// Moves *group to the first group, from *group on, that has a reference in this window. Returns
+// false if no further group has one.
 bool ref_counts_next_group(const ref_counts* counts, uint64_t* group);
 // After the highest group of this window that has a reference; 0 if none has.
 uint64_t ref_counts_group_end(const ref_counts* counts);

@@ -171,7 +171,7 @@ static accepted_maps accept_maps(const listed_import* run) {
 }
 
 // The index's header as it was saved last before a failure.
-static int save_index_before(listed_import* run, const accepted_maps* accepted) {
+static void save_index_before(listed_import* run, const accepted_maps* accepted) {
     reference_scan_restart(&run->scan, accepted->saved_at);
     run->first_uses = 0;
     while (reference_scan_next(&run->scan)) {
@@ -180,7 +180,6 @@ static int save_index_before(listed_import* run, const accepted_maps* accepted) 
     const fri_header before = current_fri.header;
     save_index(run, accepted->group_count);
     current_fri.header = before;
-    return 0;
 }
 
 // Through the documented procedure, which reports what is unusual; then what it accepted is
@@ -189,7 +188,7 @@ static int import_accepted(listed_import* run) {
     current_fri.header.fri_group_count = run->group_count;
     const accepted_maps accepted = accept_maps(run);
     if (accepted.result != 0 && accepted.saved) {
-        (void)save_index_before(run, &accepted);
+        save_index_before(run, &accepted);
     }
     if (commit_up_to(run, accepted.end) != 0 || accepted.result != 0) {
         return -1;

@@ -49,6 +49,6 @@ constexpr reference_place REFERENCE_END = {~size_t{0}, 0};
 // count. Ends early, with `unread`, when a stop signal came.
 bool reference_scan_next(reference_scan* scan);
 
-// Finds the first entry of the list that refers to `group`; stores its lea. False: there is none
-// that can be read.
+// Finds the first entry of the list that refers to `group`, and stores its lea. Returns false if no
+// entry that can be read does.
 bool find_reference(const reference_scan* scan, uint64_t group, uint64_t* lea);

@@ -34,6 +34,20 @@ protected:
         EXPECT_EQ(plain.log, lines{});
         return plain.out.substr(replay_lines(1).size());
     }
+    // With an option that names no file, the replay into volume 1 ends at `index` with that line.
+    // Everything after it is as without the option.
+    void expect_first_replay_to_end(const std::string& option, const std::string& index,
+                                    const std::string& line) const {
+        const std::string rest = after_first_replay();
+        const run_result got = box.run({"--onekeycheck", option, "/nonexistent"});
+        EXPECT_EQ(got.status, 0);
+        EXPECT_EQ(got.out,
+                  "TARN_INFO: REPLAY volume /volume1\n"
+                  "TARN_INFO: REPLAY FRI " +
+                      index + "\n" + rest);
+        ASSERT_FALSE(got.log.empty());
+        EXPECT_EQ(got.log.back(), "ERR: replay_fri_journal(#) " + line);
+    }
     sandbox box;
 };
 
@@ -55,39 +69,17 @@ TEST_F(option_scan, the_check_of_all_volumes_prints_the_same_with_unused_options
 }
 
 TEST_F(option_scan, an_index_given_to_the_check_is_the_target_of_the_first_replay) {
-    const std::string rest = after_first_replay();
-    const run_result got = box.run({"--onekeycheck", "--fripath", "/nonexistent"});
-    EXPECT_EQ(got.status, 0);
-    EXPECT_EQ(got.out,
-              "TARN_INFO: REPLAY volume /volume1\n"
-              "TARN_INFO: REPLAY FRI /nonexistent\n" +
-                  rest);
-    ASSERT_FALSE(got.log.empty());
-    EXPECT_EQ(got.log.back(), "ERR: replay_fri_journal(#) Fail to load FRI /nonexistent\n");
+    expect_first_replay_to_end("--fripath", "/nonexistent", "Fail to load FRI /nonexistent\n");
 }
 
 TEST_F(option_scan, a_table_given_to_the_check_is_loaded_by_the_first_replay) {
-    const std::string rest = after_first_replay();
-    const run_result got = box.run({"--onekeycheck", "--tblpath", "/nonexistent"});
-    EXPECT_EQ(got.status, 0);
-    EXPECT_EQ(got.out,
-              "TARN_INFO: REPLAY volume /volume1\n"
-              "TARN_INFO: REPLAY FRI /volume1/@EP/EP_FRI\n" +
-                  rest);
-    ASSERT_FALSE(got.log.empty());
-    EXPECT_EQ(got.log.back(), "ERR: replay_fri_journal(#) Fail to load TBL /nonexistent\n");
+    expect_first_replay_to_end("--tblpath", "/volume1/@EP/EP_FRI",
+                               "Fail to load TBL /nonexistent\n");
 }
 
 TEST_F(option_scan, a_journal_given_to_the_check_is_used_for_the_first_volume_only) {
-    const std::string rest = after_first_replay();
-    const run_result got = box.run({"--onekeycheck", "--jnlpath", "/nonexistent"});
-    EXPECT_EQ(got.status, 0);
-    EXPECT_EQ(got.out,
-              "TARN_INFO: REPLAY volume /volume1\n"
-              "TARN_INFO: REPLAY FRI /volume1/@EP/EP_FRI\n" +
-                  rest);
-    ASSERT_FALSE(got.log.empty());
-    EXPECT_EQ(got.log.back(), "ERR: replay_fri_journal(#) Fail to load JNL /nonexistent\n");
+    expect_first_replay_to_end("--jnlpath", "/volume1/@EP/EP_FRI",
+                               "Fail to load JNL /nonexistent\n");
 }
 
 // The index and the table were chosen before the scan, the maps are listed after it.

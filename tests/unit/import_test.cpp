@@ -410,4 +410,24 @@ TEST_P(import_of_a_volume, larger_than_a_window_is_counted_in_several) {
     EXPECT_EQ(fri_free_count_of(made("EP_FRI")), EVERY_EXTENT - 102);
 }
 
+// The extent is in a region that the first window has no room for, and what the first window wrote
+// is taken back: the last entry comes after the failure.
+TEST_P(import_of_a_volume, ends_at_reference_4096_in_a_later_window) {
+    std::vector<sample_entry> entries;
+    for (uint64_t lea = 0; lea < 100; lea++) {
+        entries.push_back({lea, (lea + 1) << 20});
+    }
+    for (uint64_t lea = 100; lea < 100 + 4096; lea++) {
+        entries.push_back({lea, uint64_t{150} << 20});
+    }
+    entries.push_back({100 + 4096, (uint64_t{1} << 20) + 1});
+    make_filled_map(root() + "/@iSCSITrg/LUN_Extent_1", 5000, entries.size(), entries);
+    EXPECT_EQ(import_volume(), -1);
+    EXPECT_TRUE(log_.has("ERR: import_map(#) Fail to increase mapping, lea 4195\n"));
+    EXPECT_EQ(tbl_word_of(made("EP_TBL"), uint64_t{150} << 20), 0x8fff);
+    EXPECT_EQ(tbl_word_of(made("EP_TBL"), uint64_t{1} << 20), 0x8001);
+    EXPECT_EQ(tbl_word_of(made("EP_TBL"), (uint64_t{1} << 20) + 1), 0);
+    EXPECT_EQ(fri_word_of(made("EP_FRI"), 150 << 8), INIT_BIT);
+}
+
 INSTANTIATE_TEST_SUITE_P(on_both_paths, import_of_a_volume, testing::Bool());

@@ -193,7 +193,7 @@ TEST_F(reference_counts, know_the_regions_that_were_met_and_those_of_the_window)
     EXPECT_FALSE(ref_counts_has_region(counts_, 81));
     EXPECT_TRUE(ref_counts_met_region(counts_, 80));
     EXPECT_FALSE(ref_counts_met_region(counts_, 81));
-    EXPECT_TRUE(ref_counts_is_more(counts_));
+    EXPECT_TRUE(ref_counts_begin_scan(counts_));  // for the others
 }
 
 // Nodes of a map, and the same entries one by one.
