@@ -1,6 +1,9 @@
 #include "tbl/tbl_freelist.h"
 
+#include <bit>
 #include <cstdio>
+#include <cstring>
+#include <iterator>
 
 #include "print.h"
 #include "store/keep_journal.h"
@@ -58,31 +61,94 @@ static int link_by_entries(uint64_t group, uint16_t* head) {
     return count;
 }
 
-// In the image. Returns the number of free entries.
-static int link_in_image(tbl_group_image* image, uint16_t* head) {
-    uint16_t offsets[TBL_GROUP_ENTRIES];  // of the free entries
+// Which entries of a group are free: bit i of mask k stands for entry 64 * k + 63 - i, so that the
+// lowest bit is the last entry.
+constexpr uint32_t MASK_ENTRIES = 64;
+
+struct free_masks {
+    uint64_t masks[TBL_GROUP_ENTRIES / MASK_ENTRIES];
+};
+
+// Eight at a time: a byte for each entry, whose lowest bits one multiply moves together.
+static uint64_t free_mask(const uint16_t* words) {
+    constexpr uint64_t GATHER = 0x8040'2010'0804'0201;
+    static_assert(TBL_USED_BIT == 1u << 15);
+    uint8_t free[MASK_ENTRIES];
+    for (uint32_t i = 0; i < MASK_ENTRIES; i++) {
+        free[i] = static_cast<uint8_t>((words[i] >> 15) ^ 1);
+    }
+    uint64_t mask = 0;
+    for (uint32_t i = 0; i < MASK_ENTRIES; i += 8) {
+        uint64_t eight = 0;
+        memcpy(&eight, free + i, sizeof eight);
+        mask = mask << 8 | eight * GATHER >> 56;
+    }
+    return mask;
+}
+
+// The part of mask `k` that stands for the entries `begin` to `end` - 1 of the group.
+static uint64_t cut_mask(const free_masks* free, uint32_t k, uint32_t begin, uint32_t end) {
+    const uint32_t first = k * MASK_ENTRIES;
+    const uint32_t behind = first + MASK_ENTRIES;
+    uint64_t mask = free->masks[k];
+    if (begin > first) {
+        mask &= (uint64_t{1} << (behind - begin)) - 1;
+    }
+    return end < behind ? mask >> (behind - end) << (behind - end) : mask;
+}
+
+// A list that is made from its tail to its head.
+struct image_list {
+    unsigned next;  // link to the entry before: its offset, or the tail's link
+    int count;
+};
+
+// Puts the free ones of the entries `begin` to `end` - 1 before the list. Returns whether a link
+// changed.
+static bool link_part(image_list* list, uint16_t* words, const free_masks* free,
+                      const tbl_group_part& part) {
+    constexpr unsigned LINK_BITS = TBL_TAIL_BIT | TBL_COUNT_MASK;
+    unsigned next = list->next;
+    unsigned differing = 0;
     int count = 0;
-    for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
-        offsets[count] = static_cast<uint16_t>(offset);
-        count += (image->words[offset] & TBL_USED_BIT) == 0 ? 1 : 0;
+    for (uint32_t k = (part.end - 1) / MASK_ENTRIES + 1; k-- > part.begin / MASK_ENTRIES;) {
+        const uint32_t last = k * MASK_ENTRIES + MASK_ENTRIES - 1;
+        for (uint64_t mask = cut_mask(free, k, part.begin, part.end); mask != 0; mask &= mask - 1) {
+            const uint32_t offset = last - static_cast<uint32_t>(std::countr_zero(mask));
+            const unsigned linked = (words[offset] & ~LINK_BITS) | next;
+            differing |= words[offset] ^ linked;
+            words[offset] = static_cast<uint16_t>(linked);
+            next = offset;
+            count++;
+        }
     }
-    tbl_group_mark_free(image);
+    list->next = next;
+    list->count += count;
+    return differing != 0;
+}
+
+// In the image. Returns the number of free entries. A block without one stays as it is, damaged or
+// not; a damaged block with one is written again.
+static int link_in_image(tbl_group_image* image, uint16_t* head) {
+    free_masks free;
+    for (uint32_t k = 0; k < std::size(free.masks); k++) {
+        free.masks[k] = free_mask(image->words + k * MASK_ENTRIES);
+    }
+    image_list list = {TBL_TAIL_BIT, 0};
+    uint32_t differing = 0;  // bit i: a link in block i changed
+    for (uint32_t i = image->block_count; i-- > 0;) {
+        const int count_behind = list.count;
+        if (link_part(&list, image->words, &free, tbl_group_part_of(image, i))) {
+            differing |= 1u << i;
+        }
+        image->changed |= list.count != count_behind ? 1u << i : 0;
+    }
     tbl_group_keep_unsound(image);
-    for (int i = 0; i < count; i++) {
-        tbl_entry entry = {image->words[offsets[i]]};
-        tbl_entry_clear_tail(&entry);
-        tbl_entry_set_count(&entry, i + 1 < count ? offsets[i + 1] : 0);
-        if (i + 1 == count) {
-            tbl_entry_set_tail(&entry);
-        }
-        if (image->words[offsets[i]] != entry.word) {
-            tbl_group_set(image, offsets[i], entry);
-        }
+    image->changed |= differing;
+    if (list.count > 0) {
+        *head = static_cast<uint16_t>(list.next);
     }
-    if (count > 0) {
-        *head = offsets[0];
-    }
-    return count;
+    return list.count;
 }
 
 int link_free_tbl_entry_in_group(uint64_t group, uint16_t* head) {

@@ -13,12 +13,10 @@ struct group_piece {
 };
 
 static group_piece piece_in_block(const tbl_group_image* image, uint32_t i) {
-    constexpr auto per_block = static_cast<uint32_t>(TBL_BLOCK_ENTRIES);
+    constexpr auto entry_size = static_cast<uint32_t>(sizeof(tbl_entry));
+    const tbl_group_part part = tbl_group_part_of(image, i);
     const uint32_t slot = i == 0 ? image->first_slot : 0;
-    const uint32_t offset = i == 0 ? 0 : i * per_block - image->first_slot;
-    const uint32_t count = std::min(per_block - slot, TBL_GROUP_ENTRIES - offset);
-    return {offset, slot * static_cast<uint32_t>(sizeof(tbl_entry)),
-            count * static_cast<uint32_t>(sizeof(tbl_entry))};
+    return {part.begin, slot * entry_size, (part.end - part.begin) * entry_size};
 }
 
 bool tbl_group_load(int fd, tbl_group_image* image, uint64_t group) {

@@ -5,6 +5,8 @@
 // reference counts.
 #pragma once
 
+#include <algorithm>
+
 #include "store/data_node.h"
 #include "tbl/tbl_entries.h"
 
@@ -36,9 +38,17 @@ void tbl_group_keep_unsound(tbl_group_image* image);
 inline tbl_entry tbl_group_get(const tbl_group_image* image, uint32_t offset) {
     return {image->words[offset]};
 }
-inline void tbl_group_set(tbl_group_image* image, uint32_t offset, tbl_entry entry) {
-    image->words[offset] = entry.word;
-    image->changed |= 1u << ((image->first_slot + offset) / TBL_BLOCK_ENTRIES);
+
+// The offsets of the group's entries that lie in block `i` of the image: `begin` to `end` - 1.
+struct tbl_group_part {
+    uint32_t begin;
+    uint32_t end;
+};
+inline tbl_group_part tbl_group_part_of(const tbl_group_image* image, uint32_t i) {
+    constexpr auto per_block = static_cast<uint32_t>(TBL_BLOCK_ENTRIES);
+    const uint32_t first = i * per_block;
+    return {first > image->first_slot ? first - image->first_slot : 0,
+            std::min(first + per_block - image->first_slot, TBL_GROUP_ENTRIES)};
 }
 
 // The entries of one group for a procedure that only reads: from an image, or entry by entry

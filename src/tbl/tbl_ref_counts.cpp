@@ -131,12 +131,17 @@ static void count_apart(ref_counts* counts, region_head* head, uint64_t lpa) {
     *slot += APART_ONE;
 }
 
+constexpr size_t CACHE_LINE = 64;  // bytes
+
 // Counts what is in a bucket.
 static void drain(ref_counts* counts, region_head* head, uint32_t part) {
     uint8_t* const counters = counters_of(head) + part * PART_COUNTERS;
     const uint16_t* const bucket = bucket_of(head, part);
     const uint32_t fill = head->fill[part];
     head->fill[part] = 0;
+    for (size_t line = 0; line < PART_COUNTERS; line += CACHE_LINE) {
+        __builtin_prefetch(counters + line, 1);
+    }
     for (uint32_t i = 0; i < fill; i++) {
         const uint32_t offset = bucket[i];
         uint8_t* const counter = &counters[offset / 2];
@@ -275,10 +280,49 @@ static bool is_run(const data_node* node) {
     return differences == 0;
 }
 
+// Every entry is mapped to an extent of the table.
+static bool is_full(const data_node* node) {
+    constexpr uint64_t IN_TABLE = (uint64_t{1} << 40) - 1;  // not all of them, but without a branch
+    static_assert(IN_TABLE < TBL_TOTAL_COUNT);
+    uint64_t common = ~uint64_t{0};
+    uint64_t any = 0;
+    for (size_t slot = 0; slot < MAP_NODE_ENTRIES; slot++) {
+        common &= word_of(node, slot);
+        any |= word_of(node, slot);
+    }
+    return (common & MAP_MAPPED_BIT) != 0 && (any & MAP_LPA_MASK) <= IN_TABLE;
+}
+
+// The entries of a full node, in a scan that has no place for some regions. To ask each entry for
+// its place would be one wrong guess of the processor after the other; so they are first sorted
+// into those with a place, from the front, and the others, from the back.
+static node_references add_full_node(ref_counts* counts, const data_node* node) {
+    uint64_t sorted[MAP_NODE_ENTRIES];
+    uint32_t front = 0;
+    uint32_t back = MAP_NODE_ENTRIES - 1;
+    for (size_t slot = 0; slot < MAP_NODE_ENTRIES; slot++) {
+        const uint64_t lpa = word_of(node, slot) & MAP_LPA_MASK;
+        const uint32_t has_place = counts->place[lpa >> REF_REGION_SHIFT] != NOWHERE ? 1 : 0;
+        sorted[front] = lpa;
+        sorted[back] = lpa;
+        front += has_place;
+        back -= has_place ^ 1;
+    }
+    const uint32_t end = counts->first_scan ? MAP_NODE_ENTRIES : front;
+    for (uint32_t i = 0; i < end; i++) {
+        add_known(counts, sorted[i]);
+    }
+    return {MAP_NODE_ENTRIES, false};
+}
+
 node_references ref_counts_add_node(ref_counts* counts, const data_node* node, uint32_t entries) {
     if (entries == MAP_NODE_ENTRIES && is_run(node) &&
         add_run(counts, word_of(node, 0) & MAP_LPA_MASK)) {
         return {MAP_NODE_ENTRIES, false};
+    }
+    const bool lacks_places = counts->is_more || !counts->first_scan;
+    if (entries == MAP_NODE_ENTRIES && lacks_places && is_full(node)) {
+        return add_full_node(counts, node);
     }
     node_references found = {0, false};
     for (uint32_t slot = 0; slot < entries; slot++) {

@@ -19,7 +19,7 @@ constexpr uint32_t REF_REGION_EXTENTS = uint32_t{1} << REF_REGION_SHIFT;
 constexpr uint32_t REF_REGION_GROUPS = REF_REGION_EXTENTS / TBL_GROUP_ENTRIES;
 constexpr uint32_t REF_REGIONS =
     static_cast<uint32_t>((TBL_TOTAL_COUNT + REF_REGION_EXTENTS - 1) >> REF_REGION_SHIFT);
-constexpr size_t REF_WINDOW_SIZE = size_t{60} << 20;  // bytes: counters and buckets of a window
+constexpr size_t REF_WINDOW_SIZE = size_t{64} << 20;  // bytes: counters and buckets of a window
 
 struct ref_counts;
 

@@ -11,7 +11,7 @@ constexpr unsigned PART_SHIFT = 16;
 constexpr uint32_t PART_EXTENTS = uint32_t{1} << PART_SHIFT;
 constexpr uint32_t PARTS = REF_REGION_EXTENTS / PART_EXTENTS;
 constexpr size_t PART_COUNTERS = PART_EXTENTS / 2;  // bytes, 4 bits an extent
-constexpr uint32_t BUCKET_ENTRIES = 8192;
+constexpr uint32_t BUCKET_ENTRIES = 4096;
 constexpr unsigned NIBBLE_MAX = 15;
 
 enum region_kind : uint32_t {

@@ -51,8 +51,8 @@ protected:
         ASSERT_EQ(load_tbl((root() + "/@EP/EP_TBL").c_str()), 0);
         ASSERT_EQ(load_fri((root() + "/@EP/EP_FRI").c_str()), 0);
     }
-    // 1500 nodes without a hole: the second run begins at node 1024.
-    void make_two_runs() {
+    // 1500 nodes without a hole: six runs, the second one begins at node 256.
+    void make_six_runs() {
         make_filled_map(map(), 63 * 1500, 2, {{1, 5}, {63 * 1400, 6}});
         for (uint64_t node = 0; node < 1500; node++) {
             write_file_bytes(map(), data_node_offset(node) + 504, "foreign", 4);  // no checksums
@@ -152,17 +152,17 @@ TEST_F(map_scan_of_volume, a_repair_blanks_the_nodes_that_the_single_entry_path_
 
 // A read that fails once is repeated on the single-entry path, with the same lines and result.
 TEST_F(map_scan_of_volume, whichever_call_of_a_check_fails_once_it_passes_like_an_undisturbed_one) {
-    make_two_runs();
+    make_six_runs();
     const report undisturbed = check();
     EXPECT_EQ(undisturbed.result, 0);
-    for (uint64_t n = 1; n <= 2; n++) {  // two runs
+    for (uint64_t n = 1; n <= 6; n++) {  // six runs
         const io_fault_at fault(n, EIO, {io_call::read});
         ASSERT_EQ(check(), undisturbed) << n;
         EXPECT_TRUE(fault.fired()) << n;
     }
     const io_fault_at count(0, 0, {io_call::read});
     EXPECT_EQ(check(), undisturbed);
-    EXPECT_EQ(count.calls(), 2u);
+    EXPECT_EQ(count.calls(), 6u);
 }
 
 TEST_F(map_scan_of_volume, without_a_disk_the_lines_are_those_of_the_single_entry_path) {
@@ -213,7 +213,7 @@ static io_verdict fail_run(io_call call, size_t wanted) {
 TEST_F(map_scan_of_volume, whichever_run_of_an_import_fails_once_each_entry_is_counted_once) {
     for (const uint64_t n : {1, 2}) {
         make_tbl(root() + "/@EP/EP_TBL", uuid_of(0x11));
-        make_two_runs();
+        make_six_runs();
         failing_run = {n, false, 0};
         io_fault = fail_run;
         const report imported = import_it();
@@ -228,24 +228,24 @@ TEST_F(map_scan_of_volume, whichever_run_of_an_import_fails_once_each_entry_is_c
     }
 }
 
-// Node 1024 is the first that cannot be read: entry 64512. 1023 * 100 / 1500 is 68.
+// Node 256 is the first that cannot be read: entry 16128. 255 * 100 / 1500 is 17.
 TEST_F(map_scan_of_volume, a_disk_that_goes_away_inside_a_scan_ends_it_there) {
-    make_two_runs();
+    make_six_runs();
     const std::string unread = "ERR: tarn_read_data_node(#) read_fd(-1)\n";
     failing_run = {2, true, 0};
     io_fault = fail_run;
     EXPECT_EQ(
         check(),
-        (report{-1, "TARN_INFO: Try to check 1500 data-node\n" + progress_lines(0, 68), {unread}}));
+        (report{-1, "TARN_INFO: Try to check 1500 data-node\n" + progress_lines(0, 17), {unread}}));
     log_.clear();
     failing_run.runs = 0;
     {
         stdout_capture out;
         EXPECT_EQ(import_map(MAP_KIND_LUN, root().c_str()), -1);
         EXPECT_EQ(out.text(),
-                  "TARN_INFO: Try to import 2/94500 mappings\n" + progress_lines(0, 68));
+                  "TARN_INFO: Try to import 2/94500 mappings\n" + progress_lines(0, 17));
     }
     io_fault = nullptr;
     EXPECT_EQ(log_.lines(),
-              log_lines({unread, "ERR: import_map(#) Fail to import map, lea 64512\n"}));
+              log_lines({unread, "ERR: import_map(#) Fail to import map, lea 16128\n"}));
 }

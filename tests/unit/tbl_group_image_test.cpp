@@ -35,10 +35,16 @@ static bool is_all_zero(const tbl_group_image& image) {
                        [](uint16_t word) { return word == 0; });
 }
 
+// Blocks hold 252 entries.
+static void set_entry(tbl_group_image* image, uint32_t offset, tbl_entry entry) {
+    image->words[offset] = entry.word;
+    image->changed |= 1u << ((image->first_slot + offset) / 252);
+}
+
 static void mark_nonzero(tbl_group_image* image) {
     for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
         if (image->words[offset] != 0) {
-            tbl_group_set(image, offset, tbl_group_get(image, offset));
+            set_entry(image, offset, tbl_group_get(image, offset));
         }
     }
 }
@@ -110,10 +116,10 @@ TEST_F(tbl_group_image_file, entries_past_the_end_of_the_file_are_zero) {
 
 TEST_F(tbl_group_image_file, only_changed_blocks_are_written) {
     ASSERT_TRUE(tbl_group_load(current_tbl.fd, &image_, GROUP));
-    tbl_group_set(&image_, 60, {0x8001});    // block 49
-    tbl_group_set(&image_, 312, {0x8002});   // block 50
-    tbl_group_set(&image_, 1100, {0});       // block 53, the word it had
-    tbl_group_set(&image_, 4092, {0x8003});  // block 65
+    set_entry(&image_, 60, {0x8001});    // block 49
+    set_entry(&image_, 312, {0x8002});   // block 50
+    set_entry(&image_, 1100, {0});       // block 53, the word it had
+    set_entry(&image_, 4092, {0x8003});  // block 65
     ASSERT_TRUE(tbl_group_store(current_tbl.fd, &image_));
     EXPECT_EQ(written_blocks(), (std::vector<uint64_t>{49, 50, 53, 65}));
     EXPECT_EQ(pool_.tbl(BASE + 60), 0x8001);
@@ -126,8 +132,8 @@ TEST_F(tbl_group_image_file, a_stored_block_has_its_checksum_and_keeps_what_is_n
     pool_.set_tbl(BASE - 1, 0x8111);
     pool_.set_tbl(BASE + 4096, 0x8666);
     ASSERT_TRUE(tbl_group_load(current_tbl.fd, &image_, GROUP));
-    tbl_group_set(&image_, 0, {0x8001});
-    tbl_group_set(&image_, 4095, {0x8001});
+    set_entry(&image_, 0, {0x8001});
+    set_entry(&image_, 4095, {0x8001});
     ASSERT_TRUE(tbl_group_store(current_tbl.fd, &image_));
     EXPECT_EQ(pool_.tbl(BASE - 1), 0x8111);
     EXPECT_EQ(pool_.tbl(BASE + 4096), 0x8666);
@@ -140,7 +146,7 @@ TEST_F(tbl_group_image_file, a_stored_block_has_its_checksum_and_keeps_what_is_n
 
 TEST_F(tbl_group_image_file, what_was_stored_is_not_stored_again) {
     ASSERT_TRUE(tbl_group_load(current_tbl.fd, &image_, GROUP));
-    tbl_group_set(&image_, 0, {0x8001});
+    set_entry(&image_, 0, {0x8001});
     ASSERT_TRUE(tbl_group_store(current_tbl.fd, &image_));
     const io_fault_at writes(0, 0, {io_call::write});
     EXPECT_TRUE(tbl_group_store(current_tbl.fd, &image_));
@@ -177,7 +183,7 @@ TEST(tbl_group_image, the_last_group_of_the_table_ends_with_its_last_block) {
     scratch_file table(0x40000100000);
     tbl_group_image image{};
     ASSERT_TRUE(tbl_group_load(table.fd(), &image, 0x1F7FFFFF));
-    tbl_group_set(&image, 4095, {0x8001});
+    set_entry(&image, 4095, {0x8001});
     ASSERT_TRUE(tbl_group_store(table.fd(), &image));
     EXPECT_EQ(table.size(), 0x40000100000u);
     EXPECT_EQ(table.read_at<uint16_t>(0x40000100000 - 512 + 502), 0x8001);  // slot 251
@@ -195,8 +201,8 @@ TEST_F(tbl_group_image_file, transfers_that_move_a_part_are_continued) {
         const io_fault_at fault(n, 0, {io_call::read, io_call::write});
         ASSERT_TRUE(tbl_group_load(current_tbl.fd, &image_, GROUP));
         ASSERT_EQ(tbl_group_get(&image_, 4095).word, 0x8005);
-        tbl_group_set(&image_, 60, {count});
-        tbl_group_set(&image_, 312, {count});
+        set_entry(&image_, 60, {count});
+        set_entry(&image_, 312, {count});
         ASSERT_TRUE(tbl_group_store(current_tbl.fd, &image_));
         ASSERT_EQ(pool_.tbl(BASE + 60), count);
         ASSERT_EQ(pool_.tbl(BASE + 312), count);
@@ -213,7 +219,7 @@ TEST_F(tbl_group_image_file, a_transfer_that_fails_is_a_result_and_no_line) {
         const io_fault_at fault(n, EIO);
         const bool loaded = tbl_group_load(current_tbl.fd, &image_, GROUP);
         if (loaded) {
-            tbl_group_set(&image_, 60, {0x8001});
+            set_entry(&image_, 60, {0x8001});
         }
         const bool stored = loaded && tbl_group_store(current_tbl.fd, &image_);
         ASSERT_EQ(stored, !fault.fired());
