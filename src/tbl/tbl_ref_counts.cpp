@@ -10,7 +10,8 @@
 static region_head* open_region(ref_counts* counts, uint32_t region, region_kind kind,
                                 uint32_t room, size_t size) {
     size = (size + UNIT - 1) / UNIT * UNIT;
-    if (size > REF_WINDOW_SIZE - counts->window_used) {
+    const size_t room = counts->window_used == 0 ? counts->window_room : counts->window_size;
+    if (counts->window_used + size > room) {
         return nullptr;
     }
     counts->place[region] = static_cast<uint32_t>(counts->window_used / UNIT) + 1;
@@ -30,12 +31,16 @@ static void forget_window(ref_counts* counts) {
     counts->apart_used = 0;
 }
 
-ref_counts* ref_counts_open() {
+ref_counts* ref_counts_open(size_t window, uint64_t extents) {
     auto* counts = new (std::nothrow) ref_counts{};
     if (counts == nullptr) {
         return nullptr;
     }
-    counts->window = static_cast<uint8_t*>(zero_memory(REF_WINDOW_SIZE));
+    counts->extents = std::min(extents, TBL_TOTAL_COUNT);
+    counts->sure_bits = std::bit_floor(counts->extents | 1) - 1;
+    counts->window_size = std::max(window, REF_WINDOW_SIZE_MIN);
+    counts->window_room = std::max(counts->window_size, WIDE_SIZE);
+    counts->window = static_cast<uint8_t*>(zero_memory(counts->window_room));
     counts->place = static_cast<uint32_t*>(zero_memory(PLACES_SIZE));
     counts->pending = static_cast<uint32_t*>(zero_memory(PLACES_SIZE));
     counts->apart = static_cast<uint64_t*>(zero_memory(APART_SLOTS * sizeof(uint64_t)));
@@ -63,7 +68,7 @@ void ref_counts_close(ref_counts* counts) {
     if (counts == nullptr) {
         return;
     }
-    zero_memory_free(counts->window, REF_WINDOW_SIZE);
+    zero_memory_free(counts->window, counts->window_room);
     zero_memory_free(counts->place, PLACES_SIZE);
     zero_memory_free(counts->pending, PLACES_SIZE);
     zero_memory_free(counts->apart, APART_SLOTS * sizeof(uint64_t));
@@ -219,7 +224,7 @@ static inline void add_known(ref_counts* counts, uint64_t lpa) {
 }
 
 bool ref_counts_add(ref_counts* counts, uint64_t lpa) {
-    if (lpa >= TBL_TOTAL_COUNT) {
+    if (lpa >= counts->extents) {
         return false;
     }
     add_known(counts, lpa);
@@ -265,12 +270,12 @@ static uint64_t word_of(const data_node* node, size_t slot) {
     return load_word(node->payload + slot * sizeof(uint64_t));
 }
 
-// All 63 entries are mapped to extents that follow each other, none of them past the table.
-static bool is_run(const data_node* node) {
+// All 63 entries are mapped to extents that follow each other, none of them past the last one.
+static bool is_run(const ref_counts* counts, const data_node* node) {
     const uint64_t first = word_of(node, 0);
     if (word_of(node, MAP_NODE_ENTRIES - 1) != first + MAP_NODE_ENTRIES - 1 ||
         (first & MAP_MAPPED_BIT) == 0 ||
-        (first & MAP_LPA_MASK) + MAP_NODE_ENTRIES > TBL_TOTAL_COUNT) {
+        (first & MAP_LPA_MASK) + MAP_NODE_ENTRIES > counts->extents) {
         return false;
     }
     uint64_t differences = 0;
@@ -280,17 +285,16 @@ static bool is_run(const data_node* node) {
     return differences == 0;
 }
 
-// Every entry is mapped to an extent of the table.
-static bool is_full(const data_node* node) {
-    constexpr uint64_t IN_TABLE = (uint64_t{1} << 40) - 1;  // not all of them, but without a branch
-    static_assert(IN_TABLE < TBL_TOTAL_COUNT);
+// Every entry is mapped to an extent that is counted. A few such nodes are missed, for the sake of a
+// test without a branch.
+static bool is_full(const ref_counts* counts, const data_node* node) {
     uint64_t common = ~uint64_t{0};
     uint64_t any = 0;
     for (size_t slot = 0; slot < MAP_NODE_ENTRIES; slot++) {
         common &= word_of(node, slot);
         any |= word_of(node, slot);
     }
-    return (common & MAP_MAPPED_BIT) != 0 && (any & MAP_LPA_MASK) <= IN_TABLE;
+    return (common & MAP_MAPPED_BIT) != 0 && (any & MAP_LPA_MASK & ~counts->sure_bits) == 0;
 }
 
 // The entries of a full node, in a scan that has no place for some regions. To ask each entry for
@@ -316,12 +320,12 @@ static node_references add_full_node(ref_counts* counts, const data_node* node) 
 }
 
 node_references ref_counts_add_node(ref_counts* counts, const data_node* node, uint32_t entries) {
-    if (entries == MAP_NODE_ENTRIES && is_run(node) &&
+    if (entries == MAP_NODE_ENTRIES && is_run(counts, node) &&
         add_run(counts, word_of(node, 0) & MAP_LPA_MASK)) {
         return {MAP_NODE_ENTRIES, false};
     }
     const bool lacks_places = counts->is_more || !counts->first_scan;
-    if (entries == MAP_NODE_ENTRIES && lacks_places && is_full(node)) {
+    if (entries == MAP_NODE_ENTRIES && lacks_places && is_full(counts, node)) {
         return add_full_node(counts, node);
     }
     node_references found = {0, false};
@@ -332,8 +336,8 @@ node_references ref_counts_add_node(ref_counts* counts, const data_node* node, u
         }
         found.mapped++;
         const uint64_t lpa = word & MAP_LPA_MASK;
-        if (lpa >= TBL_TOTAL_COUNT) [[unlikely]] {
-            found.past_table = true;
+        if (lpa >= counts->extents) [[unlikely]] {
+            found.past_end = true;
         } else {
             add_known(counts, lpa);
         }

@@ -20,11 +20,14 @@ constexpr uint32_t REF_REGION_GROUPS = REF_REGION_EXTENTS / TBL_GROUP_ENTRIES;
 constexpr uint32_t REF_REGIONS =
     static_cast<uint32_t>((TBL_TOTAL_COUNT + REF_REGION_EXTENTS - 1) >> REF_REGION_SHIFT);
 constexpr size_t REF_WINDOW_SIZE = size_t{64} << 20;  // bytes: counters and buckets of a window
+constexpr size_t REF_WINDOW_SIZE_MIN = size_t{1} << 20;
 
 struct ref_counts;
 
-// Null: no memory. The caller owns it.
-ref_counts* ref_counts_open();
+// Counts references to the extents below `extents`, in windows of `window` bytes; a region that
+// needs wide counters takes 2 MiB even if the window is smaller. Null: no memory. The caller owns
+// it.
+ref_counts* ref_counts_open(size_t window = REF_WINDOW_SIZE, uint64_t extents = TBL_TOTAL_COUNT);
 void ref_counts_close(ref_counts* counts);  // null is ignored
 // Forgets everything: the next scan is a first one.
 void ref_counts_restart(ref_counts* counts);
@@ -36,11 +39,11 @@ bool ref_counts_begin_scan(ref_counts* counts);
 // What a node of a map holds.
 struct node_references {
     uint32_t mapped;  // entries
-    bool past_table;  // one of them names an extent that no table has; it is not counted
+    bool past_end;    // one of them names an extent past the last one; it is not counted
 };
 // Counts the references among the first `entries` (0..63) entries of a node.
 node_references ref_counts_add_node(ref_counts* counts, const data_node* node, uint32_t entries);
-// Counts one reference; false for an extent that no table has.
+// Counts one reference; false for an extent past the last one.
 bool ref_counts_add(ref_counts* counts, uint64_t lpa);
 
 // Ends a scan: everything that was added is in the counters.

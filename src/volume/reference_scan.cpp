@@ -123,7 +123,7 @@ map_step reference_counter::node(const map_scan_node& node) {
     }
     const node_references found = ref_counts_add_node(scan_->counts, bytes, entries);
     mapped_ += found.mapped;
-    scan_->unusual = scan_->unusual || found.past_table;
+    scan_->unusual = scan_->unusual || found.past_end;
     if (entries < here) {
         map_->looked_at = first + entries + 1;
         return map_step::finished;

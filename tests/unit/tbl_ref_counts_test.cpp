@@ -215,7 +215,7 @@ protected:
         const data_node node = node_of(words);
         const node_references found = ref_counts_add_node(counts_, &node, entries);
         EXPECT_EQ(found.mapped, mapped);
-        EXPECT_FALSE(found.past_table);
+        EXPECT_FALSE(found.past_end);
         for (uint32_t i = 0; i < entries; i++) {
             if ((words[i] & MAP_MAPPED_BIT) != 0) {
                 expected_[words[i] & MAP_LPA_MASK]++;
@@ -268,7 +268,7 @@ TEST_F(references_of_nodes, past_the_table_are_said_and_not_counted) {
     const data_node node = node_of(words);
     const node_references found = ref_counts_add_node(counts_, &node, 63);
     EXPECT_EQ(found.mapped, 63u);
-    EXPECT_TRUE(found.past_table);
+    EXPECT_TRUE(found.past_end);
     words.pop_back();
     for (const uint64_t word : words) {
         expected_[word & MAP_LPA_MASK]++;
@@ -300,7 +300,7 @@ TEST_F(references_of_nodes, of_more_regions_than_fit_are_exact) {
     for (; ref_counts_begin_scan(counts_); scans++) {
         for (const std::vector<uint64_t>& words : nodes) {
             const data_node node = node_of(words);
-            EXPECT_FALSE(ref_counts_add_node(counts_, &node, 63).past_table);
+            EXPECT_FALSE(ref_counts_add_node(counts_, &node, 63).past_end);
             for (const uint64_t word : words) {
                 expected_[word & MAP_LPA_MASK] +=
                     scans == 0 && (word & MAP_MAPPED_BIT) != 0 ? 1 : 0;

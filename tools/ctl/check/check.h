@@ -1,0 +1,54 @@
+// `tarnctl check`: looks at a whole server and writes nothing. Below: src/view. Above: main.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "view/finding.h"
+
+struct check_request {
+    std::vector<std::string> volumes;  // roots; empty: all
+    bool raw = false;                  // what is on the disk, without a pending journal
+    bool quick = false;                // without the maps
+    bool data_holes = false;           // D04
+    bool all = false;                  // list consequences and every run
+    bool progress = false;             // on standard error
+    uint64_t memory = uint64_t{64} << 20;  // bytes for counters and buckets
+};
+
+enum class check_mode { as_found, as_if_replayed, raw };
+
+struct check_report {
+    std::string server;           // host name
+    std::string journal_path;     // empty: none is configured
+    std::string journal_status;   // "success", "abnormal", ...; empty: unknown
+    uint64_t journal_last_id = 0;
+    check_mode mode = check_mode::as_found;
+    std::vector<std::string> volumes;  // roots that were looked at
+    std::vector<finding> findings;     // folded and sorted as they are to be printed
+    bool complete = true;              // false: something could not be looked at
+    std::vector<std::string> left_out; // sentences: what was not looked at, and why
+    double seconds = 0;
+};
+
+// Exit statuses of every command.
+enum ctl_exit : int {
+    EXIT_CLEAN = 0,
+    EXIT_COUNTS = 3,
+    EXIT_DAMAGE = 4,
+    EXIT_URGENT = 5,
+    EXIT_INCOMPLETE = 6,
+    EXIT_COULD_NOT_RUN = 8,
+    EXIT_USAGE = 16,
+    EXIT_REFUSED = 32,
+};
+
+// Fills the report. False: it could not run at all; `problem` says why.
+bool check_server(const check_request& request, check_report* report, std::string* problem);
+
+// Notes never change it. Damage wins over incomplete.
+ctl_exit exit_of(const check_report& report);
+const char* verdict_of(const check_report& report);  // "clean", "counts", "damage", ...
+
+void print_check_text(const check_report& report, bool color, bool all, bool quiet);
+void print_check_json(const check_report& report);
