@@ -10,8 +10,8 @@
 static region_head* open_region(ref_counts* counts, uint32_t region, region_kind kind,
                                 uint32_t room, size_t size) {
     size = (size + UNIT - 1) / UNIT * UNIT;
-    const size_t room = counts->window_used == 0 ? counts->window_room : counts->window_size;
-    if (counts->window_used + size > room) {
+    const size_t limit = counts->window_used == 0 ? counts->window_room : counts->window_size;
+    if (counts->window_used + size > limit) {
         return nullptr;
     }
     counts->place[region] = static_cast<uint32_t>(counts->window_used / UNIT) + 1;
