@@ -56,16 +56,32 @@ static void make_index(const std::string& path) {
     close(fd);
 }
 
-static void make_data_file(const std::string& path) {
+constexpr uint64_t DATA_FILES_MAX = 4096;
+
+static void make_data_file(const std::string& path, uint64_t size) {
     struct {
         metadata_head head;
         meta_node second;
     } header{};
     header.head.magic_code = METADATA_MAGIC_CODE;
     memcpy(header.head.uuid, POOL_UUID, UUID_SIZE);
-    const int fd = create(path, METADATA_DATA_OFFSET);
+    const int fd = create(path, size);
     write_header(fd, &header, 2, 0);
     close(fd);
+}
+
+// Sparse: room for `extents` extents of one mebibyte, which are never written.
+static void make_data_files(const std::string& root, uint64_t extents) {
+    constexpr uint64_t EXTENTS_OF_FILE = uint64_t{1} << 22;
+    uint64_t number = 0;
+    do {
+        const uint64_t here = std::min(extents, EXTENTS_OF_FILE);
+        char name[32];
+        snprintf(name, sizeof name, "/@EP/EP_DAT_%05llu", static_cast<unsigned long long>(number));
+        make_data_file(root + name, METADATA_DATA_OFFSET + (here << 20));
+        extents -= here;
+        number++;
+    } while (extents > 0 && number < DATA_FILES_MAX);
 }
 
 struct plan {
@@ -185,7 +201,8 @@ int main(int argc, char** argv) {
     }
     make_table(plan.root + "/@EP/EP_TBL");
     make_index(plan.root + "/@EP/EP_FRI");
-    make_data_file(plan.root + "/@EP/EP_DAT_00000");
+    make_data_files(plan.root,
+                    plan.mappings.among == 0 ? plan.mappings.mappings : plan.mappings.among);
     for (uint64_t number = 0; number < plan.luns; number++) {
         make_map(plan, number);
     }

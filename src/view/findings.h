@@ -31,8 +31,8 @@ enum class finding_code {
 // carries its own.
 struct finding_row {
     finding_code code;
-    const char* name;      // "R01"
-    const char* slug;      // the same as a word of few letters and hyphens
+    const char* name;  // "R01"
+    const char* slug;  // the same as a word of few letters and hyphens
     severity level;
     const char* sentence;  // what is wrong, after the place: "mapped to extents that ..."
     const char* risk;      // what may happen to data, one sentence

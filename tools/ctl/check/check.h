@@ -7,27 +7,27 @@
 #include "view/finding.h"
 
 struct check_request {
-    std::vector<std::string> volumes;  // roots; empty: all
-    bool raw = false;                  // what is on the disk, without a pending journal
-    bool quick = false;                // without the maps
-    bool data_holes = false;           // D04
-    bool all = false;                  // list consequences and every run
-    bool progress = false;             // on standard error
+    std::vector<std::string> volumes;      // roots; empty: all
+    bool raw = false;                      // what is on the disk, without a pending journal
+    bool quick = false;                    // without the maps
+    bool data_holes = false;               // D04
+    bool all = false;                      // list consequences and every run
+    bool progress = false;                 // on standard error
     uint64_t memory = uint64_t{64} << 20;  // bytes for counters and buckets
 };
 
 enum class check_mode { as_found, as_if_replayed, raw };
 
 struct check_report {
-    std::string server;           // host name
-    std::string journal_path;     // empty: none is configured
-    std::string journal_status;   // "success", "abnormal", ...; empty: unknown
+    std::string server;          // host name
+    std::string journal_path;    // empty: none is configured
+    std::string journal_status;  // "success", "abnormal", ...; empty: unknown
     uint64_t journal_last_id = 0;
     check_mode mode = check_mode::as_found;
-    std::vector<std::string> volumes;  // roots that were looked at
-    std::vector<finding> findings;     // folded and sorted as they are to be printed
-    bool complete = true;              // false: something could not be looked at
-    std::vector<std::string> left_out; // sentences: what was not looked at, and why
+    std::vector<std::string> volumes;   // roots that were looked at
+    std::vector<finding> findings;      // folded and sorted as they are to be printed
+    bool complete = true;               // false: something could not be looked at
+    std::vector<std::string> left_out;  // sentences: what was not looked at, and why
     double seconds = 0;
 };
 

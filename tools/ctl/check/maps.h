@@ -1,0 +1,12 @@
+// The scan over a volume's maps. Below: map_scan.h, tbl_ref_counts.h. Above: the check of a volume.
+#pragma once
+
+#include "ctl/check/state.h"
+
+// Reads a node that a scan could not show, up to three times, since a running service may be
+// writing it. Returns 0 and whether its checksum is wrong; errno when it cannot be read.
+int read_node_alone(int fd, uint64_t number, data_node* node, bool* damaged);
+
+// Scans every map once and counts its references. The first scan also reports what is wrong with
+// the maps, and notes whether all of them were read to their end.
+void scan_maps(check_state* state, volume_check* volume, ref_counts* counts, bool first_scan);
