@@ -92,7 +92,7 @@ static std::string first_difference(const std::string& seen_root, const std::str
     return "";
 }
 
-static std::string words_of(const memory_replay& replay) {
+static std::string end_of(const memory_replay& replay) {
     static const char* const ENDS[] = {"not needed", "replayed", "refused"};
     std::string words = ENDS[static_cast<size_t>(replay.end)];
     if (replay.status) {
@@ -100,7 +100,12 @@ static std::string words_of(const memory_replay& replay) {
         snprintf(status, sizeof status, " %08x", *replay.status);
         words += status;
     }
-    words += replay.ran_out ? ", ran out" : "";
+    return words + (replay.ran_out ? ", ran out" : "");
+}
+
+// The same, and the log.
+static std::string words_of(const memory_replay& replay) {
+    std::string words = end_of(replay);
     for (const std::string& line : replay.log) {
         words += "\n" + mask_line_number(line);
     }
@@ -112,7 +117,7 @@ static void use_sample(const std::string& sample) {
 }
 
 // In a process that is told where the sample is: the platform's configuration is read once. The
-// result is words_of, and more.
+// result is words_of.
 static std::string replay_words(const std::string& sample, size_t blocks = PLENTY) {
     return in_a_process_of_its_own([&] {
         use_sample(sample);
@@ -126,13 +131,13 @@ static std::string replay_and_compare(const std::string& sample, const std::stri
     use_sample(sample);
     const io_overlay overlay(PLENTY);
     const bool lost = !first_difference(sample, replayed).empty();
-    std::string words = words_of(replay_into_memory(overlay));
-    if (words.rfind("replayed", 0) == 0) {
-        words += lost ? "; changes were lost" : "; nothing was lost";
-        const std::string found = first_difference(sample, replayed);
-        words += found.empty() ? "" : "; " + found;
+    const memory_replay replay = replay_into_memory(overlay);
+    if (replay.end != replay_end::replayed) {
+        return words_of(replay);
     }
-    return words;
+    const std::string found = first_difference(sample, replayed);
+    return end_of(replay) + (lost ? "; changes were lost" : "; nothing was lost") +
+           (found.empty() ? "" : "; " + found);
 }
 
 // Every name with the status of its file, times included, and its bytes.
