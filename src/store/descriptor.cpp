@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "store/keep_journal.h"
+#include "store/overlay.h"
 
 io_fault_hook io_fault = nullptr;
 
@@ -30,15 +31,37 @@ bool io_was_written(int fd) {
     return fd < 0 || static_cast<size_t>(fd) >= written.size() || written[static_cast<size_t>(fd)];
 }
 
-// Asks the test's hook. False: the call fails with the errno that is now set.
-static bool allow(io_call call, size_t* len) {
-    if (io_fault == nullptr) {
-        return true;
+// What only the disk could do: with an overlay, these calls fail.
+static bool changes_the_disk(io_call call) {
+    switch (call) {
+        case io_call::truncate:
+        case io_call::allocate:
+        case io_call::rename:
+        case io_call::link:
+        case io_call::unlink:
+        case io_call::mkdir:
+        case io_call::owner:
+            return true;
+        default:
+            return false;
     }
-    const io_verdict verdict = io_fault(call, *len);
-    *len = std::min(*len, verdict.limit);
-    errno = verdict.error;
-    return verdict.error == 0;
+}
+
+// Asks the test's hook, and then the overlay. False: the call fails with the errno that is now set.
+static bool allow(io_call call, size_t* len) {
+    if (io_fault != nullptr) {
+        const io_verdict verdict = io_fault(call, *len);
+        *len = std::min(*len, verdict.limit);
+        errno = verdict.error;
+        if (verdict.error != 0) {
+            return false;
+        }
+    }
+    if (io_overlay_on != nullptr && changes_the_disk(call)) {
+        errno = EROFS;
+        return false;
+    }
+    return true;
 }
 
 bool io_allow(io_call call) {
@@ -50,7 +73,9 @@ int io_open(const char* path, int flags, unsigned mode) {
     if (!io_allow(io_call::open)) {
         return -1;
     }
-    const int fd = open64(path, flags | O_CLOEXEC, mode);
+    flags |= O_CLOEXEC;
+    const int fd =
+        io_overlay_on != nullptr ? io_overlay_on->open(path, flags) : open64(path, flags, mode);
     set_written(fd, false);
     return fd;
 }
@@ -59,7 +84,7 @@ ssize_t io_read(int fd, void* buf, size_t len) {
     if (!allow(io_call::read, &len)) {
         return -1;
     }
-    return read(fd, buf, len);
+    return io_overlay_on != nullptr ? io_overlay_on->read(fd, buf, len) : read(fd, buf, len);
 }
 
 ssize_t io_write(int fd, const void* buf, size_t len) {
@@ -67,7 +92,7 @@ ssize_t io_write(int fd, const void* buf, size_t len) {
         return -1;
     }
     set_written(fd, true);
-    return write(fd, buf, len);
+    return io_overlay_on != nullptr ? io_overlay_on->write(fd, buf, len) : write(fd, buf, len);
 }
 
 static bool is_offset(uint64_t offset) {
@@ -79,7 +104,8 @@ ssize_t io_read_at(int fd, void* buf, size_t len, uint64_t offset) {
     if (!allow(io_call::read, &len) || !is_offset(offset)) {
         return -1;
     }
-    return pread64(fd, buf, len, static_cast<off64_t>(offset));
+    return io_overlay_on != nullptr ? io_overlay_on->read_at(fd, buf, len, offset)
+                                    : pread64(fd, buf, len, static_cast<off64_t>(offset));
 }
 
 ssize_t io_write_at(int fd, const void* buf, size_t len, uint64_t offset) {
@@ -87,7 +113,8 @@ ssize_t io_write_at(int fd, const void* buf, size_t len, uint64_t offset) {
         return -1;
     }
     set_written(fd, true);
-    return pwrite64(fd, buf, len, static_cast<off64_t>(offset));
+    return io_overlay_on != nullptr ? io_overlay_on->write_at(fd, buf, len, offset)
+                                    : pwrite64(fd, buf, len, static_cast<off64_t>(offset));
 }
 
 int64_t io_seek(int fd, uint64_t offset) {
@@ -101,12 +128,20 @@ int64_t io_seek(int fd, uint64_t offset) {
     return lseek64(fd, static_cast<int64_t>(offset), SEEK_SET);
 }
 
+// With an overlay nothing is written that could reach the disk.
+static int sync_with(int (*sync)(int fd), int fd) {
+    if (!io_allow(io_call::sync)) {
+        return -1;
+    }
+    return io_overlay_on != nullptr ? 0 : sync(fd);
+}
+
 int io_sync(int fd) {
-    return io_allow(io_call::sync) ? fsync(fd) : -1;
+    return sync_with(fsync, fd);
 }
 
 int io_sync_file_system(int fd) {
-    return io_allow(io_call::sync) ? syncfs(fd) : -1;
+    return sync_with(syncfs, fd);
 }
 
 int io_truncate(int fd, uint64_t size) {
@@ -124,11 +159,17 @@ int io_truncate(int fd, uint64_t size) {
 void io_close(int fd) {
     if (fd != 0) {
         set_written(fd, false);
+        if (io_overlay_on != nullptr) {
+            io_overlay_on->forget_descriptor(fd);
+        }
         (void)close(fd);  // what close can still report, the sync before it has reported
     }
 }
 
 int64_t io_size(int fd) {
+    if (io_overlay_on != nullptr) {
+        return io_overlay_on->size(fd);
+    }
     struct stat64 status = {};
     return fstat64(fd, &status) == 0 ? status.st_size : -1;
 }
@@ -142,15 +183,27 @@ int io_set_mode(int fd, mode_t mode) {
 }
 
 int io_lock(int fd) {
-    return io_allow(io_call::lock) ? flock(fd, LOCK_EX | LOCK_NB) : -1;
+    if (!io_allow(io_call::lock)) {
+        return -1;
+    }
+    return io_overlay_on != nullptr ? 0 : flock(fd, LOCK_EX | LOCK_NB);
+}
+
+static int stat_with(int (*system_call)(const char* path, struct stat64* status), const char* path,
+                     struct stat64* status) {
+    const int result = io_allow(io_call::stat) ? system_call(path, status) : -1;
+    if (result == 0 && io_overlay_on != nullptr) {
+        io_overlay_on->correct(status);
+    }
+    return result;
 }
 
 int io_stat(const char* path, struct stat64* status) {
-    return io_allow(io_call::stat) ? stat64(path, status) : -1;
+    return stat_with(stat64, path, status);
 }
 
 int io_lstat(const char* path, struct stat64* status) {
-    return io_allow(io_call::stat) ? lstat64(path, status) : -1;
+    return stat_with(lstat64, path, status);
 }
 
 int io_rename(const char* from, const char* to) {
@@ -228,7 +281,7 @@ const char* io_name(int fd, char* out, size_t size) {
     return out;
 }
 
-uint64_t io_next_data(int fd, uint64_t offset, uint64_t end) {
+static uint64_t data_on_disk(int fd, uint64_t offset, uint64_t end) {
     const int64_t found = lseek64(fd, static_cast<int64_t>(offset), SEEK_DATA);
     if (found < 0) {
         return errno == ENXIO ? end : offset;  // ENXIO: nothing but a hole up to the end
@@ -236,7 +289,15 @@ uint64_t io_next_data(int fd, uint64_t offset, uint64_t end) {
     return std::min(static_cast<uint64_t>(found), end);
 }
 
+uint64_t io_next_data(int fd, uint64_t offset, uint64_t end) {
+    const uint64_t on_disk = data_on_disk(fd, offset, end);
+    return io_overlay_on != nullptr ? io_overlay_on->next_data(fd, offset, on_disk) : on_disk;
+}
+
 uint64_t io_next_hole(int fd, uint64_t offset, uint64_t end) {
+    if (io_overlay_on != nullptr) {
+        return io_overlay_on->next_hole(fd, offset, end);
+    }
     const int64_t found = lseek64(fd, static_cast<int64_t>(offset), SEEK_HOLE);
     return found < 0 ? end : std::min(static_cast<uint64_t>(found), end);
 }

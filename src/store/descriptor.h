@@ -39,8 +39,11 @@ struct io_verdict {
 using io_fault_hook = io_verdict (*)(io_call call, size_t wanted);
 extern io_fault_hook io_fault;  // null: nothing is injected; tests only
 
+// Keeps every write in memory (store/overlay.h). Null: files are written; always so in tarn.
+extern class io_overlay* io_overlay_on;
+
 // For calls that the platform makes for this program (a program that is started, space that is
-// given back): false when the test's hook makes this one fail, errno set.
+// given back): false when the test's hook makes this one fail, or the overlay, errno set.
 bool io_allow(io_call call);
 
 // Each returns what the system call of its name returns, errno set. Descriptors are closed in

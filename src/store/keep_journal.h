@@ -38,4 +38,5 @@ struct keep_reasons {
 };
 keep_reasons keep_journal_reasons();
 keep_reasons keep_journal_failures();  // only those that are not damage
-void keep_journal_forget();            // tests only: forgets everything
+// Forgets everything: between two tests, and around a replay into memory.
+void keep_journal_forget();

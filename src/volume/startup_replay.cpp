@@ -20,6 +20,7 @@
 #include "store/keep_journal.h"
 #include "volume/consistency.h"
 #include "volume/discovery.h"
+#include "volume/expected_volumes.h"
 #include "volume/journal_state.h"
 #include "volume/run_lock.h"
 #include "volume/swap_marker.h"
@@ -65,63 +66,12 @@ static int lock_everything(startup_run* run) {
     return result == 0 ? run_lock_journal(&run->lock, run->journal, &run->journal_dir) : -1;
 }
 
-// 1 if it is empty, 0 if not; -1, logged, if it cannot be read.
-static int is_empty_directory(const char* path) {
-    DIR* directory = io_open_directory(path);
-    const char* name = ".";
-    bool read = directory != nullptr;
-    while (read && name != nullptr && (strcmp(name, ".") == 0 || strcmp(name, "..") == 0)) {
-        read = io_next_entry(directory, &name) == 0;
-    }
-    if (!read) {
-        log_err_as(NAME, "Fail to read directory %s: %s\n", path, strerror(errno));
-    }
-    if (directory != nullptr) {
-        closedir(directory);
-    }
-    return !read ? -1 : name == nullptr ? 1 : 0;
-}
-
-// Whether a volume that the configuration names exists and is not an empty mount point.
-static bool volume_is_present(const char* root) {
-    struct stat64 status = {};
-    if (io_stat(root, &status) != 0) {
-        if (errno == ENOENT || errno == ENOTDIR) {
-            log_err_as(NAME, "volume %s is not there\n", root);
-        } else {
-            log_err_as(NAME, "Fail to get the status of volume %s: %s\n", root, strerror(errno));
-        }
-        return false;
-    }
-    const int empty = S_ISDIR(status.st_mode) ? is_empty_directory(root) : 0;
-    if (empty == 1) {
-        log_err_as(NAME, "volume %s is an empty directory: is it mounted?\n", root);
-    }
-    return empty == 0;
-}
-
 // A repair that was interrupted between table and index must be finished first: a replay into both
 // would be wrong.
 static bool all_are_pairs(const startup_run* run) {
     for (const path_entry* at = run->volumes.head.next; at != &run->volumes.head; at = at->next) {
         if (table_swap_expect_pair(at->name) != 0) {
             return false;  // logged there
-        }
-    }
-    return true;
-}
-
-static bool all_volumes_there(const startup_run* run) {
-    if (run->listed != ORBA_SPACES_NAMED) {
-        const bool none = run->listed >= 0 && run->spaces == nullptr;
-        if (none) {
-            log_err_as(NAME, "no volume is mounted\n");
-        }
-        return !none;
-    }
-    for (const ORBASpaceInfo* at = run->spaces; at != nullptr; at = at->next) {
-        if (!volume_is_present(at->mount_path)) {
-            return false;
         }
     }
     return true;
@@ -188,7 +138,7 @@ static int remove_journal(const startup_run* run, const volume_paths* paths) {
 // After an unclean shutdown.
 static int replay_check_and_remove(const startup_run* run, volume_paths* paths,
                                    option_scan* options) {
-    if (!all_volumes_there(run) || !all_are_pairs(run) ||
+    if (!all_volumes_there(run->listed, run->spaces) || !all_are_pairs(run) ||
         set_journal_ro_bad_when_ro_volume_exist(paths) != 0) {
         return -1;
     }
