@@ -1,12 +1,18 @@
 #include "ctl/check/check.h"
 
 #include <chrono>
+#include <memory>
+#include <optional>
 #include <unistd.h>
 
+#include "ctl/check/frozen.h"
+#include "ctl/check/journal.h"
 #include "ctl/check/maps.h"
+#include "ctl/check/replay_memory.h"
 #include "ctl/check/state.h"
 #include "ctl/check/tables.h"
-#include "platform.h"
+#include "store/log.h"
+#include "store/overlay.h"
 
 static constexpr size_t WINDOW_MIN = size_t{1} << 20;
 
@@ -73,8 +79,26 @@ static void take_volumes(check_state* state) {
     }
 }
 
+// A replay that refused, or whose history is cut short, leaves the files as no service would: what
+// does not fit together then follows from that. A damaged block stays a finding of its own.
+static bool may_be_phantom(finding_code code) {
+    const char kind = finding_row_of(code)->name[0];
+    return (kind == 'R' && code != finding_code::R05) ||
+           (kind == 'F' && code != finding_code::F01) || code == finding_code::T02 ||
+           code == finding_code::T03 || code == finding_code::M03;
+}
+
+static void explain_phantoms(check_state* state) {
+    for (finding& at : state->findings) {
+        if (state->replay_cause != NO_CAUSE && at.because == NO_CAUSE && may_be_phantom(at.code)) {
+            at.because = state->replay_cause;
+        }
+    }
+}
+
 static bool run_steps(check_state* state, std::string* problem) {
     check_headers(state);
+    check_journal(state);
     check_places(state);
     for (volume_check& volume : state->volumes) {
         if (volume.files->state == volume_state::sound && !check_volume(state, &volume)) {
@@ -82,24 +106,92 @@ static bool run_steps(check_state* state, std::string* problem) {
             return false;
         }
     }
+    explain_phantoms(state);
     return true;
 }
 
-static void fill_report(const check_state& state, check_report* report) {
+static void fill_report(check_state* state, check_report* report) {
     report->server = host_name();
-    report->journal_path = state.server.journal;
-    for (const volume_check& volume : state.volumes) {
+    report->journal_path = state->server.journal;
+    for (const volume_check& volume : state->volumes) {
         if (volume.files->state != volume_state::plain) {
             report->volumes.push_back(volume.files->root);
         }
     }
-    report->findings = state.findings;
-    report->complete = state.complete;
-    report->left_out = state.left_out;
+    report->findings = std::move(state->findings);
+    report->complete = state->complete;
+    report->left_out = std::move(state->left_out);
 }
 
-bool check_server(const check_request& request, check_report* report, std::string* problem) {
-    const auto begin = std::chrono::steady_clock::now();
+// Lines that rooms below log while they look: what they say is in the findings.
+static void drop_line(const char*) {
+}
+
+class quiet_log {
+public:
+    quiet_log() : before_(log_sink) { log_sink = drop_line; }
+    ~quiet_log() { log_sink = before_; }
+    quiet_log(const quiet_log&) = delete;
+    quiet_log& operator=(const quiet_log&) = delete;
+
+private:
+    log_line_sink before_;
+};
+
+// What a pending journal would change is changed in memory. After a refusal the files are looked at
+// as they are: `refusal` says why, for a finding.
+struct replayed {
+    std::unique_ptr<io_overlay> overlay;
+    std::optional<memory_replay> refusal;
+    check_mode mode = check_mode::as_found;
+};
+
+static constexpr size_t OVERLAY_BLOCKS_MAX = size_t{1} << 20;
+
+static replayed replay_pending(const check_request& request, const server_files& server,
+                               std::optional<uint32_t> frozen_from, bool* frozen) {
+    replayed result;
+    if (request.raw) {
+        result.mode = check_mode::raw;
+        return result;
+    }
+    result.overlay = std::make_unique<io_overlay>(OVERLAY_BLOCKS_MAX);
+    if (frozen_from) {
+        *frozen = freeze(server, *frozen_from) == freeze_end::frozen;
+        if (!*frozen) {
+            result.overlay.reset();
+            result.overlay = std::make_unique<io_overlay>(OVERLAY_BLOCKS_MAX);
+        }
+    }
+    memory_replay replay = replay_into_memory(*result.overlay);
+    if (replay.end == replay_end::replayed) {
+        result.mode = check_mode::as_if_replayed;
+    } else if (replay.end == replay_end::refused) {
+        result.overlay.reset();
+        result.refusal = std::move(replay);
+    }
+    return result;
+}
+
+static void report_refusal(check_state* state, const memory_replay& refusal) {
+    state->replay_cause = add_finding(state, finding_code::J08, nullptr, JOURNAL_NAME);
+    finding* added = &state->findings.back();
+    added->log = refusal.log;
+    if (refusal.ran_out) {
+        added->detail = "The replay did not fit in memory: what it would find is not known.";
+        state->complete = false;
+    }
+}
+
+static std::optional<jnl_header> journal_now(const server_files& server) {
+    return server.journal_state == view_state::file ? read_journal_header(server.journal)
+                                                    : std::nullopt;
+}
+
+// One look at the server. `moved`: the service wrote while it lasted, so that what was seen is of
+// different moments.
+static bool look(const check_request& request, bool freeze_first, check_report* report,
+                 std::string* problem, bool* moved) {
     check_state state;
     state.request = &request;
     if (!list_server(&state.server, problem) ||
@@ -107,10 +199,49 @@ bool check_server(const check_request& request, check_report* report, std::strin
         return false;
     }
     take_volumes(&state);
+    const std::optional<jnl_header> before = journal_now(state.server);
+    bool frozen = false;
+    const replayed replay = replay_pending(
+        request, state.server,
+        freeze_first && before ? std::optional(before->jnl_last_trans_id) : std::nullopt, &frozen);
+    if (replay.refusal) {
+        report_refusal(&state, *replay.refusal);
+    }
     if (!run_steps(&state, problem)) {
         return false;
     }
-    fill_report(state, report);
+    const std::optional<jnl_header> after = journal_now(state.server);
+    *moved = !frozen && before && after &&
+             (before->jnl_last_trans_id != after->jnl_last_trans_id ||
+              before->jnl_shutdown_tag != after->jnl_shutdown_tag);
+    *report = {};
+    report->mode = replay.mode;
+    if (before) {
+        report->journal_status = journal_status_word(before->jnl_shutdown_tag);
+        report->journal_last_id = before->jnl_last_trans_id;
+    }
+    fill_report(&state, report);
+    return true;
+}
+
+static constexpr int LOOKS_MAX = 3;
+
+bool check_server(const check_request& request, check_report* report, std::string* problem) {
+    const auto begin = std::chrono::steady_clock::now();
+    const quiet_log quiet;
+    bool moved = true;
+    for (int looks = 0; moved && looks < LOOKS_MAX; looks++) {
+        if (!look(request, looks > 0, report, problem, &moved)) {
+            return false;
+        }
+    }
+    if (moved) {
+        report->complete = false;
+        report->findings.clear();
+        report->left_out.push_back(
+            "The service wrote all the time, more than this check could follow. Check again, or "
+            "while it is paused.");
+    }
     report->seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     return true;

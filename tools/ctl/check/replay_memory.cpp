@@ -11,9 +11,8 @@
 
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
-#include <unistd.h>
 
+#include "ctl/check/silence.h"
 #include "handles/handle_set.h"
 #include "journal_status.h"
 #include "platform.h"
@@ -53,37 +52,6 @@ public:
 
 private:
     log_line_sink before_;
-};
-
-// Alive: what is printed on a stream goes nowhere.
-class silence {
-public:
-    explicit silence(FILE* stream) : stream_(stream) {
-        (void)fflush(stream_);
-        kept_ = fcntl(fileno(stream_), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-        const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        silent_ = kept_ >= 0 && nowhere >= 0 && dup2(nowhere, fileno(stream_)) >= 0;
-        if (nowhere >= 0) {
-            (void)close(nowhere);
-        }
-    }
-    ~silence() {
-        if (silent_) {
-            (void)fflush(stream_);
-            (void)dup2(kept_, fileno(stream_));
-        }
-        if (kept_ >= 0) {
-            (void)close(kept_);
-        }
-    }
-    silence(const silence&) = delete;
-    silence& operator=(const silence&) = delete;
-    [[nodiscard]] bool is_silent() const { return silent_; }
-
-private:
-    FILE* stream_;
-    int kept_;  // the stream's own file
-    bool silent_;
 };
 
 static int read_no_options(option_scan*, volume_paths*) {
