@@ -187,14 +187,15 @@ static void report_unknown_uuids(check_state* state, const window_look* look) {
     if (state->volumes.size() != state->server.volumes.size()) {
         return;  // a volume that was not looked at may have them
     }
+    uint64_t unknown = 0;
     for (const uuid_bytes& uuid : look->uuids) {
-        if (!is_known_uuid(state, uuid)) {
-            add_finding(state, finding_code::J05, nullptr, JOURNAL_NAME);
-            char text[2 * UUID_SIZE + 1] = {};
-            for (size_t i = 0; i < UUID_SIZE; i++) {
-                snprintf(text + 2 * i, 3, "%02x", uuid[i]);
-            }
-            state->findings.back().was = text;
+        unknown += is_known_uuid(state, uuid) ? 0 : 1;
+    }
+    if (unknown > 0) {
+        add_finding(state, finding_code::J05, nullptr, JOURNAL_NAME);
+        state->findings.back().number = unknown;
+        if (unknown == look->uuids.size()) {
+            state->findings.back().detail = "None of its records concerns a file of this server.";
         }
     }
 }
