@@ -216,6 +216,15 @@ TEST(replay_memory_of_a_sample, works_where_everything_is_mounted_read_only) {
     EXPECT_EQ(words, REPLAYED);
 }
 
+// Of this seed's crash, the first block of the newest transaction is there and damaged.
+TEST(replay_memory_of_a_sample, refuses_what_start_up_replay_refuses) {
+    const two_samples samples(23);
+    EXPECT_EQ(samples.status, 255);
+    const std::string words = replay_words(samples.seen);
+    EXPECT_EQ(words.rfind("refused ffffffff\n", 0), 0u) << words;
+    EXPECT_NE(words.find("Can't determine the last complete commit"), std::string::npos) << words;
+}
+
 // One crashed sample, two volumes.
 class replay_memory_of_one : public testing::Test {
 protected:
