@@ -208,8 +208,7 @@ class Collector:
         function = source.function_at(line)[1]
         if tokens == ['__func__']:
             return function
-        known = source.constant(tokens[0], line) if len(tokens) == 1 else None
-        known = known or tokens
+        known = source.constant(tokens[0], line) or self.globals.get(tokens[0]) or tokens
         return function if known == ['__func__'] else \
             unescape(known[0]) if known[0].startswith('"') else ''
 
@@ -271,9 +270,9 @@ class Collector:
         message['functions'].add(function)
 
 
-FIELDS = ('Means', 'Risk', 'Sound', 'Next')
+FIELDS = ('Means', 'Risk', 'Normal', 'Next')
 MORE_FIELDS = ('Harmless', 'Example')  # of one entry only, each as often as needed
-RISKS, SOUNDS = ('none', 'possible', 'yes'), ('yes', 'no')
+RISKS, NORMALS = ('none', 'possible', 'yes'), ('yes', 'no')
 
 
 def read_page(path):
@@ -313,7 +312,7 @@ def check_entry(path, text, entry):
     for field in FIELDS:
         if not entry.get(field):
             raise Wrong(f'{path}:{entry["line"]}: `{text}` has no field {field}')
-    for field, words in (('Risk', RISKS), ('Sound', SOUNDS)):
+    for field, words in (('Risk', RISKS), ('Normal', NORMALS)):
         if entry[field].split()[0].strip('.,') not in words:
             raise Wrong(f'{path}:{entry["line"]}: {field} begins with none of {words}')
 
@@ -326,10 +325,10 @@ def row(text, message, entry):
     harmless = '\\n'.join(quoted(form.strip('`'))[1:-1] for form in entry.get('Harmless', []))
     kinds = [kind for kind in ('log', 'output', 'reason') if kind in message['kinds']]
     names = '' if '' in message['functions'] else ' '.join(sorted(message['functions']))
-    plain = {field: entry[field].replace('`', '') for field in FIELDS}
+    plain = {field: entry[field].replace('`', "'").replace('**', '') for field in FIELDS}
     return (f'    {{{quoted(text)}, message_kind::{kinds[0]}, {quoted(names)},\n'
             f'     message_risk::{entry["Risk"].split()[0].strip(".,")}, '
-            f'{"true" if entry["Sound"].startswith("yes") else "false"}, "{harmless}",\n     ' +
+            f'{"true" if entry["Normal"].startswith("yes") else "false"}, "{harmless}",\n     ' +
             ',\n     '.join(quoted(plain[field]) for field in FIELDS) + '},\n')
 
 
