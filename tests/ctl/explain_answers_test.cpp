@@ -111,6 +111,49 @@ TEST(explain_answers, a_log_shows_its_cause_and_counts_the_rest) {
         "Lines: 5, of other programs: 1\n");
 }
 
+TEST(explain_answers, a_log_of_several_failed_runs_says_how_to_see_one) {
+    const std::string text = explain_words({"-"},
+                                           "a tarn[7]: ERR: f(1) Journal In-Consistent\n"
+                                           "a tarn[9]: ERR: f(1) Journal In-Consistent\n")
+                                 .text;
+    EXPECT_TRUE(
+        text.ends_with("Errors come from 2 runs. For the last one alone: journalctl _PID=9 "
+                       "| tarnctl explain -\n"
+                       "Lines: 2, of other programs: 0\n"))
+        << text;
+    EXPECT_EQ(explain_words({"-"}, "a tarn[7]: ERR: f(1) Journal In-Consistent\n")
+                  .text.find("Errors come from"),
+              std::string::npos);
+}
+
+TEST(explain_answers, an_answer_that_cannot_be_written_ends_with_8) {
+    for (const bool json : {false, true}) {
+        explain_request request;
+        request.words = {"error, group-list loops"};
+        request.json = json;
+        request.out = fopen("/dev/full", "w");
+        EXPECT_EQ(explain(request), 8);
+        fclose(request.out);
+    }
+}
+
+TEST(explain_answers, an_input_that_cannot_be_read_ends_with_8) {
+    explain_request request;
+    request.words = {"-"};
+    request.json = true;
+    request.in = fopen("/tmp", "r");  // a directory opens, and cannot be read
+    char* made = nullptr;
+    size_t length = 0;
+    request.out = open_memstream(&made, &length);
+    EXPECT_EQ(explain(request), 8);
+    fclose(request.out);
+    fclose(request.in);
+    const auto records = records_of({made, length});
+    free(made);
+    EXPECT_EQ(records.back()["complete"], false);
+    EXPECT_EQ(records.back()["verdict"], "unread");
+}
+
 TEST(explain_answers, a_log_without_an_error_says_so) {
     const explained answer =
         explain_words({"-"}, "tarn: vaai_startup_replay(195) Start to replaying Journal\n");

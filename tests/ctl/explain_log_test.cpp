@@ -91,6 +91,18 @@ TEST(explain_log, every_message_is_counted_with_its_first_line) {
     EXPECT_EQ(report.messages[1].first_line, 4u);
 }
 
+TEST(explain_log, the_runs_that_have_errors_are_counted) {
+    const log_report report = report_of(
+        "a tarn[7]: ERR: f(1) read_fd(-1)\n"
+        "a tarn[7]: ERR: f(1) Journal In-Consistent\n"
+        "a tarn[8]: jnl_block_read(79) jnl block all zero value "
+        "@block 12\n"
+        "a tarn[9]: ERR: f(1) read_fd(-1)\n"
+        "ERR: f(1) read_fd(-1)\n");
+    EXPECT_EQ(report.runs_with_errors, 2u);
+    EXPECT_EQ(report.last_run, "9");
+}
+
 TEST(explain_log, a_last_line_without_an_end_counts) {
     EXPECT_EQ(cause_in("\nERR: f(1) Journal In-Consistent"), "2: Journal In-Consistent");
     EXPECT_EQ(report_of("").lines, 0u);

@@ -87,8 +87,26 @@ TEST(explain_messages, every_message_has_all_words) {
 
 TEST(explain_messages, a_line_of_every_message_is_recognised_as_that_message) {
     for (const message_row& row : all_messages()) {
-        EXPECT_EQ(format_of(recognise("ERR: any(7) " + line_of(row.format))), row.format);
+        const std::string functions = row.functions;
+        const std::string function = functions.substr(0, functions.find(' '));
+        const std::string front = function.empty() ? "tarn: " : "ERR: " + function + "(7) ";
+        EXPECT_EQ(format_of(recognise(front + line_of(row.format))), row.format);
     }
+}
+
+TEST(explain_messages, the_function_in_front_decides_between_messages_that_fit) {
+    EXPECT_EQ(format_of(recognise("ERR: do_import_volume(56) Fail to create TBL /a from /b")),
+              "Fail to create TBL %s from %s");
+    EXPECT_EQ(format_of(recognise("ERR: creat_tbl_op(36) Fail to create TBL /a from /b")),
+              "Fail to create %s %s from %s");
+    EXPECT_EQ(format_of(recognise("ERR: tbl_entry_read(14) tbl file descriptor is invalid")),
+              "tbl file descriptor is invalid");
+    EXPECT_EQ(format_of(recognise("ERR: load_tbl(15) tbl file descriptor is invalid")),
+              "%s file descriptor is invalid");
+    EXPECT_EQ(format_of(recognise("tbl file descriptor is invalid")),
+              "tbl file descriptor is invalid");
+    EXPECT_EQ(format_of(recognise("ERR: renamed(15) error, group-list loops")),
+              "error, group-list loops");
 }
 
 TEST(explain_messages, every_example_of_the_page_is_recognised) {

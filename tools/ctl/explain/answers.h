@@ -36,7 +36,7 @@ public:
     virtual void message(const message_answer& answer) = 0;
     virtual void unknown(std::string_view text, std::span<const message_row* const> nearest) = 0;
     virtual void log(const log_report& report) = 0;  // its numbers, after its messages
-    virtual void end(int exit_status) = 0;
+    virtual bool end(int exit_status) = 0;           // false: not everything could be written
 };
 
 std::unique_ptr<answer_printer> text_printer(FILE* out);

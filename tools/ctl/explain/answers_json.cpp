@@ -30,7 +30,7 @@ public:
     void message(const message_answer& answer) override;
     void unknown(std::string_view text, std::span<const message_row* const> nearest) override;
     void log(const log_report& report) override;
-    void end(int exit_status) override;
+    bool end(int exit_status) override;
 
 private:
     // Every text that is not the program's own was cleaned when it was read: it is valid UTF-8.
@@ -86,7 +86,8 @@ void json_answers::log(const log_report& report) {
     json record = {{"record", "log"},
                    {"lines", report.lines},
                    {"of_other_programs", report.foreign},
-                   {"unknown", report.unknown}};
+                   {"unknown", report.unknown},
+                   {"runs_with_errors", report.runs_with_errors}};
     if (report.unknown != 0) {
         record["first_unknown"] = {{"line", report.first_unknown},
                                    {"text", report.first_unknown_text}};
@@ -94,7 +95,7 @@ void json_answers::log(const log_report& report) {
     print(record);
 }
 
-void json_answers::end(int exit_status) {
+bool json_answers::end(int exit_status) {
     const bool read = exit_status != EXIT_COULD_NOT_RUN;
     print({{"record", "summary"},
            {"verdict", exit_status == EXIT_CLEAN ? "explained"
@@ -102,7 +103,7 @@ void json_answers::end(int exit_status) {
                                                  : "unread"},
            {"exit", exit_status},
            {"complete", read}});
-    fflush(out_);
+    return fflush(out_) == 0 && ferror(out_) == 0;
 }
 
 std::unique_ptr<answer_printer> json_printer(FILE* out) {

@@ -49,7 +49,7 @@ public:
     void message(const message_answer& answer) override;
     void unknown(std::string_view text, std::span<const message_row* const> nearest) override;
     void log(const log_report& report) override;
-    void end(int /*exit_status*/) override { fflush(out_); }
+    bool end(int /*exit_status*/) override { return fflush(out_) == 0 && ferror(out_) == 0; }
 
 private:
     void rest_of_log(const message_answer& answer);
@@ -122,6 +122,12 @@ void text_answers::log(const log_report& report) {
     if (report.unknown != 0) {
         fprintf(out_, "Lines of tarn that are not known: %llu, the first in line %llu: %s\n",
                 ull(report.unknown), ull(report.first_unknown), report.first_unknown_text.c_str());
+    }
+    if (report.runs_with_errors > 1) {
+        fprintf(out_,
+                "Errors come from %llu runs. For the last one alone: journalctl _PID=%s | tarnctl "
+                "explain -\n",
+                ull(report.runs_with_errors), report.last_run.c_str());
     }
     fprintf(out_, "Lines: %llu, of other programs: %llu\n", ull(report.lines), ull(report.foreign));
 }

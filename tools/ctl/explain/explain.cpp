@@ -136,6 +136,5 @@ int explain(const explain_request& request) {
         request.json ? json_printer(request.out) : text_printer(request.out);
     printer->start();
     const int exit_status = answer({request, book, printer.get()});
-    printer->end(exit_status);
-    return exit_status;
+    return printer->end(exit_status) ? exit_status : EXIT_COULD_NOT_RUN;
 }

@@ -19,5 +19,6 @@ struct explain_request {
 };
 
 // Returns the exit status: 0 explained; 16 nothing in it is known, or there is nothing to explain;
-// 8 the input cannot be read.
+// 8 the input cannot be read, or
+// the answer cannot be written.
 int explain(const explain_request& request);

@@ -100,13 +100,15 @@ static bool take_prefix(std::string_view* text, std::string_view prefix) {
 }
 
 // Removes "tarn[123]: " or "tarn: " from the front. Returns whether it is there.
-static bool take_tag(std::string_view* text) {
+static bool take_tag(std::string_view* text, std::string* process) {
     std::string_view rest = *text;
     if (!take_prefix(&rest, "tarn")) {
         return false;
     }
+    std::string_view number;
     if (take_prefix(&rest, "[")) {
-        rest.remove_prefix(count_digits(rest));
+        number = rest.substr(0, count_digits(rest));
+        rest.remove_prefix(number.size());
         if (!take_prefix(&rest, "]")) {
             return false;
         }
@@ -114,6 +116,7 @@ static bool take_tag(std::string_view* text) {
     if (!take_prefix(&rest, ": ")) {
         return false;
     }
+    *process = number;
     *text = rest;
     return true;
 }
@@ -145,13 +148,13 @@ static bool take_own_front(std::string_view* text, std::string* function) {
 
 // Removes everything up to the program's own front, or to its tag. Returns whether one is there:
 // the first word that is.
-static bool take_front(std::string_view* text, std::string* function) {
+static bool take_front(std::string_view* text, log_line* parsed) {
     for (size_t at = 0; at < text->size();) {
         std::string_view rest = text->substr(at);
-        const bool tagged = take_tag(&rest);
+        const bool tagged = take_tag(&rest, &parsed->process);
         const bool marked = at == 0 || rest.starts_with("ERR: ") || rest.starts_with("TARN_") ||
                             rest.starts_with("tarn:");
-        if ((tagged || marked) && (take_own_front(&rest, function) || tagged)) {
+        if ((tagged || marked) && (take_own_front(&rest, &parsed->function) || tagged)) {
             *text = rest;
             return true;
         }
@@ -177,7 +180,7 @@ log_line parse_log_line(std::string_view line) {
     const std::string clean = clean_line(line);
     std::string_view text = clean;
     log_line parsed;
-    parsed.from_program = take_front(&text, &parsed.function);
+    parsed.from_program = take_front(&text, &parsed);
     if (!parsed.from_program) {
         take_any_function(&text, &parsed.function);
     }

@@ -12,6 +12,7 @@ constexpr size_t LOG_LINE_MAX = 16384;
 struct log_line {
     std::string text;           // the message, one blank between two words
     std::string function;       // that the program names in front; empty: none
+    std::string process;        // number of the process that the system log names; empty: none
     bool from_program = false;  // marked as a line of the program; else it may be anybody's
 };
 

@@ -38,9 +38,14 @@ message_book::message_book() {
     }
 }
 
-static bool is_made_by(const message_row& row, std::string_view function) {
+// How far the function in front of the line speaks for the message: 2 it makes it, 1 nothing is
+// known of one of the two, 0 other functions make it.
+static size_t rank_of(const message_row& row, std::string_view function) {
     const std::vector<std::string_view> functions = split(row.functions, ' ');
-    return std::find(functions.begin(), functions.end(), function) != functions.end();
+    if (function.empty() || functions.empty()) {
+        return 1;
+    }
+    return std::find(functions.begin(), functions.end(), function) != functions.end() ? 2 : 0;
 }
 
 const message_book::page* message_book::best_page(std::string_view text,
@@ -52,7 +57,7 @@ const message_book::page* message_book::best_page(std::string_view text,
         if (matched == 0) {
             continue;
         }
-        const size_t score = 2 * matched + (is_made_by(*one.row, function) ? 1 : 0);
+        const size_t score = rank_of(*one.row, function) * LOG_LINE_MAX + matched;
         if (score > most) {
             most = score;
             best = &one;

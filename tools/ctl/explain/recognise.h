@@ -21,8 +21,8 @@ class message_book {
 public:
     message_book();
 
-    // Of several messages that fit, the one with the most words of its own; among equals, one that
-    // the function in front of the line makes.
+    // Of several messages that fit, one that the function in front of the line makes; among those
+    // the one with the most words of its own.
     [[nodiscard]] recognised recognise(const log_line& line) const;
 
     // The messages that look most like the text, the nearest first.

@@ -17,6 +17,13 @@ void log_reader::add_line(std::string_view line) {
         }
         return;
     }
+    count(found, parsed, line);
+    if (!found.harmless && !parsed.process.empty()) {
+        note_run(parsed.process);
+    }
+}
+
+void log_reader::count(const recognised& found, const log_line& parsed, std::string_view line) {
     const auto known = std::find_if(
         report_.messages.begin(), report_.messages.end(), [&found](const log_tally& one) {
             return one.row == found.row && one.harmless == found.harmless;
@@ -26,6 +33,13 @@ void log_reader::add_line(std::string_view line) {
     } else {
         report_.messages.push_back(
             {found.row, found.harmless, 1, report_.lines, clean_line(line), parsed.text});
+    }
+}
+
+void log_reader::note_run(const std::string& process) {
+    if (process != report_.last_run) {
+        report_.runs_with_errors++;
+        report_.last_run = process;
     }
 }
 

@@ -26,6 +26,8 @@ struct log_report {
     uint64_t unknown = 0;  // lines of the program that are no message known here
     uint64_t first_unknown = 0;
     std::string first_unknown_text;
+    uint64_t runs_with_errors = 0;    // errors of one process in sequence are one run
+    std::string last_run;             // process of the last of them
     std::vector<log_tally> messages;  // in the order of their first lines
 };
 
@@ -36,6 +38,9 @@ public:
     [[nodiscard]] const log_report& report() const { return report_; }
 
 private:
+    void count(const recognised& found, const log_line& parsed, std::string_view line);
+    void note_run(const std::string& process);
+
     const message_book& book_;
     log_report report_;
 };
