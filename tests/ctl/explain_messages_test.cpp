@@ -109,6 +109,11 @@ TEST(explain_messages, the_function_in_front_decides_between_messages_that_fit) 
               "error, group-list loops");
 }
 
+TEST(explain_messages, a_line_of_the_terminal_may_be_pasted_without_its_front) {
+    EXPECT_EQ(format_of(recognise("lea(756), lpa(1048)")), "TARN_INFO: lea(%llu), lpa(%llu)");
+    EXPECT_EQ(format_of(recognise("FreeList IS CONSISTENT")), "TARN_INFO: FreeList IS CONSISTENT");
+}
+
 TEST(explain_messages, every_example_of_the_page_is_recognised) {
     int examples = 0;
     for (const auto& [heading, entry] : page_entries()) {
