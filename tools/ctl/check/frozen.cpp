@@ -10,8 +10,6 @@
 
 static constexpr size_t CHUNK = size_t{64} << 10;  // bytes of one read
 
-static constexpr uint32_t LATE_TRANSACTIONS = 64;
-
 // Copies the data of a file into the overlay: what was read is written in its place. False: it
 // cannot be read, or there is no room.
 static bool copy_file(const std::string& path, uint64_t* room) {
@@ -56,7 +54,7 @@ static bool copy_volumes(const server_files& server, uint64_t* room) {
 // Puts another budget into the copied journal's header, with a right checksum.
 static bool widen_window(const std::string& path, const jnl_header& header, uint32_t more) {
     const uint64_t sync = header.jnl_sync_count == 0 ? 64 : header.jnl_sync_count;
-    const uint64_t widened = std::min<uint64_t>(sync + more / 2 + 1, ~uint32_t{0} / 2);
+    const uint64_t widened = std::min<uint64_t>(sync + (more + 1) / 2, ~uint32_t{0} / 2);
     jnl_header changed = header;
     changed.jnl_sync_count = static_cast<uint32_t>(widened);
     meta_node node;
@@ -83,11 +81,11 @@ freeze_end freeze(const server_files& server, uint32_t id_before) {
     if (!header) {
         return freeze_end::moved_on;
     }
-    // Those that came into the ring after its header was copied are more still.
-    const uint32_t written = header->jnl_last_trans_id - id_before + LATE_TRANSACTIONS;
+    // What the service had not written in place when the copy began, and what it did since.
+    const ring_history history = history_of(server.journal, *header);
+    const uint32_t written = history.newest_id - id_before;
     const uint64_t sync = header->jnl_sync_count == 0 ? 64 : header->jnl_sync_count;
-    if (2 * sync + written >= header->jnl_total_count ||
-        !widen_window(server.journal, *header, written)) {
+    if (history.commits < sync + written || !widen_window(server.journal, *header, written)) {
         return freeze_end::moved_on;
     }
     return freeze_end::frozen;

@@ -52,7 +52,8 @@ struct map_check {
     uint64_t behind = 0;          // mapped entries behind the last one, in its node
     uint64_t after_end = 0;       // of an unmap buffer: mapped entries after the first blank
     uint64_t looked_at = 0;       // entries whose references count
-    int pool_finding = NO_CAUSE;  // M06
+    int pool_finding = NO_CAUSE;     // M06
+    int damaged_finding = NO_CAUSE;  // M01, the first one
     std::vector<uuid_bytes> pools;
     std::vector<bool> rows_used;  // of the pool table, by mapped entries
 };
