@@ -110,7 +110,8 @@ TEST(explain_log, a_last_line_without_an_end_counts) {
 }
 
 TEST(explain_log, a_line_across_two_blocks_of_the_input_is_one_line) {
-    const std::string before = std::string((1 << 16) - 20, 'x') + "\n";
+    std::string before((1 << 16) - 20, 'x');
+    before += '\n';
     EXPECT_EQ(cause_in(before + "ERR: f(1) Journal In-Consistent\n"), "2: Journal In-Consistent");
 }
 
