@@ -150,15 +150,15 @@ struct replayed {
 static constexpr size_t OVERLAY_BLOCKS_MAX = size_t{1} << 20;
 
 static replayed replay_pending(const check_request& request, const server_files& server,
-                               std::optional<uint32_t> frozen_from, bool* frozen) {
+                               bool freeze_first, bool* frozen) {
     replayed result;
     if (request.raw) {
         result.mode = check_mode::raw;
         return result;
     }
     result.overlay = std::make_unique<io_overlay>(OVERLAY_BLOCKS_MAX);
-    if (frozen_from) {
-        *frozen = freeze(server, *frozen_from) == freeze_end::frozen;
+    if (freeze_first) {
+        *frozen = freeze(server) == freeze_end::frozen;
         if (!*frozen) {
             result.overlay.reset();
             result.overlay = std::make_unique<io_overlay>(OVERLAY_BLOCKS_MAX);
@@ -219,9 +219,7 @@ static bool look(const check_request& request, bool freeze_first, check_report* 
     take_volumes(&state);
     const std::optional<jnl_header> before = journal_now(state.server);
     bool frozen = false;
-    const replayed replay = replay_pending(
-        request, state.server,
-        freeze_first && before ? std::optional(before->jnl_last_trans_id) : std::nullopt, &frozen);
+    const replayed replay = replay_pending(request, state.server, freeze_first && before, &frozen);
     if (replay.refusal) {
         report_refusal(&state, *replay.refusal);
     }

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
-#include <memory>
 #include <set>
 
 #include "ctl/check/silence.h"
@@ -244,23 +242,6 @@ static void look_at_window(window_look* look, uint32_t tag) {
         }
     }
     report_unknown_uuids(state, look);
-}
-
-ring_history history_of(const std::string& path, const jnl_header& header) {
-    const int opened = io_open(path.c_str(), O_RDONLY | O_NONBLOCK, 0);
-    if (opened <= 0) {
-        return {0, 0};
-    }
-    const scoped_fd fd(opened);
-    auto look = std::make_unique<window_look>();
-    look->jnl.fd = opened;
-    look->jnl.header = header;
-    const silence out(stdout);
-    if (jnl_walk_commits(&look->jnl, ~uint32_t{0}, "check", visit, look.get()) < 0 ||
-        look->ids.empty()) {
-        return {0, 0};
-    }
-    return {look->ids.size(), *look->ids.rbegin()};
 }
 
 // Counts of the header that no journal of this size can have.

@@ -13,13 +13,6 @@ std::optional<jnl_header> read_journal_header(const std::string& path);
 // "success", "abnormal", ...; empty for a value that no journal has.
 std::string journal_status_word(uint32_t tag);
 
-// The complete transactions that the ring still holds, without a gap; 0 when none can be found.
-struct ring_history {
-    uint64_t commits;
-    uint32_t newest_id;
-};
-ring_history history_of(const std::string& path, const jnl_header& header);
-
 // Reports what is wrong with the journal, and notes what its history explains: a window that is cut
 // short leaves the files as no replay would.
 void check_journal(check_state* state);
