@@ -78,8 +78,8 @@ static seen_owner owner_of(const json& record) {
 }
 
 static seen_finding finding_of(const json& record) {
-    static constexpr const char* PLACES[] = {"lpa",  "group",         "block", "node",
-                                             "lea",  "journal_block", "byte"};
+    static constexpr const char* PLACES[] = {"lpa", "group",         "block", "node",
+                                             "lea", "journal_block", "byte"};
     seen_finding seen;
     seen.number = record.at("number");
     seen.code = record.at("code");

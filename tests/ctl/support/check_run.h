@@ -29,7 +29,7 @@ struct seen_finding {
     [[nodiscard]] bool covers(const std::string& kind, uint64_t at) const {
         return place == kind && at >= first && at - first < count;
     }
-    [[nodiscard]] bool names(const std::string& map) const;               // as an owner
+    [[nodiscard]] bool names(const std::string& map) const;                // as an owner
     [[nodiscard]] bool names(const std::string& map, uint64_t lea) const;  // with that lea
 };
 

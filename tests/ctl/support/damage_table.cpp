@@ -96,8 +96,7 @@ static wanted_list group_loop(const damage_done& done) {
     const uint64_t next = number_after(done.line, ": next ");
     const uint64_t byte = METADATA_DATA_OFFSET + next / FRI_BLOCK_ENTRIES * DATA_NODE_SIZE +
                           next % FRI_BLOCK_ENTRIES * sizeof(fri_entry);
-    const std::string index =
-        done.sample + "/volume" + std::to_string(done.volume) + "/" + INDEX;
+    const std::string index = done.sample + "/volume" + std::to_string(done.volume) + "/" + INDEX;
     constexpr uint8_t INITIALISED = 0x80;  // the highest bit of an entry
     const bool early = (file_bytes(index, byte + 7, 1)[0] & INITIALISED) != 0;
     return {{early ? "F07" : "F12", INDEX}};
@@ -196,7 +195,8 @@ static wanted_list far_lpa(const damage_done& done) {
 static wanted_list uuid_twice(const damage_done& done) {
     constexpr const char* OTHER = ", that of ";
     const std::string other = done.line.substr(done.line.find(OTHER) + strlen(OTHER));
-    const std::string below = other.substr(other.find('/') + 1, other.find('\n') - other.find('/') - 1);
+    const std::string below =
+        other.substr(other.find('/') + 1, other.find('\n') - other.find('/') - 1);
     return {{"P01", "", "", 0, "", file_of(done.line)}, {"P01", "", "", 0, "", below}};
 }
 
@@ -248,7 +248,7 @@ const std::vector<damage_row>& damage_rows() {
         {"map-node-bit", damaged_block, "", ENTRIES, "4 5"},
         {"index-lost", lost_file, "", "", "4"},
         {"table-lost", lost_file, "", "", "4"},
-        {"both-lost", lost_both, "", "", "4"},
+        {"both-lost", lost_both, "J05", "", "4"},
         {"table-noise", noise, "", COUNTS LISTS "D02", "5"},
         {"reference-count", reference_count, "", "", "3 5"},
         {"list-loop", list_loop, "", "", "5"},
@@ -281,7 +281,7 @@ const std::vector<damage_row>& damage_rows() {
         {"two-bits", damaged_block, "", COUNTS LISTS ENTRIES "D02", "4 5"},
         {"three-entries", damaged_block, "", ENTRIES, "4 5"},
         {"torn-node", torn_node, "M02 M03 M08 R03 R04", ENTRIES, "0 3 4 5"},
-        {"journal-block-in-window", journal_window, "J01 J05 J06", COUNTS LISTS "M03 R06 R07",
+        {"journal-block-in-window", journal_window, "J01 J05 J06", COUNTS LISTS "M03 M08 R06 R07",
          "5"},
     };
     return rows;
@@ -370,8 +370,8 @@ static std::string unexpected(const allowed_codes& allowed, const check_run& run
 }
 
 static std::string wrong_status(const allowed_codes& allowed, const check_run& run, size_t count) {
-    const bool right = count == 1 ? allowed.exits.contains(std::to_string(run.status))
-                                  : is_verdict(run.status);
+    const bool right =
+        count == 1 ? allowed.exits.contains(std::to_string(run.status)) : is_verdict(run.status);
     return right ? "" : "exit " + std::to_string(run.status);
 }
 

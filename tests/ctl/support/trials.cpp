@@ -56,10 +56,11 @@ std::string try_damage(const std::string& kind, unsigned seed) {
 
 // Kinds that do not undo each other.
 static constexpr const char* PAIRS[] = {
-    "index-block-bit", "table-block-bit", "map-node-bit",     "reference-count", "list-loop",
-    "list-tail",       "free-count",      "mapped-count",     "pool-table",      "alias",
-    "dangling",        "leak",            "foreign-pool-row", "unsummed-node",   "index-open-end",
-    "orphan-map",      "data-file-gap",   "entry-behind-end"};
+    "index-block-bit",  "table-block-bit", "map-node-bit",   "reference-count",
+    "list-loop",        "list-tail",       "free-count",     "mapped-count",
+    "pool-table",       "alias",           "dangling",       "leak",
+    "foreign-pool-row", "unsummed-node",   "index-open-end", "orphan-map",
+    "data-file-gap",    "entry-behind-end"};
 
 std::string try_pair(unsigned seed) {
     const scratch_dir place;
@@ -67,8 +68,8 @@ std::string try_pair(unsigned seed) {
     const std::set<std::string> notes = notes_of(sample);
     const bool apart = seed % 2 == 0;
     const size_t first = seed % std::size(PAIRS);
-    const size_t second = (first + 1 + seed / std::size(PAIRS) % (std::size(PAIRS) - 1)) %
-                          std::size(PAIRS);
+    const size_t second =
+        (first + 1 + seed / std::size(PAIRS) % (std::size(PAIRS) - 1)) % std::size(PAIRS);
     std::vector<damage_done> done;
     for (const size_t kind : {first, second}) {
         const unsigned volume = apart && kind == second ? 2 : 1;
@@ -150,8 +151,8 @@ std::string try_crash(unsigned seed, bool* differs) {
     }
     bool only_consequences = true;
     for (const seen_finding& seen : run.findings) {
-        only_consequences = only_consequences && (seen.because != 0 || seen.code == "J08" ||
-                                                  seen.severity == "note");
+        only_consequences = only_consequences &&
+                            (seen.because != 0 || seen.code == "J08" || seen.severity == "note");
     }
     return run.has("J08") && only_consequences && run.status >= 4 && run.status <= 5
                ? "right"
