@@ -93,9 +93,8 @@ TEST(check_read_only, works_where_everything_is_mounted_read_only) {
         GTEST_SKIP() << reason;
     }
     const scratch_dir place;
-    const scratch_dir tools;
-    for (const char* more : {"", " --crash"}) {
-        const std::string sample = make_sample(place, std::string("s") + more[0], 5, more);
+    for (const std::string more : {"", " --crash"}) {
+        const std::string sample = make_sample(place, more.empty() ? "sound" : "crashed", 5, more);
         const auto before = everything(sample);
         const scratch_dir root;
         const std::string program = TARNCTL_PROGRAM;
@@ -110,7 +109,7 @@ TEST(check_read_only, works_where_everything_is_mounted_read_only) {
             return run.mode + " " + std::to_string(run.status) +
                    (run.has("S01") && run.has_only_notes() ? " notes" : " " + run.codes());
         });
-        EXPECT_EQ(found, *more == 0 ? "as-found 0 notes" : "as-if-replayed 0 notes");
+        EXPECT_EQ(found, more.empty() ? "as-found 0 notes" : "as-if-replayed 0 notes");
         EXPECT_EQ(everything(sample), before);
     }
 }

@@ -183,9 +183,22 @@ static bool is_known_uuid(const check_state* state, const uuid_bytes& uuid) {
     return false;
 }
 
+// Whether a uuid that was not seen belongs to no file: every volume was looked at, and every file
+// in it could be read.
+static bool knows_every_uuid(const check_state* state) {
+    const auto is_known = [](const volume_check& volume) {
+        return volume.files->gaps.empty() &&
+               std::all_of(volume.maps.begin(), volume.maps.end(), [](const map_check& map) {
+                   return map.readable && (map.view.bad_nodes & 1) == 0;
+               });
+    };
+    return state->volumes.size() == state->server.volumes.size() &&
+           std::all_of(state->volumes.begin(), state->volumes.end(), is_known);
+}
+
 static void report_unknown_uuids(check_state* state, const window_look* look) {
-    if (state->volumes.size() != state->server.volumes.size()) {
-        return;  // a volume that was not looked at may have them
+    if (!knows_every_uuid(state)) {
+        return;
     }
     uint64_t unknown = 0;
     for (const uuid_bytes& uuid : look->uuids) {
