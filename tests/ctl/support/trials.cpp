@@ -73,8 +73,8 @@ std::string try_pair(unsigned seed) {
     std::vector<damage_done> done;
     for (const size_t kind : {first, second}) {
         const unsigned volume = apart && kind == second ? 2 : 1;
-        const ran damaged =
-            damage(sample, PAIRS[kind], seed + 1, " --volume " + std::to_string(volume));
+        const ran damaged = damage(sample, PAIRS[kind], 1 + (kind == first ? seed : seed + 7919),
+                                   " --volume " + std::to_string(volume));
         if (damaged.status != 0) {
             return damaged.status == 1 ? "no place" : damaged.text;
         }
