@@ -24,13 +24,17 @@ static std::vector<std::string> words_of(const std::string& command) {
     return {std::istream_iterator<std::string>(words), {}};
 }
 
-// A command of tarn and its options are those of the usage texts.
+// A command of tarn and its options are words of the usage texts.
 static void expect_tarn_knows(const std::vector<std::string>& words, const std::string& usage) {
+    const std::vector<std::string> known = words_of(usage);
     ASSERT_GE(words.size(), 2u);
-    EXPECT_NE(usage.find("    " + words[1] + " "), std::string::npos) << words[1];
+    ASSERT_TRUE(words[1].starts_with("--"));
     for (const std::string& word : words) {
         if (word.starts_with("-")) {
-            EXPECT_NE(usage.find(word), std::string::npos) << word;
+            EXPECT_TRUE(std::count(known.begin(), known.end(), word) +
+                            std::count(known.begin(), known.end(), "[" + word + "]") >
+                        0)
+                << word;
         }
     }
 }
@@ -52,7 +56,7 @@ static void expect_tarnctl_knows(std::vector<std::string> words) {
 }
 
 TEST(catalogue, stands_in_the_order_of_the_codes) {
-    ASSERT_EQ(FINDING_ROW_COUNT, 58u);
+    ASSERT_EQ(FINDING_ROW_COUNT, 56u);
     for (size_t i = 0; i < FINDING_ROW_COUNT; i++) {
         EXPECT_EQ(static_cast<size_t>(FINDING_ROWS[i].code), i);
         EXPECT_EQ(finding_row_of(FINDING_ROWS[i].code), &FINDING_ROWS[i]);

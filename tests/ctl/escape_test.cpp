@@ -46,7 +46,7 @@ TEST(shell_word, leaves_plain_paths_alone_and_quotes_the_rest) {
 
 TEST(shell_word, bash_reads_the_same_bytes) {
     for (const std::string word : {"it's \\ a `b` $c", "a\tb\xffz", "*", "x\xc3\xa4"}) {
-        EXPECT_EQ(shell("bash <<'END'\nprintf %s " + shell_word(word) + "\nEND").text, word);
+        EXPECT_EQ(shell("bash <<'END'\nprintf %s " + shell_word(word) + "\nEND\n").text, word);
     }
 }
 

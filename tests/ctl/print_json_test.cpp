@@ -82,12 +82,15 @@ TEST(check_json, names_every_kind_of_place) {
                   {place_kind::lea, "\"lea\":{\"first\":5,\"count\":2}"},
                   {place_kind::journal_block, "\"journal_block\":{\"first\":5,\"count\":2}"},
                   {place_kind::byte, "\"byte\":{\"first\":\"5\",\"count\":\"2\"}"}};
+    check_report report = report_of({});
     for (const auto& place : places) {
-        finding at = run_of(M01, 5, 2);
-        at.place = place.kind;
-        at.next = "tarnctl check";
-        EXPECT_NE(valid(json_of(report_of({at}))).find(place.field), std::string::npos)
-            << place.field;
+        report.findings.push_back(run_of(M01, 5, 2));
+        report.findings.back().place = place.kind;
+        report.findings.back().next = "tarnctl check";
+    }
+    const std::string lines = valid(json_of(report));
+    for (const auto& place : places) {
+        EXPECT_NE(lines.find(place.field), std::string::npos) << place.field;
     }
 }
 
@@ -184,7 +187,7 @@ TEST(check_json, of_every_code_is_valid) {
         report.findings.push_back(found(FINDING_ROWS[i].code));
         report.findings.back().next = FINDING_ROWS[i].next;
     }
-    EXPECT_NE(valid(json_of(report)).find("\"listed\":58,"), std::string::npos);
+    EXPECT_NE(valid(json_of(report)).find("\"listed\":56,"), std::string::npos);
 }
 
 TEST(check_json, when_quiet_has_no_findings) {
