@@ -4,8 +4,11 @@
 #include "system/support/lab_sample.h"
 #include "system/support/shell.h"
 
+// The command's own redirections stay inside the braces.
 static ran tarnctl(const std::string& words) {
-    return shell(std::string(TARN_CTL_PROGRAM) + " " + words);
+    std::string line = "{ " TARN_CTL_PROGRAM " ";
+    line += words;
+    return shell(line + "; }");
 }
 
 TEST(tarnctl, ends_with_16_after_a_wrong_command_line) {
@@ -22,7 +25,9 @@ TEST(tarnctl, ends_with_0_after_help) {
 }
 
 TEST(tarnctl, ends_with_8_if_help_or_verdict_cannot_be_written) {
-    EXPECT_EQ(tarnctl("--help >/dev/full").status, 8);
+    const ran help = tarnctl("--help 2>&1 >/dev/full");
+    EXPECT_EQ(help.status, 8);
+    EXPECT_EQ(help.text, "tarnctl: cannot write the result: No space left on device\n");
     EXPECT_EQ(tarnctl("--conf /dev/null check >/dev/full").status, 8);
 }
 
@@ -36,6 +41,7 @@ protected:
         EXPECT_EQ(shell("rm -r " + *sample_).status, 0);
         delete sample_;
     }
+    static const std::string& sample() { return *sample_; }
     static ran check(const std::string& words) {
         return tarnctl("--conf " + *sample_ + "/platform.conf check " + words);
     }
@@ -60,10 +66,13 @@ TEST_F(tarnctl_on_a_sample, takes_the_configuration_after_the_command_too) {
 }
 
 TEST_F(tarnctl_on_a_sample, ends_with_8_and_a_line_when_the_pipe_is_closed) {
-    // The reader has gone before the first byte is written.
-    const ran closed =
-        check("--json --progress never 3>&1 2>&3 | true; printf %s ${PIPESTATUS[0]}");
-    EXPECT_EQ(closed.text, "tarnctl: cannot write the result: Broken pipe\n8");
+    const std::string fifo = sample() + "/fifo";
+    // Descriptor 4 writes to a pipe that nobody reads any more.
+    const ran closed = shell("{ mkfifo " + fifo + " && exec 3<>" + fifo + " && exec 4>" + fifo +
+                             " 3>&- && " TARN_CTL_PROGRAM " --conf " + sample() +
+                             "/platform.conf check --json 2>&1 >&4; }");
+    EXPECT_EQ(closed.status, 8);
+    EXPECT_EQ(closed.text, "tarnctl: cannot write the result: Broken pipe\n");
 }
 
 TEST_F(tarnctl_on_a_sample, ends_with_8_when_the_disk_of_the_result_is_full) {
@@ -72,9 +81,15 @@ TEST_F(tarnctl_on_a_sample, ends_with_8_when_the_disk_of_the_result_is_full) {
     EXPECT_EQ(full.text, "tarnctl: cannot write the result: No space left on device\n");
 }
 
-TEST_F(tarnctl_on_a_sample, colors_only_a_terminal_unless_told_otherwise) {
-    EXPECT_EQ(check("--data-holes").text.find('\x1b'), std::string::npos);
-    EXPECT_EQ(check("--data-holes --color never").text.find('\x1b'), std::string::npos);
-    EXPECT_NE(check("--data-holes --color always").text.find("\x1b[36mNOTE\x1b[0m   D04"),
+TEST(tarnctl, colors_only_a_terminal_unless_told_otherwise) {
+    const std::string sample = ::testing::TempDir() + "ctlc" + std::to_string(getpid());
+    ASSERT_EQ(tarn_lab("make " + sample + " --seed 12").status, 0);
+    ASSERT_EQ(tarn_lab("damage " + sample + " free-count").status, 0);
+    const std::string check = "--conf " + sample + "/platform.conf check";
+    EXPECT_EQ(tarnctl(check).status, 3);
+    EXPECT_EQ(tarnctl(check).text.find('\x1b'), std::string::npos);
+    EXPECT_EQ(tarnctl(check + " --color never").text.find('\x1b'), std::string::npos);
+    EXPECT_NE(tarnctl(check + " --color always").text.find("\x1b[33mCOUNT\x1b[0m  F10"),
               std::string::npos);
+    EXPECT_EQ(shell("rm -r " + sample).status, 0);
 }

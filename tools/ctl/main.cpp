@@ -17,6 +17,10 @@ static int complain(const std::string& problem) {
     return EXIT_COULD_NOT_RUN;
 }
 
+static int cannot_write() {
+    return complain(std::string("cannot write the result: ") + strerror(errno));
+}
+
 static bool wants_color(when color) {
     if (color != when::automatic) {
         return color == when::always;
@@ -38,8 +42,7 @@ static int run_check(const ctl_options& options) {
     const bool printed = options.json ? print_check_json(stdout, report, style)
                                       : print_check_text(stdout, report, style);
     // A verdict that nobody could read is none.
-    return printed ? exit_of(report)
-                   : complain(std::string("cannot write the result: ") + strerror(errno));
+    return printed ? exit_of(report) : cannot_write();
 }
 
 #if __has_include("ctl/explain/explain.h")
@@ -70,10 +73,9 @@ int main(int argc, char** argv) {
         if (parsed.options.command == ctl_command::none) {
             fputs(parsed.out.c_str(), stdout);
             fputs(parsed.err.c_str(), stderr);
-            return fflush(stdout) == 0 ? parsed.status : EXIT_COULD_NOT_RUN;
+            return fflush(stdout) == 0 ? parsed.status : cannot_write();
         }
-        const int status = run(parsed.options);
-        return fflush(stdout) == 0 ? status : EXIT_COULD_NOT_RUN;
+        return run(parsed.options);
     } catch (const std::bad_alloc&) {
         return complain("no memory");
     }
