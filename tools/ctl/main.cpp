@@ -7,10 +7,8 @@
 #include <unistd.h>
 
 #include "ctl/check/print.h"
-#include "ctl/options.h"
-#if __has_include("ctl/explain/explain.h")
 #include "ctl/explain/explain.h"
-#endif
+#include "ctl/options.h"
 
 static int complain(const std::string& problem) {
     fprintf(stderr, "tarnctl: %s\n", problem.c_str());
@@ -45,7 +43,6 @@ static int run_check(const ctl_options& options) {
     return printed ? exit_of(report) : cannot_write();
 }
 
-#if __has_include("ctl/explain/explain.h")
 static int run_explain(const ctl_options& options) {
     explain_request request;
     request.words = options.words;
@@ -53,11 +50,6 @@ static int run_explain(const ctl_options& options) {
     request.catalogue = {FINDING_ROWS, FINDING_ROW_COUNT};
     return explain(request);
 }
-#else
-static int run_explain(const ctl_options&) {
-    return complain("not built");
-}
-#endif
 
 static int run(const ctl_options& options) {
     if (!options.conf.empty() && setenv("TARN_PLATFORM_CONF", options.conf.c_str(), 1) != 0) {
