@@ -28,6 +28,11 @@ TEST(explain_line, a_line_that_reports_no_failure_has_only_the_function_in_front
               ours);
 }
 
+TEST(explain_line, a_function_behind_an_unknown_front_is_found) {
+    EXPECT_EQ(parsed("22/11 nas1 tarn/4711: jnl_block_read(79) jnl block all zero value @block 12"),
+              "jnl block all zero value @block 12|jnl_block_read|anybody's");
+}
+
 TEST(explain_line, a_service_message_has_the_programs_name_and_a_line) {
     const char* const ours = "failed to pause iscsi service||ours";
     EXPECT_EQ(parsed("tarn:20 failed to pause iscsi service"), ours);
