@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 
@@ -389,12 +390,24 @@ static void scan_map(check_state* state, volume_check* volume, map_check* map, r
     }
 }
 
+static void show_progress(const check_state* state, const volume_check* volume, size_t map) {
+    if (state->request->progress) {
+        fprintf(stderr, "\r%s: map %zu of %zu\x1b[K", volume->files->root.c_str(), map,
+                volume->maps.size());
+    }
+}
+
 void scan_maps(check_state* state, volume_check* volume, ref_counts* counts, bool first_scan) {
+    size_t number = 0;
     for (map_check& map : volume->maps) {
+        show_progress(state, volume, ++number);
         if (map.readable) {
             scan_map(state, volume, &map, counts, first_scan);
         }
         volume->all_maps_read = volume->all_maps_read && map.readable && map.complete;
+    }
+    if (state->request->progress) {
+        fputs("\r\x1b[K", stderr);
     }
     if (first_scan) {
         volume->all_maps_read = volume->all_maps_read && volume->files->gaps.empty();

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fcntl.h>
 
+#include "ctl/check/data_holes.h"
 #include "fri/fri_window.h"
 #include "store/crc32c.h"
 #include "tbl/tbl_group_image.h"
@@ -23,6 +24,7 @@ struct group_pass {
     uint32_t checksums[TBL_GROUP_BLOCKS_MAX];  // of its blocks, as they should be
     uint64_t hole_begin;  // groups of a hole of the table: all their extents are free
     uint64_t hole_end;
+    hole_look data;  // for mapped extents that are holes
 };
 
 // One group in hand.
@@ -176,6 +178,19 @@ static void judge_data_end(group_pass* pass, const group_case& at) {
     }
 }
 
+static void judge_data_holes(group_pass* pass, const group_case& at) {
+    const volume_check* volume = pass->volume;
+    if (!pass->state->request->data_holes || volume->shift == 0 || at.references == nullptr) {
+        return;
+    }
+    for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
+        const uint64_t lpa = tbl_lpa_of(at.group, offset);
+        if (at.references[offset] > 0 && is_data_hole(volume, &pass->data, lpa)) {
+            add_extent(pass, finding_code::D04, lpa, NO_VALUE, NO_VALUE, NO_CAUSE);
+        }
+    }
+}
+
 static bool is_blank(const data_node* node) {
     static constexpr data_node blank{};
     return memcmp(node, &blank, sizeof blank) == 0;
@@ -317,6 +332,7 @@ static bool check_group(group_pass* pass, uint64_t group) {
     }
     judge_index_entry(pass, at, free_extents);
     judge_data_end(pass, at);
+    judge_data_holes(pass, at);
     return free_extents < TBL_GROUP_ENTRIES || at.references != nullptr ||
            fri_entry_is_init(&at.entry) || at.bad_blocks != 0;
 }
@@ -355,7 +371,8 @@ static bool open_pass(group_pass* pass) {
     return true;
 }
 
-static void close_pass(const group_pass* pass) {
+static void close_pass(group_pass* pass) {
+    close_hole_look(&pass->data);
     if (pass->table > 0) {
         io_close(pass->table);
     }
