@@ -41,7 +41,17 @@ static void add_words(std::string* text, const std::string& words) {
     }
 }
 
+// References to an extent: who holds what matters more than which of the two is wrong.
+static bool is_about_references(finding_code code) {
+    return code == finding_code::R02 || code == finding_code::R03 || code == finding_code::R04;
+}
+
 static std::string values_words(const finding& of) {
+    if (is_about_references(of.code) && !of.was.empty() && !of.ought.empty()) {
+        return "Each is counted " + of.was + (of.was == "1" ? " time" : " times") +
+               " in the table, and named " + of.ought + (of.ought == "1" ? " time" : " times") +
+               " in the maps.";
+    }
     if (of.was.empty() || of.ought.empty()) {
         return of.was.empty() ? "" : "Found " + shown(of.was) + ".";
     }
