@@ -61,6 +61,19 @@ TEST_F(tarnctl_on_a_sample, prints_valid_json) {
     EXPECT_EQ(check("--json --all | python3 " TARN_VALIDATE " " TARN_SCHEMA).status, 0);
 }
 
+TEST(tarnctl_explain, prints_valid_json_whatever_is_asked) {
+    const std::string valid = " | python3 " TARN_VALIDATE " " TARN_SCHEMA;
+    for (const char* words : {"", "R01", "'ERR: open_file(12) open file /x fail'", "nonsense"}) {
+        EXPECT_EQ(tarnctl("explain --json " + std::string(words) + valid).status, 0) << words;
+    }
+    EXPECT_EQ(
+        shell("printf 'tarn[3]: ERR: open_file(1) open file /x fail\\njunk\\n' | " TARN_CTL_PROGRAM
+              " explain --json -" +
+              valid)
+            .status,
+        0);
+}
+
 TEST_F(tarnctl_on_a_sample, takes_the_configuration_after_the_command_too) {
     EXPECT_EQ(tarnctl("check --quiet --conf /nowhere/conf").status, 8);
 }
