@@ -1,0 +1,137 @@
+"""Holds `tarnctl check` against the oracle.
+
+    compare_oracle.py [--tarnctl PROGRAM] FROM TO [DIRECTORY]
+
+makes the random servers with seeds FROM to TO - 1 below DIRECTORY (/dev/shm), a part of them damaged,
+and prints every finding that only one of the two has, and how often each code came up. Fails if they
+differ. `--keep` leaves the last server where it is.
+"""
+import argparse
+import collections
+import json
+import os
+import random
+import shutil
+import subprocess
+import sys
+import tempfile
+
+import damages
+import random_server
+from oracle import judge
+
+SKIPPED = {'J02', 'J03', 'J04', 'J05', 'J06', 'J08', 'X01', 'D04'}
+PLACES = ('lpa', 'group', 'block', 'node', 'lea')
+IN_FILE = {'M01', 'M02', 'M04', 'M07', 'M08'}   # file and place
+BY_FILE = {'H01', 'H02', 'H03', 'H04', 'H05', 'M03', 'M05', 'M06', 'M10', 'M11', 'P01', 'P03',
+           'D03'}
+BY_VOLUME = {'P02', 'D01', 'D05', 'F07', 'F10', 'F11', 'F12', 'S01', 'J01'}
+
+
+def places_of(record):
+    """The single places that a finding stands for, as the oracle writes them."""
+    code, file = record['code'], record.get('file', '')
+    if code in BY_VOLUME:
+        return ['']
+    if code in BY_FILE:
+        return [file]
+    for kind in PLACES:
+        if kind in record:
+            first, count = (int(record[kind][name]) for name in ('first', 'count'))
+            if code == 'T03':
+                return ['group %d' % group
+                        for group in {lpa // 4096 for lpa in range(first, first + count)}]
+            text = '%s %s %%d' % (file, kind) if code in IN_FILE else '%s %%d' % kind
+            return [text % place for place in range(first, first + count)]
+    return [file]
+
+
+def findings_of(output):
+    found = {}
+    for line in output.splitlines():
+        record = json.loads(line)
+        if record['record'] == 'finding' and record['code'] not in SKIPPED:
+            volume = os.path.basename(record.get('volume') or '')
+            for place in places_of(record):
+                key = record['code'], volume, place
+                found[key] = found.get(key, True) and record['because'] is not None
+    return found
+
+
+def make_server(directory, seed):
+    """Three of four servers are damaged. Returns the server and the damages' names."""
+    dice = random.Random(seed)
+    server = random_server.make(directory, dice)
+    count = 0 if seed % 4 == 0 else dice.randint(1, 3)
+    return server, damages.hit(dice, server, count)
+
+
+def check(program, configuration, options):
+    run = subprocess.run([program, 'check', '--json', '--all', *options], capture_output=True,
+                         text=True, timeout=60, check=False,
+                         env={**os.environ, 'TARN_PLATFORM_CONF': configuration})
+    if run.stderr or run.returncode not in (0, 3, 4, 5, 6):
+        return None, 'status %d: %s' % (run.returncode, run.stderr.strip())
+    return findings_of(run.stdout), None
+
+
+def differences(program, server, expected):
+    """What only one of the two says, of the files as they stand."""
+    ways = [['--raw'], ['--raw', '--memory', '1M']]
+    if ('J01', '', '') not in expected:
+        ways.append([])
+    wrong = []
+    for way in ways:
+        found, problem = check(program, server.configuration, way)
+        if problem:
+            return [' '.join(way) + ' ' + problem]
+        for names, left, right in (('only tarnctl', found, expected),
+                                   ('only the oracle', expected, found)):
+            for key in sorted(left):
+                if not left[key] and key not in right:
+                    wrong.append('%s: %s' % (names, ' '.join(key)))
+                elif not left[key] and right[key]:
+                    wrong.append('%s, the other explains it: %s' % (names, ' '.join(key)))
+        if wrong:
+            return wrong
+    return []
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument('--tarnctl', default='tarnctl')
+    parser.add_argument('--keep', action='store_true')
+    parser.add_argument('first', type=int)
+    parser.add_argument('end', type=int)
+    parser.add_argument('directory', nargs='?', default='/dev/shm')
+    options = parser.parse_args()
+    codes, equal = collections.Counter(), 0
+    directory = tempfile.mkdtemp(prefix='o', dir=options.directory)
+    for seed in range(options.first, options.end):
+        shutil.rmtree(directory)
+        os.mkdir(directory)
+        server, names = make_server(directory, seed)
+        expected = judge(server.configuration)
+        codes.update({key[0] for key in expected})
+        wrong = differences(options.tarnctl, server, expected)
+        equal += not wrong
+        if not wrong and not names and set(codes_of(expected)) - {'F11', 'F12'}:
+            wrong = ['a sound server with findings']
+        for line in wrong[:12]:
+            print('seed %d (%s): %s' % (seed, ' '.join(names), line))
+    if options.keep:
+        print(directory)
+    else:
+        shutil.rmtree(directory)
+    for code in sorted(codes):
+        print('code %s %d' % (code, codes[code]))
+    print('equal %d of %d' % (equal, options.end - options.first))
+    return 0 if equal == options.end - options.first else 1
+
+
+def codes_of(expected):
+    return [key[0] for key in expected]
+
+
+if __name__ == '__main__':
+    sys.exit(main())

@@ -1,0 +1,83 @@
+"""The free list of each group, and the list of groups with free extents."""
+from metadata_bytes import *  # noqa: F403 - the names of the format
+
+
+def _entry(volume, group):
+    return volume.entries.get(group, (0, 0, 0, False))
+
+
+def _hidden(volume, group):
+    """A damaged block holds the group's entry or some of its words."""
+    first, last = group * GROUP // TABLE_SLOTS, (group * GROUP + GROUP - 1) // TABLE_SLOTS
+    return (group // INDEX_SLOTS in volume.bad_index_blocks
+            or any(first <= block <= last for block in volume.bad_table_blocks))
+
+
+def _walk(words, head, free):
+    """(code or None, offsets passed) of the list that begins at offset `head`."""
+    passed, at = set(), head
+    while True:
+        if words[at] & USED:
+            return 'F02', passed
+        if at in passed:
+            return 'F03', passed
+        passed.add(at)
+        if words[at] & TAIL:
+            return None, passed
+        if len(passed) == len(free):
+            return 'F04', passed
+        at = words[at] & LOW
+
+
+def _judge_group(volume, group):
+    _, head, count, _ = _entry(volume, group)
+    hidden = _hidden(volume, group)
+    words = [volume.words.get(group * GROUP + offset, 0) for offset in range(GROUP)]
+    free = {offset for offset in range(GROUP) if not words[offset] & USED}
+    code, passed = (None, set()) if count == 0 else _walk(words, head, free)
+    place = 'group %d' % group
+    if code:
+        volume.say(code, place, hidden)
+    elif len(passed) != count:
+        volume.say('F05', place, hidden)
+    if volume.complete:
+        for offset in free - passed:
+            volume.say('F06', 'lpa %d' % (group * GROUP + offset), hidden or code is not None)
+
+
+def _judge_group_list(volume):
+    wanted = {group for group, entry in volume.entries.items() if entry[3] and entry[2] > 0}
+    doubtful = bool(volume.bad_index_blocks)
+    passed, at = set(), volume.head
+    while True:
+        if at > GROUPS_MAX:
+            volume.say('F08', 'group %d' % at, doubtful)
+            break
+        next_group, _, count, initialised = _entry(volume, at)
+        if not initialised:
+            break
+        if at in passed:
+            volume.say('F12' if wanted <= passed else 'F07', '', doubtful)
+            break
+        if wanted <= passed:
+            volume.say('F12', '', doubtful)
+            break
+        passed.add(at)
+        if count == 0:
+            volume.say('F08', 'group %d' % at, doubtful)
+        at = next_group
+    for group in wanted - passed:
+        volume.say('F09', 'group %d' % group, doubtful)
+
+
+def judge_lists(volume):
+    initialised = sorted(group for group, entry in volume.entries.items() if entry[3])
+    for group in initialised:
+        _judge_group(volume, group)
+    _judge_group_list(volume)
+    doubtful = bool(volume.bad_index_blocks or volume.bad_table_blocks)
+    used = sum(1 for word in volume.words.values() if word & USED)
+    if volume.free != EXTENTS_MAX - used:
+        volume.say('F10', '', doubtful)
+    if initialised and volume.group_count <= initialised[-1]:
+        volume.say('F11', '', doubtful)
