@@ -193,20 +193,25 @@ ssize_t io_overlay::write(int fd, const void* buf, size_t len) {
     return at_position(fd, [&](uint64_t position) { return write_at(fd, buf, len, position); });
 }
 
-ssize_t io_overlay::write_at(int fd, const void* buf, size_t len, uint64_t offset) {
+// The file to write `len` bytes of at `offset`, made if it is new. Null: errno is set.
+io_overlay::file* io_overlay::file_to_write(int fd, size_t len, uint64_t offset) {
     opened found = {};
     if (!find_opened(fd, &found)) {
-        return -1;
+        return nullptr;
     }
     if (!found.writable || !found.regular) {
         errno = found.writable ? EROFS : EBADF;
-        return -1;
+        return nullptr;
     }
     if (len > static_cast<uint64_t>(std::numeric_limits<int64_t>::max()) - offset) {
         errno = EFBIG;
-        return -1;
+        return nullptr;
     }
-    file* const to = make_file(found.id);
+    return make_file(found.id);
+}
+
+ssize_t io_overlay::write_at(int fd, const void* buf, size_t len, uint64_t offset) {
+    file* const to = file_to_write(fd, len, offset);
     if (to == nullptr) {
         return -1;
     }

@@ -76,6 +76,7 @@ private:
     bool find_opened(int fd, opened* found) const;
     [[nodiscard]] const file* find_file(int fd) const;
     file* make_file(const io_file_id& id);
+    file* file_to_write(int fd, size_t len, uint64_t offset);
     bool put(int fd, file* to, uint64_t offset, const uint8_t* bytes, size_t len);
     bool add_block(int fd, file* to, uint64_t number, bool whole);
     int fail_without_memory();

@@ -13,18 +13,8 @@
 namespace fs = std::filesystem;
 
 static constexpr uint64_t NODES = 1048576;  // where the entries of every kind of file begin
-static constexpr uint64_t ENTRIES = 3000;   // of each map of a sample
+static constexpr uint64_t ENTRIES = SAMPLE_ENTRIES;
 static constexpr uint64_t MAPPED = uint64_t{1} << 63;
-
-// 63 entries a node.
-static std::vector<uint64_t> entries_of(const std::string& map) {
-    std::vector<uint64_t> words(ENTRIES);
-    for (uint64_t lea = 0; lea < ENTRIES; lea++) {
-        const uint64_t at = NODES + lea / 63 * 512 + lea % 63 * 8;
-        memcpy(&words[lea], file_bytes(map, at, 8).data(), 8);
-    }
-    return words;
-}
 
 static uint64_t count_in_header(const std::string& map) {
     uint64_t count = 0;
@@ -67,16 +57,6 @@ static std::string difference_of(const std::vector<uint64_t>& from,
         static_cast<unsigned long long>(count), static_cast<unsigned long long>(first),
         static_cast<unsigned long long>(from[first]), static_cast<unsigned long long>(to[first]));
     return text;
-}
-
-static std::string file_named_first(const std::string& line) {
-    return line.substr(0, line.find(": "));
-}
-
-static uint64_t number_after(const std::string& line, const std::string& words) {
-    const size_t at = line.find(words);
-    EXPECT_NE(at, std::string::npos) << line;
-    return at == std::string::npos ? 0 : std::stoull(line.substr(at + words.size()));
 }
 
 TEST(damage_misplaced, swapped_maps_hold_each_other_byte_for_byte) {

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -23,12 +24,21 @@ enum class change_kind {
     shorter,   // the end of a file is cut off
     file_gone,
     misplaced,  // whole files, whose contents damage_misplaced_test.cpp compares
+    places,     // what `parts` says, at the places in the order of the report
+    renamed,
+    created,
+};
+// Of one place: bytes, 0 for all up to the end of the block, and whether the checksum is right.
+struct part_row {
+    size_t width;
+    bool sealed;
 };
 struct kind_row {
     const char* word;
     const char* file;  // part of the path of every file that it may change
     change_kind change;
     size_t width;  // bytes of the entry or field
+    part_row parts[3] = {};
 };
 static void PrintTo(const kind_row& row, std::ostream* out) {  // the test framework's name for it
     *out << row.word;
@@ -60,6 +70,22 @@ static constexpr kind_row KINDS[] = {
     {"map-old", "volume1/@", change_kind::misplaced, 0},
     {"journal-foreign", "journal/EP_JNL", change_kind::misplaced, 0},
     {"data-file-cut", "volume1/@EP/EP_DAT_00000", change_kind::shorter, 0},
+    {"alias", "volume1/@iSCSITrg/LUN_", change_kind::entry, 8},
+    {"dangling", "volume1/@", change_kind::entry, 8},
+    {"far-lpa", "volume1/@", change_kind::entry, 8},
+    {"uuid-twice", "volume1/@", change_kind::entry, 16},
+    {"foreign-pool-row", "volume1/@", change_kind::entry, 8},
+    {"entry-behind-end", "volume1/@", change_kind::entry, 8},
+    {"index-open-end", "volume1/@EP/EP_FRI", change_kind::entry, 8},
+    {"leak", "volume1/@EP/EP_", change_kind::places, 0, {{8, true}, {8, true}, {2, true}}},
+    {"pool-uuid", "volume1/@", change_kind::places, 0, {{16, false}, {4, true}}},
+    {"unsummed-node", "volume1/@", change_kind::places, 0, {{4, false}}},
+    {"two-bits", "volume1/@", change_kind::places, 0, {{1, false}, {1, false}}},
+    {"three-entries", "volume1/@", change_kind::places, 0, {{8, false}, {8, false}, {8, false}}},
+    {"torn-node", "volume1/@", change_kind::places, 0, {{0, false}}},
+    {"journal-block-in-window", "journal/", change_kind::places, 0, {{1, false}, {4, true}}},
+    {"data-file-gap", "volume1/@EP/EP_DAT_0000", change_kind::renamed, 0},
+    {"orphan-map", "volume1/@", change_kind::created, 0},
 };
 
 // "FILE: byte N, ...": N.
@@ -141,6 +167,40 @@ static void expect_gone(const damaged_pair& pair) {
     fs::rename(pair.was + "/" + pair.file, pair.is + "/" + pair.file);
 }
 
+// Two of the places may be the same byte.
+static void expect_places(const damaged_pair& pair, const part_row* parts) {
+    const std::vector<reported_place> places = places_in(pair.line);
+    ASSERT_LE(places.size(), 3u);
+    for (const bool comparing : {true, false}) {
+        for (size_t i = 0; i < places.size(); i++) {
+            const node_place node = node_of(places[i].byte);
+            const uint64_t end = node.start + node.length;
+            const size_t width = parts[i].width != 0 ? parts[i].width : end - places[i].byte;
+            if (places[i].file != pair.file) {
+                continue;
+            }
+            if (comparing) {
+                EXPECT_NE(pair.old_bytes(places[i].byte, width),
+                          pair.new_bytes(places[i].byte, width));
+                EXPECT_TRUE(!parts[i].sealed ||
+                            checksum_is_right(node, pair.new_bytes(node.start, node.length)));
+                continue;
+            }
+            pair.put_back(places[i].byte, width);
+            pair.put_back(node.start + node.checksum, parts[i].sealed ? sizeof(uint32_t) : 0);
+        }
+    }
+}
+
+// Of the two names, the report names the old one first.
+static void expect_renamed(const damaged_pair& pair) {
+    const std::string to = pair.line.substr(pair.line.find(" to ") + 4);
+    if (pair.file == file_named_first(pair.line)) {
+        ASSERT_FALSE(file_exists(pair.is + "/" + pair.file));
+        fs::rename(pair.is + "/" + to.substr(0, to.size() - 1), pair.is + "/" + pair.file);
+    }
+}
+
 // Checks the change of the file and restores it.
 static void expect_change(const kind_row& row, const damaged_pair& pair) {
     switch (row.change) {
@@ -160,6 +220,16 @@ static void expect_change(const kind_row& row, const damaged_pair& pair) {
         case change_kind::file_gone:
             expect_gone(pair);
             break;
+        case change_kind::places:
+            expect_places(pair, row.parts);
+            break;
+        case change_kind::renamed:
+            expect_renamed(pair);
+            break;
+        case change_kind::created:
+            EXPECT_FALSE(file_exists(pair.was + "/" + pair.file));
+            fs::remove(pair.is + "/" + pair.file);
+            break;
         case change_kind::misplaced:
             fs::copy_file(pair.was + "/" + pair.file, pair.is + "/" + pair.file,
                           fs::copy_options::overwrite_existing);
@@ -168,7 +238,28 @@ static void expect_change(const kind_row& row, const damaged_pair& pair) {
 }
 
 static size_t files_changed_by(const std::string& kind) {
-    return kind == "both-lost" || kind == "maps-swapped" ? 2 : 1;
+    const std::set<std::string> two = {"both-lost", "maps-swapped", "leak", "data-file-gap"};
+    return two.count(kind) == 1 ? 2 : 1;
+}
+
+// A new file is no difference to the other ones: then the only line begins with the directory.
+static void expect_difference(const std::string& sample, const std::string& begins) {
+    const ran verify = tarn_lab("verify " + sample);
+    EXPECT_EQ(verify.status, begins == sample ? 0 : 1);
+    EXPECT_TRUE(verify.text.starts_with(begins + ": ")) << verify.text;
+}
+
+static unsigned seeds_for(change_kind change) {
+    switch (change) {
+        case change_kind::file_gone:
+        case change_kind::renamed:
+        case change_kind::created:
+            return 1;
+        case change_kind::places:
+            return 2;
+        default:
+            return 4;
+    }
 }
 
 class damage_kinds : public testing::TestWithParam<kind_row> {};
@@ -179,7 +270,7 @@ TEST_P(damage_kinds, change_what_they_report_and_nothing_else) {
     const std::string was = make_sample(place, "was");
     const std::string is = make_sample(place, "is");
     const auto before = tree_of(is);
-    const unsigned seeds = row.change == change_kind::file_gone ? 1 : 4;
+    const unsigned seeds = seeds_for(row.change);
     for (unsigned seed = 1; seed <= seeds; seed++) {
         SCOPED_TRACE(seed);
         const ran done = damage(is, row.word, seed);
@@ -187,9 +278,7 @@ TEST_P(damage_kinds, change_what_they_report_and_nothing_else) {
         EXPECT_EQ(done.text.find('\n'), done.text.size() - 1);
         const std::vector<std::string> changed = changed_files(before, tree_of(is));
         ASSERT_EQ(changed.size(), files_changed_by(row.word));
-        const ran verify = tarn_lab("verify " + is);
-        EXPECT_EQ(verify.status, 1);
-        EXPECT_TRUE(verify.text.starts_with(changed[0] + ": ")) << verify.text;
+        expect_difference(is, row.change == change_kind::created ? is : changed[0]);
         EXPECT_TRUE(done.text.starts_with(changed[0] + ": ")) << done.text;
         for (const std::string& file : changed) {
             EXPECT_TRUE(file.starts_with(row.file)) << file;
@@ -292,6 +381,13 @@ TEST(damage, reports_that_there_is_nothing_suitable_to_damage) {
         {"maps-swapped", "no two LUN maps of the volume hold different entries"},
         {"map-old", "no map of the volume has ever had different entries"},
         {"data-file-cut", "no extent in use lies in a data file"},
+        {"alias", "no LUN map of the volume has a mapped entry"},
+        {"dangling", "no LUN, snapshot or trash map of the volume has a mapped entry"},
+        {"leak", "no listed group has two free entries"},
+        {"pool-uuid", "no map of the volume has a mapped entry"},
+        {"index-open-end", "no initialised group is on the list of groups"},
+        {"torn-node", "no map of the volume has a mapped entry"},
+        {"journal-block-in-window", "the journal's window holds no block of an older transaction"},
     };
     for (const auto& [kind, why] : rows) {
         const ran done = damage(sample, kind, 1);

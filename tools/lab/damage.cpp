@@ -33,6 +33,24 @@ constexpr damage_kind DAMAGE_KINDS[] = {
     {"data-file-cut", "the last data file in use ends before an extent in use", cut_data_file},
     {"journal-foreign", "the journal is that of another server", replace_journal},
     {"journal-block", "a recent block of the journal has a wrong checksum", flip_journal_block},
+    {"alias", "an entry of a LUN map names another LUN's extent", alias_extent},
+    {"dangling", "a mapped entry names an extent that the table calls free", dangle_entry},
+    {"leak", "an extent is in use and no map names it", leak_extent},
+    {"far-lpa", "a mapped entry names an extent past the data files", point_far_away},
+    {"uuid-twice", "a map has the uuid of another one", repeat_uuid},
+    {"pool-uuid", "a mapped entry's row of the pool table names no volume", rename_pool},
+    {"foreign-pool-row", "a mapped entry uses a row that the pool table does not have",
+     use_foreign_row},
+    {"entry-behind-end", "a mapped entry behind the last entry of a map", map_behind_end},
+    {"unsummed-node", "a data node with a mapped entry has no checksum", lose_checksum},
+    {"index-open-end", "the list of groups goes on after its last group", open_group_list},
+    {"orphan-map", "a new map lies where nobody looks for maps", add_orphan_map},
+    {"data-file-gap", "a data file in the middle of the numbers is missing", skip_data_file},
+    {"two-bits", "two flipped bits in a block of table, index or map", flip_two_bits},
+    {"three-entries", "one to three entries of a data node are garbled", garble_entries},
+    {"torn-node", "the last part of a data node is old or zero", tear_node},
+    {"journal-block-in-window", "a flipped bit in the journal's window, status abnormal",
+     flip_in_window},
 };
 
 const damage_kind* find_damage(const std::string& word) {
@@ -45,7 +63,7 @@ const damage_kind* find_damage(const std::string& word) {
 }
 
 std::string damage_words() {
-    constexpr size_t COLUMN = 22;
+    constexpr size_t COLUMN = 26;
     std::string text = "\nKinds of damage:\n";
     for (const damage_kind& kind : DAMAGE_KINDS) {
         std::string line = std::string("  ") + kind.word;

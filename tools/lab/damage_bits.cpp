@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdio>
 
+#include "journal_status.h"
 #include "lab/damage_choice.h"
 #include "lab/damage_kinds.h"
 #include "lab/image.h"
@@ -97,37 +98,94 @@ std::string flip_pool_table(damage_site* site) {
                 "row " + std::to_string(row) + " of the pool table");
 }
 
-// The blocks of the newest commits, which check and replay read. Skips checksums with a single bit
-// set: flipping that bit would make the checksum 0, as in a block that was never written.
-static std::vector<uint64_t> recent_blocks(const ring& journal,
-                                           const std::vector<jnl_block>& blocks) {
-    std::vector<uint64_t> recent;
+// Ages of transactions, in transactions: the newest has age 0.
+struct age_range {
+    uint32_t newest;  // id of the newest transaction
+    uint64_t least;
+    uint64_t most;
+};
+
+// Skips checksums with a single bit set: flipping that bit would make the checksum 0, as in a block
+// that was never written.
+static std::vector<uint64_t> blocks_of_ages(const std::vector<jnl_block>& blocks,
+                                            const age_range& ages) {
+    std::vector<uint64_t> found;
     for (uint64_t n = 0; n < blocks.size(); n++) {
-        const uint32_t age = journal.header.jnl_last_trans_id - blocks[n].ej_header.jnl_transid;
-        if (std::popcount(uint32_t{blocks[n].checksum}) > 1 && age < journal.budget) {
-            recent.push_back(n);
+        const uint32_t age = ages.newest - blocks[n].ej_header.jnl_transid;
+        if (std::popcount(uint32_t{blocks[n].checksum}) > 1 && age >= ages.least &&
+            age <= ages.most) {
+            found.push_back(n);
         }
     }
-    return recent;
+    return found;
 }
 
-std::string flip_journal_block(damage_site* site) {
-    const ring& journal = site->sample->journal;
-    std::vector<jnl_block> blocks(journal.blocks.size());
+// Sets the block and returns true, or prints why there is none.
+static bool pick_ring_block(damage_site* site, const age_range& ages, uint64_t* block) {
+    std::vector<jnl_block> blocks(site->sample->journal.blocks.size());
     if (!get_bytes(*site, JOURNAL_PATH, METADATA_DATA_OFFSET, blocks.data(),
                    blocks.size() * sizeof(jnl_block))) {
+        return false;
+    }
+    const std::vector<uint64_t> found = blocks_of_ages(blocks, ages);
+    if (found.empty()) {
+        (void)refuse(ages.least == 0
+                         ? "the journal holds no block that check or replay reads"
+                         : "the journal's window holds no block of an older transaction");
+        return false;
+    }
+    *block = pick(site, found);
+    return true;
+}
+
+// The blocks of the newest commits are those that check and replay read.
+std::string flip_journal_block(damage_site* site) {
+    const ring& journal = site->sample->journal;
+    uint64_t block = 0;
+    if (!pick_ring_block(site, {journal.header.jnl_last_trans_id, 0, journal.budget - 1}, &block)) {
         return "";
     }
-    const std::vector<uint64_t> recent = recent_blocks(journal, blocks);
-    if (recent.empty()) {
-        return refuse("the journal holds no block that check or replay reads");
-    }
-    const uint64_t block = pick(site, recent);
     const uint64_t bit = random_below(&site->random, 32);
     const uint64_t checksum =
         METADATA_DATA_OFFSET + block * sizeof(jnl_block) + offsetof(jnl_block, checksum);
     return flip(*site, JOURNAL_PATH, checksum + bit / 8, static_cast<unsigned>(bit % 8),
                 "checksum of block " + std::to_string(block));
+}
+
+// Returns its part of the line: "" if the status is abnormal already.
+static bool set_abnormal(const damage_site& site, std::string* part) {
+    constexpr uint64_t IN_NODE = offsetof(jnl_header, jnl_shutdown_tag) - 2 * META_NODE_SIZE;
+    const uint64_t offset = offset_of_node(2) + IN_NODE;
+    const uint32_t to = JNL_STATUS_ABNORMAL;
+    uint32_t from = 0;
+    if (!get_bytes(site, JOURNAL_PATH, offset, &from, sizeof from)) {
+        return false;
+    }
+    if (from == to) {
+        return true;
+    }
+    char text[64];
+    (void)snprintf(text, sizeof text, "; byte %llu, status: %08x -> %08x", ull(offset), from, to);
+    *part = text;
+    return put_sealed(site, JOURNAL_PATH, offset, &to, sizeof to);
+}
+
+// Not a block of the newest complete transaction: a replay refuses that, and takes an older one for
+// the end of the journal's history.
+std::string flip_in_window(damage_site* site) {
+    const ring& journal = site->sample->journal;
+    uint64_t block = 0;
+    std::string status;
+    if (!pick_ring_block(site, {journal.next_id - 1, 1, journal.budget - 1}, &block) ||
+        !set_abnormal(*site, &status)) {
+        return "";
+    }
+    const uint64_t byte = random_below(&site->random, offsetof(jnl_block, checksum));
+    const auto bit = static_cast<unsigned>(random_below(&site->random, 8));
+    const std::string line =
+        flip(*site, JOURNAL_PATH, METADATA_DATA_OFFSET + block * sizeof(jnl_block) + byte, bit,
+             "block " + std::to_string(block));
+    return line.empty() ? "" : line + status;
 }
 
 }  // namespace lab

@@ -26,17 +26,25 @@ bool read_entries(const damage_site& site, const lun_map& map, std::vector<uint6
     return true;
 }
 
-static bool read_mapped(const damage_site& site, const lun_map& map, std::vector<uint64_t>* leas) {
-    std::vector<uint64_t> words;
-    if (!read_entries(site, map, &words)) {
-        return false;
-    }
+static std::vector<uint64_t> mapped_leas(const std::vector<uint64_t>& words) {
+    std::vector<uint64_t> leas;
     for (uint64_t lea = 0; lea < words.size(); lea++) {
         if (is_mapped(words[lea])) {
-            leas->push_back(lea);
+            leas.push_back(lea);
         }
     }
-    return true;
+    return leas;
+}
+
+static std::string words_for(unsigned roles) {
+    switch (roles) {
+        case ALL_ROLES:
+            return "no map";
+        case ONLY_LUN:
+            return "no LUN map";
+        default:
+            return "no LUN, snapshot or trash map";
+    }
 }
 
 map_place pick_mapped_place(damage_site* site, unsigned roles) {
@@ -44,20 +52,21 @@ map_place pick_mapped_place(damage_site* site, unsigned roles) {
     const size_t first = random_below(&site->random, count);
     for (size_t i = 0; i < count; i++) {
         const lun_map& map = map_of(*site, (first + i) % count);
-        std::vector<uint64_t> leas;
+        std::vector<uint64_t> words;
         if ((role_bit(map.role) & roles) == 0) {
             continue;
         }
-        if (!read_mapped(*site, map, &leas)) {
-            return {"", 0};
+        if (!read_entries(*site, map, &words)) {
+            return {};
         }
+        const std::vector<uint64_t> leas = mapped_leas(words);
         if (!leas.empty()) {
-            return {map.path, pick(site, leas)};
+            const uint64_t lea = pick(site, leas);
+            return {map.path, lea, words[lea], &map};
         }
     }
-    return {refuse(std::string("no ") + (roles == ALL_ROLES ? "" : "LUN, snapshot or trash ") +
-                   "map of the volume has a mapped entry"),
-            0};
+    (void)refuse(words_for(roles) + " of the volume has a mapped entry");
+    return {};
 }
 
 std::vector<uint64_t> listed_groups(const pool_entries& pool) {
@@ -70,6 +79,17 @@ std::vector<uint64_t> listed_groups(const pool_entries& pool) {
         group = fri_entry_next(&pool.fri[group]);
     }
     return groups;
+}
+
+std::vector<uint64_t> free_extents(const pool_entries& pool) {
+    std::vector<uint64_t> free;
+    for (uint64_t lpa = 0; lpa < pool.tbl.size(); lpa++) {
+        const tbl_entry entry = {pool.tbl[lpa]};
+        if (!tbl_entry_is_used(&entry)) {
+            free.push_back(lpa);
+        }
+    }
+    return free;
 }
 
 std::vector<uint64_t> used_extents(const pool_entries& pool) {

@@ -16,11 +16,14 @@ map_file pick_map_file(damage_site* site);
 
 struct map_place {
     std::string path;  // empty: no such place, or a file could not be read; the reason was printed
-    uint64_t lea;
+    uint64_t lea = 0;
+    uint64_t word = 0;  // the entry
+    const lun_map* known = nullptr;
 };
 constexpr unsigned LUN_SNAPSHOT_TRASH =
     role_bit(map_role::lun) | role_bit(map_role::snapshot) | role_bit(map_role::trash);
-// Picks a mapped entry of the volume's maps with these roles.
+constexpr unsigned ONLY_LUN = role_bit(map_role::lun);
+// Picks a mapped entry of the volume's maps with these roles: one of the two sets above, or all.
 map_place pick_mapped_place(damage_site* site, unsigned roles = ALL_ROLES);
 // Reads the words of all entries of a map without checking them. Returns false if the file cannot
 // be read, and prints the reason.
@@ -35,6 +38,8 @@ bool read_listed_groups(const damage_site& site, pool_entries* pool, std::vector
 // Initialised groups in the order of the list of groups. Stops where the list ends, leaves the
 // groups of the sample, or loops.
 std::vector<uint64_t> listed_groups(const pool_entries& pool);
+// Extents that the table calls free, in the groups that the sample ever used, ascending.
+std::vector<uint64_t> free_extents(const pool_entries& pool);
 // Used extents of the initialised groups, ascending.
 std::vector<uint64_t> used_extents(const pool_entries& pool);
 // Offsets of the group's free list, in list order. Stops at the list's length or at a used entry.

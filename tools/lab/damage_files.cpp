@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -146,6 +147,29 @@ std::string cut_data_file(damage_site* site) {
     const uint64_t kept = random_between(&site->random, 0, lpa % extents_a_data_file(vol));
     return cut_file(*site, data_path(vol, file), METADATA_DATA_OFFSET + kept * vol.extent_size,
                     "lpa " + std::to_string(lpa));
+}
+
+// Moves the last data file one number up, as if there had been one more and the last but one had
+// been lost.
+std::string skip_data_file(damage_site* site) {
+    const volume& vol = volume_of(*site);
+    uint64_t files = 0;
+    while (size_of_data(*site, files) > 0) {
+        files++;
+    }
+    if (files < 2) {
+        return refuse("the volume has no second data file");
+    }
+    const std::string from = data_path(vol, files - 1);
+    const std::string to = data_path(vol, files);
+    const std::string full_path = site->directory + "/" + from;
+    const std::string full_target = site->directory + "/" + to;
+    if (renameat2(AT_FDCWD, full_path.c_str(), AT_FDCWD, full_target.c_str(), RENAME_NOREPLACE) !=
+        0) {
+        (void)complain_of(full_target, strerror(errno));
+        return "";
+    }
+    return from + ": missing, renamed to " + to;
 }
 
 }  // namespace lab

@@ -1,11 +1,12 @@
 // Sound files that do not belong where they are: another map, an earlier state of a map, the
-// journal of another server.
+// journal of another server, a map in no place for maps.
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <set>
 
 #include "lab/bytes.h"
@@ -13,6 +14,7 @@
 #include "lab/damage_kinds.h"
 #include "lab/disk.h"
 #include "lab/image.h"
+#include "lab/maps.h"
 #include "lab/sample.h"
 #include "print.h"
 
@@ -105,7 +107,7 @@ using lea_set = std::set<std::pair<size_t, uint64_t>>;  // number of the map, an
 static lea_set replayed_leas(const model& m) {
     lea_set leas;
     for (const metadata_write& write : m.writes) {
-        if (m.sample.crash && write.where.kind == datum_kind::map_entry) {
+        if ((m.sample.crash || m.ran) && write.where.kind == datum_kind::map_entry) {
             leas.insert({write.where.file, write.where.key});
         }
     }
@@ -157,7 +159,7 @@ static std::string put_old_map(const damage_site& site, model past, const old_ma
 
 // Tries a random earlier state, then the very first one, since which the most has changed.
 std::string restore_old_map(damage_site* site) {
-    const uint64_t commits = site->sample->journal.commits;
+    const uint64_t commits = commits_of_make(*site->sample);
     const uint64_t moment = commits == 0 ? 0 : random_below(&site->random, commits);
     bool readable = true;
     for (const uint64_t after : {moment, uint64_t{0}}) {
@@ -205,6 +207,31 @@ std::string replace_journal(damage_site* site) {
     memcpy(to.data(), foreign.journal.header.head.uuid, to.size());
     return std::string(JOURNAL_PATH) + ": byte " + std::to_string(IN_HEAD) +
            ", uuid: " + hex_of(from.data(), from.size()) + " -> " + hex_of(to.data(), to.size());
+}
+
+// Where nobody looks for maps: a name without "_Extent_", one that does not begin with "FAMILY_",
+// and a directory that has no maps.
+static std::string pick_orphan_path(damage_site* site) {
+    constexpr const char* NAMES[] = {"/@iSCSITrg/LUN_old_", "/@Snapshot/OLD_FAMILY_",
+                                     "/@EP/EP_MAP_"};
+    const char* name = NAMES[random_below(&site->random, std::size(NAMES))];
+    return volume_of(*site).root + name + std::to_string(site->sample->maps.size());
+}
+
+// A new map, empty and with its own uuid.
+std::string add_orphan_map(damage_site* site) {
+    model with_orphan = *site->sample;
+    const size_t number = add_map(&with_orphan, site->volume, map_role::lun);
+    lun_map& orphan = with_orphan.maps[number];
+    orphan.path = pick_orphan_path(site);
+    for (uint8_t& byte : orphan.id) {
+        byte = static_cast<uint8_t>(random_next(&site->random));
+    }
+    if (!create_file(site->directory, image_of(with_orphan, {file_kind::map, number, 0}))) {
+        return "";
+    }
+    return orphan.path + ": created, an empty map of " + std::to_string(orphan.entries.size()) +
+           " entries with uuid " + hex_of(orphan.id.data(), orphan.id.size());
 }
 
 }  // namespace lab

@@ -1,6 +1,6 @@
 // The files that can be damaged: those of one volume of a sample, and the journal, in their current
 // state on the disk. Uses only the formats to read and change them. Below: model.h, pool_entries.h,
-// bytes.h. Above: the kinds of damage.
+// file_bytes.h. Above: the kinds of damage.
 #pragma once
 
 #include <string>
@@ -23,12 +23,11 @@ const volume& volume_of(const damage_site& site);
 std::string index_of(const damage_site& site);
 std::string table_of(const damage_site& site);
 
-// Return false if the file cannot be read or written, and print the reason on standard error.
+// As those of file_bytes.h, for a path below the sample's directory.
 bool get_bytes(const damage_site& site, const std::string& path, uint64_t offset, void* bytes,
                size_t length);
 bool put_bytes(const damage_site& site, const std::string& path, uint64_t offset, const void* bytes,
                size_t length);
-// As put_bytes, and also updates the checksum of the header node or block that holds the bytes.
 bool put_sealed(const damage_site& site, const std::string& path, uint64_t offset,
                 const void* bytes, size_t length);
 

@@ -1,10 +1,9 @@
 // Wrong numbers with right checksums.
 #include <cstddef>
-#include <cstdio>
 
 #include "lab/damage_choice.h"
 #include "lab/damage_kinds.h"
-#include "print.h"
+#include "lab/damage_lines.h"
 
 namespace lab {
 
@@ -12,14 +11,6 @@ namespace lab {
 static uint64_t off_by_one(damage_site* site, uint64_t value, uint64_t least, uint64_t most) {
     const bool up = value <= least || (value < most && random_chance(&site->random, 50));
     return up ? value + 1 : value - 1;
-}
-
-static std::string change_line(const std::string& path, uint64_t offset, const std::string& what,
-                               uint64_t from, uint64_t to) {
-    char text[160];
-    (void)snprintf(text, sizeof text, ": byte %llu, %s: %llu -> %llu", ull(offset), what.c_str(),
-                   ull(from), ull(to));
-    return path + text;
 }
 
 std::string change_references(damage_site* site) {

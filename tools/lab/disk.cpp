@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "lab/bytes.h"
+#include "lab/settings.h"
 
 namespace lab {
 
@@ -126,6 +127,29 @@ static bool write_text(const std::string& path, const std::string& text) {
     return file.good() || complain_of(path, "cannot be written");
 }
 
+// A new file is written outside the volumes under this name, so that no half of it is ever seen.
+constexpr const char* NEW_FILE = "lab.new";
+
+static bool give_name(const std::string& directory, const std::string& path) {
+    const std::string from = directory + "/" + NEW_FILE;
+    const std::string to = directory + "/" + path;
+    return renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0 ||
+           complain_of_errno(to);
+}
+
+bool create_file(const std::string& directory, const file_image& image) {
+    const file_image unnamed = {NEW_FILE, image.size, image.chunks};
+    if (!make_parents(directory, image.path) ||
+        !write_image(directory, unnamed, O_CREAT | O_TRUNC)) {
+        return false;
+    }
+    return give_name(directory, image.path);
+}
+
+bool create_text(const std::string& directory, const std::string& path, const std::string& text) {
+    return write_text(directory + "/" + NEW_FILE, text) && give_name(directory, path);
+}
+
 static bool write_configuration(const model& m, const std::string& directory) {
     std::string platform = "# A sample's platform: tarn reads it through TARN_PLATFORM_CONF.\n";
     platform += "journal_root = " + directory + "/journal\nvolumes =";
@@ -167,48 +191,20 @@ bool write_sample(const model& m, const std::string& directory, progress* bar) {
     return write_configuration(m, directory);
 }
 
-struct parameter_line {
-    std::string name;
-    std::string value;
-};
-
-static bool read_lines(const std::string& path, std::vector<parameter_line>* lines) {
-    std::ifstream file(path);
-    if (!file) {
-        return complain_of(path, "cannot be read: there is no sample here");
-    }
-    for (std::string line; std::getline(file, line);) {
-        const size_t equals = line.find(" = ");
-        if (equals != std::string::npos && line[0] != '#') {
-            lines->push_back({line.substr(0, equals), line.substr(equals + 3)});
-        }
-    }
-    return true;
-}
-
-static const std::string* value_of(const std::vector<parameter_line>& lines, const char* name) {
-    for (const parameter_line& line : lines) {
-        if (line.name == name) {
-            return &line.value;
-        }
-    }
-    return nullptr;
-}
-
 bool read_parameters(const std::string& directory, parameters* out) {
     const std::string path = directory + "/lab.conf";
-    std::vector<parameter_line> lines;
-    if (!read_lines(path, &lines)) {
-        return false;
+    std::vector<setting> lines;
+    if (!read_settings(path, &lines)) {
+        return complain_of(path, "cannot be read: there is no sample here");
     }
     for (const parameter_row& row : PARAMETER_ROWS) {
-        const std::string* value = value_of(lines, row.name);
+        const std::string* value = find_setting(lines, row.name);
         if (value == nullptr || !parse_parameter(row, *value, out)) {
             return complain_of(path, (std::string("has no value for ") + row.name).c_str());
         }
     }
     for (const flag_row& row : FLAG_ROWS) {
-        const std::string* value = value_of(lines, row.name);
+        const std::string* value = find_setting(lines, row.name);
         if (value == nullptr || (*value != "0" && *value != "1")) {
             return complain_of(path, (std::string("has no value for ") + row.name).c_str());
         }

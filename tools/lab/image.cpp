@@ -194,14 +194,19 @@ static uint64_t data_span(const volume& vol, uint64_t number) {
     return std::max(LEAST_BYTES, std::min(reached, room) * vol.extent_size);
 }
 
+uint64_t data_file_size(const volume& vol, uint64_t number) {
+    return METADATA_DATA_OFFSET + data_span(vol, number);
+}
+
 // A header with the volume's uuid, and some data in the first extents.
-static file_image data_image(const volume& vol, size_t number) {
+static file_image data_image(const model& m, const file_ref& file) {
+    const volume& vol = m.volumes[file.index];
+    const size_t number = file.number;
     struct [[gnu::packed]] data_header {
         metadata_head head;
         uint8_t second[META_NODE_SIZE];
     };
-    const uint64_t size = METADATA_DATA_OFFSET + data_span(vol, number);
-    file_image image = {data_path(vol, number), size, {}};
+    file_image image = {data_path(vol, number), data_file_size(vol, number), {}, m.ran};
     data_header header;
     memset(&header, 0, sizeof header);
     header.head.version = 0x00010000;
@@ -268,7 +273,7 @@ file_image image_of(const model& m, const file_ref& file) {
         case file_kind::map:
             return map_image(m.maps[file.index]);
         case file_kind::data:
-            return data_image(m.volumes[file.index], file.number);
+            return data_image(m, file);
         case file_kind::decoy:
             return decoy_image(m.volumes[file.index], file.number);
         case file_kind::journal:

@@ -31,7 +31,8 @@ struct chunk {
 struct file_image {
     std::string path;  // below the sample's directory
     uint64_t size;
-    std::vector<chunk> chunks;  // ascending, without overlap
+    std::vector<chunk> chunks;   // ascending, without overlap
+    bool may_be_longer = false;  // a running service extends the file ahead of its use
 };
 
 enum class file_kind { fri, tbl, data, decoy, map, journal };
@@ -47,6 +48,8 @@ constexpr size_t DATA_FILES = 2;  // of each volume
 std::string data_path(const volume& vol, uint64_t number);
 uint64_t extents_a_data_file(
     const volume& vol);  // capacity of a data file; file 0 begins with lpa 0
+
+uint64_t data_file_size(const volume& vol, uint64_t number);
 
 // Every file of the sample except its two configuration files. The journal comes last.
 std::vector<file_ref> list_files(const model& m);

@@ -110,6 +110,7 @@ struct model {
     uint64_t burst_from;                 // number of commits after which most transactions allocate
     bool logging;                        // false while the sample is set up
     std::vector<metadata_write> writes;  // of the commits inside the budget, oldest first
+    bool ran;  // after the sample was made, its service ran and was killed
 };
 
 }  // namespace lab

@@ -32,6 +32,11 @@ const char* usage_text() {
            "  tarn-lab damage DIR KIND [--volume N] [--seed S]\n"
            "      damages one place in the files of volume N (1), picked by the seed (1) among\n"
            "      the suitable places, and prints what it changed, or why no place is suitable.\n"
+           "  tarn-lab run DIR [--seconds N] [--seed S]\n"
+           "      makes transactions as the running service does, for N seconds (10) or until\n"
+           "      SIGTERM or SIGINT, and leaves what a killed service leaves: start-up replay\n"
+           "      recovers it, and verify knows its contents. It may be killed at any time. The\n"
+           "      sample must be as it was made, without --crash and --unfinalized.\n"
            "  tarn-lab --help | --version\n"
            "\n"
            "Exit status: 0 done, or no difference; 1 a difference, or a failure; 2 usage.\n"
@@ -79,6 +84,8 @@ static std::vector<number_row> numbers_of(options* out) {
         for (const parameter_row& row : PARAMETER_ROWS) {
             rows.push_back(number_of(row, &out->sample));
         }
+    } else if (out->what == command::run) {
+        rows = {{"seconds", &out->seconds, 1, 1000000}, {"seed", &out->seed, 0, UINT64_MAX}};
     } else if (out->what == command::damage) {
         rows = {{"volume", &out->volume, 1, 64}, {"seed", &out->seed, 0, UINT64_MAX}};
     }
@@ -90,8 +97,9 @@ static bool command_of(const char* word, options* out) {
         const char* word;
         command what;
     } rows[] = {
-        {"make", command::make},     {"verify", command::verify}, {"expect", command::expect},
-        {"damage", command::damage}, {"--help", command::help},   {"--version", command::version},
+        {"make", command::make},         {"verify", command::verify}, {"expect", command::expect},
+        {"damage", command::damage},     {"run", command::run},       {"--help", command::help},
+        {"--version", command::version},
     };
     for (const auto& row : rows) {
         if (strcmp(row.word, word) == 0) {

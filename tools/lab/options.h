@@ -6,7 +6,7 @@
 
 namespace lab {
 
-enum class command { make, verify, expect, damage, help, version };
+enum class command { make, verify, expect, damage, run, help, version };
 
 // The parameters of a sample: the same parameters give the same bytes.
 struct parameters {
@@ -48,9 +48,10 @@ struct options {
     parameters sample;     // make only
     bool refused = false;  // verify only; excludes `rebuilt`
     bool rebuilt = false;  // verify only
-    std::string kind;      // this and the next two: damage only; not checked here
+    std::string kind;      // this and the next: damage only; not checked here
     uint64_t volume = 1;
-    uint64_t seed = 1;
+    uint64_t seed = 1;      // damage and run
+    uint64_t seconds = 10;  // run only
 };
 
 // Returns false if the command line is wrong, and prints one line on standard error that says why.

@@ -134,4 +134,8 @@ model make_past(const parameters& sample, uint64_t transactions) {
     return m;
 }
 
+uint64_t commits_of_make(const model& m) {
+    return std::min(m.journal.commits, m.sample.transactions);
+}
+
 }  // namespace lab

@@ -14,5 +14,7 @@ model make_sample(const parameters& sample, progress* bar);
 // The same sample after only its first `transactions` transactions, at most as many as it has. A
 // map has the same number in both.
 model make_past(const parameters& sample, uint64_t transactions);
+// Number of the sample's complete transactions that are its own, not those of a run.
+uint64_t commits_of_make(const model& m);
 
 }  // namespace lab

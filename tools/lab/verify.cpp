@@ -28,6 +28,9 @@ static std::string verify_file(const model& m, truth wanted, const std::string& 
     if (wanted == truth::rebuilt && file.kind == file_kind::fri) {
         return compare_rebuilt(m, file.index, directory);
     }
+    if (m.ran && file.kind == file_kind::journal) {
+        return "";  // a run that was killed leaves half a record in it
+    }
     const file_image expected = image_of(m, file);
     const bool gone = file.kind == file_kind::journal && journal_may_be_gone(m, wanted) &&
                       !exists(directory + "/" + expected.path);

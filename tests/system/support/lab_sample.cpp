@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <gtest/gtest.h>
+#include <regex>
 
 #include "store/crc32c.h"
 
@@ -47,4 +48,36 @@ bool checksum_is_right(const node_place& place, std::vector<uint8_t> node) {
     uint32_t computed = 0;
     tarn_crc32c(node.data(), static_cast<uint32_t>(node.size()), &computed);
     return stored == computed;
+}
+
+// 63 entries a node.
+std::vector<uint64_t> entries_of(const std::string& map) {
+    std::vector<uint64_t> words(SAMPLE_ENTRIES);
+    for (uint64_t lea = 0; lea < SAMPLE_ENTRIES; lea++) {
+        const uint64_t at = 1048576 + lea / 63 * 512 + lea % 63 * 8;
+        memcpy(&words[lea], file_bytes(map, at, 8).data(), 8);
+    }
+    return words;
+}
+
+std::string file_named_first(const std::string& line) {
+    return line.substr(0, line.find(": "));
+}
+
+uint64_t number_after(const std::string& line, const std::string& words) {
+    const size_t at = line.find(words);
+    EXPECT_NE(at, std::string::npos) << line;
+    return at == std::string::npos ? 0 : std::stoull(line.substr(at + words.size()));
+}
+
+std::vector<reported_place> places_in(const std::string& line) {
+    static const std::regex place("(?:(\\S+): )?byte (\\d+)");
+    std::vector<reported_place> places;
+    std::string file;
+    for (std::sregex_iterator at(line.begin(), line.end(), place); at != std::sregex_iterator();
+         ++at) {
+        file = (*at)[1].matched ? std::string((*at)[1]) : file;
+        places.push_back({file, std::stoull((*at)[2]), at->suffix()});
+    }
+    return places;
 }

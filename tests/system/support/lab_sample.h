@@ -28,3 +28,19 @@ struct node_place {
 };
 node_place node_of(uint64_t byte);
 bool checksum_is_right(const node_place& place, std::vector<uint8_t> node);
+
+constexpr uint64_t SAMPLE_ENTRIES = 3000;  // of each map, if the sample is made without --extents
+std::vector<uint64_t> entries_of(const std::string& map);
+
+// The reports of damages: "FILE: ...", and numbers in them. Fails the test where the words are
+// missing.
+std::string file_named_first(const std::string& line);
+uint64_t number_after(const std::string& line, const std::string& words);
+
+// A place that a report names: "FILE: byte N, ...; byte M, ...; OTHER: byte O, ...".
+struct reported_place {
+    std::string file;
+    uint64_t byte;
+    std::string rest;  // of the report, after the number
+};
+std::vector<reported_place> places_in(const std::string& line);

@@ -49,6 +49,3 @@ bool check_server(const check_request& request, check_report* report, std::strin
 // Notes never change it. Damage wins over incomplete.
 ctl_exit exit_of(const check_report& report);
 const char* verdict_of(const check_report& report);  // "clean", "counts", "damage", ...
-
-void print_check_text(const check_report& report, bool color, bool all, bool quiet);
-void print_check_json(const check_report& report);

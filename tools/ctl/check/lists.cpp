@@ -17,21 +17,6 @@ static std::string index_name(const volume_check* volume) {
     return volume->files->index.substr(volume->files->root.size() + 1);
 }
 
-static void report_block(check_state* state, volume_check* volume, uint64_t block) {
-    const auto before = volume->bad_index_blocks.find(block - 1);
-    if (block > 0 && before != volume->bad_index_blocks.end()) {
-        state->findings[static_cast<size_t>(before->second)].count++;
-        volume->bad_index_blocks.emplace(block, before->second);
-        return;
-    }
-    const int number = add_finding(state, finding_code::F01, volume, index_name(volume));
-    finding* added = &state->findings.back();
-    added->place = place_kind::block;
-    added->first = block;
-    added->count = 1;
-    volume->bad_index_blocks.emplace(block, number);
-}
-
 static void take_entries(volume_check* volume, const data_node* node, uint64_t block) {
     for (uint64_t slot = 0; slot < FRI_BLOCK_ENTRIES; slot++) {
         fri_entry entry;
@@ -67,7 +52,8 @@ static void look_at_blocks(check_state* state, volume_check* volume, int fd, dat
     for (uint32_t i = 0; i < count; i++) {
         if (nodes[i].checksum != 0 && nodes[i].checksum != computed[i] &&
             !matches_now(fd, &nodes[i], first + i)) {
-            report_block(state, volume, first + i);
+            (void)add_damaged_block(state, volume, &volume->bad_index_blocks, finding_code::F01,
+                                    volume->files->index, first + i);
         }
         take_entries(volume, &nodes[i], first + i);
     }
@@ -258,7 +244,7 @@ void check_group_list(check_state* state, volume_check* volume) {
     const scoped_fd fd(opened);
     group_walk walk = {state, volume, opened, {}, {}, 0, NO_CAUSE, false};
     if (!volume->bad_index_blocks.empty()) {
-        walk.cause = volume->bad_index_blocks.begin()->second;
+        walk.cause = volume->bad_index_blocks.begin()->second.finding;
     }
     collect_wanted(&walk);
     if ((volume->index_view.bad_nodes >> 2 & 1) == 0) {
@@ -268,7 +254,8 @@ void check_group_list(check_state* state, volume_check* volume) {
     if (walk.unread) {
         add_unread(state, volume, volume->files->index, EIO);
     }
-    check_counts(
-        state, volume,
-        volume->bad_table_blocks.empty() ? NO_CAUSE : volume->bad_table_blocks.begin()->second);
+    check_counts(state, volume,
+                 volume->bad_table_blocks.empty()
+                     ? NO_CAUSE
+                     : volume->bad_table_blocks.begin()->second.finding);
 }

@@ -1,6 +1,7 @@
 #include "ctl/check/state.h"
 
 #include <cstring>
+#include <iterator>
 
 int add_finding(check_state* state, finding_code code, const volume_check* volume,
                 const std::string& file) {
@@ -22,6 +23,43 @@ int add_unread(check_state* state, const volume_check* volume, const std::string
     const std::string file = path.starts_with(root) ? path.substr(root.size()) : path;
     const int number = add_finding(state, finding_code::X01, volume, file);
     state->findings.back().detail = std::string("It cannot be read: ") + strerror(error) + ".";
+    return number;
+}
+
+int cause_of_block(const damaged_blocks& blocks, uint64_t block) {
+    auto after = blocks.upper_bound(block);
+    if (after == blocks.begin()) {
+        return NO_CAUSE;
+    }
+    const damaged_run& run = std::prev(after)->second;
+    return block < run.end ? run.finding : NO_CAUSE;
+}
+
+int add_damaged_block(check_state* state, const volume_check* volume, damaged_blocks* blocks,
+                      finding_code code, const std::string& path, uint64_t block) {
+    const int known = cause_of_block(*blocks, block);
+    if (known != NO_CAUSE) {
+        return known;
+    }
+    const int before = block > 0 ? cause_of_block(*blocks, block - 1) : NO_CAUSE;
+    if (before != NO_CAUSE) {
+        std::prev(blocks->upper_bound(block))->second.end++;
+        state->findings[static_cast<size_t>(before)].count++;
+        state->findings[static_cast<size_t>(before)].number++;
+        return before;
+    }
+    if (blocks->size() >= RUNS_MAX) {
+        const int last = blocks->begin()->second.finding;
+        state->findings[static_cast<size_t>(last)].number++;  // counted with the first one
+        return last;
+    }
+    const int number =
+        add_finding(state, code, volume, path.substr(volume->files->root.size() + 1));
+    finding* added = &state->findings.back();
+    added->place = place_kind::block;
+    added->first = block;
+    added->count = 1;
+    blocks->emplace(block, damaged_run{block + 1, number});
     return number;
 }
 

@@ -18,10 +18,23 @@
 #include "view/header_view.h"
 #include "view/server_files.h"
 
+struct check_state;
+struct volume_check;
+
 using uuid_bytes = std::array<uint8_t, UUID_SIZE>;
 
-// Ascending numbers of damaged blocks, each with the finding that reports it.
-using block_causes = std::map<uint64_t, int>;
+// Damaged blocks, as runs that touch no other one, each with the finding that reports it.
+struct damaged_run {
+    uint64_t end;
+    int finding;
+};
+using damaged_blocks = std::map<uint64_t, damaged_run>;  // by the first block
+// The finding that reports the block; NO_CAUSE: it is not damaged.
+int cause_of_block(const damaged_blocks& blocks, uint64_t block);
+// Adds a damaged block of `file`: to the finding of the run that it continues, or to a new one of
+// `code`. A block that is known changes nothing.
+int add_damaged_block(check_state* state, const volume_check* volume, damaged_blocks* blocks,
+                      finding_code code, const std::string& path, uint64_t block);
 
 // Extents whose references come from a place that is wrong itself, with the finding that says so.
 using suspect_extents = std::map<uint64_t, int>;
@@ -58,8 +71,8 @@ struct volume_check {
     bool all_maps_read = true;
     bool has_far = false;  // a map refers to extents past those that are counted
 
-    block_causes bad_table_blocks;
-    block_causes bad_index_blocks;
+    damaged_blocks bad_table_blocks;
+    damaged_blocks bad_index_blocks;
     suspect_extents suspects;
 
     std::vector<fri_entry> near_groups;  // entries of the index for groups of the data files

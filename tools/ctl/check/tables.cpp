@@ -21,6 +21,8 @@ struct group_pass {
     fri_window window;
     tbl_group_image image;
     uint32_t checksums[TBL_GROUP_BLOCKS_MAX];  // of its blocks, as they should be
+    uint64_t hole_begin;  // groups of a hole of the table: all their extents are free
+    uint64_t hole_end;
 };
 
 // One group in hand.
@@ -44,10 +46,7 @@ static int cause_of(const group_pass* pass, const group_case& at, uint32_t offse
     const uint32_t block =
         (pass->image.first_slot + offset) / static_cast<uint32_t>(TBL_BLOCK_ENTRIES);
     if ((at.bad_blocks >> block & 1) != 0) {
-        const auto found = pass->volume->bad_table_blocks.find(pass->image.first_block + block);
-        if (found != pass->volume->bad_table_blocks.end()) {
-            return found->second;
-        }
+        return cause_of_block(pass->volume->bad_table_blocks, pass->image.first_block + block);
     }
     const auto suspect = pass->volume->suspects.find(tbl_lpa_of(at.group, offset));
     return suspect != pass->volume->suspects.end() ? suspect->second : NO_CAUSE;
@@ -171,7 +170,8 @@ static void judge_data_end(group_pass* pass, const group_case& at) {
         const uint64_t lpa = tbl_lpa_of(at.group, offset);
         if ((at.words[offset] & TBL_USED_BIT) != 0 &&
             dat_byte_in_file(lpa, volume->shift) + extent_bytes(volume) > file->size) {
-            add_extent(pass, finding_code::D02, lpa, NO_VALUE, NO_VALUE, NO_CAUSE);
+            add_extent(pass, finding_code::D02, lpa, NO_VALUE, NO_VALUE,
+                       cause_of(pass, at, offset));
         }
     }
 }
@@ -181,22 +181,16 @@ static bool is_blank(const data_node* node) {
     return memcmp(node, &blank, sizeof blank) == 0;
 }
 
-// The number of the block's finding, made when it is first met.
+// Returns the number of the finding.
 static int report_block(group_pass* pass, uint64_t block) {
-    const auto known = pass->volume->bad_table_blocks.find(block);
-    if (known != pass->volume->bad_table_blocks.end()) {
-        return known->second;
+    volume_check* volume = pass->volume;
+    const bool known = cause_of_block(volume->bad_table_blocks, block) != NO_CAUSE;
+    const int number = add_damaged_block(pass->state, volume, &volume->bad_table_blocks,
+                                         finding_code::T01, volume->files->table, block);
+    if (!known) {
+        add_place(&volume->runs[finding_code::T01],
+                  {block * TBL_BLOCK_ENTRIES, TBL_BLOCK_ENTRIES, NO_VALUE, NO_VALUE, number});
     }
-    const int number =
-        add_finding(pass->state, finding_code::T01, pass->volume,
-                    pass->volume->files->table.substr(pass->volume->files->root.size() + 1));
-    finding* added = &pass->state->findings.back();
-    added->place = place_kind::block;
-    added->first = block;
-    added->count = 1;
-    pass->volume->bad_table_blocks.emplace(block, number);
-    add_place(&pass->volume->runs[finding_code::T01],
-              {block * TBL_BLOCK_ENTRIES, TBL_BLOCK_ENTRIES, NO_VALUE, NO_VALUE, number});
     return number;
 }
 
@@ -259,6 +253,39 @@ static void report_unread_group(group_pass* pass, uint64_t group, const std::str
     added->count = 1;
 }
 
+// The first group from `group` on, at most `end`, that has data in the table.
+static uint64_t next_table_group(int fd, uint64_t group, uint64_t end) {
+    const uint64_t begin = data_node_offset(tbl_block_of(tbl_lpa_of(group, 0)));
+    const uint64_t data = io_next_data(fd, begin, TBL_FILE_SIZE);
+    if (data >= TBL_FILE_SIZE) {
+        return end;
+    }
+    const uint64_t block = data / DATA_NODE_SIZE - DATA_NODE_BASE;
+    return std::clamp(tbl_group_of(block * TBL_BLOCK_ENTRIES), group, end);
+}
+
+// Whether the group lies in a hole of the table.
+static bool is_in_hole(group_pass* pass, uint64_t group) {
+    if (group < pass->hole_begin || group >= pass->hole_end) {
+        pass->hole_begin = group;
+        pass->hole_end = next_table_group(pass->table, group, TBL_GROUP_COUNT);
+    }
+    return group < pass->hole_end;
+}
+
+static bool is_counted(const group_pass* pass, uint64_t group) {
+    return pass->counts != nullptr &&
+           ref_counts_has_region(pass->counts, static_cast<uint32_t>(group / REF_REGION_GROUPS));
+}
+
+// A group without a reference in a hole of the table: only its entry of the index is left to judge.
+static bool check_group_in_hole(group_pass* pass, group_case* at) {
+    static constexpr uint16_t all_free[TBL_GROUP_ENTRIES] = {};
+    at->words = all_free;
+    judge_index_entry(pass, *at, TBL_GROUP_ENTRIES);
+    return fri_entry_is_init(&at->entry);
+}
+
 // True: there was something in the group.
 static bool check_group(group_pass* pass, uint64_t group) {
     group_case at = {group, pass->image.words, nullptr, {}, 0, NO_CAUSE};
@@ -267,16 +294,17 @@ static bool check_group(group_pass* pass, uint64_t group) {
         report_unread_group(pass, group, pass->volume->files->index);
         return true;
     }
+    if (!is_counted(pass, group) && is_in_hole(pass, group)) {
+        at.list_cause = cause_of_block(pass->volume->bad_index_blocks, fri_block_of(group));
+        return check_group_in_hole(pass, &at);
+    }
     if (!load_group(pass, group)) {
         report_unread_group(pass, group, pass->volume->files->table);
         return true;
     }
-    const auto bad_entry = pass->volume->bad_index_blocks.find(fri_block_of(group));
-    at.list_cause =
-        bad_entry != pass->volume->bad_index_blocks.end() ? bad_entry->second : NO_CAUSE;
+    at.list_cause = cause_of_block(pass->volume->bad_index_blocks, fri_block_of(group));
     judge_blocks(pass, &at);
-    if (pass->counts != nullptr &&
-        ref_counts_has_region(pass->counts, static_cast<uint32_t>(group / REF_REGION_GROUPS))) {
+    if (is_counted(pass, group)) {
         ref_counts_get_group(pass->counts, group, references);
         at.references = references;
     }
@@ -291,17 +319,6 @@ static bool check_group(group_pass* pass, uint64_t group) {
     judge_data_end(pass, at);
     return free_extents < TBL_GROUP_ENTRIES || at.references != nullptr ||
            fri_entry_is_init(&at.entry) || at.bad_blocks != 0;
-}
-
-// The first group from `group` on, at most `end`, that has data in the table.
-static uint64_t next_table_group(int fd, uint64_t group, uint64_t end) {
-    const uint64_t begin = data_node_offset(tbl_block_of(tbl_lpa_of(group, 0)));
-    const uint64_t data = io_next_data(fd, begin, TBL_FILE_SIZE);
-    if (data >= TBL_FILE_SIZE) {
-        return end;
-    }
-    const uint64_t block = data / DATA_NODE_SIZE - DATA_NODE_BASE;
-    return std::clamp(tbl_group_of(block * TBL_BLOCK_ENTRIES), group, end);
 }
 
 static uint64_t next_index_group(const group_pass* pass, uint64_t group, uint64_t end) {

@@ -1,0 +1,17 @@
+// A report on standard output, as text or as JSON Lines. Below: listing.h, place_words.h.
+// Above: main.
+#pragma once
+
+#include <cstdio>
+
+#include "ctl/check/check.h"
+
+struct print_style {
+    bool color = false;  // text only
+    bool all = false;    // list consequences, and more than 100 findings of a code
+    bool quiet = false;  // text: the verdict only; JSON: no findings
+};
+
+// False: not everything could be written, errno says why.
+bool print_check_text(FILE* out, const check_report& report, const print_style& style);
+bool print_check_json(FILE* out, const check_report& report, const print_style& style);

@@ -1,0 +1,34 @@
+// The command line of tarnctl. Below: check.h. Above: main.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "ctl/check/check.h"
+
+enum class ctl_command { none, check, explain };
+enum class when { automatic, always, never };
+
+struct ctl_options {
+    ctl_command command = ctl_command::none;  // none: there is nothing to run
+    std::string conf;                         // empty: the system's own configuration
+    bool json = false;
+    bool quiet = false;
+    when color = when::automatic;
+    when progress = when::automatic;
+    check_request check;
+    std::vector<std::string> words;  // of explain
+};
+
+struct parsed_options {
+    ctl_options options;
+    int status = EXIT_CLEAN;  // if there is nothing to run: EXIT_USAGE, or 0 after --help
+    std::string out;          // for standard output: help, version
+    std::string err;          // for standard error: what is wrong with the command line
+};
+
+parsed_options parse_options(int argc, const char* const* argv);
+
+// "16M", "1G", "1048576": bytes from 1 MiB to 64 GiB; K, M and G are powers of 1024. 0: anything
+// else.
+uint64_t parse_size(const std::string& text);
