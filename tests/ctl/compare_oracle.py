@@ -22,10 +22,12 @@ from oracle import judge
 
 SKIPPED = {'J02', 'J03', 'J04', 'J05', 'J06', 'J08', 'X01', 'D04'}
 PLACES = ('lpa', 'group', 'block', 'node', 'lea')
-IN_FILE = {'M01', 'M02', 'M04', 'M07', 'M08'}   # file and place
-BY_FILE = {'H01', 'H02', 'H03', 'H04', 'H05', 'M03', 'M05', 'M06', 'M10', 'M11', 'P01', 'P03',
-           'D03'}
-BY_VOLUME = {'P02', 'D01', 'D05', 'F07', 'F10', 'F11', 'F12', 'S01', 'J01'}
+IN_FILE = {'M01', 'M02', 'M04', 'M08', 'R06', 'R07'}  # file and place
+BY_VOLUME = {'F07', 'F10', 'F11', 'F12', 'S01', 'J01', 'D05'}
+
+
+def expand(text, first, count):
+    return [text % place for place in range(int(first), int(first) + int(count))]
 
 
 def places_of(record):
@@ -33,16 +35,18 @@ def places_of(record):
     code, file = record['code'], record.get('file', '')
     if code in BY_VOLUME:
         return ['']
-    if code in BY_FILE:
-        return [file]
+    if code == 'M07':
+        return ['%s row %s' % (file, record['was'])]
+    if code in IN_FILE and code not in ('M01', 'M02'):  # entries: every range of the one owner
+        return [place for run in record['owners'][0]['ranges']
+                for place in expand(file + ' lea %d', run['lea'], run['count'])]
+    if code == 'M02':
+        return [file + ' node %d' % (lea // 63) for run in record['owners'][0]['ranges']
+                for lea in range(int(run['lea']), int(run['lea']) + int(run['count']), 63)]
     for kind in PLACES:
         if kind in record:
-            first, count = (int(record[kind][name]) for name in ('first', 'count'))
-            if code == 'T03':
-                return ['group %d' % group
-                        for group in {lpa // 4096 for lpa in range(first, first + count)}]
-            text = '%s %s %%d' % (file, kind) if code in IN_FILE else '%s %%d' % kind
-            return [text % place for place in range(first, first + count)]
+            text = file + ' ' + kind if code in IN_FILE else kind
+            return expand(text + ' %d', record[kind]['first'], record[kind]['count'])
     return [file]
 
 
@@ -50,11 +54,16 @@ def findings_of(output):
     found = {}
     for line in output.splitlines():
         record = json.loads(line)
-        if record['record'] == 'finding' and record['code'] not in SKIPPED:
-            volume = os.path.basename(record.get('volume') or '')
-            for place in places_of(record):
-                key = record['code'], volume, place
-                found[key] = found.get(key, True) and record['because'] is not None
+        if record['record'] != 'finding' or record['code'] in SKIPPED:
+            continue
+        volume = os.path.basename(record.get('volume') or '')
+        explained = record['because'] is not None
+        if record['code'] == 'P01':  # one finding for each file but the first
+            found['P01', '', record['was']] = False
+            continue
+        for place in places_of(record):
+            key = record['code'], volume, place
+            found[key] = found.get(key, True) and explained
     return found
 
 

@@ -12,8 +12,9 @@ import struct
 import sys
 
 from metadata_bytes import *  # noqa: F403 - the names of the format
+from oracle_headers import judge_header, read_header
 from oracle_maps import find_maps, judge_maps
-from oracle_lists import judge_lists
+from oracle_lists import in_damaged_block, judge_lists
 
 
 class Server:
@@ -28,74 +29,57 @@ class Server:
         key = (code, volume.name if volume else '', place)
         self.found[key] = self.found.get(key, True) and explained
 
+    def found_any(self, code):
+        return any(key[0] == code for key in self.found)
+
 
 class Volume:
     def __init__(self, server, root):
         self.server, self.root, self.name = server, root, os.path.basename(root)
-        self.table = self.index = None     # headers that can be believed
+        self.has_table = self.has_index = False
+        self.uuid = None  # the table's, when its node can be believed
         self.words, self.entries = {}, {}  # lpa: table word; group: (next, head, count, initialised)
         self.bad_table_blocks, self.bad_index_blocks = set(), set()
         self.references = collections.Counter()
-        self.doubtful = set()  # extents that an entry of a damaged node names
+        self.doubtful = set()  # extents that an entry names which is itself a finding
         self.complete = True   # every map was read to its end
-        self.shift, self.end = None, 0
+        self.far = False       # an entry names an extent past the end
+        self.shift, self.end = None, EXTENTS_MAX
 
     def say(self, code, place, explained=False):
         self.server.say(code, self, place, explained)
 
 
-def read_header(path, kind):
-    """The nodes' payloads, None for one with a wrong checksum."""
-    nodes = []
-    for number in range(sum(NODES[kind])):
-        node = read_at(path, node_offset(kind, number), 64)
-        stored = struct.unpack_from('<I', node)[0]
-        nodes.append(node if not any(node) or stored == node_sum(node) else None)
-    return nodes
-
-
-def judge_header(volume, path, kind):
-    """The nodes of a header that can be believed, else None."""
-    place = os.path.relpath(path, volume.root)
-    nodes = read_header(path, kind)
-    if None in nodes:
-        volume.say('H01', place)
-    if nodes[0] is not None:
-        version, magic, word = struct.unpack_from('<IQI', nodes[0], 4)
-        if magic != MAGIC or word != kind:
-            volume.say('H02', place)
-            return None
-        if kind != MAP and version != VERSION:
-            volume.say('H04', place)
-    return None if None in nodes else nodes
-
-
 def judge_table_header(volume, path):
-    nodes = judge_header(volume, path, TABLE)
-    if nodes is None:
-        return
-    offset = struct.unpack_from('<Q', nodes[0], 36)[0]
-    extent, entry, total = struct.unpack_from('<IIQ', nodes[1], 4)
-    power = extent.bit_length() - 1
-    right = extent == 1 << max(power, 0) and 9 <= power <= 30
-    if not right or entry != 2 or offset != BLOCKS_AT or total > EXTENTS_MAX:
+    nodes, volume.has_table = judge_header(volume, path, TABLE)
+    wrong = False
+    if nodes[0] is not None:
+        wrong = struct.unpack_from('<Q', nodes[0], 36)[0] != BLOCKS_AT
+        volume.uuid = nodes[0][20:36]
+    if nodes[1] is not None:
+        extent, entry, total = struct.unpack_from('<IIQ', nodes[1], 4)
+        power = extent.bit_length() - 1
+        if power in range(9, 31) and extent == 1 << power:
+            volume.shift = power
+        wrong = wrong or volume.shift is None or entry != 2 or total > EXTENTS_MAX
+    if wrong:
         volume.say('H03', '@EP/EP_TBL')
-    if right:
-        volume.shift = power
-    volume.table = nodes
+    return nodes[0] if volume.has_table else None
 
 
 def judge_index_header(volume, path):
-    nodes = judge_header(volume, path, INDEX)
-    if nodes is None:
-        return
-    offset = struct.unpack_from('<Q', nodes[0], 36)[0]
-    entry, volume.group_count = struct.unpack_from('<IQ', nodes[1], 4)
-    volume.free, volume.head = struct.unpack_from('<QQ', nodes[2], 4)
-    if (entry != 8 or offset != BLOCKS_AT or volume.group_count > GROUPS_MAX
-            or volume.free > EXTENTS_MAX):
+    nodes, volume.has_index = judge_header(volume, path, INDEX)
+    volume.group_count = volume.free = volume.head = None
+    wrong = nodes[0] is not None and struct.unpack_from('<Q', nodes[0], 36)[0] != BLOCKS_AT
+    if nodes[1] is not None:
+        entry, volume.group_count = struct.unpack_from('<IQ', nodes[1], 4)
+        wrong = wrong or entry != 8 or volume.group_count > GROUPS_MAX
+    if nodes[2] is not None:
+        volume.free, volume.head = struct.unpack_from('<QQ', nodes[2], 4)
+        wrong = wrong or volume.free > EXTENTS_MAX
+    if wrong:
         volume.say('H03', '@EP/EP_FRI')
-    volume.index = nodes
+    return nodes[0] if volume.has_index else None
 
 
 def judge_blocks(volume, path, code, unsummed):
@@ -104,7 +88,7 @@ def judge_blocks(volume, path, code, unsummed):
     for number, block in blocks.items():
         stored = struct.unpack_from('<I', block, 508)[0]
         if stored == 0:
-            if unsummed and any(block[:504]):
+            if unsummed:
                 volume.say(unsummed, 'block %d' % number)
         elif stored != block_sum(block):
             volume.say(code, 'block %d' % number)
@@ -132,39 +116,39 @@ def read_index(volume, path):
 
 def judge_data_files(volume):
     directory = os.path.join(volume.root, '@EP')
-    names = sorted(name for name in os.listdir(directory) if name.startswith('EP_DAT_'))
-    numbers = [int(name[7:]) for name in names]
-    volume.data_files = {}
+    volume.data_files = {int(name[7:]): os.path.join(directory, name)
+                         for name in os.listdir(directory) if name.startswith('EP_DAT_')}
+    numbers = sorted(volume.data_files)
     if not numbers:
         volume.say('D05', '')
-    elif numbers[-1] != len(numbers) - 1:
-        volume.say('D01', '')
-    for number, name in zip(numbers, names):
-        path = os.path.join(directory, name)
-        volume.data_files[number] = os.path.getsize(path)
-        nodes = read_header(path, DATA)
-        if nodes[0] is None or struct.unpack_from('<Q', nodes[0], 8)[0] != MAGIC:
-            volume.say('D03', '@EP/' + name)
-        else:
-            volume.pools['@EP/' + name] = nodes[0][20:36]
-    if volume.shift is not None and numbers:
+    elif volume.shift is not None:
         volume.end = min((numbers[-1] + 1) << 42 - volume.shift, EXTENTS_MAX)
+    for before, number in zip([-1] + numbers, numbers):
+        if before + 1 < number:
+            volume.say('D01', '@EP/EP_DAT_%05d' % (before + 1))
+    for number in numbers:
+        place = '@EP/EP_DAT_%05d' % number
+        node = read_header(volume.data_files[number], DATA)[0]
+        if node is None or struct.unpack_from('<Q', node, 8)[0] != MAGIC:
+            volume.say('D03', place)
+        else:
+            volume.pools[place] = node[20:36]
 
 
 def judge_volume(volume):
-    table, index = (os.path.join(volume.root, '@EP', name) for name in ('EP_TBL', 'EP_FRI'))
     volume.maps = find_maps(volume)
-    volume.pools = {}
-    for path, judge, read in ((table, judge_table_header, read_table),
-                              (index, judge_index_header, read_index)):
+    volume.pools = {}  # by file, the table first
+    for name, judge_file, read in (('EP_TBL', judge_table_header, read_table),
+                                   ('EP_FRI', judge_index_header, read_index)):
+        place = '@EP/' + name
+        path = os.path.join(volume.root, place)
         if os.path.isfile(path):
-            judge(volume, path)
+            head = judge_file(volume, path)
             read(volume, path)
+            if head is not None:
+                volume.pools[place] = head[20:36]
         elif volume.maps:
-            volume.say('H05', os.path.relpath(path, volume.root))
-    for nodes, place in ((volume.table, '@EP/EP_TBL'), (volume.index, '@EP/EP_FRI')):
-        if nodes is not None:
-            volume.pools[place] = nodes[0][20:36]
+            volume.say('H05', place)
     judge_data_files(volume)
     for name in ('@EP_CHK', '@EP_FIX'):
         if os.path.isdir(os.path.join(volume.root, name)):
@@ -173,60 +157,67 @@ def judge_volume(volume):
 
 def judge_identities(server):
     """One uuid on two maps, or on tables or indexes of two volumes; disagreement; no uuid."""
-    owners = collections.defaultdict(set)
+    owners = collections.defaultdict(list)
     for volume in server.volumes:
         for one in volume.maps:
-            if one.header is not None:
-                owners['map', one.header[0][20:36]].add((volume, one.place))
-        for place in ('@EP/EP_TBL', '@EP/EP_FRI'):
-            if place in volume.pools:
-                owners['pool', volume.pools[place]].add((volume, place))
-        known = set(volume.pools.values()) - {bytes(16)}
-        if len(set(volume.pools.values())) > 1 and known:
-            volume.say('P02', '')
+            if one.uuid is not None:
+                owners['map', one.uuid].append((volume, one.place))
+        for place, uuid in volume.pools.items():
+            if place in ('@EP/EP_TBL', '@EP/EP_FRI'):
+                owners['pool', uuid].append((volume, place))
+            if uuid != next(iter(volume.pools.values())):
+                volume.say('P02', place)
     for (kind, uuid), places in owners.items():
-        for volume, place in places:
-            if not any(uuid):
+        if not any(uuid):
+            for volume, place in places:
                 volume.say('P03', place)
-            elif len(places) > 1 and (kind == 'map' or len({other for other, _ in places}) > 1):
-                volume.say('P01', place)
+        elif len(places if kind == 'map' else {volume for volume, _ in places}) > 1:
+            server.say('P01', None, uuid.hex())
 
 
 def judge_reference(volume, lpa):
     """What the table says of one extent against what the maps say."""
     word, named = volume.words.get(lpa, 0), volume.references[lpa]
     hidden = lpa // TABLE_SLOTS in volume.bad_table_blocks
+    explained = hidden or lpa in volume.doubtful
     place = 'lpa %d' % lpa
     counted = word & LOW
     if not word & USED:
         if named:
-            volume.say('R01', place, hidden or lpa in volume.doubtful)
+            volume.say('R01', place, explained)
         return
     if counted == 0:
         volume.say('T02', place, hidden)
-    if counted == LOW:
-        volume.say('R05', place, hidden)
+    if lpa >= volume.end and volume.far:
+        return
     if named > counted:
-        volume.say('R02', place, hidden or lpa in volume.doubtful)
+        volume.say('R02', place, explained)
+    elif named == counted == LOW:
+        volume.say('R05', place, explained)
     elif named < counted and volume.complete:
-        volume.say('R03' if named else 'R04', place, hidden)
+        volume.say('R03' if named else 'R04', place, explained)
+
+
+def judge_place(volume, lpa):
+    """An extent in use: does its data file reach so far, and does its group exist?"""
+    hidden = lpa // TABLE_SLOTS in volume.bad_table_blocks
+    if volume.shift is not None and volume.data_files:
+        per_file = 42 - volume.shift
+        path = volume.data_files.get(lpa >> per_file)
+        end = BLOCKS_AT + ((lpa & (1 << per_file) - 1) + 1 << volume.shift)
+        if path is not None and os.path.getsize(path) < end:
+            volume.say('D02', 'lpa %d' % lpa, hidden)
+    group = lpa // GROUP
+    if volume.has_index and not volume.entries.get(group, (0, 0, 0, False))[3]:
+        volume.say('T03', 'group %d' % group, in_damaged_block(volume, group))
 
 
 def judge_extents(volume):
-    per_file = 42 - volume.shift
-    used = {lpa for lpa, word in volume.words.items() if word & USED and lpa < volume.end}
-    for lpa in sorted(used | {lpa for lpa in volume.references if lpa < volume.end}):
+    used = {lpa for lpa, word in volume.words.items() if word & USED}
+    for lpa in used | set(volume.references):
         judge_reference(volume, lpa)
     for lpa in used:
-        hidden = lpa // TABLE_SLOTS in volume.bad_table_blocks
-        size = volume.data_files.get(lpa >> per_file)
-        end = BLOCKS_AT + ((lpa & (1 << per_file) - 1) + 1 << volume.shift)
-        if size is not None and size < end:
-            volume.say('D02', 'lpa %d' % lpa, hidden)
-        group = lpa // GROUP
-        if volume.index is not None and not volume.entries.get(group, (0, 0, 0, False))[3]:
-            volume.say('T03', 'group %d' % group,
-                       hidden or group // INDEX_SLOTS in volume.bad_index_blocks)
+        judge_place(volume, lpa)
 
 
 def read_configuration(path):
@@ -258,11 +249,13 @@ def judge(configuration):
             server.volumes.append(Volume(server, root))
     for volume in server.volumes:
         judge_volume(volume)
+    known = None not in [volume.uuid for volume in server.volumes] and not server.found_any('S01')
+    pools = {volume.uuid for volume in server.volumes} if known else None
     for volume in server.volumes:
-        judge_maps(volume, {uuid for other in server.volumes for uuid in other.pools.values()})
-        if volume.table is not None and volume.shift is not None:
+        judge_maps(volume, pools)
+        if volume.has_table:
             judge_extents(volume)
-            if volume.index is not None:
+            if volume.has_index:
                 judge_lists(volume)
     judge_identities(server)
     judge_journal(server, os.path.join(values['journal_root'], 'EP_JNL'))

@@ -70,13 +70,17 @@ def _free_leas(dice, volume):
 
 
 def _fill_one_group(dice, volume):
-    """Now and then a group without a free extent, which takes a larger map."""
+    """Now and then a group without a free extent, or an extent with the highest count: both take
+    a larger map."""
     if dice.random() > 0.15:
         return {}
     group = dice.choice(volume.groups)
     one = volume.maps[0]
     base = dice.choice((0, one.total))
     one.total += GROUP
+    if dice.random() < 0.3:
+        one.entries = {base + number: group * GROUP for number in range(LOW)}
+        return {group * GROUP: LOW}
     one.entries = {base + offset: group * GROUP + offset for offset in range(GROUP)}
     return {lpa: 1 for lpa in one.entries.values()}
 
@@ -93,8 +97,9 @@ def _fill_maps(dice, volume, used):
     for one, lea in places:
         if not extents:
             break
-        if volume.references and dice.random() < 0.2:
-            lpa = dice.choice(list(volume.references)[-20:])
+        lpa = dice.choice(list(volume.references)[-20:]) if volume.references else None
+        if lpa is not None and volume.references[lpa] < 100 and dice.random() < 0.2:
+            pass  # shared
         else:
             lpa = extents.pop()
         volume.references[lpa] = volume.references.get(lpa, 0) + 1
