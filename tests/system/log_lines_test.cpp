@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "system/support/damaged_server.h"
+#include "system/support/everyday_commands.h"
 
 // One quoted line of the table: "..." and words of capital letters match any text.
 struct known_line {
@@ -41,27 +42,6 @@ static std::vector<known_line> lines_that_mean_nothing() {
     return lines;
 }
 
-// Every everyday command, on both volumes.
-static const char* const COMMANDS =
-    "tarn --ckvjnl\n"
-    "tarn --startup-replay\n"
-    "tarn --onekeycheck\n"
-    "tarn --search jnl -m\n"
-    "for V in /volume1 /volume2; do\n"
-    "    F=\"--fripath $V/@EP/EP_FRI --tblpath $V/@EP/EP_TBL\"\n"
-    "    tarn --fullck --volpath $V\n"
-    "    tarn --freeck $F\n"
-    "    tarn --reconstruct --volpath $V\n"
-    "    rm -r $V/@EP_FIX\n"
-    "    find $V/@iSCSITrg -name '*_Extent_*' | while read -r MAP; do\n"
-    "        tarn --check-map --mappath $MAP </dev/null\n"
-    "    done\n"
-    "    tarn --vaaifix $F\n"
-    "    echo YES | tarn --punch -p $V -o 0 -l 10\n"
-    "done\n"
-    "mv $J $J.aside\n"
-    "tarn --onekeycheck\n";
-
 TEST(log_lines, of_sound_volumes_are_all_in_the_table_and_each_of_them_occurs) {
     const std::vector<known_line> known = lines_that_mean_nothing();
     ASSERT_GE(known.size(), 10u);
@@ -69,7 +49,7 @@ TEST(log_lines, of_sound_volumes_are_all_in_the_table_and_each_of_them_occurs) {
     for (const char* sample :
          {"--crash --seed 24", "--crash --seed 36", "--crash --seed 56", "--seed 5"}) {
         const damaged_server server(sample);
-        for (const std::string& line : server.run(COMMANDS).log) {
+        for (const std::string& line : server.run(EVERYDAY_COMMANDS).log) {
             bool is_known = false;
             for (const known_line& one : known) {
                 if (std::regex_search(line, one.expression)) {

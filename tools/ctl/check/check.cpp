@@ -5,6 +5,7 @@
 #include <optional>
 #include <unistd.h>
 
+#include "ctl/check/fold.h"
 #include "ctl/check/frozen.h"
 #include "ctl/check/journal.h"
 #include "ctl/check/maps.h"
@@ -242,6 +243,7 @@ bool check_server(const check_request& request, check_report* report, std::strin
             "The service wrote all the time, more than this check could follow. Check again, or "
             "while it is paused.");
     }
+    finish_report(report);
     report->seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     return true;

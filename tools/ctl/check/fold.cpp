@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <tuple>
 
+#include "ctl/check/listing.h"
+
 constexpr int CHAIN_MAX = 8;  // causes behind each other; a longer chain is a loop, and no chain
 
 static void merge_ranges(std::vector<lea_range>* ranges) {
@@ -47,12 +49,11 @@ static bool ranges_less(const finding_owner& a, const finding_owner& b) {
 }
 
 static auto home_of(const finding& of) {
-    return std::tie(of.volume, of.code, of.file, of.place);
+    return std::tuple(std::tie(of.volume, of.code, of.file), is_rest(of), of.place);
 }
 
 static auto words_of(const finding& of) {
-    return std::tie(of.level, of.extent_size, of.was, of.ought, of.detail, of.next, of.log,
-                    of.number);
+    return std::tie(of.level, of.extent_size, of.was, of.ought, of.detail, of.next, of.log);
 }
 
 // Everything but place and ranges: what is equal here is said in the same words.
@@ -67,22 +68,36 @@ static int compare_words(const finding& a, const finding& b) {
 }
 
 static bool run_less(const finding& a, const finding& b) {
-    if (std::tie(a.first, a.count) != std::tie(b.first, b.count)) {
-        return std::tie(a.first, a.count) < std::tie(b.first, b.count);
+    const auto run_of = [](const finding& of) { return std::tie(of.first, of.count, of.number); };
+    if (run_of(a) != run_of(b)) {
+        return run_of(a) < run_of(b);
     }
     return std::lexicographical_compare(a.owners.begin(), a.owners.end(), b.owners.begin(),
                                         b.owners.end(), ranges_less);
 }
 
-// Whether `next`, which begins at or after `run`, continues it. A finding that stands for several
-// places is no run.
+// Whether it stands for the places from its first one on, and no others.
+static bool is_run(const finding& of) {
+    return of.place != place_kind::none && of.number == of.count;
+}
+
+// Whether `next`, which begins at or after `run`, continues it. Without a place only a finding that
+// was made twice does.
 static bool continues(const finding& run, const finding& next) {
-    return compare_words(run, next) == 0 && run.number == 1 && next.first >= run.first &&
-           next.first - run.first <= run.count;
+    if (compare_words(run, next) != 0) {
+        return false;
+    }
+    if (run.place == place_kind::none) {
+        return run.number == 1 && next.number == 1;
+    }
+    return is_run(run) && is_run(next) && next.first - run.first <= run.count;
 }
 
 static void take_in(finding* run, const finding& next) {
-    run->count = std::max(run->count, next.first - run->first + next.count);
+    if (is_run(*run)) {
+        run->count = std::max(run->count, next.first - run->first + next.count);
+        run->number = run->count;
+    }
     for (size_t i = 0; i < run->owners.size(); i++) {
         finding_owner& owner = run->owners[i];
         const finding_owner& more = next.owners[i];
@@ -91,7 +106,12 @@ static void take_in(finding* run, const finding& next) {
     }
 }
 
-static void tidy_owners(finding* of) {
+// Owners and their ranges in order; a run stands for as many places as it has.
+static void tidy(finding* of) {
+    if (of->place != place_kind::none && of->number == 1) {
+        of->count = std::max<uint64_t>(of->count, 1);
+        of->number = of->count;
+    }
     std::sort(of->owners.begin(), of->owners.end(),
               [](const finding_owner& a, const finding_owner& b) {
                   return names_less(a, b) || (!names_less(b, a) && ranges_less(a, b));
@@ -195,7 +215,7 @@ bool folder::node_less(size_t a, size_t b) const {
 void folder::link() {
     for (size_t i = nodes_.size(); i-- > 0;) {
         node& one = nodes_[i];
-        tidy_owners(&one.of);
+        tidy(&one.of);
         one.weight = std::max(one.weight, weight_of(one.of));
         if (one.parent != SIZE_MAX) {
             node& parent = nodes_[one.parent];
@@ -220,7 +240,7 @@ std::vector<finding> folder::fold() {
     std::vector<std::vector<size_t>> levels(CHAIN_MAX + 1);
     std::vector<int> depths(raw_.size());
     for (size_t i = 0; i < raw_.size(); i++) {
-        tidy_owners(&raw_[i]);
+        tidy(&raw_[i]);
         depths[i] = depth_of(i);
     }
     for (size_t i = 0; i < raw_.size(); i++) {
@@ -259,6 +279,5 @@ std::vector<finding> fold_findings(std::vector<finding> raw) {
 
 void finish_report(check_report* report) {
     report->findings = fold_findings(std::move(report->findings));
-    warn_of_mix_ups(&report->findings);
     choose_next(report);
 }

@@ -10,11 +10,9 @@
 void finish_report(check_report* report);
 
 // Merges neighbouring runs of one code with the same owners and words, and sorts: the worst first,
-// then by volume, code, file and place; consequences directly after their cause.
+// then by volume, code, file and place; consequences directly after their cause. A finding with no
+// place of its own that stands for several places is the rest of its code, and comes after it.
 std::vector<finding> fold_findings(std::vector<finding> raw);
-
-// Adds a warning where findings of one volume say more together than each alone.
-void warn_of_mix_ups(std::vector<finding>* findings);
 
 // Fills in `next` where it is empty. Whatever a rebuild would make worse keeps it from being
 // recommended: the command to explain that finding takes its place.

@@ -12,39 +12,77 @@ static std::vector<size_t> roots_of(const std::vector<finding>& findings) {
     return roots;
 }
 
+bool is_rest(const finding& of) {
+    return of.place == place_kind::none && of.number > 1;
+}
+
 namespace {
+
 struct of_a_code {
     uint64_t listed = 0;
     size_t last = 0;  // in the listing
 };
+
+class lister {
+public:
+    lister(const check_report& report, bool all)
+        : findings_(report.findings),
+          all_(all),
+          roots_(roots_of(findings_)),
+          place_(findings_.size(), SIZE_MAX) {}
+
+    std::vector<listed_finding> list() {
+        for (size_t i = 0; i < findings_.size(); i++) {
+            if (roots_[i] != i) {
+                count_under_cause(i);
+            }
+            if (roots_[i] == i || all_) {
+                take(i);
+            }
+        }
+        return std::move(listing_);
+    }
+
+private:
+    void count_under_cause(size_t number) {
+        const size_t place = place_[roots_[number]];
+        if (place == SIZE_MAX) {
+            return;  // the cause is left out itself
+        }
+        const finding& one = findings_[number];
+        listing_[place].explains[one.code] += one.number;
+        listing_[place].explains_urgent |= one.level == severity::urgent;
+    }
+
+    bool is_left_out(size_t number, const of_a_code& code) const {
+        return (code.listed >= LISTED_OF_A_CODE && !all_) ||
+               (code.listed > 0 && is_rest(findings_[number]));
+    }
+
+    void take(size_t number) {
+        of_a_code& code = codes_[findings_[number].code];
+        if (is_left_out(number, code)) {
+            listing_[code.last].left_out += findings_[number].number;
+            return;
+        }
+        code.listed++;
+        code.last = listing_.size();
+        place_[number] = listing_.size();
+        listing_.push_back({number, {}, false, 0});
+    }
+
+    const std::vector<finding>& findings_;
+    bool all_;
+    std::vector<size_t> roots_;
+    std::vector<size_t> place_;  // of a finding in the listing; SIZE_MAX: it is not listed
+    std::map<finding_code, of_a_code> codes_;
+    std::vector<listed_finding> listing_;
+};
+
 }  // namespace
 
 std::vector<listed_finding> listing_of(const check_report& report, bool all) {
-    const std::vector<size_t> roots = roots_of(report.findings);
-    std::vector<listed_finding> listing;
-    std::vector<size_t> place(report.findings.size(), SIZE_MAX);  // in the listing
-    std::map<finding_code, of_a_code> codes;
-    for (size_t i = 0; i < roots.size(); i++) {
-        const finding& one = report.findings[i];
-        if (roots[i] != i && place[roots[i]] != SIZE_MAX) {
-            listed_finding& cause = listing[place[roots[i]]];
-            cause.explains++;
-            cause.explains_urgent += one.level == severity::urgent ? 1 : 0;
-        }
-        if (roots[i] != i && !all) {
-            continue;
-        }
-        of_a_code& code = codes[one.code];
-        if (code.listed == LISTED_OF_A_CODE && !all) {
-            listing[code.last].left_out++;
-            continue;
-        }
-        code.listed++;
-        code.last = listing.size();
-        place[i] = listing.size();
-        listing.push_back({i});
-    }
-    return listing;
+    return lister(report, all).list();
 }
 
 finding_totals totals_of(const check_report& report) {
@@ -53,14 +91,15 @@ finding_totals totals_of(const check_report& report) {
     for (size_t i = 0; i < roots.size(); i++) {
         const finding& one = report.findings[i];
         if (roots[i] != i) {
-            totals.consequences++;
+            totals.consequences += one.number;
             continue;
         }
-        totals.codes[one.code]++;
+        const uint64_t count = is_rest(one) ? one.number : 1;
+        totals.codes[one.code] += count;
         if (one.code == finding_code::X01) {
-            totals.unreadable++;
+            totals.unreadable += count;
         } else {
-            totals.levels[static_cast<size_t>(one.level)]++;
+            totals.levels[static_cast<size_t>(one.level)] += count;
         }
     }
     return totals;

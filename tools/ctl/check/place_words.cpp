@@ -114,8 +114,11 @@ static std::string owners_words(const finding& of) {
 }
 
 static std::string file_words(const finding& of) {
+    if (finding_row_of(of.code)->name[0] == 'J') {
+        return "the journal";
+    }
     if (of.volume.empty() && of.file.empty()) {
-        return finding_row_of(of.code)->name[0] == 'J' ? "the journal" : "the server";
+        return "the server";
     }
     const bool both = !of.volume.empty() && !of.file.empty();
     return shown(of.volume + (both ? "/" : "") + of.file);

@@ -105,13 +105,15 @@ static void add_particulars(json_record* record, const finding& of, const listed
         const char* key;
         uint64_t value;
         uint64_t usual;
-    } counts[] = {{"places", of.number, 1},
-                  {"explains", listed.explains, 0},
+    } counts[] = {{"places", of.number, of.place == place_kind::none ? 1 : of.count},
                   {"left_out", listed.left_out, 0}};
     for (const auto& count : counts) {
         if (count.value != count.usual) {
             (*record)[count.key] = json_number(count.value);
         }
+    }
+    for (const auto& [code, places] : listed.explains) {
+        (*record)["explains"][finding_row_of(code)->name] = json_number(places);
     }
     if (!of.log.empty()) {
         (*record)["log"] = of.log;

@@ -47,15 +47,20 @@ static std::string values_words(const finding& of) {
     return "Found " + shown(of.was) + ", should be " + shown(of.ought) + ".";
 }
 
+// "Explains 12 more places (R01 10, R04 2)."
 static std::string consequence_words(const listed_finding& listed) {
-    if (listed.explains == 0) {
+    std::string codes;
+    uint64_t places = 0;
+    for (const auto& [code, count] : listed.explains) {
+        codes += (codes.empty() ? "" : ", ") + std::string(finding_row_of(code)->name) + " " +
+                 std::to_string(count);
+        places += count;
+    }
+    if (places == 0) {
         return "";
     }
-    std::string words = "Explains " + count_words(listed.explains, "more finding");
-    if (listed.explains_urgent > 0) {
-        words += ", " + std::to_string(listed.explains_urgent) + " of them urgent";
-    }
-    return words + ".";
+    return "Explains " + count_words(places, "more place") + " (" + codes + ")" +
+           (listed.explains_urgent ? ", some of them urgent." : ".");
 }
 
 static std::string cause_words(const check_report& report, const finding& of) {
@@ -66,13 +71,17 @@ static std::string cause_words(const check_report& report, const finding& of) {
     return std::string("Follows from ") + finding_row_of(cause.code)->name + " above.";
 }
 
+static bool stands_for_more(const finding& of) {
+    return of.number > (of.place == place_kind::none ? 1 : of.count);
+}
+
 // Everything that is no cause for alarm: where exactly, which values, what belongs together.
 static std::string facts_of(const check_report& report, const finding& of,
                             const listed_finding& listed) {
     std::string facts;
     add_words(&facts, place_sentence(of));
     add_words(&facts, values_words(of));
-    add_words(&facts, of.number > 1 ? count_words(of.number, "place") + " in all." : "");
+    add_words(&facts, stands_for_more(of) ? count_words(of.number, "place") + " in all." : "");
     add_words(&facts, consequence_words(listed));
     add_words(&facts, cause_words(report, of));
     return facts;
@@ -90,10 +99,9 @@ static std::string log_lines_of(const finding& of) {
     return lines;
 }
 
-static std::string left_out_line(const finding& of, uint64_t left_out) {
-    return std::string(INDENT, ' ') + count_words(left_out, "more finding") + " of " +
-           finding_row_of(of.code)->name + ": --all lists " + (left_out == 1 ? "it" : "them") +
-           ".\n";
+static std::string left_out_line(const finding& of, uint64_t left_out, bool all) {
+    return std::string(INDENT, ' ') + count_words(left_out, "more place") + " of " +
+           finding_row_of(of.code)->name + (all ? ".\n" : ": list more with --all.\n");
 }
 
 static void paint_label(std::string* text, const finding& of) {
@@ -103,7 +111,7 @@ static void paint_label(std::string* text, const finding& of) {
 }
 
 static std::string finding_text(const check_report& report, const listed_finding& listed,
-                                bool color) {
+                                const print_style& style) {
     const finding& of = report.findings[listed.index];
     const finding_row* row = finding_row_of(of.code);
     std::string text = paragraph(head_of(of), subject_words(of) + ": " + row->sentence);
@@ -122,9 +130,9 @@ static std::string finding_text(const check_report& report, const listed_finding
         append_unbroken(&text, "Next: " + of.next, INDENT);
     }
     if (listed.left_out > 0) {
-        text += left_out_line(of, listed.left_out);
+        text += left_out_line(of, listed.left_out, style.all);
     }
-    if (color) {
+    if (style.color) {
         paint_label(&text, of);
     }
     return text;
@@ -216,7 +224,7 @@ static std::string verdict_words(const check_report& report) {
 static bool put_findings(FILE* out, const check_report& report, const print_style& style) {
     const std::vector<listed_finding> listing = listing_of(report, style.all);
     for (size_t i = 0; i < listing.size(); i++) {
-        std::string text = finding_text(report, listing[i], style.color);
+        std::string text = finding_text(report, listing[i], style);
         if (i + 1 == listing.size() || !is_note(report.findings[listing[i].index])) {
             text += '\n';
         }
