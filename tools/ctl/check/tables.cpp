@@ -246,6 +246,7 @@ static bool index_entry(group_pass* pass, uint64_t group, fri_entry* entry) {
 
 static void report_unread_group(group_pass* pass, uint64_t group, const std::string& path) {
     const int error = errno;
+    pass->volume->table_read = false;
     add_unread(pass->state, pass->volume, path, error != 0 ? error : EIO);
     finding* added = &pass->state->findings.back();
     added->place = place_kind::group;
@@ -350,6 +351,7 @@ static bool open_pass(group_pass* pass) {
     if (pass->table <= 0 || pass->index < 0) {
         add_unread(pass->state, pass->volume, pass->table <= 0 ? files->table : files->index,
                    errno);
+        pass->volume->table_read = false;
         return false;
     }
     return true;
