@@ -76,9 +76,13 @@ def make_server(directory, seed):
 
 
 def check(program, configuration, options):
-    run = subprocess.run([program, 'check', '--json', '--all', *options], capture_output=True,
-                         text=True, timeout=60, check=False,
-                         env={**os.environ, 'TARN_PLATFORM_CONF': configuration})
+    """What the program finds, or what went wrong with it."""
+    try:
+        run = subprocess.run([program, 'check', '--json', '--all', *options], capture_output=True,
+                             text=True, timeout=20, check=False,
+                             env={**os.environ, 'TARN_PLATFORM_CONF': configuration})
+    except subprocess.TimeoutExpired:
+        return None, 'does not end'
     if run.stderr or run.returncode not in (0, 3, 4, 5, 6):
         return None, 'status %d: %s' % (run.returncode, run.stderr.strip())
     return findings_of(run.stdout), None

@@ -154,8 +154,7 @@ std::string flip_journal_block(damage_site* site) {
 
 // Returns its part of the line: "" if the status is abnormal already.
 static bool set_abnormal(const damage_site& site, std::string* part) {
-    constexpr uint64_t IN_NODE = offsetof(jnl_header, jnl_shutdown_tag) - 2 * META_NODE_SIZE;
-    const uint64_t offset = offset_of_node(2) + IN_NODE;
+    const uint64_t offset = offset_of_field(offsetof(jnl_header, jnl_shutdown_tag));
     const uint32_t to = JNL_STATUS_ABNORMAL;
     uint32_t from = 0;
     if (!get_bytes(site, JOURNAL_PATH, offset, &from, sizeof from)) {

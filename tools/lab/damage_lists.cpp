@@ -215,8 +215,7 @@ static std::string take_head(const damage_site& site, const pool_entries& pool,
 }
 
 static std::string lower_free_count(const damage_site& site) {
-    const uint64_t offset =
-        offset_of_node(2) + offsetof(fri_header, fri_free_count) - 2 * META_NODE_SIZE;
+    const uint64_t offset = offset_of_field(offsetof(fri_header, fri_free_count));
     uint64_t count = 0;
     if (!get_bytes(site, index_of(site), offset, &count, sizeof count)) {
         return "";

@@ -12,11 +12,6 @@
 namespace lab {
 
 constexpr uint64_t UUID_OFFSET = offsetof(map_header, map_uuid);
-// In the file: variable node 1 is the fourth node of the header.
-constexpr uint64_t POOL_NODE = 3;
-constexpr uint64_t POOL_CHECKSUM =
-    offsetof(map_header, map_pool_cksum) - POOL_NODE * META_NODE_SIZE;
-constexpr uint64_t POOL_COUNT = offsetof(map_header, map_pool_cnt) - POOL_NODE * META_NODE_SIZE;
 constexpr uint64_t POOL_ROWS = 4096;  // that an entry can name
 constexpr unsigned POOL_SHIFT = 48;
 
@@ -48,7 +43,8 @@ std::string repeat_uuid(damage_site* site) {
 
 // The number of rows of the map's pool table; false also if the table cannot be that long.
 static bool read_pool_count(const damage_site& site, const std::string& path, uint32_t* count) {
-    if (!get_bytes(site, path, offset_of_node(POOL_NODE) + POOL_COUNT, count, sizeof *count)) {
+    if (!get_bytes(site, path, offset_of_field(offsetof(map_header, map_pool_cnt)), count,
+                   sizeof *count)) {
         return false;
     }
     if (*count == 0 || *count > MAP_POOL_TABLE_MAX) {
@@ -61,7 +57,7 @@ static bool read_pool_count(const damage_site& site, const std::string& path, ui
 // Brings the checksum of the pool table up to date. Returns its part of the line.
 static std::string seal_pools(const damage_site& site, const std::string& path, uint32_t count) {
     std::vector<uint8_t> rows(size_t{count} * UUID_SIZE);
-    const uint64_t offset = offset_of_node(POOL_NODE) + POOL_CHECKSUM;
+    const uint64_t offset = offset_of_field(offsetof(map_header, map_pool_cksum));
     uint32_t from = 0;
     if (!get_bytes(site, path, MAP_POOL_TABLE_OFFSET, rows.data(), rows.size()) ||
         !get_bytes(site, path, offset, &from, sizeof from)) {

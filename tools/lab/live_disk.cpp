@@ -23,19 +23,13 @@ struct datum_bytes {
     size_t length;
 };
 
-// The offset in the file of a field of variable node 0, from its offset in the header record.
-static uint64_t in_variable_node(size_t field) {
-    constexpr uint64_t NODE = 2;
-    return offset_of_node(NODE) + field - NODE * META_NODE_SIZE;
-}
-
 static datum_bytes of_volume(const volume& vol, const datum& where) {
     if (where.kind == datum_kind::tbl_entry) {
         return {vol.root + "/@EP/EP_TBL", offset_of_tbl(where.key), {vol.tbl[where.key], 0}, 2};
     }
     const std::string index = vol.root + "/@EP/EP_FRI";
     if (where.kind == datum_kind::fri_counters) {
-        const uint64_t offset = in_variable_node(offsetof(fri_header, fri_free_count));
+        const uint64_t offset = offset_of_field(offsetof(fri_header, fri_free_count));
         return {index, offset, {vol.free_count, vol.group_head}, 16};
     }
     datum_bytes entry = {index, offset_of_fri(where.key), {0, 0}, sizeof(fri_entry)};
@@ -50,7 +44,7 @@ static datum_bytes bytes_of(const model& m, const datum& where) {
     }
     if (where.kind == datum_kind::map_count) {
         const lun_map& map = m.maps[where.file];
-        const uint64_t offset = in_variable_node(offsetof(map_header, map_mapped_count));
+        const uint64_t offset = offset_of_field(offsetof(map_header, map_mapped_count));
         return {map.path, offset, {map.mapped_count, 0}, 8};
     }
     return of_volume(m.volumes[where.file], where);
@@ -96,7 +90,7 @@ bool write_some(live_disk* disk, const model& m) {
 bool write_status(const live_disk& disk, const model& m) {
     const uint32_t status = m.journal.header.jnl_shutdown_tag;
     return put_sealed({disk.directory, JOURNAL_PATH},
-                      in_variable_node(offsetof(jnl_header, jnl_shutdown_tag)), &status,
+                      offset_of_field(offsetof(jnl_header, jnl_shutdown_tag)), &status,
                       sizeof status);
 }
 
@@ -104,11 +98,9 @@ bool write_status(const live_disk& disk, const model& m) {
 static bool write_header(const live_disk& disk, const model& m) {
     constexpr size_t FIRST = offsetof(jnl_header, jnl_last_trans_id);
     constexpr size_t END = offsetof(jnl_header, unused3);
-    constexpr uint64_t NODE = 3;
     uint8_t header[sizeof(jnl_header)];
     memcpy(header, &m.journal.header, sizeof header);
-    return put_sealed({disk.directory, JOURNAL_PATH},
-                      offset_of_node(NODE) + FIRST - NODE * META_NODE_SIZE, header + FIRST,
+    return put_sealed({disk.directory, JOURNAL_PATH}, offset_of_field(FIRST), header + FIRST,
                       END - FIRST);
 }
 

@@ -10,6 +10,10 @@ uint64_t offset_of_node(uint64_t node) {
     return (node < CONST_NODES ? node : META_VAR_NODE_BASE + node - CONST_NODES) * META_NODE_SIZE;
 }
 
+uint64_t offset_of_field(size_t in_memory) {
+    return offset_of_node(in_memory / META_NODE_SIZE) + in_memory % META_NODE_SIZE;
+}
+
 uint64_t offset_of_tbl(uint64_t lpa) {
     return METADATA_DATA_OFFSET + tbl_block_of(lpa) * DATA_NODE_SIZE + tbl_byte_in_block(lpa);
 }

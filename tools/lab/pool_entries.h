@@ -2,6 +2,7 @@
 // bytes. Below: the format headers. Above: damage and the check of rebuilt volumes.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -9,7 +10,8 @@
 
 namespace lab {
 
-uint64_t offset_of_node(uint64_t node);  // of a header, constant nodes first
+uint64_t offset_of_node(uint64_t node);      // of a header, constant nodes first
+uint64_t offset_of_field(size_t in_memory);  // of a header, by its offset in the header's record
 uint64_t offset_of_tbl(uint64_t lpa);
 uint64_t offset_of_fri(uint64_t group);
 uint64_t offset_of_map(uint64_t lea);

@@ -150,15 +150,15 @@ struct replayed {
 static constexpr size_t OVERLAY_BLOCKS_MAX = size_t{1} << 20;
 
 static replayed replay_pending(const check_request& request, const server_files& server,
-                               std::optional<uint32_t> frozen_from, bool* frozen) {
+                               bool freeze_first, bool* frozen) {
     replayed result;
     if (request.raw) {
         result.mode = check_mode::raw;
         return result;
     }
     result.overlay = std::make_unique<io_overlay>(OVERLAY_BLOCKS_MAX);
-    if (frozen_from) {
-        *frozen = freeze(server, *frozen_from) == freeze_end::frozen;
+    if (freeze_first) {
+        *frozen = freeze(server) == freeze_end::frozen;
         if (!*frozen) {
             result.overlay.reset();
             result.overlay = std::make_unique<io_overlay>(OVERLAY_BLOCKS_MAX);
@@ -189,6 +189,23 @@ static std::optional<jnl_header> journal_now(const server_files& server) {
                                                     : std::nullopt;
 }
 
+static std::vector<std::string> maps_of(const server_files& server) {
+    std::vector<std::string> paths;
+    for (const volume_files& volume : server.volumes) {
+        for (const view_map& map : volume.maps) {
+            paths.push_back(map.path);
+        }
+    }
+    return paths;
+}
+
+// Whether a map came or went since the server was listed.
+static bool has_other_files(const server_files& before) {
+    server_files now;
+    std::string problem;
+    return list_server(&now, &problem) && maps_of(now) != maps_of(before);
+}
+
 // One look at the server. `moved`: the service wrote while it lasted, so that what was seen is of
 // different moments.
 static bool look(const check_request& request, bool freeze_first, check_report* report,
@@ -202,9 +219,7 @@ static bool look(const check_request& request, bool freeze_first, check_report* 
     take_volumes(&state);
     const std::optional<jnl_header> before = journal_now(state.server);
     bool frozen = false;
-    const replayed replay = replay_pending(
-        request, state.server,
-        freeze_first && before ? std::optional(before->jnl_last_trans_id) : std::nullopt, &frozen);
+    const replayed replay = replay_pending(request, state.server, freeze_first && before, &frozen);
     if (replay.refusal) {
         report_refusal(&state, *replay.refusal);
     }
@@ -212,9 +227,10 @@ static bool look(const check_request& request, bool freeze_first, check_report* 
         return false;
     }
     const std::optional<jnl_header> after = journal_now(state.server);
-    *moved = !frozen && before && after &&
-             (before->jnl_last_trans_id != after->jnl_last_trans_id ||
-              before->jnl_shutdown_tag != after->jnl_shutdown_tag);
+    *moved =
+        has_other_files(state.server) || (!frozen && before && after &&
+                                          (before->jnl_last_trans_id != after->jnl_last_trans_id ||
+                                           before->jnl_shutdown_tag != after->jnl_shutdown_tag));
     *report = {};
     report->mode = replay.mode;
     if (before) {
@@ -225,7 +241,7 @@ static bool look(const check_request& request, bool freeze_first, check_report* 
     return true;
 }
 
-static constexpr int LOOKS_MAX = 3;
+static constexpr int LOOKS_MAX = 4;  // the first one without a copy
 
 bool check_server(const check_request& request, check_report* report, std::string* problem) {
     const auto begin = std::chrono::steady_clock::now();

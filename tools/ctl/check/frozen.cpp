@@ -1,20 +1,16 @@
 #include "ctl/check/frozen.h"
 
 #include <algorithm>
-#include <cstring>
 #include <fcntl.h>
 #include <vector>
 
-#include "store/crc32c.h"
-#include "store/meta_node.h"
+#include "ctl/check/journal_follower.h"
 
 static constexpr size_t CHUNK = size_t{64} << 10;  // bytes of one read
 
-static constexpr uint32_t LATE_TRANSACTIONS = 64;
-
 // Copies the data of a file into the overlay: what was read is written in its place. False: it
-// cannot be read, or there is no room.
-static bool copy_file(const std::string& path, uint64_t* room) {
+// cannot be read, there is no room, or the journal ran away meanwhile.
+static bool copy_file(const std::string& path, journal_follower* follower, uint64_t* room) {
     const int opened = io_open(path.c_str(), O_RDWR | O_NONBLOCK, 0);
     if (opened <= 0) {
         return false;
@@ -27,7 +23,8 @@ static bool copy_file(const std::string& path, uint64_t* room) {
         const size_t wanted = std::min<uint64_t>(CHUNK, end - at);
         const ssize_t got = io_read_at(opened, bytes.data(), wanted, at);
         if (got <= 0 || static_cast<uint64_t>(got) > *room ||
-            io_write_at(opened, bytes.data(), static_cast<size_t>(got), at) != got) {
+            io_write_at(opened, bytes.data(), static_cast<size_t>(got), at) != got ||
+            !follower->poll()) {
             return false;
         }
         *room -= static_cast<uint64_t>(got);
@@ -37,58 +34,31 @@ static bool copy_file(const std::string& path, uint64_t* room) {
     return size >= 0;
 }
 
-static bool copy_volumes(const server_files& server, uint64_t* room) {
+static bool copy_volumes(const server_files& server, journal_follower* follower, uint64_t* room) {
     bool copied = true;
     for (const volume_files& volume : server.volumes) {
         if (volume.table_state == view_state::file) {
-            copied = copied && copy_file(volume.table, room);
+            copied = copied && copy_file(volume.table, follower, room);
         }
         if (volume.index_state == view_state::file) {
-            copied = copied && copy_file(volume.index, room);
+            copied = copied && copy_file(volume.index, follower, room);
         }
         for (const view_map& map : volume.maps) {
-            copied = copied && copy_file(map.path, room);
+            copied = copied && copy_file(map.path, follower, room);
         }
     }
     return copied;
 }
 
-// Puts another budget into the copied journal's header, with a right checksum.
-static bool widen_window(const std::string& path, const jnl_header& header, uint32_t more) {
-    const uint64_t sync = header.jnl_sync_count == 0 ? 64 : header.jnl_sync_count;
-    const uint64_t widened = std::min<uint64_t>(sync + more / 2 + 1, ~uint32_t{0} / 2);
-    jnl_header changed = header;
-    changed.jnl_sync_count = static_cast<uint32_t>(widened);
-    meta_node node;
-    memcpy(&node, &changed.checksum2, sizeof node);
-    node.checksum = 0;
-    uint32_t checksum = 0;
-    tarn_crc32c(&node, sizeof node, &checksum);
-    node.checksum = checksum;
-    const int opened = io_open(path.c_str(), O_RDWR | O_NONBLOCK, 0);
-    if (opened <= 0) {
-        return false;
-    }
-    const scoped_fd fd(opened);
-    return io_write_at(opened, &node, sizeof node, META_VAR_NODE_BASE * META_NODE_SIZE) ==
-           static_cast<ssize_t>(sizeof node);
-}
-
-freeze_end freeze(const server_files& server, uint32_t id_before) {
+freeze_end freeze(const server_files& server) {
     uint64_t room = FROZEN_BYTES_MAX;
-    if (!copy_volumes(server, &room) || !copy_file(server.journal, &room)) {
+    journal_follower follower;
+    if (!follower.begin(server.journal)) {
+        return freeze_end::moved_on;
+    }
+    if (!copy_volumes(server, &follower, &room)) {
         return room < CHUNK ? freeze_end::too_large : freeze_end::moved_on;
     }
-    const std::optional<jnl_header> header = read_journal_header(server.journal);
-    if (!header) {
-        return freeze_end::moved_on;
-    }
-    // Those that came into the ring after its header was copied are more still.
-    const uint32_t written = header->jnl_last_trans_id - id_before + LATE_TRANSACTIONS;
-    const uint64_t sync = header->jnl_sync_count == 0 ? 64 : header->jnl_sync_count;
-    if (2 * sync + written >= header->jnl_total_count ||
-        !widen_window(server.journal, *header, written)) {
-        return freeze_end::moved_on;
-    }
-    return freeze_end::frozen;
+    return follower.poll() && follower.write(server.journal) ? freeze_end::frozen
+                                                             : freeze_end::moved_on;
 }

@@ -155,13 +155,15 @@ int map_scanner::report_damaged(uint64_t number) {
         added->owners[0].ranges = {{number * MAP_NODE_ENTRIES, MAP_NODE_ENTRIES}};
     }
     damaged_end_ = number + 1;
+    map_->damaged_finding =
+        map_->damaged_finding == NO_CAUSE ? damaged_finding_ : map_->damaged_finding;
     return damaged_finding_;
 }
 
 void map_scanner::look_at_entry(uint64_t word, uint64_t lea, int cause) {
     const uint64_t lpa = word & MAP_LPA_MASK;
     const uint32_t row = row_of(word);
-    if (cause == NO_CAUSE) {  // a damaged entry may name any row
+    if (cause == NO_CAUSE) {
         map_->rows_used[row] = true;
     }
     if (lpa >= TBL_TOTAL_COUNT && cause == NO_CAUSE) {
@@ -326,7 +328,7 @@ static void check_length_and_count(check_state* state, const volume_check* volum
     const uint64_t nodes = map_node_count(map->entries);
     const bool is_short = map->file->place != map_place::copy_map &&
                           map->view.file_size < METADATA_DATA_OFFSET + nodes * DATA_NODE_SIZE;
-    int cause = NO_CAUSE;
+    int cause = map->damaged_finding;
     if (is_short && stored > map->mapped) {
         cause = add_finding(state, finding_code::M05, volume, map->file->below);
         map->damaged = true;

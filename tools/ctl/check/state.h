@@ -44,15 +44,16 @@ struct map_check {
     const view_map* file = nullptr;
     map_header header = {};
     header_view view;
-    bool readable = false;        // its file can be opened and holds a header
-    bool damaged = false;         // a node or a part of the header is not what it was
-    bool complete = false;        // every entry was read
-    uint64_t entries = 0;         // that count, from lea 0 on
-    uint64_t mapped = 0;          // of them
-    uint64_t behind = 0;          // mapped entries behind the last one, in its node
-    uint64_t after_end = 0;       // of an unmap buffer: mapped entries after the first blank
-    uint64_t looked_at = 0;       // entries whose references count
-    int pool_finding = NO_CAUSE;  // M06
+    bool readable = false;           // its file can be opened and holds a header
+    bool damaged = false;            // a node or a part of the header is not what it was
+    bool complete = false;           // every entry was read
+    uint64_t entries = 0;            // that count, from lea 0 on
+    uint64_t mapped = 0;             // of them
+    uint64_t behind = 0;             // mapped entries behind the last one, in its node
+    uint64_t after_end = 0;          // of an unmap buffer: mapped entries after the first blank
+    uint64_t looked_at = 0;          // entries whose references count
+    int pool_finding = NO_CAUSE;     // M06
+    int damaged_finding = NO_CAUSE;  // M01, the first one
     std::vector<uuid_bytes> pools;
     std::vector<bool> rows_used;  // of the pool table, by mapped entries
 };

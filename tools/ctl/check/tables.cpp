@@ -79,7 +79,7 @@ static void judge_extent(group_pass* pass, const group_case& at, uint32_t offset
     if ((word & TBL_USED_BIT) != 0) {
         judge_used(pass, at, offset, word & TBL_COUNT_MASK, references);
     } else if (references > 0) {
-        add_extent(pass, finding_code::R01, tbl_lpa_of(at.group, offset), word, references,
+        add_extent(pass, finding_code::R01, tbl_lpa_of(at.group, offset), NO_VALUE, references,
                    cause_of(pass, at, offset));
     }
 }
