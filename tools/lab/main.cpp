@@ -118,7 +118,7 @@ static int damage(const options& asked) {
 
 static int run_sample(const options& asked) {
     progress bar = progress_of_terminal();
-    return run_service({asked.directory, asked.seed, asked.seconds}, &bar) ? EXIT_DONE
+    return run_service({asked.directory, asked.seed, asked.seconds, asked.rate}, &bar) ? EXIT_DONE
                                                                            : EXIT_DIFFERENCE;
 }
 

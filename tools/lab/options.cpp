@@ -32,9 +32,10 @@ const char* usage_text() {
            "  tarn-lab damage DIR KIND [--volume N] [--seed S]\n"
            "      damages one place in the files of volume N (1), picked by the seed (1) among\n"
            "      the suitable places, and prints what it changed, or why no place is suitable.\n"
-           "  tarn-lab run DIR [--seconds N] [--seed S]\n"
+           "  tarn-lab run DIR [--seconds N] [--seed S] [--rate N]\n"
            "      makes transactions as the running service does, for N seconds (10) or until\n"
-           "      SIGTERM or SIGINT, and leaves what a killed service leaves: start-up replay\n"
+           "      SIGTERM or SIGINT, N a second (50) at most, and leaves what a killed service "
+           "leaves: start-up replay\n"
            "      recovers it, and verify knows its contents. It may be killed at any time. The\n"
            "      sample must be as it was made, without --crash and --unfinalized.\n"
            "  tarn-lab --help | --version\n"
@@ -85,7 +86,9 @@ static std::vector<number_row> numbers_of(options* out) {
             rows.push_back(number_of(row, &out->sample));
         }
     } else if (out->what == command::run) {
-        rows = {{"seconds", &out->seconds, 1, 1000000}, {"seed", &out->seed, 0, UINT64_MAX}};
+        rows = {{"seconds", &out->seconds, 1, 1000000},
+                {"seed", &out->seed, 0, UINT64_MAX},
+                {"rate", &out->rate, 1, 1000000}};
     } else if (out->what == command::damage) {
         rows = {{"volume", &out->volume, 1, 64}, {"seed", &out->seed, 0, UINT64_MAX}};
     }

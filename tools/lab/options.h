@@ -52,6 +52,7 @@ struct options {
     uint64_t volume = 1;
     uint64_t seed = 1;      // damage and run
     uint64_t seconds = 10;  // run only
+    uint64_t rate = 50;     // the same
 };
 
 // Returns false if the command line is wrong, and prints one line on standard error that says why.

@@ -1,8 +1,10 @@
 #include "lab/run.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <thread>
 
 #include "lab/continued.h"
 #include "lab/disk.h"
@@ -66,13 +68,17 @@ static bool is_as_made(const std::string& directory, model* m, progress* bar) {
     return difference.empty() || complain_of(directory, ("is not as made: " + difference).c_str());
 }
 
-static bool make_steps(live_disk* disk, model* m, run_notes* notes, uint64_t seconds) {
+static bool make_steps(live_disk* disk, model* m, run_notes* notes, const run_order& order) {
     using clock = std::chrono::steady_clock;
-    const auto end = clock::now() + std::chrono::seconds(seconds);
-    while (stop_asked == 0 && clock::now() < end) {
+    const auto begin = clock::now();
+    const auto end = begin + std::chrono::seconds(order.seconds);
+    const auto step =
+        std::chrono::nanoseconds(std::chrono::seconds(1)) / static_cast<int64_t>(order.rate);
+    for (auto due = begin; stop_asked == 0 && clock::now() < end; due += step) {
         if (!make_step(disk, m, notes)) {
             return false;
         }
+        std::this_thread::sleep_until(std::min(due + step, end));
     }
     return true;
 }
@@ -92,7 +98,7 @@ bool run_service(const run_order& order, progress* bar) {
     live_disk disk = {order.directory, random_of(order.seed, STREAM_ORDER), {}};
     run_notes notes = {order.seed, 0, 0};
     if (!create_notes(order.directory, notes) || !write_status(disk, m) ||
-        !make_steps(&disk, &m, &notes, order.seconds)) {
+        !make_steps(&disk, &m, &notes, order)) {
         return false;
     }
     (void)printf("%s: %llu transactions, the newest has id %u; the journal's status is abnormal.\n",

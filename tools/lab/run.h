@@ -12,6 +12,7 @@ struct run_order {
     std::string directory;
     uint64_t seed;
     uint64_t seconds;
+    uint64_t rate;  // transactions a second, at most
 };
 
 // Runs until the time is over, or until SIGTERM or SIGINT, and leaves the sample as a killed

@@ -6,7 +6,6 @@
 
 #include "ctl/check/silence.h"
 #include "jnl/jnl_block.h"
-#include "jnl/jnl_commit.h"
 #include "jnl/jnl_walk.h"
 #include "store/crc32c.h"
 #include "view/header_view.h"
@@ -14,11 +13,19 @@
 static constexpr size_t BLOCKS_MAX = 65536;  // 32 MiB
 static constexpr uint32_t SYNC_COUNT_DEFAULT = 64;
 
-// From the newest block back; `context` is the list.
-static int take_block(void* context, const jnl_block* block, uint64_t, uint64_t) {
-    auto* blocks = static_cast<std::vector<jnl_block>*>(context);
-    if (blocks->size() < BLOCKS_MAX / 2) {
-        blocks->push_back(*block);
+// What the ring holds, from the newest block back.
+struct ring_history {
+    std::vector<jnl_block> blocks;
+    uint64_t newest;  // number in the ring of the first one
+};
+
+static int take_block(void* context, const jnl_block* block, uint64_t number, uint64_t) {
+    auto* history = static_cast<ring_history*>(context);
+    if (history->blocks.empty()) {
+        history->newest = number;
+    }
+    if (history->blocks.size() < BLOCKS_MAX / 2) {
+        history->blocks.push_back(*block);
     }
     return 0;
 }
@@ -31,31 +38,26 @@ static void drop_incomplete(std::vector<jnl_block>* blocks) {
 
 bool journal_follower::begin(const std::string& path) {
     header_view view;
-    fd_ =
-        scoped_fd(open_header(path, JNL_CONST_NODES, JNL_VAR_NODES, &jnl_.header, &view).release());
-    jnl_.fd = fd_.get();
+    fd_.emplace(open_header(path, JNL_CONST_NODES, JNL_VAR_NODES, &jnl_.header, &view));
+    jnl_.fd = fd_->get();
     const uint64_t total = jnl_.header.jnl_total_count;
     if (jnl_.fd == 0 || view.bad_nodes != 0 || total == 0) {
         return false;
     }
-    jnl_commit newest = {};
+    ring_history history = {{}, 0};
     const silence out(stdout);
-    if (last_complete_commit(&jnl_, &newest, total) != 1 ||
-        jnl_walk_commits(&jnl_, ~uint32_t{0}, "check", take_block, &blocks_) < 0) {
+    if (jnl_walk_commits(&jnl_, ~uint32_t{0}, "check", take_block, &history) < 0) {
         return false;
     }
+    blocks_ = std::move(history.blocks);
     std::reverse(blocks_.begin(), blocks_.end());
     drop_incomplete(&blocks_);
     if (blocks_.empty()) {
         return false;
     }
-    // The walk looked for the newest one itself, a moment later.
     last_id_ = blocks_.back().ej_header.jnl_transid;
-    if (last_id_ != newest.start_block.ej_header.jnl_transid) {
-        return false;
-    }
     first_id_ = last_id_;
-    next_ = jnl_next_block(newest.last, total);
+    next_ = jnl_next_block(history.newest, total);
     last_start_ = blocks_.size() - 1 - blocks_.back().ej_header.jnl_seq_num;
     return true;
 }
