@@ -133,7 +133,7 @@ def _judge_count(volume, one, nodes, counts):
         volume.say('M05', one.place)
         volume.complete = False
     if one.mapped not in counts:
-        volume.say('M03', one.place, short)
+        volume.say('M03', one.place, short or bool(one.bad))
 
 
 def _read_fields(one, nodes):
