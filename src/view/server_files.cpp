@@ -108,9 +108,10 @@ static void look_at(const map_walk& walk, const std::string& path, const std::st
         return;
     }
     const bool kept = walk.search->keep(name.c_str());
+    const bool is_named = kept && walk.search->keep != is_any_name;  // as only maps are
     if (S_ISDIR(status.st_mode)) {
-        if (kept && !walk.search->files_only) {
-            walk.volume->gaps.push_back({path, EISDIR});  // the main tool takes it for a map
+        if (is_named) {
+            walk.volume->gaps.push_back({path, EISDIR});
         }
         walk_maps(walk, path, depth + 1);
         return;
@@ -121,7 +122,13 @@ static void look_at(const map_walk& walk, const std::string& path, const std::st
         }
         return;
     }
-    if (!kept || (walk.search->files_only && !S_ISREG(status.st_mode))) {
+    if (!kept) {
+        return;
+    }
+    if (walk.search->files_only && !S_ISREG(status.st_mode)) {
+        if (is_named) {  // something else lies in a map's place
+            walk.volume->gaps.push_back({path, EINVAL});
+        }
         return;
     }
     if (state_of(path, walk.volume->root, &error) == view_state::file) {
@@ -311,8 +318,9 @@ static void find_journal(server_files* server) {
     server->journal = std::string(root) + "/" + JOURNAL_NAME;
     if (io_stat(server->journal.c_str(), &status) == 0) {
         server->journal_state = S_ISREG(status.st_mode) ? view_state::file : view_state::other;
-    } else if (errno != ENOENT && errno != ENOTDIR) {
-        server->journal_state = view_state::unreadable;
+    } else if ((errno != ENOENT && errno != ENOTDIR) ||
+               io_lstat(server->journal.c_str(), &status) == 0) {
+        server->journal_state = view_state::unreadable;  // or a link to nothing
     }
 }
 

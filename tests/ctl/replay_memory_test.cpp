@@ -12,6 +12,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "ctl/support/everything.h"
 #include "fri/fri_file.h"
 #include "jnl/jnl_file.h"
 #include "journal_status.h"
@@ -25,7 +26,6 @@
 #include "system/support/lab_sample.h"
 #include "system/support/private_root.h"
 #include "system/support/shell.h"
-#include "system/support/tree.h"
 #include "tbl/tbl_file.h"
 
 namespace fs = std::filesystem;
@@ -144,19 +144,6 @@ static std::string replay_and_compare(const std::string& sample, const std::stri
     const std::string found = first_difference(sample, replayed);
     return end_of(replay) + (lost ? "; changes were lost" : "; nothing was lost") +
            (found.empty() ? "" : "; " + found);
-}
-
-// Every name with the status of its file, times included, and its bytes.
-static std::map<std::string, std::string> everything(const std::string& root) {
-    std::map<std::string, std::string> all = tree_of(root);
-    for (auto& [name, text] : all) {
-        struct stat64 status = {};
-        EXPECT_EQ(lstat64((root + "/" + name).c_str(), &status), 0);
-        for (const timespec& time : {status.st_mtim, status.st_ctim}) {
-            text += " " + std::to_string(time.tv_sec) + "." + std::to_string(time.tv_nsec);
-        }
-    }
-    return all;
 }
 
 static constexpr const char* REPLAYED = "replayed ffffffff; changes were lost";

@@ -86,7 +86,7 @@ static bool may_be_phantom(finding_code code) {
     const char kind = finding_row_of(code)->name[0];
     return (kind == 'R' && code != finding_code::R05) ||
            (kind == 'F' && code != finding_code::F01) || code == finding_code::T02 ||
-           code == finding_code::T03 || code == finding_code::M03;
+           code == finding_code::T03 || code == finding_code::M03 || code == finding_code::M08;
 }
 
 static void explain_phantoms(check_state* state) {

@@ -183,9 +183,22 @@ static bool is_known_uuid(const check_state* state, const uuid_bytes& uuid) {
     return false;
 }
 
+// Whether a uuid that was not seen belongs to no file: every volume was looked at, and every file
+// in it could be read.
+static bool knows_every_uuid(const check_state* state) {
+    const auto is_known = [](const volume_check& volume) {
+        return volume.files->gaps.empty() &&
+               std::all_of(volume.maps.begin(), volume.maps.end(), [](const map_check& map) {
+                   return map.readable && (map.view.bad_nodes & 1) == 0;
+               });
+    };
+    return state->volumes.size() == state->server.volumes.size() &&
+           std::all_of(state->volumes.begin(), state->volumes.end(), is_known);
+}
+
 static void report_unknown_uuids(check_state* state, const window_look* look) {
-    if (state->volumes.size() != state->server.volumes.size()) {
-        return;  // a volume that was not looked at may have them
+    if (!knows_every_uuid(state)) {
+        return;
     }
     uint64_t unknown = 0;
     for (const uuid_bytes& uuid : look->uuids) {
@@ -212,6 +225,28 @@ static void report_torn(check_state* state, const window_look* look, const jnl_c
     }
 }
 
+// The newest transaction cannot be found. Stores the damaged block that is nearest to its record.
+static bool is_newest_damaged(const window_look* look, uint64_t* where) {
+    uint64_t forth = look->jnl.header.jnl_last_record_start % look->total;
+    uint64_t back = forth;
+    for (uint64_t steps = 0; steps < std::min(look->total, JNL_BLOCK_RANKS); steps++) {
+        for (const uint64_t at : {forth, back}) {
+            jnl_block block = {};
+            if (jnl_block_get(&look->jnl, &block, at) == jnl_block_state::damaged) {
+                *where = at;
+                return true;
+            }
+        }
+        forth = jnl_next_block(forth, look->total);
+        back = jnl_previous_block(back, look->total);
+    }
+    return false;
+}
+
+static bool was_closed(uint32_t tag) {
+    return tag == JNL_STATUS_SUCCESS || tag == JNL_STATUS_INIT;
+}
+
 static void look_at_window(window_look* look, uint32_t tag) {
     check_state* state = look->state;
     jnl_commit newest = {};
@@ -225,6 +260,11 @@ static void look_at_window(window_look* look, uint32_t tag) {
         search = last_complete_commit(&look->jnl, &newest, look->total);
         walked = search == 1 ? jnl_walk_commits(&look->jnl, budget, "check", visit, look) : 0;
     }
+    uint64_t where = 0;
+    if (search < 0 && was_closed(tag) && is_newest_damaged(look, &where)) {
+        add_at(state, finding_code::J03, where);
+        state->findings.back().level = severity::note;
+    }
     if (search != 1 || walked < 0) {
         return;  // nothing to replay, or the replay refuses and says why
     }
@@ -232,10 +272,9 @@ static void look_at_window(window_look* look, uint32_t tag) {
     for (const uint64_t block : look->impossible) {
         add_at(state, finding_code::J04, block);
     }
-    uint64_t where = 0;
     if (look->ids.size() < budget && look->visited < look->total && is_cut(look, &where)) {
         const int number = add_at(state, finding_code::J03, where);
-        if (tag == JNL_STATUS_SUCCESS || tag == JNL_STATUS_INIT) {
+        if (was_closed(tag)) {
             state->findings.back().level = severity::note;
         } else if (state->replay_cause == NO_CAUSE && !state->request->raw) {
             state->replay_cause = number;

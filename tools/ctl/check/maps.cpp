@@ -59,15 +59,16 @@ public:
 
     void blank_nodes(uint64_t first, uint64_t) override {
         if (map_->file->kind == MAP_KIND_UNMAP_BUFFER && !ended_) {
-            end_at(first * MAP_NODE_ENTRIES);
+            end_at(first * MAP_NODE_ENTRIES, NO_CAUSE);
         }
     }
     map_step node(const map_scan_node& node) override;
     void report();
 
 private:
-    void end_at(uint64_t lea) {  // the first blank entry of an unmap buffer
+    void end_at(uint64_t lea, int cause) {  // the first blank entry of an unmap buffer
         ended_ = true;
+        end_cause_ = cause;
         map_->looked_at = std::min(map_->looked_at, lea);
     }
     void count(const data_node* node, uint64_t number);
@@ -90,8 +91,9 @@ private:
     uint64_t damaged_end_ = 0;  // node after the last damaged one
     int damaged_finding_ = NO_CAUSE;
     int after_end_finding_ = NO_CAUSE;
-    bool ended_ = false;  // an unmap buffer: its first blank was met
-    lea_list unsummed_;   // nodes, not leas
+    bool ended_ = false;        // an unmap buffer: its first blank was met
+    int end_cause_ = NO_CAUSE;  // that blank may be damage
+    lea_list unsummed_;         // nodes, not leas
     lea_list past_data_;
     lea_list past_table_;
     lea_list bad_row_;
@@ -203,7 +205,7 @@ void map_scanner::look_at_entries(const data_node* node, uint64_t first, uint64_
         const uint64_t word = word_at(node, slot);
         if (!is_mapped(word)) {
             if (map_->file->kind == MAP_KIND_UNMAP_BUFFER && !ended_) {
-                end_at(first + slot);
+                end_at(first + slot, cause);
             }
             continue;
         }
@@ -213,6 +215,7 @@ void map_scanner::look_at_entries(const data_node* node, uint64_t first, uint64_
             if (after_end_finding_ == NO_CAUSE) {
                 after_end_finding_ =
                     add_finding(state_, finding_code::M08, volume_, map_->file->below);
+                state_->findings.back().because = end_cause_;
             }
             suspect(word, after_end_finding_);
         } else {
