@@ -35,7 +35,7 @@ def header_word(dice, server):
     if not os.path.exists(path):
         return False
     at, data = dice.choice(((8, b'\x32'), (16, struct.pack('<I', dice.choice((1, 2, 4, 5, 9)))),
-                            (4, b'\x02'), (20, bytes(16)), (20, random_uuid(dice))))
+                            (4, b'\x02'), (4, b'\x02'), (20, bytes(16)), (20, random_uuid(dice))))
     change_node(path, kind, 0, at, data)
 
 
@@ -110,7 +110,8 @@ def data_file_cut(dice, server):
     if not os.path.exists(path):
         return False
     extent = lpa & (1 << shift) - 1
-    os.truncate(path, BLOCKS_AT + (extent << volume.shift) + dice.choice((0, 512, 1 << volume.shift)))
+    begin = BLOCKS_AT + (extent << volume.shift)
+    os.truncate(path, begin + dice.choice((0, 512, 1 << volume.shift)))
 
 
 @damage

@@ -133,7 +133,8 @@ def index_last_link(dice, server):
 
 @damage
 def full_group_listed(dice, server):
-    volumes = [volume for volume in server.volumes if volume.next and len(volume.next) < len(volume.groups)]
+    volumes = [volume for volume in server.volumes
+               if 0 < len(volume.next) < len(volume.groups)]
     if not volumes:
         return False
     volume = dice.choice(volumes)
