@@ -14,6 +14,8 @@
 #include "store/log.h"
 
 static constexpr uint32_t RUN_NODES = 256;  // of one read: 128 KiB, which stay in the nearer caches
+// Of the first read after a hole: what lies between holes may be short. Later ones grow.
+static constexpr uint64_t ISLAND_NODES = 16;
 
 int tarn_map_data_node_check(uint64_t node_num) {
     if (current_map.fd == 0) {
@@ -43,6 +45,7 @@ struct run_reader {
     uint64_t end;        // nodes of the scan that a file can have
     uint64_t file_size;  // bytes
     uint64_t count;      // nodes of the present run
+    uint64_t most;       // nodes of the next run that is read, at most
     bool in_hole;        // the run lies in a hole; else its nodes are in memory
     bool may_be_hole;  // a hole may begin at `next`: nothing is known, or the node before is blank
     alignas(64) data_node nodes[RUN_NODES];
@@ -60,6 +63,7 @@ static std::unique_ptr<run_reader> open_runs(const map_range& range) {
         runs->end = std::min(range.nodes, DATA_NODE_NUM_END);
         runs->file_size = static_cast<uint64_t>(size);
         runs->may_be_hole = true;
+        runs->most = RUN_NODES;
     }
     return runs;
 }
@@ -96,16 +100,18 @@ static run_result read_run(run_reader* runs) {
     const uint64_t data = next_data_node(runs);
     runs->in_hole = data > runs->next;
     if (runs->in_hole) {
+        runs->most = ISLAND_NODES;
         runs->count = data - runs->next;
         return run_result::run;
     }
     const uint64_t stored = node_at(runs->file_size - 1) + 1 - runs->next;
-    runs->count = std::min({stored, runs->end - runs->next, uint64_t{RUN_NODES}});
+    runs->count = std::min({stored, runs->end - runs->next, runs->most});
     if (!read_fd_run(runs->fd, runs->nodes, data_node_offset(runs->next),
                      runs->count * sizeof(data_node))) {
         return run_result::failed;
     }
     runs->may_be_hole = is_blank(&runs->nodes[runs->count - 1]);
+    runs->most = std::min(2 * runs->most, uint64_t{RUN_NODES});
     return run_result::run;
 }
 

@@ -222,7 +222,8 @@ TEST(explain_answers, json_of_a_log_has_a_record_for_each_message) {
     const auto records = records_of(explain_words({"-"},
                                                   "ERR: f(1) error, group-list loops \xFF\"\\\n"
                                                   "ERR: f(1) open file \xFF\"\\ fail\n"
-                                                  "ERR: f(1) open file /j/EP_JNL fail\n",
+                                                  "ERR: f(1) open file /j/EP_JNL fail\n"
+                                                  "ERR: f(1) open file /k/EP_JNL fail\n",
                                                   true)
                                         .text);
     ASSERT_EQ(records.size(), 5u);
@@ -232,8 +233,9 @@ TEST(explain_answers, json_of_a_log_has_a_record_for_each_message) {
     EXPECT_EQ(records[1]["at_risk"], "none");
     EXPECT_EQ(records[2]["role"], "harmless");
     EXPECT_EQ(records[2]["line"], 3);
+    EXPECT_EQ(records[2]["count"], 2);
     EXPECT_EQ(records[3]["record"], "log");
-    EXPECT_EQ(records[3]["lines"], 3);
+    EXPECT_EQ(records[3]["lines"], 4);
     EXPECT_EQ(records[3]["unknown"], 1);
     EXPECT_EQ(records[3]["first_unknown"]["line"], 1);
 }

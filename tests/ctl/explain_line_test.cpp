@@ -28,6 +28,11 @@ TEST(explain_line, a_line_that_reports_no_failure_has_only_the_function_in_front
               ours);
 }
 
+TEST(explain_line, a_function_behind_an_unknown_front_is_found) {
+    EXPECT_EQ(parsed("22/11 nas1 tarn/4711: jnl_block_read(79) jnl block all zero value @block 12"),
+              "jnl block all zero value @block 12|jnl_block_read|anybody's");
+}
+
 TEST(explain_line, a_service_message_has_the_programs_name_and_a_line) {
     const char* const ours = "failed to pause iscsi service||ours";
     EXPECT_EQ(parsed("tarn:20 failed to pause iscsi service"), ours);
@@ -75,9 +80,14 @@ TEST(explain_line, bytes_that_are_no_text_become_question_marks) {
     EXPECT_EQ(clean_line("\xE0\x80\xAF"), "???");       // the same
     EXPECT_EQ(clean_line("\xED\xA0\x80"), "???");       // half of a pair
     EXPECT_EQ(clean_line("\xF4\x90\x80\x80"), "????");  // beyond the last character
+}
+
+TEST(explain_line, characters_that_are_not_seen_become_question_marks) {
     EXPECT_EQ(clean_line("\xC2\x9B"
                          "31m"),
-              "??31m");  // a control character of its own
+              "?31m");                                        // begins a colour
+    EXPECT_EQ(clean_line("a\xE2\x80\xAEz"), "a?z");           // turns the order around
+    EXPECT_EQ(clean_line("a\\x0a C:\\ z"), "a\\x0a C:\\ z");  // a backslash stays
 }
 
 TEST(explain_line, a_line_is_cut_at_its_limit) {

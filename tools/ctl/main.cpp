@@ -7,14 +7,16 @@
 #include <unistd.h>
 
 #include "ctl/check/print.h"
-#include "ctl/options.h"
-#if __has_include("ctl/explain/explain.h")
 #include "ctl/explain/explain.h"
-#endif
+#include "ctl/options.h"
 
 static int complain(const std::string& problem) {
     fprintf(stderr, "tarnctl: %s\n", problem.c_str());
     return EXIT_COULD_NOT_RUN;
+}
+
+static int cannot_write() {
+    return complain(std::string("cannot write the result: ") + strerror(errno));
 }
 
 static bool wants_color(when color) {
@@ -38,11 +40,9 @@ static int run_check(const ctl_options& options) {
     const bool printed = options.json ? print_check_json(stdout, report, style)
                                       : print_check_text(stdout, report, style);
     // A verdict that nobody could read is none.
-    return printed ? exit_of(report)
-                   : complain(std::string("cannot write the result: ") + strerror(errno));
+    return printed ? exit_of(report) : cannot_write();
 }
 
-#if __has_include("ctl/explain/explain.h")
 static int run_explain(const ctl_options& options) {
     explain_request request;
     request.words = options.words;
@@ -50,11 +50,6 @@ static int run_explain(const ctl_options& options) {
     request.catalogue = {FINDING_ROWS, FINDING_ROW_COUNT};
     return explain(request);
 }
-#else
-static int run_explain(const ctl_options&) {
-    return complain("not built");
-}
-#endif
 
 static int run(const ctl_options& options) {
     if (!options.conf.empty() && setenv("TARN_PLATFORM_CONF", options.conf.c_str(), 1) != 0) {
@@ -70,10 +65,9 @@ int main(int argc, char** argv) {
         if (parsed.options.command == ctl_command::none) {
             fputs(parsed.out.c_str(), stdout);
             fputs(parsed.err.c_str(), stderr);
-            return fflush(stdout) == 0 ? parsed.status : EXIT_COULD_NOT_RUN;
+            return fflush(stdout) == 0 ? parsed.status : cannot_write();
         }
-        const int status = run(parsed.options);
-        return fflush(stdout) == 0 ? status : EXIT_COULD_NOT_RUN;
+        return run(parsed.options);
     } catch (const std::bad_alloc&) {
         return complain("no memory");
     }

@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "ctl/check/state.h"
+#include "ctl/check/maps.h"
 #include "platform.h"
 #include "store/crc32c.h"
 #include "volume/dat_file.h"
@@ -223,21 +223,12 @@ static void read_pools(check_state* state, const volume_check* volume, map_check
         added->was = hex(map->header.map_pool_cksum);
         added->ought = hex(checksum);
         added->owners = {owner_of(*map)};
-        map->damaged = true;
     }
-}
-
-// Entries that the file has room for.
-static uint64_t entries_of_file(const header_view& view) {
-    return view.file_size <= METADATA_DATA_OFFSET
-               ? 0
-               : (view.file_size - METADATA_DATA_OFFSET + DATA_NODE_SIZE - 1) / DATA_NODE_SIZE *
-                     MAP_NODE_ENTRIES;
 }
 
 static void size_map(check_state* state, const volume_check* volume, map_check* map) {
     const bool known = (map->view.bad_nodes >> 1 & 1) == 0;
-    const uint64_t of_file = entries_of_file(map->view);
+    const uint64_t of_file = map_entries_of_file(map->view);
     map->entries = known ? map->header.map_total_count : of_file;
     if (known && map->entries > DATA_NODE_NUM_END * MAP_NODE_ENTRIES) {
         const header_case header = {volume, map->file->below, &map->view, FILE_TYPE_MAP, 0};

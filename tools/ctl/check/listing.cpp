@@ -25,9 +25,10 @@ struct of_a_code {
 
 class lister {
 public:
-    lister(const check_report& report, bool all)
+    lister(const check_report& report, bool all, uint64_t notes)
         : findings_(report.findings),
           all_(all),
+          notes_(notes),
           roots_(roots_of(findings_)),
           place_(findings_.size(), SIZE_MAX) {}
 
@@ -55,8 +56,9 @@ private:
     }
 
     bool is_left_out(size_t number, const of_a_code& code) const {
-        return (code.listed >= LISTED_OF_A_CODE && !all_) ||
-               (code.listed > 0 && is_rest(findings_[number]));
+        const finding& one = findings_[number];
+        const uint64_t most = one.level == severity::note ? notes_ : LISTED_OF_A_CODE;
+        return (code.listed >= most && !all_) || (code.listed > 0 && is_rest(one));
     }
 
     void take(size_t number) {
@@ -73,6 +75,7 @@ private:
 
     const std::vector<finding>& findings_;
     bool all_;
+    uint64_t notes_;
     std::vector<size_t> roots_;
     std::vector<size_t> place_;  // of a finding in the listing; SIZE_MAX: it is not listed
     std::map<finding_code, of_a_code> codes_;
@@ -81,8 +84,8 @@ private:
 
 }  // namespace
 
-std::vector<listed_finding> listing_of(const check_report& report, bool all) {
-    return lister(report, all).list();
+std::vector<listed_finding> listing_of(const check_report& report, bool all, uint64_t notes) {
+    return lister(report, all, notes).list();
 }
 
 finding_totals totals_of(const check_report& report) {

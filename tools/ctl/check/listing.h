@@ -17,8 +17,10 @@ struct listed_finding {
 };
 
 // Consequences and what exceeds LISTED_OF_A_CODE are left out, unless `all`. So is, always, the
-// rest of a code that was not kept as runs.
-std::vector<listed_finding> listing_of(const check_report& report, bool all);
+// rest of a code that was not kept as runs. Of a code that is only noted at most `notes` are
+// listed.
+std::vector<listed_finding> listing_of(const check_report& report, bool all,
+                                       uint64_t notes = LISTED_OF_A_CODE);
 
 // Places that were counted, but not kept as runs.
 bool is_rest(const finding& of);

@@ -217,7 +217,7 @@ static void report_unlisted(group_walk* walk) {
 static void check_counts(check_state* state, const volume_check* volume, int cause) {
     const bool node2 = (volume->index_view.bad_nodes >> 2 & 1) != 0;
     const uint64_t free_count = TBL_TOTAL_COUNT - volume->used_extents;
-    if (!node2 && volume->has_table && state->complete &&
+    if (!node2 && volume->has_table && volume->table_read &&
         volume->index.fri_free_count != free_count) {
         add_finding(state, finding_code::F10, volume, index_name(volume));
         finding* added = &state->findings.back();

@@ -2,11 +2,19 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 
 #include "map/map_scan.h"
 #include "tbl/tbl_format.h"
+
+uint64_t map_entries_of_file(const header_view& view) {
+    return view.file_size <= METADATA_DATA_OFFSET
+               ? 0
+               : (view.file_size - METADATA_DATA_OFFSET + DATA_NODE_SIZE - 1) / DATA_NODE_SIZE *
+                     MAP_NODE_ENTRIES;
+}
 
 static uint64_t word_at(const data_node* node, uint64_t slot) {
     uint64_t word = 0;
@@ -67,7 +75,7 @@ private:
     void look_at(const data_node* node, uint64_t number, bool damaged);
     void look_at_entries(const data_node* node, uint64_t first, uint64_t here, int cause);
     void look_at_entry(uint64_t word, uint64_t lea, int cause);
-    void look_behind(const data_node* node, uint64_t here);
+    void look_behind(const data_node* node, uint64_t number, uint64_t here);
     int report_damaged(uint64_t number);
     void suspect(uint64_t word, int cause);
     void report_leas(finding_code code, const lea_list& leas);
@@ -90,6 +98,7 @@ private:
     lea_list past_table_;
     lea_list bad_row_;
     lea_list after_end_;
+    lea_list behind_;
 };
 
 int read_node_alone(int fd, uint64_t number, data_node* node, bool* damaged) {
@@ -215,9 +224,13 @@ void map_scanner::look_at_entries(const data_node* node, uint64_t first, uint64_
     }
 }
 
-void map_scanner::look_behind(const data_node* node, uint64_t here) {
+// Entries behind the last one: in its node, which a check of the map counts too, or in later nodes.
+void map_scanner::look_behind(const data_node* node, uint64_t number, uint64_t here) {
     for (uint64_t slot = here; slot < MAP_NODE_ENTRIES; slot++) {
-        map_->behind += is_mapped(word_at(node, slot)) ? 1 : 0;
+        if (is_mapped(word_at(node, slot))) {
+            add_lea(&behind_, number * MAP_NODE_ENTRIES + slot);
+            map_->behind += here > 0 ? 1 : 0;
+        }
     }
 }
 
@@ -227,7 +240,7 @@ void map_scanner::look_at(const data_node* node, uint64_t number, bool damaged) 
     const uint64_t before = map_->mapped;
     look_at_entries(node, first, here, damaged ? report_damaged(number) : NO_CAUSE);
     if (here < MAP_NODE_ENTRIES) {
-        look_behind(node, here);
+        look_behind(node, number, here);
     }
     const bool whole = data_node_offset(number + 1) <= map_->view.file_size;
     if (node->checksum == 0 && map_->mapped > before && whole) {
@@ -242,6 +255,12 @@ map_step map_scanner::node(const map_scan_node& node) {
     if (bytes == nullptr) {
         error = read_node_alone(fd_, node.number, &own_, &damaged);
         bytes = &own_;
+    }
+    if (node.number >= map_node_count(map_->entries)) {
+        if (error == 0) {
+            look_behind(bytes, node.number, 0);
+        }
+        return map_step::go_on;
     }
     if (error != 0) {
         if (first_scan_ && !unread_) {
@@ -288,6 +307,7 @@ void map_scanner::report_leas(finding_code code, const lea_list& leas) {
 void map_scanner::report() {
     volume_->has_far = volume_->has_far || past_data_.entries + past_table_.entries > 0;
     report_leas(finding_code::M02, unsummed_);
+    report_leas(finding_code::M04, behind_);
     report_leas(finding_code::R07, past_table_);
     if (!volume_->files->data_files.empty()) {
         report_leas(finding_code::R06, past_data_);
@@ -321,21 +341,15 @@ static void check_length_and_count(check_state* state, const volume_check* volum
         added->ought = std::to_string(METADATA_DATA_OFFSET + nodes * DATA_NODE_SIZE);
         added->owners = {owner_of(*map)};
     }
-    if (stored != map->mapped && stored != map->mapped + map->behind) {
+    // What a check of the map with a repair writes is right too: it counts the rest of the last
+    // node, and of an unmap buffer nothing after the first blank entry.
+    const uint64_t before_end = map->mapped - map->after_end;
+    if (stored != map->mapped && stored != map->mapped + map->behind && stored != before_end) {
         add_finding(state, finding_code::M03, volume, map->file->below);
         finding* added = &state->findings.back();
         added->was = std::to_string(stored);
-        added->ought = std::to_string(map->mapped);
+        added->ought = std::to_string(before_end);
         added->because = cause;
-        added->owners = {owner_of(*map)};
-    }
-    if (map->behind > 0) {
-        add_finding(state, finding_code::M04, volume, map->file->below);
-        finding* added = &state->findings.back();
-        added->number = map->behind;
-        added->place = place_kind::lea;
-        added->first = map->entries;
-        added->count = nodes * MAP_NODE_ENTRIES - map->entries;
         added->owners = {owner_of(*map)};
     }
 }
@@ -383,7 +397,12 @@ static void scan_map(check_state* state, volume_check* volume, map_check* map, r
         map->rows_used.assign(0x1000, false);
     }
     map_scanner scanner(state, volume, map, counts, fd.get(), first_scan);
-    (void)for_each_map_node({fd.get(), map_node_count(map->entries), false}, &scanner);
+    uint64_t nodes = map_node_count(map->entries);
+    if (first_scan) {
+        const uint64_t of_file = map_node_count(map_entries_of_file(map->view));
+        nodes = std::max(nodes, std::min(of_file, DATA_NODE_NUM_END));
+    }
+    (void)for_each_map_node({fd.get(), nodes, false}, &scanner);
     if (first_scan) {
         scanner.report();
         check_length_and_count(state, volume, map);
@@ -392,12 +411,24 @@ static void scan_map(check_state* state, volume_check* volume, map_check* map, r
     }
 }
 
+static void show_progress(const check_state* state, const volume_check* volume, size_t map) {
+    if (state->request->progress) {
+        fprintf(stderr, "\r%s: map %zu of %zu\x1b[K", volume->files->root.c_str(), map,
+                volume->maps.size());
+    }
+}
+
 void scan_maps(check_state* state, volume_check* volume, ref_counts* counts, bool first_scan) {
+    size_t number = 0;
     for (map_check& map : volume->maps) {
+        show_progress(state, volume, ++number);
         if (map.readable) {
             scan_map(state, volume, &map, counts, first_scan);
         }
         volume->all_maps_read = volume->all_maps_read && map.readable && map.complete;
+    }
+    if (state->request->progress) {
+        fputs("\r\x1b[K", stderr);
     }
     if (first_scan) {
         volume->all_maps_read = volume->all_maps_read && volume->files->gaps.empty();

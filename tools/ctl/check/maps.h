@@ -3,6 +3,9 @@
 
 #include "ctl/check/state.h"
 
+// Entries that the file has room for.
+uint64_t map_entries_of_file(const header_view& view);
+
 // Reads a node that a scan could not show, up to three times, since a running service may be
 // writing it. Returns 0 and whether its checksum is wrong; errno when it cannot be read.
 int read_node_alone(int fd, uint64_t number, data_node* node, bool* damaged);

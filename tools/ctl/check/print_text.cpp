@@ -6,6 +6,7 @@
 
 constexpr size_t INDENT = 12;  // columns before the words of a finding
 constexpr size_t LOG_LINES_SHOWN = 3;
+constexpr uint64_t NOTES_SHOWN = 5;  // of a code
 
 static bool put(FILE* out, const std::string& text) {
     return fwrite(text.data(), 1, text.size(), out) == text.size();
@@ -40,7 +41,17 @@ static void add_words(std::string* text, const std::string& words) {
     }
 }
 
+// References to an extent: who holds what matters more than which of the two is wrong.
+static bool is_about_references(finding_code code) {
+    return code == finding_code::R02 || code == finding_code::R03 || code == finding_code::R04;
+}
+
 static std::string values_words(const finding& of) {
+    if (is_about_references(of.code) && !of.was.empty() && !of.ought.empty()) {
+        return "Each is counted " + of.was + (of.was == "1" ? " time" : " times") +
+               " in the table, and named " + of.ought + (of.ought == "1" ? " time" : " times") +
+               " in the maps.";
+    }
     if (of.was.empty() || of.ought.empty()) {
         return of.was.empty() ? "" : "Found " + shown(of.was) + ".";
     }
@@ -188,26 +199,29 @@ static const char* advice_of(ctl_exit status) {
     }
 }
 
-// "1 urgent, 2 damage, 3 counts, 1 unreadable, 4 notes; they explain 12 more."
+// "Findings: 1 urgent, 2 counts, and 12 places explained by them."
 static std::string totals_words(const finding_totals& totals) {
     const struct {
         uint64_t count;
         const char* word;
+        bool is_noun;
     } parts[] = {
-        {totals.levels[static_cast<size_t>(severity::urgent)], "urgent"},
-        {totals.levels[static_cast<size_t>(severity::damage)], "damage"},
-        {totals.unreadable, "unreadable"},
-        {totals.levels[static_cast<size_t>(severity::count)], "count"},
-        {totals.levels[static_cast<size_t>(severity::note)], "note"},
+        {totals.levels[static_cast<size_t>(severity::urgent)], "urgent", false},
+        {totals.levels[static_cast<size_t>(severity::damage)], "damage", false},
+        {totals.unreadable, "unreadable", false},
+        {totals.levels[static_cast<size_t>(severity::count)], "count", true},
+        {totals.levels[static_cast<size_t>(severity::note)], "note", true},
     };
     std::string words;
     for (const auto& part : parts) {
         if (part.count > 0) {
-            words += (words.empty() ? "" : ", ") + std::to_string(part.count) + " " + part.word;
+            words += (words.empty() ? "" : ", ") +
+                     (part.is_noun ? count_words(part.count, part.word)
+                                   : std::to_string(part.count) + " " + part.word);
         }
     }
     if (totals.consequences > 0) {
-        words += ", and " + std::to_string(totals.consequences) + " explained by them";
+        words += ", and " + count_words(totals.consequences, "place") + " explained by them";
     }
     return words.empty() ? "" : "Findings: " + words + ".";
 }
@@ -222,7 +236,7 @@ static std::string verdict_words(const check_report& report) {
 
 // Notes stand close together at the end; a blank line sets anything else apart.
 static bool put_findings(FILE* out, const check_report& report, const print_style& style) {
-    const std::vector<listed_finding> listing = listing_of(report, style.all);
+    const std::vector<listed_finding> listing = listing_of(report, style.all, NOTES_SHOWN);
     for (size_t i = 0; i < listing.size(); i++) {
         std::string text = finding_text(report, listing[i], style);
         if (i + 1 == listing.size() || !is_note(report.findings[listing[i].index])) {

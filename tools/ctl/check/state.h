@@ -80,6 +80,7 @@ struct volume_check {
     uint64_t index_end = 0;              // after the highest initialised group
     uint64_t initialised = 0;            // groups
     uint64_t used_extents = 0;           // in the table
+    bool table_read = true;              // no group of it is missing in that count
 
     std::map<finding_code, run_list> runs;  // of extents, groups and blocks
 };

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fcntl.h>
 
+#include "ctl/check/data_holes.h"
 #include "fri/fri_window.h"
 #include "store/crc32c.h"
 #include "tbl/tbl_group_image.h"
@@ -23,6 +24,7 @@ struct group_pass {
     uint32_t checksums[TBL_GROUP_BLOCKS_MAX];  // of its blocks, as they should be
     uint64_t hole_begin;  // groups of a hole of the table: all their extents are free
     uint64_t hole_end;
+    hole_look data;  // for mapped extents that are holes
 };
 
 // One group in hand.
@@ -40,16 +42,21 @@ static void add_extent(group_pass* pass, finding_code code, uint64_t lpa, uint32
     add_place(&pass->volume->runs[code], {lpa, 1, was, ought, because});
 }
 
-// The finding that explains what is wrong with an extent: its block is damaged, or a reference to
-// it comes from a place that is.
-static int cause_of(const group_pass* pass, const group_case& at, uint32_t offset) {
+// The finding that explains what is wrong with a word of the table: its block is damaged.
+static int cause_of_word(const group_pass* pass, const group_case& at, uint32_t offset) {
     const uint32_t block =
         (pass->image.first_slot + offset) / static_cast<uint32_t>(TBL_BLOCK_ENTRIES);
-    if ((at.bad_blocks >> block & 1) != 0) {
-        return cause_of_block(pass->volume->bad_table_blocks, pass->image.first_block + block);
-    }
+    return (at.bad_blocks >> block & 1) == 0
+               ? NO_CAUSE
+               : cause_of_block(pass->volume->bad_table_blocks, pass->image.first_block + block);
+}
+
+// The finding that explains why word and references differ: that of the word, or of a place that
+// is wrong itself and refers to the extent.
+static int cause_of(const group_pass* pass, const group_case& at, uint32_t offset) {
+    const int word = cause_of_word(pass, at, offset);
     const auto suspect = pass->volume->suspects.find(tbl_lpa_of(at.group, offset));
-    return suspect != pass->volume->suspects.end() ? suspect->second : NO_CAUSE;
+    return word != NO_CAUSE || suspect == pass->volume->suspects.end() ? word : suspect->second;
 }
 
 static void judge_used(group_pass* pass, const group_case& at, uint32_t offset, uint32_t counted,
@@ -58,7 +65,7 @@ static void judge_used(group_pass* pass, const group_case& at, uint32_t offset, 
     const int because = cause_of(pass, at, offset);
     const uint32_t word = at.words[offset];
     if (counted == 0) {
-        add_extent(pass, finding_code::T02, lpa, word, NO_VALUE, because);
+        add_extent(pass, finding_code::T02, lpa, word, NO_VALUE, cause_of_word(pass, at, offset));
     }
     if (pass->counts == nullptr || (lpa >= pass->volume->extents && pass->volume->has_far)) {
         return;  // its references are not known
@@ -171,7 +178,20 @@ static void judge_data_end(group_pass* pass, const group_case& at) {
         if ((at.words[offset] & TBL_USED_BIT) != 0 &&
             dat_byte_in_file(lpa, volume->shift) + extent_bytes(volume) > file->size) {
             add_extent(pass, finding_code::D02, lpa, NO_VALUE, NO_VALUE,
-                       cause_of(pass, at, offset));
+                       cause_of_word(pass, at, offset));
+        }
+    }
+}
+
+static void judge_data_holes(group_pass* pass, const group_case& at) {
+    const volume_check* volume = pass->volume;
+    if (!pass->state->request->data_holes || volume->shift == 0 || at.references == nullptr) {
+        return;
+    }
+    for (uint32_t offset = 0; offset < TBL_GROUP_ENTRIES; offset++) {
+        const uint64_t lpa = tbl_lpa_of(at.group, offset);
+        if (at.references[offset] > 0 && is_data_hole(volume, &pass->data, lpa)) {
+            add_extent(pass, finding_code::D04, lpa, NO_VALUE, NO_VALUE, NO_CAUSE);
         }
     }
 }
@@ -246,6 +266,7 @@ static bool index_entry(group_pass* pass, uint64_t group, fri_entry* entry) {
 
 static void report_unread_group(group_pass* pass, uint64_t group, const std::string& path) {
     const int error = errno;
+    pass->volume->table_read = false;
     add_unread(pass->state, pass->volume, path, error != 0 ? error : EIO);
     finding* added = &pass->state->findings.back();
     added->place = place_kind::group;
@@ -317,6 +338,7 @@ static bool check_group(group_pass* pass, uint64_t group) {
     }
     judge_index_entry(pass, at, free_extents);
     judge_data_end(pass, at);
+    judge_data_holes(pass, at);
     return free_extents < TBL_GROUP_ENTRIES || at.references != nullptr ||
            fri_entry_is_init(&at.entry) || at.bad_blocks != 0;
 }
@@ -350,12 +372,14 @@ static bool open_pass(group_pass* pass) {
     if (pass->table <= 0 || pass->index < 0) {
         add_unread(pass->state, pass->volume, pass->table <= 0 ? files->table : files->index,
                    errno);
+        pass->volume->table_read = false;
         return false;
     }
     return true;
 }
 
-static void close_pass(const group_pass* pass) {
+static void close_pass(group_pass* pass) {
+    close_hole_look(&pass->data);
     if (pass->table > 0) {
         io_close(pass->table);
     }

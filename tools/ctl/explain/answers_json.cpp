@@ -1,9 +1,6 @@
-#include <nlohmann/json.hpp>
-
 #include "ctl/check/check.h"
 #include "ctl/explain/answers.h"
-
-using json = nlohmann::ordered_json;
+#include "ctl/json_line.h"
 
 static constexpr int SCHEMA = 1;  // old fields never change their meaning within it
 
@@ -12,7 +9,7 @@ static const char* role_word(answer_role role) {
     return words[static_cast<size_t>(role)];
 }
 
-static json json_of(const finding_row& row) {
+static json_record json_of(const finding_row& row) {
     return {{"record", "code"},      {"code", row.name},
             {"slug", row.slug},      {"severity", severity_word(row.level)},
             {"means", row.sentence}, {"risk", row.risk},
@@ -33,8 +30,7 @@ public:
     bool end(int exit_status) override;
 
 private:
-    // Every text that is not the program's own was cleaned when it was read: it is valid UTF-8.
-    void print(const json& record) { fprintf(out_, "%s\n", record.dump().c_str()); }
+    void print(const json_record& record) { fputs(json_line(record).c_str(), out_); }
 
     FILE* out_;
 };
@@ -56,17 +52,17 @@ void json_answers::catalogue(std::span<const finding_row> rows) {
 
 void json_answers::message(const message_answer& answer) {
     const message_row& row = *answer.row;
-    json record = {{"record", "message"},
-                   {"role", role_word(answer.role)},
-                   {"text", answer.shown},
-                   {"message", row.format},
-                   {"kind", message_kind_word(row.kind)},
-                   {"at_risk", message_risk_word(row.risk)},
-                   {"normal", row.normal},
-                   {"means", row.means},
-                   {"risk", row.risk_words},
-                   {"normal_when", row.normal_words},
-                   {"next", row.next}};
+    json_record record = {{"record", "message"},
+                          {"role", role_word(answer.role)},
+                          {"text", answer.shown},
+                          {"message", row.format},
+                          {"kind", message_kind_word(row.kind)},
+                          {"at_risk", message_risk_word(row.risk)},
+                          {"normal", row.normal},
+                          {"means", row.means},
+                          {"risk", row.risk_words},
+                          {"normal_when", row.normal_words},
+                          {"next", row.next}};
     if (answer.line != 0) {
         record["line"] = answer.line;
         record["count"] = answer.count;
@@ -75,7 +71,7 @@ void json_answers::message(const message_answer& answer) {
 }
 
 void json_answers::unknown(std::string_view text, std::span<const message_row* const> nearest) {
-    json record = {{"record", "unknown"}, {"text", text}, {"nearest", json::array()}};
+    json_record record = {{"record", "unknown"}, {"text", text}, {"nearest", json_record::array()}};
     for (const message_row* row : nearest) {
         record["nearest"].push_back(row->format);
     }
@@ -83,11 +79,11 @@ void json_answers::unknown(std::string_view text, std::span<const message_row* c
 }
 
 void json_answers::log(const log_report& report) {
-    json record = {{"record", "log"},
-                   {"lines", report.lines},
-                   {"of_other_programs", report.foreign},
-                   {"unknown", report.unknown},
-                   {"runs_with_errors", report.runs_with_errors}};
+    json_record record = {{"record", "log"},
+                          {"lines", report.lines},
+                          {"of_other_programs", report.foreign},
+                          {"unknown", report.unknown},
+                          {"runs_with_errors", report.runs_with_errors}};
     if (report.unknown != 0) {
         record["first_unknown"] = {{"line", report.first_unknown},
                                    {"text", report.first_unknown_text}};

@@ -1,27 +1,13 @@
 #include <cctype>
 
 #include "ctl/explain/answers.h"
+#include "ctl/text/paragraph.h"
 #include "print.h"
 
-static constexpr size_t COLUMNS = 100;
-static constexpr size_t INDENT = 10;  // of the words behind a label
-
-// Prints a label and its words, broken between words.
 static void print_field(FILE* out, const char* label, std::string_view words) {
-    fprintf(out, "  %-*s", int{INDENT} - 2, label);
-    size_t column = INDENT;
-    while (!words.empty()) {
-        const size_t end = std::min(words.find(' '), words.size());
-        if (column > INDENT && column + 1 + end > COLUMNS) {
-            fprintf(out, "\n%*s", int{INDENT}, "");
-            column = INDENT;
-        }
-        const bool first = column == INDENT;
-        fprintf(out, "%s%.*s", first ? "" : " ", static_cast<int>(end), words.data());
-        column += end + (first ? 0 : 1);
-        words.remove_prefix(std::min(end + 1, words.size()));
-    }
-    fputc('\n', out);
+    char head[16];
+    snprintf(head, sizeof head, "  %-8s", label);
+    fputs(paragraph(head, words).c_str(), out);
 }
 
 // The words of a field, which begin with a small letter in the table.

@@ -2,28 +2,7 @@
 
 #include <algorithm>
 
-// Length of the UTF-8 character at the front of `text`; 0 if it is none, or a control character.
-static size_t character_length(std::string_view text) {
-    const auto first = static_cast<unsigned char>(text[0]);
-    if (first < 0x80) {
-        return first < 0x20 || first == 0x7F ? 0 : 1;
-    }
-    const size_t length = first >= 0xC2 && first <= 0xDF   ? 2
-                          : first >= 0xE0 && first <= 0xEF ? 3
-                          : first >= 0xF0 && first <= 0xF4 ? 4
-                                                           : 0;
-    if (length == 0 || text.size() < length) {
-        return 0;
-    }
-    const auto second = static_cast<unsigned char>(text[1]);
-    const bool is_control = first == 0xC2 && second < 0xA0;
-    const bool too_long =
-        (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);  // a shorter form
-    const bool no_character = (first == 0xED && second > 0x9F) || (first == 0xF4 && second > 0x8F);
-    const bool follows = std::all_of(text.begin() + 1, text.begin() + static_cast<long>(length),
-                                     [](char c) { return (c & 0xC0) == 0x80; });
-    return follows && !is_control && !too_long && !no_character ? length : 0;
-}
+#include "ctl/text/escape.h"
 
 // Length of the colour at the front of `text`, "\x1b[31m"; 0: there is none.
 static size_t colour_length(std::string_view text) {
@@ -40,21 +19,37 @@ static void add_blank(std::string* out) {
     }
 }
 
+// Whether the character at the front, `bytes` long, can be shown as it is. A character that is not
+// seen, or turns the order of a line around, cannot.
+static bool is_visible(std::string_view text, size_t bytes) {
+    const auto first = static_cast<unsigned char>(text[0]);
+    return first < 0x80 ? first > 0x20 && first != 0x7F
+                        : bytes != 0 && shown(text.substr(0, bytes)) == text.substr(0, bytes);
+}
+
+// Moves the first character, or what stands for it, from `line` to `out`.
+static void clean_character(std::string_view* line, std::string* out) {
+    const size_t bytes = utf8_first(*line).bytes;
+    if (is_visible(*line, bytes)) {
+        *out += line->substr(0, bytes);
+    } else if (static_cast<unsigned char>((*line)[0]) >= 0x80) {
+        *out += '?';
+    } else {
+        add_blank(out);
+    }
+    line->remove_prefix(std::max<size_t>(bytes, 1));
+}
+
 std::string clean_line(std::string_view line) {
     line = line.substr(0, LOG_LINE_MAX);
     std::string out;
     while (!line.empty()) {
-        const auto c = static_cast<unsigned char>(line[0]);
         const size_t colour = colour_length(line);
-        const size_t length = colour != 0 ? colour : std::max<size_t>(character_length(line), 1);
-        if (colour == 0 && character_length(line) != 0 && c != ' ') {
-            out += line.substr(0, length);
-        } else if (c >= 0x80) {
-            out.push_back('?');
-        } else if (colour == 0) {
-            add_blank(&out);
+        if (colour != 0) {
+            line.remove_prefix(colour);
+        } else {
+            clean_character(&line, &out);
         }
-        line.remove_prefix(length);
     }
     if (!out.empty() && out.back() == ' ') {
         out.pop_back();
