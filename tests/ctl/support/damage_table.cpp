@@ -308,13 +308,17 @@ static const damage_row& row_of(const std::string& kind) {
     return *found;
 }
 
+// A torn transaction is reported where it begins, which may be before the block.
+static bool covers(const seen_finding& seen, const wanted_finding& wanted) {
+    return wanted.place.empty() || seen.code == "J06" || seen.covers(wanted.place, wanted.at);
+}
+
 static bool is_there(const wanted_finding& wanted, const std::string& volume,
                      const seen_finding& seen) {
     const bool server = wanted.codes[0] == 'J';
     return words_of(wanted.codes).contains(seen.code) &&
            (server ? seen.volume.empty() : seen.volume.ends_with(volume)) &&
-           (wanted.file.empty() || seen.file == wanted.file) &&
-           (wanted.place.empty() || seen.covers(wanted.place, wanted.at)) &&
+           (wanted.file.empty() || seen.file == wanted.file) && covers(seen, wanted) &&
            (wanted.was.empty() || seen.was == wanted.was) &&
            (wanted.ought.empty() || seen.ought == wanted.ought) &&
            (wanted.owner.empty() || seen.names(wanted.owner));
