@@ -83,4 +83,4 @@ def judge_lists(volume):
     if volume.free is not None and volume.free != EXTENTS_MAX - used:
         volume.say('F10', '', bool(volume.bad_table_blocks))
     if volume.group_count is not None and initialised and volume.group_count <= initialised[-1]:
-        volume.say('F11', '')
+        volume.say('F11', '', initialised[-1] // INDEX_SLOTS in volume.bad_index_blocks)

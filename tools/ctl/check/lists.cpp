@@ -231,6 +231,8 @@ static void check_counts(check_state* state, const volume_check* volume, int cau
         finding* added = &state->findings.back();
         added->was = std::to_string(volume->index.fri_group_count);
         added->ought = std::to_string(volume->index_end);
+        added->because =
+            cause_of_block(volume->bad_index_blocks, fri_block_of(volume->index_end - 1));
         added->level = severity::note;
     }
 }
