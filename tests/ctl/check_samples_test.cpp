@@ -52,6 +52,11 @@ TEST(damage_of_the_journal, explains_what_a_cut_replay_leaves) {
     EXPECT_EQ(try_damage("journal-block-in-window", 103), "right");
 }
 
+// One of the two bits of this seed marks a group after the last one as initialised.
+TEST(damage_of_the_index, explains_a_group_count_that_is_too_low) {
+    EXPECT_EQ(try_damage("two-bits", 29), "right");
+}
+
 TEST(damage_pairs, show_both) {
     for (unsigned seed = 1; seed <= 6; seed++) {
         const std::string found = try_pair(seed);

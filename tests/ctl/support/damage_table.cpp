@@ -240,13 +240,13 @@ static wanted_list torn_node(const damage_done& done) {
                                                                   : wanted_list{{"M02 M03", file}};
 }
 
-#define LISTS "F02 F03 F04 F05 F06 F07 F08 F09 F10 F12 "
+#define LISTS "F02 F03 F04 F05 F06 F07 F08 F09 F10 F11 F12 "
 #define ENTRIES "M03 M08 R01 R02 R03 R04 R05 "
 #define COUNTS "T02 T03 R01 R02 R03 R04 R05 "
 
 const std::vector<damage_row>& damage_rows() {
     static const std::vector<damage_row> rows = {
-        {"index-header-bit", header_node, "", LISTS "F11", "4 5"},
+        {"index-header-bit", header_node, "", LISTS, "4 5"},
         {"table-header-bit", header_node, "", "", "4"},
         {"map-header-bit", header_node, "", "M03", "4"},
         {"index-block-bit", damaged_block, "", LISTS "T03", "4 5"},
