@@ -169,6 +169,21 @@ TEST(check_evidence, absence_is_not_claimed_while_a_map_cannot_be_read) {
     EXPECT_NE(run.left_out[0].find("cannot tell"), std::string::npos) << run.left_out[0];
 }
 
+// The node's checksum shows that its entry is wrong: that it names a free extent follows from it.
+TEST(check_evidence, a_reference_from_a_damaged_node_names_the_node) {
+    const scratch_dir place;
+    const std::string sample = make_sample(place, "s", 5);
+    const std::string map = sample + "/volume1/@iSCSITrg/LUN_0/LUN_0_Extent_0";
+    constexpr uint64_t FREE = 4000000;
+    const uint64_t word = uint64_t{1} << 63 | FREE;
+    write_file_bytes(map, byte_of_lea(100), &word, sizeof word);
+    const check_run run = check_sample(sample);
+    ASSERT_EQ(run.codes().substr(0, 11), "M01 R01<M01") << run.codes();
+    EXPECT_TRUE(run.findings[0].covers("node", 1));
+    EXPECT_TRUE(run.findings[1].covers("lpa", FREE));
+    EXPECT_EQ(run.status, 5);
+}
+
 // What follows from a damaged block says so, and is not listed without --all.
 TEST(check_evidence, consequences_name_their_cause) {
     const scratch_dir place;
