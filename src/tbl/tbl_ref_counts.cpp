@@ -285,8 +285,8 @@ static bool is_run(const ref_counts* counts, const data_node* node) {
     return differences == 0;
 }
 
-// Every entry is mapped to an extent that is counted. A few such nodes are missed, for the sake of a
-// test without a branch.
+// Every entry is mapped to an extent that is counted. A few such nodes are missed, for the sake of
+// a test without a branch.
 static bool is_full(const ref_counts* counts, const data_node* node) {
     uint64_t common = ~uint64_t{0};
     uint64_t any = 0;

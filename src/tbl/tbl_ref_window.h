@@ -54,12 +54,12 @@ constexpr uint32_t PENDING_WIDE = ~uint32_t{0};
 constexpr size_t PLACES_SIZE = REF_REGIONS * sizeof(uint32_t);
 
 struct ref_counts {
-    uint64_t extents;     // references to those below are counted
-    uint64_t sure_bits;   // an lpa of no other bits is below it
+    uint64_t extents;    // references to those below are counted
+    uint64_t sure_bits;  // an lpa of no other bits is below it
     uint8_t* window;
-    size_t window_size;   // bytes
-    size_t window_room;   // bytes that are reserved: room for one wide region at least
-    size_t window_used;   // bytes
+    size_t window_size;  // bytes
+    size_t window_room;  // bytes that are reserved: room for one wide region at least
+    size_t window_used;  // bytes
     uint32_t* place;     // of each region, in this window
     uint32_t* pending;   // references of each region that waits for a later window
     uint32_t end;        // 1 more than the highest region that was met

@@ -183,8 +183,7 @@ const finding_row FINDING_ROWS[] = {
      "in use, past the end of the data file.",
      "These extents were never written. If the file was cut, their data are lost.",
      "tarnctl explain D02"},
-    {finding_code::D03, "D03", "data-file-header", severity::damage,
-     "its header is damaged.",
+    {finding_code::D03, "D03", "data-file-header", severity::damage, "its header is damaged.",
      "The LUNs' data behind it are not affected, but without the first file's header no rebuild "
      "is possible.",
      LOOK_AGAIN},
@@ -196,13 +195,11 @@ const finding_row FINDING_ROWS[] = {
      "possible.",
      LOOK_AGAIN},
     // The journal.
-    {finding_code::J01, "J01", "journal-status", severity::note,
-     "not closed by a clean shutdown.",
+    {finding_code::J01, "J01", "journal-status", severity::note, "not closed by a clean shutdown.",
      "The last changes may be in the journal alone: keep it, and replay it before the service "
      "starts.",
      "tarn --startup-replay"},
-    {finding_code::J02, "J02", "journal-header", severity::damage,
-     "its header is damaged.",
+    {finding_code::J02, "J02", "journal-header", severity::damage, "its header is damaged.",
      "It cannot be replayed. Copy the journal before anything else runs.", "tarn --search jnl -m"},
     {finding_code::J03, "J03", "journal-damaged", severity::urgent,
      "a block that a replay needs is damaged or missing.",
@@ -220,8 +217,7 @@ const finding_row FINDING_ROWS[] = {
      "its newest transaction was not recorded to its end.",
      "The power failed meanwhile. A replay skips it, and nothing committed is lost.",
      "tarnctl explain J06"},
-    {finding_code::J08, "J08", "replay-refused", severity::damage,
-     "a replay would be refused.",
+    {finding_code::J08, "J08", "replay-refused", severity::damage, "a replay would be refused.",
      "The volumes are as the crash left them. Other findings may be consequences of it: do not "
      "repair them first.",
      "tarnctl check --raw"},

@@ -66,8 +66,8 @@ static bool read_names(const std::string& path, std::vector<std::string>* names)
     return result == 0;
 }
 
-// The whole beginning of a map's header. A file that cannot be read is none: if a listing finds it,
-// it is reported there.
+// Whether the file begins as a map does. A file that cannot be read does not: if a listing finds
+// it, it is reported there.
 static bool has_map_header(const std::string& path) {
     const int fd = io_open(path.c_str(), O_RDONLY | O_NONBLOCK, 0);
     if (fd <= 0) {

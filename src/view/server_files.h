@@ -71,7 +71,7 @@ struct server_files {
 
 // Lists the server. False: the platform does not tell its volumes; `problem` says so.
 bool list_server(server_files* server, std::string* problem);
-// Marks the volumes with these roots, or all when there is none, as chosen. False: one of them is
+// Marks the volumes with these roots as chosen; all of them, if the list is empty. False: one is
 // not a volume of the server; `problem` says which.
 bool choose_volumes(const std::vector<std::string>& roots, server_files* server,
                     std::string* problem);

@@ -118,8 +118,9 @@ static int damage(const options& asked) {
 
 static int run_sample(const options& asked) {
     progress bar = progress_of_terminal();
-    return run_service({asked.directory, asked.seed, asked.seconds, asked.rate}, &bar) ? EXIT_DONE
-                                                                           : EXIT_DIFFERENCE;
+    return run_service({asked.directory, asked.seed, asked.seconds, asked.rate}, &bar)
+               ? EXIT_DONE
+               : EXIT_DIFFERENCE;
 }
 
 static int print_help() {

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <set>
 
 #include "ctl/check/state.h"
 #include "fri/fri_window.h"
@@ -92,6 +93,8 @@ void check_index_blocks(check_state* state, volume_check* volume) {
     }
 }
 
+static constexpr size_t FULL_GROUPS_MAX = 100000;
+
 // The walk along the list of groups.
 struct group_walk {
     check_state* state;
@@ -100,6 +103,7 @@ struct group_walk {
     fri_window window;
     std::vector<uint64_t> wanted;  // bit of each group that the list should still pass
     uint64_t wanted_count;
+    std::set<uint64_t> full;  // groups without a free extent that the list passed
     int cause;
     bool unread;
 };
@@ -189,7 +193,8 @@ static void follow(group_walk* walk) {
             walk->wanted_count--;
         } else {
             const fri_entry entry = entry_of(walk, group);
-            if (fri_entry_count(&entry) > 0 || steps > walk->volume->initialised) {
+            if (fri_entry_count(&entry) > 0 || !walk->full.insert(group).second ||
+                walk->full.size() > FULL_GROUPS_MAX) {
                 report_loop(walk, group);
                 return;
             }
@@ -244,7 +249,7 @@ void check_group_list(check_state* state, volume_check* volume) {
         return;
     }
     const scoped_fd fd(opened);
-    group_walk walk = {state, volume, opened, {}, {}, 0, NO_CAUSE, false};
+    group_walk walk = {state, volume, opened, {}, {}, 0, {}, NO_CAUSE, false};
     if (!volume->bad_index_blocks.empty()) {
         walk.cause = volume->bad_index_blocks.begin()->second.finding;
     }

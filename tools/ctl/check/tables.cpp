@@ -18,7 +18,7 @@ struct group_pass {
     volume_check* volume;
     const ref_counts* counts;  // null: references are not looked at
     int table;
-    int index;  // 0: there is none to judge
+    int index;  // 0: no index to judge
     fri_window window;
     tbl_group_image image;
     uint32_t checksums[TBL_GROUP_BLOCKS_MAX];  // of its blocks, as they should be
