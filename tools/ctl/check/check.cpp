@@ -184,11 +184,6 @@ static void report_refusal(check_state* state, const memory_replay& refusal) {
     }
 }
 
-static std::optional<jnl_header> journal_now(const server_files& server) {
-    return server.journal_state == view_state::file ? read_journal_header(server.journal)
-                                                    : std::nullopt;
-}
-
 static std::vector<std::string> maps_of(const server_files& server) {
     std::vector<std::string> paths;
     for (const volume_files& volume : server.volumes) {
@@ -217,7 +212,7 @@ static bool look(const check_request& request, bool freeze_first, check_report* 
         return false;
     }
     take_volumes(&state);
-    const std::optional<jnl_header> before = journal_now(state.server);
+    const std::optional<journal_moment> before = journal_now(state.server);
     bool frozen = false;
     const replayed replay = replay_pending(request, state.server, freeze_first && before, &frozen);
     if (replay.refusal) {
@@ -226,16 +221,13 @@ static bool look(const check_request& request, bool freeze_first, check_report* 
     if (!run_steps(&state, problem)) {
         return false;
     }
-    const std::optional<jnl_header> after = journal_now(state.server);
-    *moved =
-        has_other_files(state.server) || (!frozen && before && after &&
-                                          (before->jnl_last_trans_id != after->jnl_last_trans_id ||
-                                           before->jnl_shutdown_tag != after->jnl_shutdown_tag));
+    const std::optional<journal_moment> after = journal_now(state.server);
+    *moved = has_other_files(state.server) || (!frozen && before != after);
     *report = {};
     report->mode = replay.mode;
     if (before) {
-        report->journal_status = journal_status_word(before->jnl_shutdown_tag);
-        report->journal_last_id = before->jnl_last_trans_id;
+        report->journal_status = journal_status_word(before->header.jnl_shutdown_tag);
+        report->journal_last_id = before->header.jnl_last_trans_id;
     }
     fill_report(&state, report);
     return true;

@@ -47,14 +47,29 @@ static const char* meaning_of(uint32_t tag) {
     }
 }
 
-std::optional<jnl_header> read_journal_header(const std::string& path) {
-    jnl_header header = {};
-    header_view view;
-    (void)open_header(path, JNL_CONST_NODES, JNL_VAR_NODES, &header, &view);
-    if (view.error != 0 || view.bad_nodes != 0 || header.head.magic_code != METADATA_MAGIC_CODE) {
+bool journal_moment::operator==(const journal_moment& other) const {
+    return newest == other.newest && header.jnl_last_trans_id == other.header.jnl_last_trans_id &&
+           header.jnl_shutdown_tag == other.header.jnl_shutdown_tag;
+}
+
+std::optional<journal_moment> journal_now(const server_files& server) {
+    if (server.journal_state != view_state::file) {
         return std::nullopt;
     }
-    return header;
+    jnl_file jnl = {};
+    header_view view;
+    const scoped_fd fd =
+        open_header(server.journal, JNL_CONST_NODES, JNL_VAR_NODES, &jnl.header, &view);
+    if (view.error != 0 || view.bad_nodes != 0 ||
+        jnl.header.head.magic_code != METADATA_MAGIC_CODE) {
+        return std::nullopt;
+    }
+    jnl.fd = fd.get();
+    jnl_commit newest = {};
+    const uint64_t total = jnl.header.jnl_total_count;
+    const silence out(stdout);
+    const bool found = total != 0 && last_complete_commit(&jnl, &newest, total) == 1;
+    return journal_moment{jnl.header, found ? newest.start_block.ej_header.jnl_transid : 0};
 }
 
 // A look at the ring.

@@ -7,11 +7,17 @@
 #include "ctl/check/state.h"
 #include "jnl/jnl_format.h"
 
-// The journal's header as it is on the disk now; none when it cannot be read or is damaged.
-std::optional<jnl_header> read_journal_header(const std::string& path);
-
 // "success", "abnormal", ...; empty for a value that no journal has.
 std::string journal_status_word(uint32_t tag);
+
+// Where the journal is now: its header, and the id of the newest transaction whose record is whole.
+// The service may write the header before the record.
+struct journal_moment {
+    jnl_header header;
+    uint32_t newest;
+    bool operator==(const journal_moment& other) const;
+};
+std::optional<journal_moment> journal_now(const server_files& server);
 
 // Reports what is wrong with the journal, and notes what its history explains: a window that is cut
 // short leaves the files as no replay would.
