@@ -105,15 +105,19 @@ int set_journal_status(uint32_t tag) {
     return 0;  // deliberate: the failure is in the log, and counted
 }
 
-uint32_t journal_sync_count() {
-    if (current_jnl.fd == 0) {
-        log_err("jnl file descriptor is invalid\n");
-        return 0;
-    }
-    const uint64_t count = current_jnl.header.jnl_sync_count;
+uint32_t jnl_commit_budget(const jnl_header* header) {
+    const uint64_t count = header->jnl_sync_count;
     if (count == 0) {
         return COMMITS_BY_DEFAULT;
     }
     constexpr uint64_t most = std::numeric_limits<uint32_t>::max();
     return static_cast<uint32_t>(std::min(2 * count, most));
+}
+
+uint32_t journal_sync_count() {
+    if (current_jnl.fd == 0) {
+        log_err("jnl file descriptor is invalid\n");
+        return 0;
+    }
+    return jnl_commit_budget(&current_jnl.header);
 }

@@ -48,5 +48,7 @@ int set_journal_status(uint32_t tag);
 // The text for a shutdown tag; null for an unknown value.
 const char* jnl_status_text(uint32_t tag);
 // The number of commits that verification and replay walk back: twice jnl_sync_count, 2^32 - 1 at
-// most; 128 for a count of 0; 0, logged, if no journal is open.
+// most; 128 for a count of 0.
+uint32_t jnl_commit_budget(const jnl_header* header);
+// That of the open journal; 0, logged, if none is open.
 uint32_t journal_sync_count();

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <new>
 
@@ -87,11 +86,6 @@ static uint64_t next_data_node(run_reader* runs) {
     return data >= runs->file_size ? runs->end : std::min(node_at(data), runs->end);
 }
 
-static bool is_blank(const data_node* node) {
-    static constexpr data_node BLANK{};
-    return memcmp(node, &BLANK, sizeof BLANK) == 0;
-}
-
 // The run from runs->next on, which stays where it is.
 static run_result read_run(run_reader* runs) {
     if (runs->next >= runs->end) {
@@ -110,7 +104,7 @@ static run_result read_run(run_reader* runs) {
                      runs->count * sizeof(data_node))) {
         return run_result::failed;
     }
-    runs->may_be_hole = is_blank(&runs->nodes[runs->count - 1]);
+    runs->may_be_hole = data_node_is_blank(&runs->nodes[runs->count - 1]);
     runs->most = std::min(2 * runs->most, uint64_t{RUN_NODES});
     return run_result::run;
 }

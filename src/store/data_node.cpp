@@ -5,6 +5,11 @@
 #include "store/file.h"
 #include "store/log.h"
 
+bool data_node_is_blank(const data_node* node) {
+    static constexpr data_node BLANK{};
+    return memcmp(node, &BLANK, sizeof BLANK) == 0;
+}
+
 void data_node_seal(data_node* node) {
     node->checksum = 0;
     uint32_t checksum = 0;

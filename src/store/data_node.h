@@ -23,6 +23,8 @@ constexpr uint64_t data_node_offset(uint64_t node_num) {
                                         : uint64_t{1} << 63;
 }
 
+bool data_node_is_blank(const data_node* node);  // every byte is zero
+
 // Puts a fresh checksum into `node`.
 void data_node_seal(data_node* node);
 

@@ -26,7 +26,7 @@ constexpr uint64_t OVERLAY_BLOCK_SIZE = 512;
 //    the disk.
 //  - A sync succeeds and does nothing. A lock succeeds and is not taken: a run of the tool that
 //    writes must not be turned away by one that only reads.
-// Files are told apart by device and inode: one that is removed while its blocks are kept may pass
+// A file is known by device and inode: one that is removed while its blocks are kept may pass
 // them on to a new file. Programs that are started see the disk as it is, and may write it.
 // Several threads may read at the same time while none of them writes.
 class io_overlay {

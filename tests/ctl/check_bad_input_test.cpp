@@ -230,8 +230,8 @@ TEST_F(bad_input, names_that_nobody_can_print_are_escaped) {
         const check_run run = check();
         EXPECT_TRUE(run.has("M01")) << run.codes();
         EXPECT_EQ(schema_problem(run.out), "");
-        const ran text =
-            shell("TARN_PLATFORM_CONF=" + file("platform.conf") + " " + TARNCTL_PROGRAM + " check");
+        const ran text = shell("TARN_PLATFORM_CONF=" + file("platform.conf") + " " +
+                               TARN_CTL_PROGRAM + " check");
         EXPECT_EQ(text.status, run.status);
         EXPECT_NE(text.text.find(" M01  "), std::string::npos) << text.text;
         const bool plain = std::all_of(text.text.begin(), text.text.end(), [](char c) {
@@ -246,7 +246,7 @@ TEST_F(bad_input, names_that_nobody_can_print_are_escaped) {
 
 // What the program says of a configuration.
 static check_run with_configuration(const std::string& path) {
-    return run_limited("env TARN_PLATFORM_CONF=" + path + " " + TARNCTL_PROGRAM + " check --json");
+    return run_limited("env TARN_PLATFORM_CONF=" + path + " " + TARN_CTL_PROGRAM + " check --json");
 }
 
 TEST_F(bad_input, without_a_configuration_it_could_not_run) {

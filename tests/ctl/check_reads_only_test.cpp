@@ -100,7 +100,7 @@ TEST(check_read_only, works_where_everything_is_mounted_read_only) {
         const std::string sample = make_sample(place, more.empty() ? "sound" : "crashed", 5, more);
         const auto before = everything(sample);
         const scratch_dir root;
-        const std::string program = TARNCTL_PROGRAM;
+        const std::string program = TARN_CTL_PROGRAM;
         const std::string directory = program.substr(0, program.rfind('/'));
         const std::string found = in_a_process_of_its_own([&]() -> std::string {
             const std::string problem = enter_private_root(
@@ -199,7 +199,7 @@ TEST(check_evidence, consequences_name_their_cause) {
     for (size_t i = 1; i < run.findings.size(); i++) {
         EXPECT_EQ(run.findings[i].because, 1) << run.findings[i].code;
     }
-    const ran listed = shell("TARN_PLATFORM_CONF=" + sample + "/platform.conf " + TARNCTL_PROGRAM +
+    const ran listed = shell("TARN_PLATFORM_CONF=" + sample + "/platform.conf " + TARN_CTL_PROGRAM +
                              " check --json | grep -c '\"record\":\"finding\"'");
     EXPECT_EQ(listed.text, "1\n");
 }

@@ -39,7 +39,7 @@ static int run_check(const ctl_options& options) {
     const print_style style = {wants_color(options.color), request.all, options.quiet};
     const bool printed = options.json ? print_check_json(stdout, report, style)
                                       : print_check_text(stdout, report, style);
-    // A verdict that nobody could read is none.
+    // What nobody could read is no verdict.
     return printed ? exit_of(report) : cannot_write();
 }
 

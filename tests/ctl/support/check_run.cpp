@@ -126,7 +126,7 @@ static std::string without_lone_halves(std::string line) {
 }
 
 std::string check_command(const std::string& sample, const std::string& more) {
-    return std::string("env TARN_PLATFORM_CONF=") + sample + "/platform.conf " + TARNCTL_PROGRAM +
+    return std::string("env TARN_PLATFORM_CONF=") + sample + "/platform.conf " + TARN_CTL_PROGRAM +
            " check --json --all " + more;
 }
 

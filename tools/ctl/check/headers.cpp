@@ -152,7 +152,7 @@ static void read_table(check_state* state, volume_check* volume) {
         return;
     }
     const std::string& path = volume->files->table;
-    const std::string file = path.substr(volume->files->root.size() + 1);
+    const std::string file = below_root(volume, path);
     (void)open_header(path, TBL_CONST_NODES, TBL_VAR_NODES, &volume->table, &volume->table_view);
     if (report_unopened(state, volume, path, file, volume->table_view)) {
         return;
@@ -174,7 +174,7 @@ static void read_index(check_state* state, volume_check* volume) {
         return;
     }
     const std::string& path = volume->files->index;
-    const std::string file = path.substr(volume->files->root.size() + 1);
+    const std::string file = below_root(volume, path);
     (void)open_header(path, FRI_CONST_NODES, FRI_VAR_NODES, &volume->index, &volume->index_view);
     if (report_unopened(state, volume, path, file, volume->index_view)) {
         return;
@@ -270,7 +270,7 @@ static void read_data_file(check_state* state, const volume_check* volume,
                            const view_data_file& data) {
     dat_header content = {};
     header_view view;
-    const std::string file = data.path.substr(volume->files->root.size() + 1);
+    const std::string file = below_root(volume, data.path);
     (void)open_header(data.path, DAT_CONST_NODES, DAT_VAR_NODES, &content, &view);
     if (view.error != 0 && view.error != ENODATA) {
         add_unread(state, volume, data.path, view.error);
@@ -305,7 +305,7 @@ struct identity {
 static void add_identity(std::vector<identity>* all, const uint8_t* uuid,
                          const volume_check* volume, const std::string& path,
                          const map_check* map) {
-    identity added = {{}, volume, path.substr(volume->files->root.size() + 1), map};
+    identity added = {{}, volume, below_root(volume, path), map};
     memcpy(added.uuid.data(), uuid, UUID_SIZE);
     all->push_back(added);
 }
@@ -354,7 +354,7 @@ static void check_identities(check_state* state) {
         }
         if (table && index && !uuid_equal(volume.table.tbl_uuid, volume.index.fri_uuid)) {
             add_finding(state, finding_code::P02, &volume,
-                        volume.files->index.substr(volume.files->root.size() + 1));
+                        below_root(&volume, volume.files->index));
             state->findings.back().was = uuid_text(volume.index.fri_uuid);
             state->findings.back().ought = uuid_text(volume.table.tbl_uuid);
         }

@@ -12,8 +12,6 @@
 #include "jnl/jnl_walk.h"
 #include "journal_status.h"
 
-static constexpr uint32_t SYNC_COUNT_DEFAULT = 64;
-
 std::string journal_status_word(uint32_t tag) {
     switch (tag) {
         case JNL_STATUS_INIT:
@@ -265,9 +263,7 @@ static bool was_closed(uint32_t tag) {
 static void look_at_window(window_look* look, uint32_t tag) {
     check_state* state = look->state;
     jnl_commit newest = {};
-    const uint64_t sync = look->jnl.header.jnl_sync_count;
-    const auto budget = static_cast<uint32_t>(
-        std::min<uint64_t>(2 * (sync == 0 ? SYNC_COUNT_DEFAULT : sync), ~uint32_t{0}));
+    const uint32_t budget = jnl_commit_budget(&look->jnl.header);
     int search = 0;
     int walked = 0;
     {

@@ -11,7 +11,6 @@
 #include "view/header_view.h"
 
 static constexpr size_t BLOCKS_MAX = 65536;  // 32 MiB
-static constexpr uint32_t SYNC_COUNT_DEFAULT = 64;
 
 // What the ring holds, from the newest block back.
 struct ring_history {
@@ -112,8 +111,8 @@ static bool write_at(int fd, const void* bytes, size_t size, uint64_t offset) {
 
 bool journal_follower::write(const std::string& path) const {
     jnl_header header = jnl_.header;
-    const uint64_t sync = header.jnl_sync_count == 0 ? SYNC_COUNT_DEFAULT : header.jnl_sync_count;
-    const uint64_t widened = sync + (uint64_t{last_id_ - first_id_} + 1) / 2;
+    const uint64_t budget = jnl_commit_budget(&header);
+    const uint64_t widened = (budget + (last_id_ - first_id_) + 1) / 2;
     header.jnl_sync_count = static_cast<uint32_t>(std::min<uint64_t>(widened, ~uint32_t{0} / 2));
     header.jnl_total_count = blocks_.size();
     header.jnl_last_trans_id = last_id_;

@@ -15,7 +15,7 @@ static constexpr uint64_t NEAR_GROUPS_MIN = 4096;
 static constexpr uint64_t NEAR_GROUPS_MAX = 1 << 22;  // 32 MiB of entries
 
 static std::string index_name(const volume_check* volume) {
-    return volume->files->index.substr(volume->files->root.size() + 1);
+    return below_root(volume, volume->files->index);
 }
 
 static void take_entries(volume_check* volume, const data_node* node, uint64_t block) {

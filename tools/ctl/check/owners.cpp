@@ -54,7 +54,7 @@ static std::string value_text(uint32_t value) {
 static std::string file_of(const volume_check* volume, finding_code code) {
     const char* name = finding_row_of(code)->name;
     const std::string& path = name[0] == 'F' ? volume->files->index : volume->files->table;
-    return name[0] == 'D' ? "" : path.substr(volume->files->root.size() + 1);
+    return name[0] == 'D' ? "" : below_root(volume, path);
 }
 
 static finding* add_run(check_state* state, const volume_check* volume, finding_code code,

@@ -5,10 +5,6 @@
 #include "ctl/check/state.h"
 #include "volume/dat_file.h"
 
-static std::string below_root(const volume_check* volume, const std::string& path) {
-    return path.substr(volume->files->root.size() + 1);
-}
-
 static void check_volume_root(check_state* state, const volume_check* volume) {
     const volume_files* files = volume->files;
     if (files->state == volume_state::missing || files->state == volume_state::empty) {

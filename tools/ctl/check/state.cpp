@@ -53,8 +53,7 @@ int add_damaged_block(check_state* state, const volume_check* volume, damaged_bl
         state->findings[static_cast<size_t>(last)].number++;  // counted with the first one
         return last;
     }
-    const int number =
-        add_finding(state, code, volume, path.substr(volume->files->root.size() + 1));
+    const int number = add_finding(state, code, volume, below_root(volume, path));
     finding* added = &state->findings.back();
     added->place = place_kind::block;
     added->first = block;

@@ -97,6 +97,11 @@ struct check_state {
     std::vector<std::string> left_out;
 };
 
+// The path of a file of the volume as a finding gives it: below the root.
+inline std::string below_root(const volume_check* volume, const std::string& path) {
+    return path.substr(volume->files->root.size() + 1);
+}
+
 // Adds a finding with the catalogue's severity and returns its number.
 int add_finding(check_state* state, finding_code code, const volume_check* volume,
                 const std::string& file = {});

@@ -196,11 +196,6 @@ static void judge_data_holes(group_pass* pass, const group_case& at) {
     }
 }
 
-static bool is_blank(const data_node* node) {
-    static constexpr data_node blank{};
-    return memcmp(node, &blank, sizeof blank) == 0;
-}
-
 // Returns the number of the finding.
 static int report_block(group_pass* pass, uint64_t block) {
     volume_check* volume = pass->volume;
@@ -226,7 +221,7 @@ static void judge_blocks(group_pass* pass, group_case* at) {
             at->bad_blocks |= 1u << i;
             const int number = report_block(pass, image.first_block + i);
             at->list_cause = at->list_cause == NO_CAUSE ? number : at->list_cause;
-        } else if (!is_blank(block) && (i > 0 || image.first_slot == 0)) {
+        } else if (!data_node_is_blank(block) && (i > 0 || image.first_slot == 0)) {
             add_place(&pass->volume->runs[finding_code::T04],
                       {image.first_block + i, 1, NO_VALUE, NO_VALUE, NO_CAUSE});
         }
