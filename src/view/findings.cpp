@@ -232,6 +232,36 @@ const finding_row FINDING_ROWS[] = {
      "If it holds a file called swap, a repair was cut: finish it before the service starts. "
      "Otherwise move the directory out of the volume.",
      LOOK_AGAIN},
+    {finding_code::S04, "S04", "map-gone", severity::damage,
+     "the inventory knows this map, and it is gone.",
+     "If nobody deleted the LUN, its volume may not be mounted, or the map was lost: a rebuild "
+     "would "
+     "free its data. Put the map back first.",
+     LIST_ALL},
+    {finding_code::S05, "S05", "map-exchanged", severity::urgent,
+     "another map lies here than the inventory knows.",
+     "If the LUN was not made anew, maps were swapped or an old one was put back: clients would "
+     "read "
+     "and write another LUN's data." NO_SERVICE,
+     LIST_ALL},
+    {finding_code::S06, "S06", "data-file-cut", severity::damage,
+     "the inventory knows this data file, and it is gone or shorter.",
+     "The LUNs' data at its end are lost, or lie on a disk that is not mounted. Find them before "
+     "anything writes.",
+     LIST_ALL},
+    {finding_code::S07, "S07", "journal-of-others", severity::urgent,
+     "has records for a table or an index that no volume has.",
+     "A volume is not mounted, or this is the journal of another server. Start-up replay would "
+     "skip "
+     "these records and delete the journal: do not run it.",
+     "tarnctl explain S07"},
+    {finding_code::S08, "S08", "volume-twice", severity::urgent,
+     "has the uuids of another volume: one of the two is a copy.",
+     "A replay writes into one of them only, and perhaps into the wrong one." NO_SERVICE
+     " Unmount the copy.",
+     LOOK_AGAIN},
+    {finding_code::S09, "S09", "map-new", severity::note, "the inventory does not know this map.",
+     "It was made since. Write the inventory anew at the next clean stop.", "tarnctl explain S09"},
     // The data behind it may be lost or sound: neither damage nor harmless. A check with such a
     // finding is incomplete.
     {finding_code::X01, "X01", "unreadable", severity::count, "cannot be read.",

@@ -22,7 +22,7 @@ enum class finding_code {
     P01, P02, P03,
     D01, D02, D03, D04, D05,
     J01, J02, J03, J04, J05, J06, J08,
-    S01, S02,
+    S01, S02, S04, S05, S06, S07, S08, S09,
     X01,
 };
 // clang-format on

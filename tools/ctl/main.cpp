@@ -1,23 +1,13 @@
-// Runs one command of tarnctl. Writes nothing but standard output and standard error.
-// Below: options.h and the commands.
+// Runs one command of tarnctl. Below: options.h and the commands.
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <unistd.h>
 
-#include "ctl/check/print.h"
 #include "ctl/explain/explain.h"
 #include "ctl/options.h"
-
-static int complain(const std::string& problem) {
-    fprintf(stderr, "tarnctl: %s\n", problem.c_str());
-    return EXIT_COULD_NOT_RUN;
-}
-
-static int cannot_write() {
-    return complain(std::string("cannot write the result: ") + strerror(errno));
-}
 
 static bool wants_color(when color) {
     if (color != when::automatic) {
@@ -28,19 +18,9 @@ static bool wants_color(when color) {
            strcmp(terminal, "dumb") != 0;
 }
 
-static int run_check(const ctl_options& options) {
-    check_request request = options.check;
-    request.progress = options.progress == when::automatic && isatty(STDERR_FILENO) == 1;
-    check_report report;
-    std::string problem;
-    if (!check_server(request, &report, &problem)) {
-        return complain(problem);
-    }
-    const print_style style = {wants_color(options.color), request.all, options.quiet};
-    const bool printed = options.json ? print_check_json(stdout, report, style)
-                                      : print_check_text(stdout, report, style);
-    // What nobody could read is no verdict.
-    return printed ? exit_of(report) : cannot_write();
+static output_style style_of(const ctl_options& options) {
+    return {options.json, options.quiet, wants_color(options.color),
+            options.progress == when::automatic && isatty(STDERR_FILENO) == 1};
 }
 
 static int run_explain(const ctl_options& options) {
@@ -55,7 +35,27 @@ static int run(const ctl_options& options) {
     if (!options.conf.empty() && setenv("TARN_PLATFORM_CONF", options.conf.c_str(), 1) != 0) {
         return complain("no memory");
     }
-    return options.command == ctl_command::check ? run_check(options) : run_explain(options);
+    const output_style style = style_of(options);
+    switch (options.command) {
+        case ctl_command::check:
+            return run_check(options.check, style);
+        case ctl_command::space:
+            return run_space(options.space, style);
+        case ctl_command::health:
+            return run_health(options.health, style);
+        case ctl_command::punch:
+            return run_punch(options.punch, style);
+        case ctl_command::inventory:
+            return run_inventory(options.inventory, style);
+        case ctl_command::guard:
+            return run_guard(options.guard, style);
+        case ctl_command::export_lun:
+            return run_export(options.export_lun, style);
+        case ctl_command::explain:
+        case ctl_command::none:
+            break;
+    }
+    return run_explain(options);
 }
 
 int main(int argc, char** argv) {

@@ -1,19 +1,12 @@
 #include "ctl/check/check.h"
 
 #include <chrono>
-#include <memory>
-#include <optional>
-#include <unistd.h>
 
 #include "ctl/check/fold.h"
-#include "ctl/check/frozen.h"
-#include "ctl/check/journal.h"
+#include "ctl/check/look.h"
 #include "ctl/check/maps.h"
-#include "ctl/check/replay_memory.h"
-#include "ctl/check/state.h"
 #include "ctl/check/tables.h"
-#include "store/log.h"
-#include "store/overlay.h"
+#include "ctl/records.h"
 
 static constexpr size_t WINDOW_MIN = size_t{1} << 20;
 
@@ -66,20 +59,6 @@ static bool check_volume(check_state* state, volume_check* volume) {
     return true;
 }
 
-static std::string host_name() {
-    char name[256] = {};
-    return gethostname(name, sizeof name - 1) == 0 ? name : "";
-}
-
-static void take_volumes(check_state* state) {
-    for (const volume_files& files : state->server.volumes) {
-        if (files.chosen) {
-            state->volumes.emplace_back();
-            state->volumes.back().files = &files;
-        }
-    }
-}
-
 // A replay that refused, or whose history is cut short, leaves the files as no service would: what
 // does not fit together then follows from that. A damaged block stays a finding of its own.
 static bool may_be_phantom(finding_code code) {
@@ -98,7 +77,6 @@ static void explain_phantoms(check_state* state) {
 }
 
 static bool run_steps(check_state* state, std::string* problem) {
-    check_headers(state);
     check_journal(state);
     check_places(state);
     for (volume_check& volume : state->volumes) {
@@ -124,132 +102,33 @@ static void fill_report(check_state* state, check_report* report) {
     report->left_out = std::move(state->left_out);
 }
 
-// Lines that rooms below log while they look: what they say is in the findings.
-static void drop_line(const char*) {
-}
-
-class quiet_log {
-public:
-    quiet_log() : before_(log_sink) { log_sink = drop_line; }
-    ~quiet_log() { log_sink = before_; }
-    quiet_log(const quiet_log&) = delete;
-    quiet_log& operator=(const quiet_log&) = delete;
-
-private:
-    log_line_sink before_;
-};
-
-// What a pending journal would change is changed in memory. After a refusal the files are looked at
-// as they are: `refusal` says why, for a finding.
-struct replayed {
-    std::unique_ptr<io_overlay> overlay;
-    std::optional<memory_replay> refusal;
-    check_mode mode = check_mode::as_found;
-};
-
-static constexpr size_t OVERLAY_BLOCKS_MAX = size_t{1} << 20;
-
-static replayed replay_pending(const check_request& request, const server_files& server,
-                               bool freeze_first, bool* frozen) {
-    replayed result;
-    if (request.raw) {
-        result.mode = check_mode::raw;
-        return result;
-    }
-    result.overlay = std::make_unique<io_overlay>(OVERLAY_BLOCKS_MAX);
-    if (freeze_first) {
-        *frozen = freeze(server) == freeze_end::frozen;
-        if (!*frozen) {
-            result.overlay.reset();
-            result.overlay = std::make_unique<io_overlay>(OVERLAY_BLOCKS_MAX);
-        }
-    }
-    memory_replay replay = replay_into_memory(*result.overlay);
-    if (replay.end == replay_end::replayed) {
-        result.mode = check_mode::as_if_replayed;
-    } else if (replay.end == replay_end::refused) {
-        result.overlay.reset();
-        result.refusal = std::move(replay);
-    }
-    return result;
-}
-
-static void report_refusal(check_state* state, const memory_replay& refusal) {
-    state->replay_cause = add_finding(state, finding_code::J08, nullptr, JOURNAL_NAME);
-    finding* added = &state->findings.back();
-    added->log = refusal.log;
-    if (refusal.ran_out) {
-        added->detail = "The replay did not fit in memory: what it would find is not known.";
-        state->complete = false;
-    }
-}
-
-static std::vector<std::string> maps_of(const server_files& server) {
-    std::vector<std::string> paths;
-    for (const volume_files& volume : server.volumes) {
-        for (const view_map& map : volume.maps) {
-            paths.push_back(map.path);
-        }
-    }
-    return paths;
-}
-
-// Whether a map came or went since the server was listed.
-static bool has_other_files(const server_files& before) {
-    server_files now;
-    std::string problem;
-    return list_server(&now, &problem) && maps_of(now) != maps_of(before);
-}
-
-// One look at the server. `moved`: the service wrote while it lasted, so that what was seen is of
-// different moments.
-static bool look(const check_request& request, bool freeze_first, check_report* report,
-                 std::string* problem, bool* moved) {
-    check_state state;
-    state.request = &request;
-    if (!list_server(&state.server, problem) ||
-        !choose_volumes(request.volumes, &state.server, problem)) {
-        return false;
-    }
-    take_volumes(&state);
-    const std::optional<journal_moment> before = journal_now(state.server);
-    bool frozen = false;
-    const replayed replay = replay_pending(request, state.server, freeze_first && before, &frozen);
-    if (replay.refusal) {
-        report_refusal(&state, *replay.refusal);
-    }
-    if (!run_steps(&state, problem)) {
-        return false;
-    }
-    const std::optional<journal_moment> after = journal_now(state.server);
-    *moved = has_other_files(state.server) || (!frozen && before != after);
+static void take_look(server_look* look, check_report* report) {
     *report = {};
-    report->mode = replay.mode;
-    if (before) {
-        report->journal_status = journal_status_word(before->header.jnl_shutdown_tag);
-        report->journal_last_id = before->header.jnl_last_trans_id;
+    report->mode = look->mode;
+    if (look->journal) {
+        report->journal_status = journal_status_word(look->journal->header.jnl_shutdown_tag);
+        report->journal_last_id = look->journal->header.jnl_last_trans_id;
     }
-    fill_report(&state, report);
-    return true;
+    fill_report(&look->state, report);
 }
-
-static constexpr int LOOKS_MAX = 4;  // the first one without a copy
 
 bool check_server(const check_request& request, check_report* report, std::string* problem) {
     const auto begin = std::chrono::steady_clock::now();
-    const quiet_log quiet;
-    bool moved = true;
-    for (int looks = 0; moved && looks < LOOKS_MAX; looks++) {
-        if (!look(request, looks > 0, report, problem, &moved)) {
+    const auto take = [report](server_look* look, std::string* why) {
+        if (!run_steps(&look->state, why)) {
             return false;
         }
+        take_look(look, report);
+        return true;
+    };
+    const look_end end = look_at_server(request, take, problem);
+    if (end == look_end::failed) {
+        return false;
     }
-    if (moved) {
+    if (end == look_end::moving) {
         report->complete = false;
         report->findings.clear();
-        report->left_out.push_back(
-            "The service wrote all the time, more than this check could follow. Check again, or "
-            "while it is paused.");
+        report->left_out.emplace_back(STILL_WRITING);
     }
     finish_report(report);
     report->seconds =

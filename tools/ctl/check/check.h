@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "ctl/output.h"
 #include "view/finding.h"
 
 struct check_request {
@@ -14,6 +15,8 @@ struct check_request {
     bool all = false;                      // list consequences and every run
     bool progress = false;                 // on standard error
     uint64_t memory = uint64_t{64} << 20;  // bytes for counters and buckets
+    std::string inventory;                 // file to compare with; empty: none
+    std::string state;                     // file that gets the verdict; empty: none
 };
 
 enum class check_mode { as_found, as_if_replayed, raw };
@@ -31,21 +34,12 @@ struct check_report {
     double seconds = 0;
 };
 
-// Exit statuses of every command.
-enum ctl_exit : int {
-    EXIT_CLEAN = 0,
-    EXIT_COUNTS = 3,
-    EXIT_DAMAGE = 4,
-    EXIT_URGENT = 5,
-    EXIT_INCOMPLETE = 6,
-    EXIT_COULD_NOT_RUN = 8,
-    EXIT_USAGE = 16,
-    EXIT_REFUSED = 32,
-};
-
 // Fills the report. False: it could not run at all; `problem` says why.
 bool check_server(const check_request& request, check_report* report, std::string* problem);
 
 // Notes never change it. Damage wins over incomplete.
 ctl_exit exit_of(const check_report& report);
 const char* verdict_of(const check_report& report);  // "clean", "counts", "damage", ...
+
+// The command: checks, prints the report, and returns the exit status.
+int run_check(const check_request& request, const output_style& style);

@@ -1,11 +1,7 @@
 // The runs of a volume become findings, and a second look at the maps says whose data lie there.
 #include <algorithm>
-#include <cerrno>
-#include <fcntl.h>
 
-#include "ctl/check/maps.h"
-#include "ctl/check/state.h"
-#include "map/map_scan.h"
+#include "ctl/check/map_nodes.h"
 
 static constexpr size_t LISTED_MAX = 100;         // runs of a code
 static constexpr size_t LISTED_MAX_ALL = 10000;   // with --all
@@ -122,25 +118,21 @@ static void add_runs(check_state* state, volume_check* volume, finding_code code
 }
 
 // Fills the owners of the findings that the queries name.
-class owner_finder : public map_visitor {
+class owner_finder {
 public:
     owner_finder(check_state* state, const map_check* map, const std::vector<owner_query>& queries,
-                 const std::vector<uint64_t>& ends, int fd)
-        : state_(state), map_(map), queries_(queries), ends_(ends), fd_(fd) {}
+                 const std::vector<uint64_t>& ends)
+        : state_(state), map_(map), queries_(queries), ends_(ends) {}
 
-    void blank_nodes(uint64_t, uint64_t) override {}
-    map_step node(const map_scan_node& node) override;
+    void look_up(uint64_t lpa, uint64_t lea);
 
 private:
-    void look_up(uint64_t lpa, uint64_t lea);
     void add(size_t number, uint64_t lea);
 
     check_state* state_;
     const map_check* map_;
     const std::vector<owner_query>& queries_;  // by their first extent
     const std::vector<uint64_t>& ends_;        // the highest end of the queries up to each
-    int fd_;
-    data_node own_ = {};
 };
 
 void owner_finder::add(size_t number, uint64_t lea) {
@@ -173,26 +165,6 @@ void owner_finder::look_up(uint64_t lpa, uint64_t lea) {
     }
 }
 
-map_step owner_finder::node(const map_scan_node& node) {
-    const data_node* bytes = node.bytes;
-    bool damaged = false;
-    if (bytes == nullptr) {
-        if (read_node_alone(fd_, node.number, &own_, &damaged) != 0) {
-            return map_step::go_on;  // reported by the first look
-        }
-        bytes = &own_;
-    }
-    const uint64_t first = node.number * MAP_NODE_ENTRIES;
-    for (uint64_t slot = 0; slot < MAP_NODE_ENTRIES && first + slot < map_->looked_at; slot++) {
-        map_entry entry;
-        memcpy(&entry, bytes->payload + slot * sizeof entry, sizeof entry);
-        if (map_entry_is_mapped(&entry) != 0) {
-            look_up(map_entry_get_lpa(&entry), first + slot);
-        }
-    }
-    return map_step::go_on;
-}
-
 static void find_owners(check_state* state, const volume_check* volume,
                         std::vector<owner_query>* queries) {
     std::sort(queries->begin(), queries->end(), [](const auto& one, const auto& other) {
@@ -203,14 +175,18 @@ static void find_owners(check_state* state, const volume_check* volume,
         ends.push_back(std::max(ends.empty() ? 0 : ends.back(), query.end));
     }
     for (const map_check& map : volume->maps) {
-        const int opened =
-            map.readable ? io_open(map.file->path.c_str(), O_RDONLY | O_NONBLOCK, 0) : 0;
-        if (opened <= 0) {
-            continue;  // reported by the first look
+        if (!map.readable) {
+            continue;  // reported by the first look, as is what cannot be read here
         }
-        const scoped_fd fd(opened);
-        owner_finder finder(state, &map, *queries, ends, opened);
-        (void)for_each_map_node({opened, map_node_count(map.looked_at), false}, &finder);
+        owner_finder finder(state, &map, *queries, ends);
+        (void)read_map_nodes(map, [&](const map_node_view& node) {
+            for (uint32_t slot = 0; slot < node.entries; slot++) {
+                const map_entry entry = entry_of(node, slot);
+                if (map_entry_is_mapped(&entry) != 0) {
+                    finder.look_up(map_entry_get_lpa(&entry), node.first_lea + slot);
+                }
+            }
+        });
     }
 }
 

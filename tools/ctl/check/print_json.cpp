@@ -3,15 +3,9 @@
 #include "ctl/check/listing.h"
 #include "ctl/check/place_words.h"
 #include "ctl/check/print.h"
-#include "ctl/json_line.h"
+#include "ctl/records.h"
 
-constexpr int SCHEMA_NUMBER = 1;
 constexpr size_t RANGES_LISTED = 100;  // of an owner, unless everything is listed
-
-static bool put(FILE* out, const json_record& record) {
-    const std::string line = json_line(record);
-    return fwrite(line.data(), 1, line.size(), out) == line.size();
-}
 
 static const char* mode_word(check_mode mode) {
     switch (mode) {
@@ -25,11 +19,12 @@ static const char* mode_word(check_mode mode) {
     return "as-found";
 }
 
-static json_record start_record(const check_report& report) {
-    json_record record = {
-        {"record", "start"},  {"schema", SCHEMA_NUMBER},       {"tool", "tarnctl " TARN_VERSION},
-        {"command", "check"}, {"server", report.server},       {"volumes", report.volumes},
-        {"journal", nullptr}, {"mode", mode_word(report.mode)}};
+static json_record check_start(const check_report& report) {
+    json_record record = start_record("check");
+    record["server"] = report.server;
+    record["volumes"] = report.volumes;
+    record["journal"] = nullptr;
+    record["mode"] = mode_word(report.mode);
     if (!report.journal_path.empty()) {
         record["journal"] = {{"path", report.journal_path},
                              {"status", nullptr},
@@ -56,13 +51,6 @@ static void add_place(json_record* record, const finding& of) {
     } else if (of.place != place_kind::none) {
         (*record)[place_key(of.place)] = {{"first", json_number(of.first)},
                                           {"count", json_number(of.count)}};
-    }
-}
-
-static void add_file(json_record* record, const std::string& file) {
-    (*record)["file"] = file;
-    if (!is_utf8(file)) {
-        (*record)["file_hex"] = hex_of_bytes(file);
     }
 }
 
@@ -167,17 +155,17 @@ static json_record summary_record(const check_report& report, uint64_t listed) {
 }
 
 bool print_check_json(FILE* out, const check_report& report, const print_style& style) {
-    if (!put(out, start_record(report))) {
+    if (!put_record(out, check_start(report))) {
         return false;
     }
     uint64_t listed_count = 0;
     const std::vector<listed_finding> listing =
         style.quiet ? std::vector<listed_finding>() : listing_of(report, style.all);
     for (const listed_finding& listed : listing) {
-        if (!put(out, finding_record(report.findings[listed.index], listed, style.all))) {
+        if (!put_record(out, finding_record(report.findings[listed.index], listed, style.all))) {
             return false;
         }
         listed_count++;
     }
-    return put(out, summary_record(report, listed_count)) && fflush(out) == 0;
+    return put_record(out, summary_record(report, listed_count)) && fflush(out) == 0;
 }
