@@ -253,7 +253,7 @@ const finding_row FINDING_ROWS[] = {
      "has records for a table or an index that no volume has.",
      "A volume is not mounted, or this is the journal of another server. Start-up replay would "
      "skip "
-     "these records and delete the journal: do not run it.",
+     "these records and delete the journal: do not run it." NO_SERVICE,
      "tarnctl explain S07"},
     {finding_code::S08, "S08", "volume-twice", severity::urgent,
      "has the uuids of another volume: one of the two is a copy.",

@@ -111,10 +111,10 @@ TEST(catalogue, has_the_agreed_severities) {
         }
         return names;
     };
-    EXPECT_EQ(names_of(severity::urgent), "F02 F03 F07 R01 R02 P01 J03");
+    EXPECT_EQ(names_of(severity::urgent), "F02 F03 F07 R01 R02 P01 J03 S05 S07 S08");
     EXPECT_EQ(names_of(severity::damage),
               "H01 H02 H03 H05 T01 T02 T03 F01 F04 M01 M05 M06 M07 M11 R06 R07 P02 D01 D03 D05 "
-              "J02 J04 J08 S01");
+              "J02 J04 J08 S01 S04 S06");
     EXPECT_EQ(names_of(severity::count), "F05 F06 F08 F09 F10 F11 F12 M03 R03 R04 X01");
     EXPECT_STREQ(severity_word(severity::note), "note");
     EXPECT_STREQ(severity_word(severity::count), "count");

@@ -22,7 +22,7 @@ import damages  # noqa: E402
 import random_server  # noqa: E402
 from oracle import judge  # noqa: E402
 
-SKIPPED = {'J02', 'J03', 'J04', 'J05', 'J06', 'J08', 'X01', 'D04'}
+SKIPPED = {'J02', 'J03', 'J04', 'J05', 'J06', 'J08', 'S07', 'X01', 'D04'}
 PLACES = ('lpa', 'group', 'block', 'node', 'lea')
 IN_FILE = {'M01', 'M02', 'M04', 'M08', 'R06', 'R07'}  # file and place
 BY_VOLUME = {'F07', 'F10', 'F11', 'F12', 'S01', 'J01', 'D05'}

@@ -22,8 +22,9 @@ static std::string file_problem(const std::string& path) {
     return path.empty() ? "no file is named" : "";
 }
 
-static void add_volumes(CLI::App* command, std::vector<std::string>* volumes) {
-    command->add_option("--volume", *volumes, "Look at this volume only; may be repeated")
+static CLI::Option* add_volumes(CLI::App* command, std::vector<std::string>* volumes) {
+    return command
+        ->add_option("--volume", *volumes, "Look at this volume only; may be repeated")
         ->type_name("PATH")
         ->allow_extra_args(false)
         ->check(CLI::Validator(volume_problem, ""));
@@ -53,7 +54,7 @@ static CLI::Option* add_word(CLI::App* command, const char* name, std::string* w
 static CLI::App* add_check(CLI::App* app, raw_options* raw) {
     CLI::App* check = app->add_subcommand("check", "Look at the whole server, and write nothing");
     check_request* request = &raw->options.check;
-    add_volumes(check, &request->volumes);
+    CLI::Option* volumes = add_volumes(check, &request->volumes);
     check->add_flag("--raw", request->raw, "Leave out the replay of the journal, into memory");
     add_memory(check, &raw->memory);
     CLI::Option* quick =
@@ -63,7 +64,8 @@ static CLI::App* add_check(CLI::App* app, raw_options* raw) {
     check->add_flag("--all", request->all, "List consequences, and more than 100 of a code");
     add_file(check, "--inventory", &request->inventory,
              "Compare with this inventory too: what is missing, swapped or new")
-        ->excludes(quick);
+        ->excludes(quick)
+        ->excludes(volumes);
     add_file(check, "--state", &request->state, "Note the verdict in this file, for health")
         ->excludes(quick);
     check->footer(
@@ -126,7 +128,7 @@ static CLI::App* add_inventory(CLI::App* app, raw_options* raw) {
         "inventory", "Note what the server is made of, or compare it with such a note");
     inventory_request* request = &raw->options.inventory;
     CLI::Option_group* which = inventory->add_option_group("What to do");
-    add_file(which, "--write", &request->write, "Write the inventory; eight older ones are kept");
+    add_file(which, "--write", &request->write, "Write the inventory; the last eight are kept");
     add_file(which, "--compare", &request->compare, "Say what is missing, swapped or new");
     which->require_option(1);
     inventory->footer(

@@ -2,6 +2,7 @@
 
 #include <chrono>
 
+#include "ctl/check/compare.h"
 #include "ctl/check/fold.h"
 #include "ctl/check/look.h"
 #include "ctl/check/maps.h"
@@ -118,12 +119,21 @@ bool check_server(const check_request& request, check_report* report, std::strin
         if (!run_steps(&look->state, why)) {
             return false;
         }
+        std::string refusal;
+        const inventory* known = look->state.request->known;
+        if (known != nullptr && !compare_inventory(&look->state, *known, look->journal, &refusal)) {
+            report->refusal = refusal;
+            return true;
+        }
         take_look(look, report);
         return true;
     };
     const look_end end = look_at_server(request, take, problem);
     if (end == look_end::failed) {
         return false;
+    }
+    if (!report->refusal.empty()) {
+        return true;
     }
     if (end == look_end::moving) {
         report->complete = false;

@@ -8,15 +8,16 @@
 #include "view/finding.h"
 
 struct check_request {
-    std::vector<std::string> volumes;      // roots; empty: all
-    bool raw = false;                      // what is on the disk, without a pending journal
-    bool quick = false;                    // without the maps
-    bool data_holes = false;               // D04
-    bool all = false;                      // list consequences and every run
-    bool progress = false;                 // on standard error
-    uint64_t memory = uint64_t{64} << 20;  // bytes for counters and buckets
-    std::string inventory;                 // file to compare with; empty: none
-    std::string state;                     // file that gets the verdict; empty: none
+    std::vector<std::string> volumes;         // roots; empty: all
+    bool raw = false;                         // what is on the disk, without a pending journal
+    bool quick = false;                       // without the maps
+    bool data_holes = false;                  // D04
+    bool all = false;                         // list consequences and every run
+    bool progress = false;                    // on standard error
+    uint64_t memory = uint64_t{64} << 20;     // bytes for counters and buckets
+    std::string inventory;                    // file to compare with; empty: none
+    const struct inventory* known = nullptr;  // its contents; null: there is nothing to compare
+    std::string state;                        // file that gets the verdict; empty: none
 };
 
 enum class check_mode { as_found, as_if_replayed, raw };
@@ -31,6 +32,8 @@ struct check_report {
     std::vector<finding> findings;      // folded and sorted as they are to be printed
     bool complete = true;               // false: something could not be looked at
     std::vector<std::string> left_out;  // sentences: what was not looked at, and why
+    std::string
+        refusal;  // why the inventory is none of this server; then nothing else is filled in
     double seconds = 0;
 };
 

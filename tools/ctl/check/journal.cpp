@@ -6,6 +6,7 @@
 #include <set>
 
 #include "ctl/check/silence.h"
+#include "ctl/json_line.h"
 #include "jnl/jnl_block.h"
 #include "jnl/jnl_commit.h"
 #include "jnl/jnl_kinds.h"
@@ -78,9 +79,8 @@ struct window_look {
     uint64_t file_blocks;   // that the file has room for
     uint64_t oldest_block;  // of the blocks that the walk visited
     uint32_t oldest_id;
-    uint64_t visited;        // blocks
-    std::set<uint32_t> ids;  // of the transactions
-    std::set<uuid_bytes> uuids;
+    uint64_t visited;               // blocks
+    std::set<uint32_t> ids;         // of the transactions
     std::set<uint64_t> impossible;  // blocks with a count over its maximum
 };
 
@@ -91,39 +91,6 @@ static int add_at(check_state* state, finding_code code, uint64_t block) {
     added->first = block;
     added->count = 1;
     return number;
-}
-
-static void note_uuid(window_look* look, const uint8_t* uuid) {
-    uuid_bytes bytes;
-    memcpy(bytes.data(), uuid, UUID_SIZE);
-    look->uuids.insert(bytes);
-}
-
-// The uuids that a block's records name.
-static void note_uuids(window_look* look, const jnl_block* block) {
-    switch (block->type) {
-        case JNL_BLOCK_XCOPY:
-            note_uuid(look, block->xcopy.dst_uuid);
-            note_uuid(look, block->xcopy.src_uuid);
-            break;
-        case JNL_BLOCK_MOVES:
-            note_uuid(look, block->moves.dst_uuid);
-            note_uuid(look, block->moves.src_uuid);
-            break;
-        case JNL_BLOCK_UNMAP:
-            note_uuid(look, block->unmap.dst_uuid);
-            break;
-        case JNL_BLOCK_ALLOC:
-            note_uuid(look, block->alloc.dst_uuid);
-            note_uuid(look, block->alloc.pool_uuid);
-            break;
-        default:
-            for (unsigned i = 0;
-                 i < std::min<unsigned>(block->ej_header.jnl_entry_count, JNL_FILE_ENTRY_MAX);
-                 i++) {
-                note_uuid(look, block->entry[i].uuid);
-            }
-    }
 }
 
 static bool has_impossible_count(const jnl_block* block) {
@@ -141,7 +108,7 @@ static int visit(void* context, const jnl_block* block, uint64_t number, uint64_
     look->oldest_block = number;
     look->oldest_id = block->ej_header.jnl_transid;
     look->ids.insert(look->oldest_id);
-    note_uuids(look, block);
+    look->state->window.note(*block);
     if (has_impossible_count(block)) {
         look->impossible.insert(number);
     }
@@ -209,20 +176,58 @@ static bool knows_every_uuid(const check_state* state) {
            std::all_of(state->volumes.begin(), state->volumes.end(), is_known);
 }
 
-static void report_unknown_uuids(check_state* state, const window_look* look) {
+static bool was_closed(uint32_t tag) {
+    return tag == JNL_STATUS_SUCCESS || tag == JNL_STATUS_INIT;
+}
+
+static std::string hex_of(const uuid_bytes& uuid) {
+    return hex_of_bytes({reinterpret_cast<const char*>(uuid.data()), uuid.size()});
+}
+
+static bool is_volume_here(const check_state* state, const uuid_bytes& uuid) {
+    return std::find(state->data_uuids.begin(), state->data_uuids.end(), uuid) !=
+           state->data_uuids.end();
+}
+
+// Records of a volume that is not here: a replay would skip them, and the volume could never be
+// made whole.
+static void report_absent_volume(check_state* state, const uuid_bytes& uuid, uint32_t tag) {
+    add_finding(state, finding_code::S07, nullptr, JOURNAL_NAME);
+    finding* added = &state->findings.back();
+    added->was = hex_of(uuid);
+    if (was_closed(tag)) {
+        added->level = severity::note;
+        added->detail = "The journal was closed cleanly: a replay has nothing to do.";
+    }
+}
+
+static void report_unknown_uuids(check_state* state, uint32_t tag) {
     if (!knows_every_uuid(state)) {
         return;
     }
     uint64_t unknown = 0;
-    for (const uuid_bytes& uuid : look->uuids) {
+    uint64_t absent = 0;
+    for (const uuid_bytes& uuid : state->window.tables()) {
+        if (is_known_uuid(state, uuid)) {
+            continue;
+        }
+        if (is_volume_here(state, uuid)) {
+            unknown++;
+        } else {
+            absent++;
+            report_absent_volume(state, uuid, tag);
+        }
+    }
+    for (const auto& [uuid, window] : state->window.maps()) {
         unknown += is_known_uuid(state, uuid) ? 0 : 1;
     }
-    if (unknown > 0) {
-        add_finding(state, finding_code::J05, nullptr, JOURNAL_NAME);
-        state->findings.back().number = unknown;
-        if (unknown == look->uuids.size()) {
-            state->findings.back().detail = "None of its records concerns a file of this server.";
-        }
+    if (unknown == 0) {
+        return;
+    }
+    add_finding(state, finding_code::J05, nullptr, JOURNAL_NAME);
+    state->findings.back().number = unknown;
+    if (unknown + absent == state->window.maps().size() + state->window.tables().size()) {
+        state->findings.back().detail = "None of its records concerns a file of this server.";
     }
 }
 
@@ -256,8 +261,14 @@ static bool is_newest_damaged(const window_look* look, uint64_t* where) {
     return false;
 }
 
-static bool was_closed(uint32_t tag) {
-    return tag == JNL_STATUS_SUCCESS || tag == JNL_STATUS_INIT;
+static void know_maps(check_state* state) {
+    for (const volume_check& volume : state->volumes) {
+        for (const map_check& map : volume.maps) {
+            uuid_bytes uuid;
+            memcpy(uuid.data(), map.header.map_uuid, UUID_SIZE);
+            state->window.know(uuid);
+        }
+    }
 }
 
 static void look_at_window(window_look* look, uint32_t tag) {
@@ -266,6 +277,7 @@ static void look_at_window(window_look* look, uint32_t tag) {
     const uint32_t budget = jnl_commit_budget(&look->jnl.header);
     int search = 0;
     int walked = 0;
+    know_maps(state);
     {
         const silence out(stdout);
         search = last_complete_commit(&look->jnl, &newest, look->total);
@@ -291,7 +303,7 @@ static void look_at_window(window_look* look, uint32_t tag) {
             state->replay_cause = number;
         }
     }
-    report_unknown_uuids(state, look);
+    report_unknown_uuids(state, tag);
 }
 
 // Counts of the header that no journal of this size can have.

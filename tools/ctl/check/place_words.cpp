@@ -5,6 +5,7 @@
 
 #include "ctl/text/escape.h"
 #include "tbl/tbl_format.h"
+#include "volume_layout.h"
 
 constexpr size_t OWNERS_NAMED = 3;  // a line of text stays readable
 
@@ -114,7 +115,7 @@ static std::string owners_words(const finding& of) {
 }
 
 static std::string file_words(const finding& of) {
-    if (finding_row_of(of.code)->name[0] == 'J') {
+    if (of.volume.empty() && of.file == JOURNAL_NAME) {
         return "the journal";
     }
     if (of.volume.empty() && of.file.empty()) {

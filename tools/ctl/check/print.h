@@ -7,9 +7,12 @@
 #include "ctl/check/check.h"
 
 struct print_style {
-    bool color = false;  // text only
-    bool all = false;    // list consequences, and more than 100 findings of a code
-    bool quiet = false;  // text: the verdict only; JSON: no findings
+    bool color = false;             // text only
+    bool all = false;               // list consequences, and more than 100 findings of a code
+    bool quiet = false;             // text: the verdict only; JSON: no findings
+    const char* command = "check";  // in the first record
+    // What text says when nothing is wrong.
+    const char* clean = "Clean: nothing is wrong.";
 };
 
 // False: not everything could be written, errno says why.

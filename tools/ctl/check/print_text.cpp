@@ -184,7 +184,7 @@ static std::string opening(const check_report& report) {
     return paragraph("", words) + "\n";
 }
 
-static const char* advice_of(ctl_exit status) {
+static const char* advice_of(ctl_exit status, const print_style& style) {
     switch (status) {
         case EXIT_URGENT:
             return "Urgent: the service must not write. Keep it stopped until this is settled.";
@@ -195,7 +195,7 @@ static const char* advice_of(ctl_exit status) {
         case EXIT_COUNTS:
             return "Only lost space or wrong counts: no data are at risk.";
         default:
-            return "Clean: nothing is wrong.";
+            return style.clean;
     }
 }
 
@@ -226,9 +226,9 @@ static std::string totals_words(const finding_totals& totals) {
     return words.empty() ? "" : "Findings: " + words + ".";
 }
 
-static std::string verdict_words(const check_report& report) {
+static std::string verdict_words(const check_report& report, const print_style& style) {
     const ctl_exit status = exit_of(report);
-    std::string words = advice_of(status);
+    std::string words = advice_of(status, style);
     add_words(&words, totals_words(totals_of(report)));
     add_words(&words, "Exit status " + std::to_string(status) + ".");
     return words;
@@ -251,7 +251,7 @@ static bool put_findings(FILE* out, const check_report& report, const print_styl
 
 bool print_check_text(FILE* out, const check_report& report, const print_style& style) {
     if (style.quiet) {
-        return put(out, verdict_words(report) + "\n") && fflush(out) == 0;
+        return put(out, verdict_words(report, style) + "\n") && fflush(out) == 0;
     }
     if (!put(out, opening(report)) || !put_findings(out, report, style)) {
         return false;
@@ -261,5 +261,5 @@ bool print_check_text(FILE* out, const check_report& report, const print_style& 
             return false;
         }
     }
-    return put(out, paragraph("", verdict_words(report))) && fflush(out) == 0;
+    return put(out, paragraph("", verdict_words(report, style))) && fflush(out) == 0;
 }

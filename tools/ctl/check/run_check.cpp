@@ -1,13 +1,25 @@
 // The command `tarnctl check`.
 #include "ctl/check/print.h"
+#include "ctl/known/inventory.h"
 
 int run_check(const check_request& request, const output_style& style) {
-    check_request with_progress = request;
-    with_progress.progress = style.progress;
-    check_report report;
+    check_request whole = request;
+    whole.progress = style.progress;
+    inventory known;
     std::string problem;
-    if (!check_server(with_progress, &report, &problem)) {
+    if (!request.inventory.empty()) {
+        const kept_end end = read_inventory(request.inventory, &known, &problem);
+        if (end != kept_end::read) {
+            return end_of_kept(end, problem);
+        }
+        whole.known = &known;
+    }
+    check_report report;
+    if (!check_server(whole, &report, &problem)) {
         return complain(problem);
+    }
+    if (!report.refusal.empty()) {
+        return refuse(request.inventory + ": " + report.refusal);
     }
     const print_style how = {style.color, request.all, style.quiet};
     const bool printed =

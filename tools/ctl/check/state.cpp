@@ -62,7 +62,7 @@ int add_damaged_block(check_state* state, const volume_check* volume, damaged_bl
     return number;
 }
 
-static const char* kind_of(map_place place) {
+const char* kind_word(map_place place) {
     switch (place) {
         case map_place::lun:
             return "lun";
@@ -79,5 +79,5 @@ static const char* kind_of(map_place place) {
 }
 
 finding_owner owner_of(const map_check& map) {
-    return {map.file->name, kind_of(map.file->place), map.file->below, {}, 0};
+    return {map.file->name, kind_word(map.file->place), map.file->below, {}, 0};
 }

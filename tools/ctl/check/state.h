@@ -2,7 +2,6 @@
 // argument; nothing here is process-wide. Below: src/view, runs.h. Above: the steps.
 #pragma once
 
-#include <array>
 #include <map>
 #include <memory>
 #include <string>
@@ -10,6 +9,7 @@
 
 #include "ctl/check/check.h"
 #include "ctl/check/runs.h"
+#include "ctl/check/window_names.h"
 #include "fri/fri_format.h"
 #include "map/map_format.h"
 #include "store/descriptor.h"
@@ -20,8 +20,6 @@
 
 struct check_state;
 struct volume_check;
-
-using uuid_bytes = std::array<uint8_t, UUID_SIZE>;
 
 // Damaged blocks, as runs that touch no other one, each with the finding that reports it.
 struct damaged_run {
@@ -91,9 +89,11 @@ struct check_state {
     std::vector<volume_check> volumes;   // the chosen ones
     std::vector<uuid_bytes> pool_uuids;  // of the tables of all volumes
     bool pools_unknown = false;          // a table's uuid could not be read
+    std::vector<uuid_bytes> data_uuids;  // of data files
     std::vector<finding> findings;
     bool complete = true;
     int replay_cause = NO_CAUSE;  // J08 or J03: what a journal explains
+    window_names window;          // of the journal
     std::vector<std::string> left_out;
 };
 
@@ -112,6 +112,7 @@ inline uint64_t extent_bytes(const volume_check* volume) {
     return volume->shift == 0 ? 0 : uint64_t{1} << volume->shift;
 }
 
+const char* kind_word(map_place place);  // "lun", "snapshot", ...
 // The owner that a finding in one map names.
 finding_owner owner_of(const map_check& map);
 

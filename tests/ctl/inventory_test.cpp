@@ -1,0 +1,192 @@
+// `tarnctl inventory`, and a check with one: what is gone from a server, or stands in another's
+// place, and what may have gone lawfully.
+#include <algorithm>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+
+#include "campaign/asked.h"
+#include "ctl/support/check_run.h"
+#include "ctl/support/everything.h"
+#include "ctl/support/losses.h"
+#include "system/support/lab_sample.h"
+
+class losses : public testing::TestWithParam<loss_row> {};
+
+TEST_P(losses, are_found_with_an_inventory) {
+    const std::string found = try_loss(GetParam(), 4);
+    EXPECT_EQ(found == "no place" ? try_loss(GetParam(), 5) : found, "right");
+}
+
+INSTANTIATE_TEST_SUITE_P(all, losses, testing::ValuesIn(loss_rows()), [](const auto& one) {
+    std::string name = one.param.name;
+    std::replace(name.begin(), name.end(), '-', '_');
+    return name;
+});
+
+TEST(campaign, inventory) {
+    const seed_range seeds = asked_seeds();
+    if (seeds.count == 0) {
+        GTEST_SKIP() << "run by scripts/prove";
+    }
+    figures counted;
+    for (uint64_t seed = seeds.first; seed < seeds.first + seeds.count; seed++) {
+        for (const loss_row& row : loss_rows()) {
+            const std::string found = try_loss(row, static_cast<unsigned>(seed));
+            const bool is_judged = found != "no place";
+            counted.count(std::string("command|inventory ") + row.name +
+                          (is_judged ? "|judged" : "|no place"));
+            counted.count(found == "right" || !is_judged ? "result|found" : "result|wrong");
+            EXPECT_TRUE(found == "right" || !is_judged)
+                << "violation|" << row.name << " " << seed << ": " << found
+                << "|scripts/prove inventory 1 --seed " << seed;
+        }
+    }
+}
+
+class inventory_file : public testing::Test {
+protected:
+    inventory_file()
+        : sample_(make_sample(place_, "s", 4, " --transactions 20")),
+          path_(place_.file("inventory")) {}
+
+    [[nodiscard]] ran ctl(const std::string& words, const std::string& sample = "") const {
+        return shell("env TARN_PLATFORM_CONF=" + (sample.empty() ? sample_ : sample) +
+                     "/platform.conf " + TARN_CTL_PROGRAM + " " + words);
+    }
+    void write() const { ASSERT_EQ(ctl("inventory --write " + path_).status, 0); }
+    [[nodiscard]] std::string text() const {
+        std::ostringstream all;
+        all << std::ifstream(path_).rdbuf();
+        return all.str();
+    }
+    void put(const std::string& text) const { std::ofstream(path_) << text; }
+
+    scratch_dir place_;
+    std::string sample_;
+    std::string path_;
+};
+
+TEST_F(inventory_file, of_the_server_as_it_is_shows_no_difference) {
+    const auto before = everything(sample_);
+    const ran written = ctl("inventory --write " + path_);
+    EXPECT_EQ(written.status, 0);
+    EXPECT_NE(written.text.find("2 volumes"), std::string::npos) << written.text;
+    const ran compared = ctl("inventory --compare " + path_);
+    EXPECT_EQ(compared.status, 0);
+    EXPECT_NE(compared.text.find("Nothing is missing or exchanged. Exit status 0."),
+              std::string::npos)
+        << compared.text;
+    EXPECT_EQ(ctl("guard --inventory " + path_).status, 0);
+    EXPECT_TRUE(check_sample(sample_, "--inventory " + path_).has_only_notes());
+    EXPECT_EQ(everything(sample_), before);
+}
+
+TEST_F(inventory_file, is_kept_eight_times) {
+    for (int i = 0; i < 10; i++) {
+        write();
+    }
+    const std::string listed =
+        shell("ls " + place_.path() + " | grep inventory | tr '\n' ' '").text;
+    EXPECT_EQ(listed,
+              "inventory inventory.1 inventory.2 inventory.3 inventory.4 inventory.5 inventory.6 "
+              "inventory.7 ");
+}
+
+TEST_F(inventory_file, that_was_cut_or_changed_is_refused) {
+    write();
+    const std::string whole = text();
+    for (size_t cut = 0; cut < whole.size(); cut += 1 + cut / 8) {
+        put(whole.substr(0, cut));
+        const ran refused = ctl("inventory --compare " + path_);
+        EXPECT_EQ(refused.status, 32) << cut << refused.text;
+    }
+    for (size_t at = 0; at < whole.size(); at += 37) {
+        std::string changed = whole;
+        changed[at] = static_cast<char>(changed[at] ^ 1);
+        put(changed);
+        EXPECT_EQ(ctl("inventory --compare " + path_).status, 32) << at;
+    }
+    const ran refused = ctl("check --inventory " + path_);
+    EXPECT_EQ(refused.status, 32);
+    EXPECT_NE(refused.text.find(path_ + " was cut or changed"), std::string::npos) << refused.text;
+    EXPECT_EQ(ctl("guard --inventory " + path_).status, 32);
+    EXPECT_EQ(ctl("inventory --write " + path_).status, 32);
+    put(whole);
+    EXPECT_EQ(ctl("inventory --compare " + path_).status, 0);
+}
+
+TEST_F(inventory_file, of_another_server_is_refused) {
+    const std::string other = make_sample(place_, "other", 9, " --transactions 20");
+    write();
+    for (const char* words : {"inventory --compare ", "check --inventory ", "guard --inventory ",
+                              "inventory --write "}) {
+        const ran refused = ctl(words + path_, other);
+        EXPECT_EQ(refused.status, 32) << words;
+        EXPECT_NE(refused.text.find("of another server"), std::string::npos) << refused.text;
+    }
+}
+
+TEST_F(inventory_file, of_a_newer_program_is_refused) {
+    // {"tarn_inventory": 2}, with its checksum.
+    put("{\n \"tarn_inventory\": 2,\n \"crc32c\": \"eea1e459\"\n}\n");
+    const ran refused = ctl("inventory --compare " + path_);
+    EXPECT_EQ(refused.status, 32);
+    EXPECT_NE(refused.text.find("was written by a newer tarnctl"), std::string::npos)
+        << refused.text;
+}
+
+TEST_F(inventory_file, is_never_written_over_another_file) {
+    put("root:x:0:0\n");
+    const ran refused = ctl("inventory --write " + path_);
+    EXPECT_EQ(refused.status, 32);
+    EXPECT_NE(refused.text.find("is no inventory of tarnctl"), std::string::npos) << refused.text;
+    EXPECT_EQ(text(), "root:x:0:0\n");
+}
+
+TEST_F(inventory_file, that_is_absent_is_an_error_of_all_but_the_guard) {
+    EXPECT_EQ(ctl("inventory --compare " + path_).status, 8);
+    EXPECT_EQ(ctl("check --inventory " + path_).status, 8);
+    const ran guarded = ctl("guard --inventory " + path_);
+    EXPECT_EQ(guarded.status, 0);
+    EXPECT_NE(guarded.text.find("there is no inventory yet"), std::string::npos) << guarded.text;
+}
+
+TEST_F(inventory_file, is_not_written_while_tarn_works) {
+    const ran refused = ctl("inventory --write " + path_ + " ; echo $?", sample_);
+    EXPECT_EQ(refused.text.back(), '\n');
+    const ran locked =
+        shell("flock " + sample_ + "/volume2 env TARN_PLATFORM_CONF=" + sample_ +
+              "/platform.conf " + TARN_CTL_PROGRAM + " inventory --write " + path_ + ".new");
+    EXPECT_EQ(locked.status, 32);
+    EXPECT_NE(locked.text.find("a run of tarn works on"), std::string::npos) << locked.text;
+    EXPECT_EQ(shell("ls " + path_ + ".new").status, 2);
+}
+
+TEST_F(inventory_file, is_not_written_of_a_server_that_has_lost_something) {
+    ASSERT_EQ(damage(sample_, "map-node-bit", 3).status, 0);
+    const ran refused = ctl("inventory --write " + path_);
+    EXPECT_EQ(refused.status, 32);
+    EXPECT_NE(refused.text.find("is damaged or cannot be read"), std::string::npos) << refused.text;
+    EXPECT_NE(shell("ls " + path_).status, 0);
+}
+
+TEST_F(inventory_file, stays_when_a_new_one_cannot_be_written) {
+    write();
+    const std::string before = text();
+    const ran full = shell("mkdir " + place_.path() + "/none; env TARN_PLATFORM_CONF=" + sample_ +
+                           "/platform.conf " + TARN_CTL_PROGRAM + " inventory --write " +
+                           place_.path() + "/none/there/inventory");
+    EXPECT_EQ(full.status, 8);
+    EXPECT_NE(full.text.find("cannot create"), std::string::npos) << full.text;
+    EXPECT_EQ(text(), before);
+}
+
+TEST_F(inventory_file, keeps_names_that_are_no_utf8) {
+    ASSERT_EQ(
+        shell("cd " + sample_ + "/volume1/@iSCSITrg && mv LUN_0 \"$(printf 'LUN_\\377')\"").status,
+        0);
+    write();
+    EXPECT_NE(text().find("path_hex"), std::string::npos);
+    EXPECT_EQ(ctl("inventory --compare " + path_).status, 0);
+}
