@@ -23,8 +23,7 @@ static std::string file_problem(const std::string& path) {
 }
 
 static CLI::Option* add_volumes(CLI::App* command, std::vector<std::string>* volumes) {
-    return command
-        ->add_option("--volume", *volumes, "Look at this volume only; may be repeated")
+    return command->add_option("--volume", *volumes, "Look at this volume only; may be repeated")
         ->type_name("PATH")
         ->allow_extra_args(false)
         ->check(CLI::Validator(volume_problem, ""));

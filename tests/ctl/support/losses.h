@@ -8,7 +8,8 @@
 // What has to be found with an inventory that was written before.
 struct loss_row {
     const char* name;
-    // Shell commands in the sample's directory. A LUN's map is $L0 or $L1, its volume $V.
+    // Shell commands in the sample's directory. $V is volume1, $L0, $L1 and $SNAPSHOT
+    // are maps of it.
     const char* commands;
     const char* code;   // has to come, with a severity of at least damage
     const char* named;  // LUNs that have to be named, separated by blanks

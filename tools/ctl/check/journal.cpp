@@ -201,6 +201,12 @@ static void report_absent_volume(check_state* state, const uuid_bytes& uuid, uin
     }
 }
 
+static bool some_map_stays(const check_state* state) {
+    const auto& maps = state->window.maps();
+    return std::any_of(maps.begin(), maps.end(),
+                       [](const auto& one) { return one.second.still_maps; });
+}
+
 static void report_unknown_uuids(check_state* state, uint32_t tag) {
     if (!knows_every_uuid(state)) {
         return;
@@ -221,13 +227,21 @@ static void report_unknown_uuids(check_state* state, uint32_t tag) {
     for (const auto& [uuid, window] : state->window.maps()) {
         unknown += is_known_uuid(state, uuid) ? 0 : 1;
     }
+    const bool all_foreign =
+        unknown + absent == state->window.maps().size() + state->window.tables().size();
     if (unknown == 0) {
         return;
     }
-    add_finding(state, finding_code::J05, nullptr, JOURNAL_NAME);
-    state->findings.back().number = unknown;
-    if (unknown + absent == state->window.maps().size() + state->window.tables().size()) {
-        state->findings.back().detail = "None of its records concerns a file of this server.";
+    // Maps that were deleted lawfully hold nothing at the end.
+    const bool of_others = all_foreign && absent == 0 && some_map_stays(state);
+    add_finding(state, of_others ? finding_code::S07 : finding_code::J05, nullptr, JOURNAL_NAME);
+    finding* added = &state->findings.back();
+    added->number = unknown;
+    if (all_foreign) {
+        added->detail = "None of its records concerns a file of this server.";
+    }
+    if (of_others && was_closed(tag)) {
+        added->level = severity::note;
     }
 }
 

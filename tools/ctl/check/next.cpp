@@ -38,7 +38,9 @@ static bool keeps_from_rebuild(const finding& of, const check_report& report) {
     if (of.because != NO_CAUSE || is_lost_index(of)) {
         return false;
     }
-    return is_pending(of, report) ||
+    const bool is_lost =
+        of.level >= severity::damage && is_one_of(of.code, {S04, S05, S06, S07, S08});
+    return is_pending(of, report) || is_lost ||
            is_one_of(of.code, {H01, H02, H03, H05, M01, M05, M06, M07, M08, M11, R02, R04, R06,
                                R07, P01, P02, D01, D03, D05, J02, J03, J04, J08, S01, S02, X01});
 }
