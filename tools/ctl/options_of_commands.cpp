@@ -22,8 +22,8 @@ static std::string file_problem(const std::string& path) {
     return path.empty() ? "no file is named" : "";
 }
 
-static void add_volumes(CLI::App* command, std::vector<std::string>* volumes) {
-    command->add_option("--volume", *volumes, "Look at this volume only; may be repeated")
+static CLI::Option* add_volumes(CLI::App* command, std::vector<std::string>* volumes) {
+    return command->add_option("--volume", *volumes, "Look at this volume only; may be repeated")
         ->type_name("PATH")
         ->allow_extra_args(false)
         ->check(CLI::Validator(volume_problem, ""));
@@ -53,8 +53,9 @@ static CLI::Option* add_word(CLI::App* command, const char* name, std::string* w
 static CLI::App* add_check(CLI::App* app, raw_options* raw) {
     CLI::App* check = app->add_subcommand("check", "Look at the whole server, and write nothing");
     check_request* request = &raw->options.check;
-    add_volumes(check, &request->volumes);
-    check->add_flag("--raw", request->raw, "Leave out the replay of the journal, into memory");
+    CLI::Option* volumes = add_volumes(check, &request->volumes);
+    CLI::Option* raw_files =
+        check->add_flag("--raw", request->raw, "Leave out the replay of the journal, into memory");
     add_memory(check, &raw->memory);
     CLI::Option* quick =
         check->add_flag("--quick", request->quick, "Headers, tables and lists, without the maps");
@@ -65,7 +66,9 @@ static CLI::App* add_check(CLI::App* app, raw_options* raw) {
              "Compare with this inventory too: what is missing, swapped or new")
         ->excludes(quick);
     add_file(check, "--state", &request->state, "Note the verdict in this file, for health")
-        ->excludes(quick);
+        ->excludes(quick)
+        ->excludes(volumes)
+        ->excludes(raw_files);
     check->footer(
         "Exit status: 0 clean; 3 lost space or wrong counts only; 4 damage; 5 urgent, the service\n"
         "must not write; 6 not everything could be looked at; 8 could not run; 16 usage.");
