@@ -1,6 +1,7 @@
 #include "ctl/health/judge.h"
 
 #include <algorithm>
+#include <cmath>
 #include <ctime>
 
 #include "ctl/check/place_words.h"
@@ -28,7 +29,10 @@ forecast forecast_of(const std::vector<room_moment>& moments) {
     if (slope >= 0) {
         return {forecast_kind::not_filling, 0};
     }
-    return {forecast_kind::filling, static_cast<double>(moments.back().room) / -slope};
+    const double seconds = static_cast<double>(moments.back().room) / -slope;
+    return {forecast_kind::filling, seconds < static_cast<double>(FORECAST_MAX)
+                                        ? static_cast<uint64_t>(std::llround(seconds))
+                                        : FORECAST_MAX};
 }
 
 static const volume_figures* figures_of(const state_moment& moment, const std::string& root) {
@@ -40,31 +44,35 @@ static const volume_figures* figures_of(const state_moment& moment, const std::s
     return nullptr;
 }
 
-static void add_moment(std::vector<room_moment>* moments, uint64_t time,
-                       const std::optional<uint64_t>& room) {
-    if (room && (moments->empty() || moments->back().time < time)) {
-        moments->push_back({time, *room});
+// The room of a volume at the checks that are known.
+static std::vector<room_moment> past_of(const state_record& record, const std::string& root) {
+    std::vector<room_moment> moments;
+    const auto add = [&](const state_moment& moment) {
+        const volume_figures* figures = figures_of(moment, root);
+        const bool is_later = moments.empty() || moments.back().time < moment.completed;
+        if (figures != nullptr && figures->room && is_later) {
+            moments.push_back({moment.completed, *figures->room});
+        }
+    };
+    for (const state_moment& moment : record.history) {
+        add(moment);
     }
+    add(record.last);
+    return moments;
 }
 
 static volume_health volume_of(const health_report& report, const volume_now& now) {
     volume_health volume = {now, {}, {}};
-    if (report.last.kind != state_kind::known || !now.room) {
+    if (report.last.kind != state_kind::known) {
         return volume;
     }
-    std::vector<room_moment> moments;
-    for (const state_moment& moment : report.last.record.history) {
-        const volume_figures* figures = figures_of(moment, now.root);
-        add_moment(&moments, moment.completed, figures == nullptr ? std::nullopt : figures->room);
-    }
-    const volume_figures* last = figures_of(report.last.record.last, now.root);
-    if (last != nullptr) {
+    const state_record& record = report.last.record;
+    if (const volume_figures* last = figures_of(record.last, now.root)) {
         volume.last = *last;
-        add_moment(&moments, report.last.record.last.completed, last->room);
     }
-    const size_t past = moments.size();
-    add_moment(&moments, report.now, now.room);
-    if (moments.size() > past) {  // otherwise the clock was set back
+    std::vector<room_moment> moments = past_of(record, now.root);
+    if (now.room && !moments.empty() && moments.back().time < report.now) {
+        moments.push_back({report.now, *now.room});
         volume.full = forecast_of(moments);
     }
     return volume;
@@ -94,20 +102,42 @@ std::string time_words(uint64_t time) {
     return text;
 }
 
+static std::string words_of_verdict(int status) {
+    switch (status) {
+        case EXIT_URGENT:
+            return "found something urgent";
+        case EXIT_DAMAGE:
+            return "found damage";
+        case EXIT_COUNTS:
+            return "found lost space or wrong counts";
+        case EXIT_INCOMPLETE:
+            return "could not look at everything";
+        default:
+            return "was clean";
+    }
+}
+
 std::string last_check_words(const health_report& report) {
     if (report.last.kind != state_kind::known) {
         return "The last full check is not known: " + shown(report.state_file) + ": " +
                report.last.reason + ".";
     }
     const state_record& record = report.last.record;
-    const std::string verdict =
-        record.exit == EXIT_COUNTS ? "found lost space or wrong counts" : "was " + record.verdict;
+    const std::string verdict = words_of_verdict(record.exit);
     if (record.last.completed > report.now + CLOCK_SLACK) {
         return "The last full check " + verdict + ", but it is of the future (" +
                time_words(record.last.completed) + "): is the clock right?";
     }
     return "The last full check, " + age_words(report.age) + " ago, " + verdict + "." +
            (report.last_counts ? "" : " That is too old: it should be at most 10 days.");
+}
+
+static void judge_journal(health_report* report) {
+    if (report->last_counts && report->facts.report.journal_status == "none" &&
+        !report->last.record.journal.empty()) {
+        report->unknown.emplace_back(
+            "There was a journal at the last full check, and there is none now.");
+    }
 }
 
 static void judge_last_check(health_report* report) {
@@ -136,6 +166,9 @@ static void judge_volumes(health_report* report) {
             report->unknown.push_back("The last full check did not look at " + shown(now.root) +
                                       ".");
         }
+    }
+    if (report->facts.problem.empty() && report->facts.volumes.empty()) {
+        report->unknown.emplace_back("There is no volume with metadata of LUNs.");
     }
     if (!report->last_counts || !report->facts.problem.empty()) {
         return;
@@ -180,6 +213,7 @@ health_report judge_health(server_facts facts, state_reading last, const std::st
         report.unknown.push_back("The server cannot be looked at: " + report.facts.problem + ".");
     }
     judge_last_check(&report);
+    judge_journal(&report);
     judge_volumes(&report);
     report.status = status_of(report);
     return report;

@@ -9,16 +9,17 @@
 #include "ctl/check/state_file.h"
 #include "ctl/health/facts.h"
 
-constexpr uint64_t DAY = 86400;               // seconds
-constexpr uint64_t CHECK_AGE_MAX = 10 * DAY;  // of a check that still says something
-constexpr uint64_t CLOCK_SLACK = 300;         // seconds that a check may lie in the future
-constexpr uint64_t FORECAST_SPAN_MIN = DAY;   // of the history that a forecast is made from
+constexpr uint64_t DAY = 86400;                   // seconds
+constexpr uint64_t CHECK_AGE_MAX = 10 * DAY;      // of a check that still says something
+constexpr uint64_t CLOCK_SLACK = 300;             // seconds that a check may lie in the future
+constexpr uint64_t FORECAST_MAX = 1000000000000;  // seconds
+constexpr uint64_t FORECAST_SPAN_MIN = DAY;       // of the history that a forecast is made from
 
 // When the room of a volume will be used up, if it shrinks as it did on average.
 enum class forecast_kind { unknown, not_filling, filling };
 struct forecast {
     forecast_kind kind = forecast_kind::unknown;
-    double seconds = 0;  // from now; of a volume that is filling
+    uint64_t seconds = 0;  // from now, FORECAST_MAX at most; of a volume that is filling
 };
 
 struct room_moment {

@@ -58,7 +58,7 @@ static json_record volume_record(const volume_health& volume) {
                           {"room", number_or_null(volume.now.room)},
                           {"forecast", FORECASTS[static_cast<size_t>(volume.full.kind)]}};
     if (volume.full.kind == forecast_kind::filling) {
-        record["full_in_seconds"] = volume.full.seconds;
+        record["full_in_seconds"] = json_number(volume.full.seconds);
     }
     return record;
 }

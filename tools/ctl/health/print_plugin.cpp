@@ -38,9 +38,7 @@ static std::vector<metric> metrics_of(const health_report& report) {
         add_metric(&all, volume, "leaked", bytes_of_extents(last.leaked, last.extent_size), "B");
         add_metric(&all, volume, "room", volume.now.room, "B");
         if (volume.full.kind == forecast_kind::filling) {
-            constexpr double MOST = 1e12;  // seconds: no number of 64 bits overflows
-            add_metric(&all, volume, "full_in",
-                       static_cast<uint64_t>(std::min(volume.full.seconds, MOST)), "s");
+            add_metric(&all, volume, "full_in", volume.full.seconds, "s");
         }
     }
     return all;

@@ -134,7 +134,7 @@ static void add_volumes(const health_report& report, metrics* all) {
                "Seconds until no room is left, if it shrinks as it did; +Inf if it does not.");
     for (const volume_health& volume : report.volumes) {
         if (volume.full.kind == forecast_kind::filling) {
-            all->add(volume_label(volume), std::to_string(volume.full.seconds));
+            all->add(volume_label(volume), volume.full.seconds);
         } else if (volume.full.kind == forecast_kind::not_filling) {
             all->add(volume_label(volume), "+Inf");
         }

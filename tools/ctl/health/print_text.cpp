@@ -19,12 +19,11 @@ static std::string bytes_words(const std::optional<uint64_t>& bytes) {
 }
 
 static std::string forecast_words(const forecast& full) {
-    constexpr double FAR = 10 * 365.0 * DAY;
+    constexpr uint64_t FAR = 3650 * DAY;
     if (full.kind != forecast_kind::filling) {
         return full.kind == forecast_kind::unknown ? "unknown" : "not filling up";
     }
-    return full.seconds > FAR ? "more than 10 years"
-                              : "about " + age_words(static_cast<uint64_t>(full.seconds));
+    return full.seconds > FAR ? "more than 10 years" : "about " + age_words(full.seconds);
 }
 
 static table_row row_of(const volume_health& volume) {
