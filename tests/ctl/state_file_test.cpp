@@ -83,15 +83,15 @@ TEST_F(state_file, that_was_cut_anywhere_is_not_known) {
     EXPECT_EQ(read(whole + "\n").kind, state_kind::damaged);
 }
 
-TEST_F(state_file, with_any_changed_bit_is_not_known) {
+// Another bit of each byte.
+TEST_F(state_file, with_any_changed_byte_is_not_known) {
     const std::string whole = sealed_state(BODY);
-    for (size_t bit = 0; bit < whole.size() * 8; bit++) {
+    for (size_t i = 0; i < whole.size(); i++) {
         std::string changed = whole;
-        changed[bit / 8] = static_cast<char>(static_cast<uint8_t>(changed[bit / 8]) ^ 1 << bit % 8);
-        const state_kind kind = read(changed).kind;
-        EXPECT_EQ(kind,
-                  bit / 8 < STATE_BEGIN.size() ? state_kind::not_a_state : state_kind::damaged)
-            << bit;
+        changed[i] = static_cast<char>(static_cast<uint8_t>(changed[i]) ^ 1 << i % 8);
+        EXPECT_EQ(read(changed).kind,
+                  i < STATE_BEGIN.size() ? state_kind::not_a_state : state_kind::damaged)
+            << i;
     }
 }
 
