@@ -71,7 +71,8 @@ static CLI::App* add_check(CLI::App* app, raw_options* raw) {
         ->excludes(raw_files);
     check->footer(
         "Exit status: 0 clean; 3 lost space or wrong counts only; 4 damage; 5 urgent, the service\n"
-        "must not write; 6 not everything could be looked at; 8 could not run; 16 usage.");
+        "must not write; 6 not everything could be looked at; 8 could not run; 16 usage; 32 the\n"
+        "state file must not be written there.");
     return check;
 }
 
@@ -106,7 +107,7 @@ static CLI::App* add_health(CLI::App* app, raw_options* raw) {
     CLI::App* health =
         app->add_subcommand("health", "Cheap facts of now, and the last full check with its age");
     add_file(health, "--state", &raw->options.health.state,
-             "The file that `check --state` writes; /var/lib/tarn/health.json if not given");
+             "The file that a full check wrote; /var/lib/tarn/health.json if not given");
     add_word(health, "--format", &raw->format, {"text", "prometheus", "checkmk", "nagios"},
              "FORMAT", "text, prometheus, checkmk or nagios");
     health->footer(

@@ -67,11 +67,21 @@ static std::string last_words(const health_report& report) {
     if (report.last.kind != state_kind::known) {
         return words;
     }
+    constexpr struct {
+        const char* severity;
+        bool is_noun;
+    } PARTS[] = {{"urgent", false},
+                 {"damage", false},
+                 {"unreadable", false},
+                 {"count", true},
+                 {"note", true}};
     std::string counts;
-    for (const char* severity : {"urgent", "damage", "unreadable", "count", "note"}) {
-        const auto found = report.last.record.severities.find(severity);
+    for (const auto& part : PARTS) {
+        const auto found = report.last.record.severities.find(part.severity);
         if (found != report.last.record.severities.end() && found->second > 0) {
-            counts += (counts.empty() ? "" : ", ") + std::to_string(found->second) + " " + severity;
+            counts += (counts.empty() ? "" : ", ") +
+                      (part.is_noun ? count_words(found->second, part.severity)
+                                    : std::to_string(found->second) + " " + part.severity);
         }
     }
     return words + (counts.empty() ? "" : " Findings: " + counts + ".");
@@ -98,22 +108,27 @@ static bool put_findings(FILE* out, const health_report& report, const output_st
     return true;
 }
 
+// Empty if there is nothing to do.
 static std::string next_words(const health_report& report) {
-    const bool is_known = report.last.kind == state_kind::known && report.last.record.exit != 0;
     if (report.status == EXIT_CLEAN) {
         return "";
     }
-    const std::string check = "tarnctl check";
-    return " Next: " + check +
-           (report.unknown.empty() || is_known ? "" : " --state " + shell_word(report.state_file));
+    const bool known_bad = report.last.kind == state_kind::known && report.last.record.exit != 0;
+    return std::string("Next: tarnctl check") +
+           (report.unknown.empty() || known_bad ? "" : " --state " + shell_word(report.state_file));
 }
 
 bool print_health_text(FILE* out, const health_report& report, const output_style& style) {
     std::string verdict = health_advice(report);
-    verdict += " Exit status " + std::to_string(report.status) + "." + next_words(report);
+    verdict += " Exit status " + std::to_string(report.status) + ".";
+    const std::string next = next_words(report);
     if (style.quiet) {
-        return put(out, verdict + "\n") && fflush(out) == 0;
+        return put(out, verdict + (next.empty() ? "" : " ") + next + "\n") && fflush(out) == 0;
+    }
+    verdict = paragraph("", verdict);
+    if (!next.empty()) {
+        append_unbroken(&verdict, next, 0);
     }
     return put(out, opening(report)) && put(out, volumes_table(report)) &&
-           put_findings(out, report, style) && put(out, verdict + "\n") && fflush(out) == 0;
+           put_findings(out, report, style) && put(out, verdict) && fflush(out) == 0;
 }
