@@ -53,7 +53,7 @@ protected:
 };
 
 TEST_F(save, makes_a_file) {
-    EXPECT_EQ(save_state(path(), {}), 0);
+    EXPECT_EQ(save_state(path(), {}, {}), 0);
     ASSERT_EQ(read().kind, state_kind::known);
     EXPECT_TRUE(read().record.history.empty());
     EXPECT_EQ(only_file(), "state ");
@@ -64,8 +64,8 @@ TEST_F(save, makes_a_file) {
 
 TEST_F(save, carries_the_history_over) {
     put(old_state(1000));
-    EXPECT_EQ(save_state(path(), {}), 0);
-    EXPECT_EQ(save_state(path(), {}), 0);
+    EXPECT_EQ(save_state(path(), {}, {}), 0);
+    EXPECT_EQ(save_state(path(), {}, {}), 0);
     const state_record record = read().record;
     ASSERT_EQ(record.history.size(), 2u);
     EXPECT_EQ(record.history[0].completed, 1000u);
@@ -80,7 +80,7 @@ TEST_F(save, keeps_the_last_30_checks) {
         record.history.push_back({time, {}});
     }
     put(state_text(record));
-    EXPECT_EQ(save_state(path(), {}), 0);
+    EXPECT_EQ(save_state(path(), {}, {}), 0);
     const std::vector<state_moment> history = read().record.history;
     ASSERT_EQ(history.size(), 29u);
     EXPECT_EQ(history.front().completed, 1012u);
@@ -91,7 +91,7 @@ TEST_F(save, drops_a_history_of_the_future_and_puts_it_in_order) {
     state_record record = state_of({}, this_machine(), 1000);
     record.history = {{2000, {}}, {uint64_t{1} << 40, {}}, {500, {}}};
     put(state_text(record));
-    EXPECT_EQ(save_state(path(), {}), 0);
+    EXPECT_EQ(save_state(path(), {}, {}), 0);
     const std::vector<state_moment> history = read().record.history;
     ASSERT_EQ(history.size(), 3u);
     EXPECT_EQ(history[0].completed, 500u);
@@ -103,7 +103,7 @@ TEST_F(save, replaces_a_damaged_file_and_says_so) {
     for (const std::string& text :
          {std::string(), old_state(1000).substr(0, 100), old_state(1000) + "x"}) {
         put(text);
-        EXPECT_EQ(save_state(path(), {}), 0);
+        EXPECT_EQ(save_state(path(), {}, {}), 0);
         EXPECT_EQ(read().kind, state_kind::known);
     }
     const std::string line =
@@ -122,7 +122,7 @@ TEST_F(save, refuses_what_is_no_state_of_this_server) {
           changed_state(mine, "\"format\":1", "\"format\":2")}) {
         ASSERT_NE(text, "");
         put(text);
-        EXPECT_EQ(save_state(path(), {}), 32);
+        EXPECT_EQ(save_state(path(), {}, {}), 32);
         EXPECT_EQ(text_of(path()), text);
     }
     const std::string lines = errors();
@@ -141,14 +141,32 @@ TEST_F(save, refuses_links_directories_and_pipes) {
     fs::create_directory(place_.file("directory"));
     ASSERT_EQ(mkfifo(place_.file("fifo").c_str(), 0600), 0);
     for (const char* name : {"link", "directory", "fifo"}) {
-        EXPECT_EQ(save_state(place_.file(name), {}), 32) << name;
+        EXPECT_EQ(save_state(place_.file(name), {}, {}), 32) << name;
     }
     EXPECT_TRUE(fs::is_symlink(place_.file("link")));
     EXPECT_EQ(text_of(path()), old_state(1000));
 }
 
+// A volume is a place by its real path; a directory whose name begins like a volume's is none.
+TEST_F(save, refuses_volumes_and_the_journal) {
+    fs::create_directories(place_.file("v/below"));
+    fs::create_directory(place_.file("v2"));
+    fs::create_directory_symlink(place_.file("v"), place_.file("link"));
+    server_files server;
+    server.volumes.emplace_back();
+    server.volumes[0].root = place_.file("link");
+    server.volumes[0].state = volume_state::sound;
+    server.journal = place_.file("v2/EP_JNL");
+    for (const char* name : {"v/state", "v/below/state", "link/state", "v/../v/state", "v2/EP_JNL",
+                             "v2/../v2/EP_JNL"}) {
+        EXPECT_EQ(save_state(place_.file(name), {}, server), 32) << name;
+        EXPECT_FALSE(fs::exists(place_.file(name))) << name;
+    }
+    EXPECT_EQ(save_state(place_.file("v2/state"), {}, server), 0);
+}
+
 TEST_F(save, fails_where_there_is_no_directory) {
-    EXPECT_EQ(save_state(place_.file("no/state"), {}), 8);
+    EXPECT_EQ(save_state(place_.file("no/state"), {}, {}), 8);
     EXPECT_EQ(errors(), "tarnctl: cannot write the state to " + place_.file("no/state") +
                             ": No such file or directory. The result above holds.\n");
 }
@@ -163,7 +181,7 @@ TEST_F(save, leaves_a_whole_file_whichever_call_fails) {
         bool fired = false;
         {
             const io_fault_at fault(n, ENOSPC);
-            status = save_state(path(), {});
+            status = save_state(path(), {}, {});
             fired = failed.add(fault);
         }
         const std::string after = text_of(path());
@@ -185,11 +203,11 @@ TEST_F(save, says_that_the_disk_is_full) {
     put(old_state(1000));
     {
         const io_fault_at fault(1, ENOSPC, {io_call::write});
-        EXPECT_EQ(save_state(path(), {}), 8);
+        EXPECT_EQ(save_state(path(), {}, {}), 8);
     }
     {
         const io_fault_at fault(2, EIO, {io_call::sync});  // of the directory
-        EXPECT_EQ(save_state(path(), {}), 8);
+        EXPECT_EQ(save_state(path(), {}, {}), 8);
     }
     EXPECT_EQ(errors(), "tarnctl: cannot write the state to " + path() +
                             ": No space left on device. The result above holds.\n"
@@ -199,7 +217,7 @@ TEST_F(save, says_that_the_disk_is_full) {
 
 TEST_F(save, goes_on_after_a_short_write) {
     const io_fault_at fault(1, 0, {io_call::write});
-    EXPECT_EQ(save_state(path(), {}), 0);
+    EXPECT_EQ(save_state(path(), {}, {}), 0);
     EXPECT_TRUE(fault.fired());
     EXPECT_EQ(read().kind, state_kind::known);
 }
@@ -207,7 +225,7 @@ TEST_F(save, goes_on_after_a_short_write) {
 TEST_F(save, removes_what_a_process_of_its_number_left) {
     const std::string left = path() + ".tmp." + std::to_string(getpid());
     std::ofstream(left) << "half";
-    EXPECT_EQ(save_state(path(), {}), 0);
+    EXPECT_EQ(save_state(path(), {}, {}), 0);
     EXPECT_EQ(only_file(), "state ");
     EXPECT_EQ(read().kind, state_kind::known);
 }

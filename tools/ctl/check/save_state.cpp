@@ -10,7 +10,6 @@
 #include "ctl/replace_file.h"
 #include "ctl/text/escape.h"
 #include "store/descriptor.h"
-#include "view/server_files.h"
 
 // The directory without links, and the whole path in it.
 struct state_place {
@@ -45,12 +44,7 @@ static std::string real_path_of(const std::string& path) {
 }
 
 // Why nothing may be written there, whatever is there; empty: it may.
-static std::string problem_of_place(const state_place& place) {
-    server_files server;
-    std::string problem;
-    if (!list_server(&server, &problem)) {
-        return problem;
-    }
+static std::string problem_of_place(const state_place& place, const server_files& server) {
     for (const volume_files& volume : server.volumes) {
         if (volume.state != volume_state::plain &&
             is_below(place.path, real_path_of(volume.root))) {
@@ -95,13 +89,12 @@ static int cannot_save(const std::string& path, int error) {
                     ". The result above holds.");
 }
 
-int save_state(const std::string& path, const check_report& report) {
-    const quiet_log quiet;
+int save_state(const std::string& path, const check_report& report, const server_files& server) {
     state_place place;
     if (!find_place(path, &place)) {
         return cannot_save(path, errno);
     }
-    const std::string problem = problem_of_place(place);
+    const std::string problem = problem_of_place(place, server);
     if (!problem.empty()) {
         return refuse_state(path, problem);
     }
@@ -123,4 +116,12 @@ int save_state(const std::string& path, const check_report& report) {
     }
     return replace_file(place.directory, place.path, state_text(record)) ? 0
                                                                          : cannot_save(path, errno);
+}
+
+int save_state(const std::string& path, const check_report& report) {
+    const quiet_log quiet;
+    server_files server;
+    std::string problem;
+    return list_server(&server, &problem) ? save_state(path, report, server)
+                                          : refuse_state(path, problem);
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ctl/check/check.h"
+#include "view/server_files.h"
 
 constexpr uint64_t STATE_FORMAT = 1;
 constexpr size_t STATE_HISTORY_MAX = 30;             // checks
@@ -74,4 +75,6 @@ std::string verdict_word(int status);
 // Replaces the file at `path` with the report's state, and carries the history over. Returns 0, or
 // the exit status after a message on standard error: EXIT_REFUSED if what is there must not be
 // replaced, EXIT_COULD_NOT_RUN if it cannot be written.
+int save_state(const std::string& path, const check_report& report, const server_files& server);
+// The same, on this server.
 int save_state(const std::string& path, const check_report& report);
