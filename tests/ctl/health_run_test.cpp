@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sstream>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "ctl/support/check_run.h"
 #include "ctl/support/everything.h"
@@ -155,6 +156,25 @@ TEST_F(health_run, sees_what_happened_since) {
     write_file_bytes(file("journal/EP_JNL"), 20, &noise, 1);
     expect_health(4, 2);
     EXPECT_NE(health().out.find("\nDAMAGE J02  the journal: "), std::string::npos);
+}
+
+// Whoever may not read a directory does not know that something is missing in it.
+TEST_F(health_run, by_a_user_who_may_not_read_is_unknown) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root to become another user";
+    }
+    EXPECT_EQ(check().status, 0);
+    ASSERT_EQ(shell("chmod 711 " + place_.path() + "; chmod 644 " + state() + " " +
+                    file("platform.conf") + "; chmod -R go+rX " + sample_ + "; chmod 700 " +
+                    file("volume1/@EP"))
+                  .status,
+              0);
+    const check_run seen =
+        run_limited("setpriv --reuid nobody --clear-groups " TARN_CTL_PROGRAM " --conf " +
+                    file("platform.conf") + " health --state " + state());
+    EXPECT_EQ(seen.status, 6) << seen.out << seen.err;
+    EXPECT_NE(seen.out.find("\nUNREAD X01  " + file("volume1/@EP") + ": "), std::string::npos);
+    EXPECT_EQ(seen.out.find("D05"), std::string::npos);
 }
 
 TEST_F(health_run, sees_a_damaged_header_of_an_index) {
