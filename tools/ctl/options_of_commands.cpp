@@ -94,7 +94,7 @@ static CLI::App* add_space(CLI::App* app, raw_options* raw) {
              "Sort by exclusive, shared or name");
     add_memory(space, &raw->memory);
     space->footer(
-        "Exit status: 0 done; 6 a figure is a lower bound, or missing; 8 could not run; 16 usage;\n"
+        "Exit status: 0 done; 6 a figure is not exact, or missing; 8 could not run; 16 usage;\n"
         "32 a name that fits no map, or two.");
     return space;
 }

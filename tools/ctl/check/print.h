@@ -5,12 +5,17 @@
 #include <cstdio>
 
 #include "ctl/check/check.h"
+#include "ctl/json_line.h"
 
 struct print_style {
     bool color = false;  // text only
     bool all = false;    // list consequences, and more than 100 findings of a code
     bool quiet = false;  // text: the verdict only; JSON: no findings
 };
+
+// What every look at a server says first, also for other commands.
+std::string opening_text(const check_report& report);  // ends with a blank line
+json_record opening_record(const char* command, const check_report& report);
 
 // False: not everything could be written, errno says why.
 bool print_check_text(FILE* out, const check_report& report, const print_style& style);
