@@ -12,6 +12,9 @@
 
 namespace {
 
+// tarn takes its time for each extent, hole or not: a longer stretch of holes parts a range.
+constexpr uint64_t HOLES_SPANNED_MAX = 1024;  // extents
+
 // A data file that is open.
 struct open_data {
     scoped_fd fd;
@@ -31,7 +34,8 @@ private:
     bool take_group(uint64_t group);
     void take_free(uint64_t first, uint64_t end);
     void finish_run();
-    void look_at_data(const open_data& file, uint64_t first, uint64_t end, free_range* range);
+    void look_at_data(const open_data& file, uint64_t first, uint64_t end);
+    void add_data(uint64_t first, uint64_t end, uint64_t bytes);
 
     const volume_check& volume_;
     free_space* space_;
@@ -39,7 +43,8 @@ private:
     uint64_t extents_ = 0;  // to be looked at
     uint64_t first_ = 0;    // of the free extents in hand
     uint64_t end_ = 0;
-    size_t file_ = 0;  // the first one that can hold them
+    bool continues_ = false;  // the last range is one of these
+    size_t file_ = 0;         // the first one that can hold them
     tbl_group_image image_ = {};
     uint32_t checksums_[TBL_GROUP_BLOCKS_MAX] = {};
 };
@@ -72,28 +77,37 @@ bool free_search::open_files(std::string* problem) {
     return true;
 }
 
+// Extents `first` to end - 1 are free, and have `bytes` of data.
+void free_search::add_data(uint64_t first, uint64_t end, uint64_t bytes) {
+    space_->data += bytes;
+    free_range* last = space_->ranges.empty() ? nullptr : &space_->ranges.back();
+    if (last == nullptr || !continues_ || first > last->first + last->count + HOLES_SPANNED_MAX) {
+        space_->ranges.push_back({first, end - first, bytes});
+        continues_ = true;
+        return;
+    }
+    last->count = end - last->first;
+    last->bytes += bytes;
+}
+
 // Free extents `first` to end - 1 of one data file: what of them is data.
-void free_search::look_at_data(const open_data& file, uint64_t first, uint64_t end,
-                               free_range* range) {
+void free_search::look_at_data(const open_data& file, uint64_t first, uint64_t end) {
     const uint64_t begin = dat_byte_in_file(first, volume_.shift);
     const uint64_t stop = std::min(file.size, begin + ((end - first) << volume_.shift));
-    uint64_t data = 0;
+    uint64_t holes = stop - begin;
     for (uint64_t at = io_next_data(file.fd.get(), begin, stop); at < stop;) {
         const uint64_t hole = std::max(io_next_hole(file.fd.get(), at, stop), at + 1);
-        const uint64_t first_met = first + ((at - begin) >> volume_.shift);
-        const uint64_t after_last = first + ((hole - 1 - begin) >> volume_.shift) + 1;
-        range->first = range->count == 0 ? first_met : range->first;
-        range->count = after_last - range->first;
-        data += hole - at;
+        add_data(first + ((at - begin) >> volume_.shift),
+                 first + ((hole - 1 - begin) >> volume_.shift) + 1, hole - at);
+        holes -= hole - at;
         at = io_next_data(file.fd.get(), hole, stop);
     }
-    range->bytes += data;
     space_->extents += end - first;
-    space_->holes += stop - begin - data;
+    space_->holes += holes;
 }
 
 void free_search::finish_run() {
-    free_range range = {0, 0, 0};
+    continues_ = false;
     while (file_ < files_.size() && files_[file_].end <= first_) {
         file_++;
     }
@@ -101,12 +115,8 @@ void free_search::finish_run() {
         const uint64_t first = std::max(first_, files_[i].first);
         const uint64_t end = std::min(end_, files_[i].end);
         if (first < end) {
-            look_at_data(files_[i], first, end, &range);
+            look_at_data(files_[i], first, end);
         }
-    }
-    if (range.count > 0) {
-        space_->data += range.bytes;
-        space_->ranges.push_back(range);
     }
     first_ = end_ = 0;
 }

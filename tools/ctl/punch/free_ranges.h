@@ -16,10 +16,11 @@ struct free_range {
 };
 
 struct free_space {
-    std::vector<free_range> ranges;  // ascending; an extent in use lies between any two
-    uint64_t extents = 0;            // free, in the data files
-    uint64_t data = 0;               // bytes of them that are not holes
-    uint64_t holes = 0;              // bytes of them that are
+    // Ascending. Between any two lies an extent in use, or more than a thousand that are holes.
+    std::vector<free_range> ranges;
+    uint64_t extents = 0;  // free, in the data files
+    uint64_t data = 0;     // bytes of them that are not holes
+    uint64_t holes = 0;    // bytes of them that are
 };
 
 // False: the table or a data file cannot be read to its end, or the table is damaged; `problem` is

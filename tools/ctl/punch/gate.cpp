@@ -57,7 +57,7 @@ static void refuse_journal(const server_look& look, const check_report& report,
         refusals->push_back({"J01", "",
                              "The journal's status is " + report.journal_status +
                                  ": the service runs, or was not shut down cleanly, or a replay "
-                                 "failed. Stop it, or run tarn --startup-replay, first."});
+                                 "failed."});
     }
 }
 

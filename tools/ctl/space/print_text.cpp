@@ -138,9 +138,19 @@ static std::string legend_of(const space_report& report) {
                              (exact ? "" : " >= means at least, <= at most, ~ not sure at all."));
 }
 
+// The command at the end of a sentence stays on one line.
+static std::string sentence_text(const std::string& head, const std::string& sentence) {
+    const size_t command = sentence.rfind(" Run: ");
+    std::string text = paragraph(head, sentence.substr(0, command));
+    if (command != std::string::npos) {
+        append_unbroken(&text, sentence.substr(command + 1), head.size());
+    }
+    return text;
+}
+
 static bool put_all(FILE* out, const char* head, const std::vector<std::string>& sentences) {
     return std::all_of(sentences.begin(), sentences.end(), [&](const std::string& sentence) {
-        return put(out, paragraph(head, sentence));
+        return put(out, sentence_text(head, sentence));
     });
 }
 
@@ -149,7 +159,10 @@ static std::string text_of(const space_report& report, bool quiet) {
     for (const volume_space& space : report.volumes) {
         text += volume_text(space) + (quiet ? "" : "\n");
     }
-    return text + (quiet || report.volumes.empty() ? "" : legend_of(report));
+    if (quiet) {
+        return text;
+    }
+    return text + (report.volumes.empty() ? "There is no volume to look at.\n" : legend_of(report));
 }
 
 bool print_space_text(FILE* out, const space_report& report, bool quiet) {
