@@ -117,7 +117,10 @@ static CLI::App* add_punch(CLI::App* app, raw_options* raw) {
         "punch", "Say what could be given back to the file system; give nothing back");
     add_volumes(punch, &raw->options.punch.volumes);
     punch->footer(
-        "Exit status: 0 done; 8 could not run; 16 usage; 32 refused: it is not safe now.");
+        "Keep the service stopped from before this command until the last line that it prints has\n"
+        "run: the lines are true for that moment only.\n"
+        "Exit status: 0 done, or nothing to do; 8 could not run; 16 usage; 32 refused: it is not "
+        "safe now.");
     return punch;
 }
 
