@@ -26,6 +26,7 @@ static bool look_and_judge(server_look* look, punch_report* report, std::string*
         return false;
     }
     finish_report(&report->opening);
+    forget_absent_journal(*look, &report->opening);
     report->refusals = refusals_of(*look, report->opening);
     if (report->refusals.empty()) {
         find_ranges(*look, report);

@@ -76,6 +76,7 @@ static bool measure(const space_request& request, server_look* look, space_repor
                     std::string* refusal, std::string* problem) {
     *report = {};
     report->opening = opening_of_look(*look);
+    forget_absent_journal(*look, &report->opening);
     report->to_delete = request.if_deleted;
     check_state* state = &look->state;
     map_set set;
