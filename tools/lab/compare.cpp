@@ -51,6 +51,9 @@ static std::string compare_chunks(int fd, const file_image& expected) {
         if (!read_all(fd, found.data(), found.size(), part.offset)) {
             return std::string("cannot be read: ") + strerror(errno);
         }
+        if (part.may_be_zero && is_zero(found.data(), found.size())) {
+            continue;
+        }
         std::string difference = compare_chunk(part, found);
         if (!difference.empty()) {
             return difference;
@@ -61,7 +64,8 @@ static std::string compare_chunks(int fd, const file_image& expected) {
 
 // No chunk covers the bytes from `start` up to `end`.
 static std::string expect_zeros(int fd, uint64_t start, uint64_t end) {
-    std::vector<uint8_t> buffer(uint64_t{1} << 16);
+    constexpr uint64_t MOST_AT_ONCE = uint64_t{1} << 16;
+    std::vector<uint8_t> buffer(start < end ? std::min(end - start, MOST_AT_ONCE) : 0);
     while (start < end) {
         const uint64_t length = std::min<uint64_t>(buffer.size(), end - start);
         if (!read_all(fd, buffer.data(), length, start)) {
@@ -80,12 +84,17 @@ static std::string expect_zeros(int fd, uint64_t start, uint64_t end) {
 
 static std::string expect_zeros_between_chunks(int fd, const file_image& expected, uint64_t start,
                                                uint64_t end) {
-    for (const chunk& part : expected.chunks) {
-        std::string difference = expect_zeros(fd, start, std::min(end, part.offset));
+    const auto ends_before = [](const chunk& part, uint64_t byte) {
+        return part.offset + part.bytes.size() <= byte;
+    };
+    auto part =
+        std::lower_bound(expected.chunks.begin(), expected.chunks.end(), start, ends_before);
+    for (; part != expected.chunks.end() && part->offset < end; ++part) {
+        std::string difference = expect_zeros(fd, start, part->offset);
         if (!difference.empty()) {
             return difference;
         }
-        start = std::max(start, std::min(end, part.offset + part.bytes.size()));
+        start = part->offset + part->bytes.size();
     }
     return expect_zeros(fd, start, end);
 }

@@ -8,6 +8,7 @@
 
 #include "lab/damage_choice.h"
 #include "lab/damage_kinds.h"
+#include "lab/data_files.h"
 #include "lab/disk.h"
 #include "lab/image.h"
 #include "print.h"

@@ -4,6 +4,7 @@
 #include "lab/damage_choice.h"
 #include "lab/damage_kinds.h"
 #include "lab/damage_lines.h"
+#include "lab/data_files.h"
 #include "lab/image.h"
 
 namespace lab {

@@ -64,6 +64,7 @@ std::vector<uint64_t> take_extents(model* m, size_t volume_index, uint64_t most)
         head = tbl_entry_count(&free);  // 0 for the tail
         set_tbl(m, volume_index, lpa, TBL_USED_BIT | 1);
         taken.push_back(lpa);
+        vol.taken.push_back(lpa);
     }
     fri_entry_set_head(&entry, head);
     fri_entry_set_count(&entry, static_cast<uint32_t>(fri_entry_count(&entry) - count));

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "lab/bytes.h"
+#include "lab/data_files.h"
 
 namespace lab {
 
@@ -18,15 +19,6 @@ constexpr size_t GAP_SIZE = 48;
 constexpr size_t DECOYS = 2;  // files among the maps that are not maps
 constexpr size_t CHECKSUM_OFFSET = DATA_NODE_SIZE - sizeof(uint32_t);
 constexpr size_t RESERVED_OFFSET = 504;  // four reserved bytes of a block
-
-static std::vector<uint8_t> noise_bytes(uint64_t noise, size_t length) {
-    random_stream random = {noise};
-    std::vector<uint8_t> bytes(length);
-    for (uint8_t& byte : bytes) {
-        byte = static_cast<uint8_t>(random_next(&random));
-    }
-    return bytes;
-}
 
 // Seals every node of a header and adds its constant and variable nodes.
 template <typename Header>
@@ -174,39 +166,14 @@ static file_image map_image(const lun_map& map) {
     return image;
 }
 
-std::string data_path(const volume& vol, uint64_t number) {
-    char name[32];
-    (void)snprintf(name, sizeof name, "/@EP/EP_DAT_%05u", static_cast<unsigned>(number));
-    return vol.root + name;
-}
-
-uint64_t extents_a_data_file(const volume& vol) {
-    constexpr uint64_t MOST_BYTES = uint64_t{1} << 42;
-    return MOST_BYTES / vol.extent_size;
-}
-
-// The bytes of all extents in groups that were ever used, and at least a gibibyte.
-static uint64_t data_span(const volume& vol, uint64_t number) {
-    constexpr uint64_t LEAST_BYTES = uint64_t{1} << 30;
-    const uint64_t room = extents_a_data_file(vol);
-    const uint64_t first = number * room;
-    const uint64_t reached = vol.tbl.size() > first ? vol.tbl.size() - first : 0;
-    return std::max(LEAST_BYTES, std::min(reached, room) * vol.extent_size);
-}
-
-uint64_t data_file_size(const volume& vol, uint64_t number) {
-    return METADATA_DATA_OFFSET + data_span(vol, number);
-}
-
-// A header with the volume's uuid, and some data in the first extents.
+// A header with the volume's uuid, and the data of the extents.
 static file_image data_image(const model& m, const file_ref& file) {
     const volume& vol = m.volumes[file.index];
-    const size_t number = file.number;
     struct [[gnu::packed]] data_header {
         metadata_head head;
         uint8_t second[META_NODE_SIZE];
     };
-    file_image image = {data_path(vol, number), data_file_size(vol, number), {}, m.ran};
+    file_image image = {data_path(vol, file.number), data_file_size(vol, file.number), {}, m.ran};
     data_header header;
     memset(&header, 0, sizeof header);
     header.head.version = 0x00010000;
@@ -214,11 +181,7 @@ static file_image data_image(const model& m, const file_ref& file) {
     header.head.file_type = FILE_TYPE_DATA;
     memcpy(header.head.uuid, vol.pool.data(), UUID_SIZE);
     add_header(&image, header, 2, content::bytes);
-    for (uint64_t extent = 0; extent < 4; extent++) {
-        const uint64_t noise = scramble(vol.noise, 40 + number * 4 + extent);
-        image.chunks.push_back({METADATA_DATA_OFFSET + extent * vol.extent_size, content::bytes,
-                                noise_bytes(noise, 4096)});
-    }
+    add_extents(m, file, &image);
     return image;
 }
 

@@ -25,6 +25,7 @@ struct chunk {
     uint64_t offset;  // in the file
     content kind;
     std::vector<uint8_t> bytes;
+    bool may_be_zero = false;  // on the disk: the data of a free extent
 };
 
 // Bytes outside all chunks are zero.
@@ -45,11 +46,6 @@ struct file_ref {
 constexpr const char* JOURNAL_PATH = "journal/EP_JNL";
 
 constexpr size_t DATA_FILES = 2;  // of each volume
-std::string data_path(const volume& vol, uint64_t number);
-uint64_t extents_a_data_file(
-    const volume& vol);  // capacity of a data file; file 0 begins with lpa 0
-
-uint64_t data_file_size(const volume& vol, uint64_t number);
 
 // Every file of the sample except its two configuration files. The journal comes last.
 std::vector<file_ref> list_files(const model& m);

@@ -8,12 +8,21 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "lab/data_files.h"
 #include "lab/disk.h"
 #include "lab/file_bytes.h"
 #include "lab/image.h"
 #include "lab/pool_entries.h"
 
 namespace lab {
+
+live_disk start_disk(const std::string& directory, const model& m, random_stream order) {
+    live_disk disk = {directory, order, {}, {}};
+    for (const volume& vol : m.volumes) {
+        disk.data_done.push_back(vol.taken.size());
+    }
+    return disk;
+}
 
 // Where a datum lies in the files, and its current bytes.
 struct datum_bytes {
@@ -144,6 +153,31 @@ bool extend_data_files(const live_disk& disk, const model& m) {
         for (size_t number = 0; number < DATA_FILES; number++) {
             if (!extend_file(disk.directory + "/" + data_path(vol, number),
                              data_file_size(vol, number))) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+static bool write_extent(const live_disk& disk, const model& m, size_t volume_index,
+                         uint64_t lpa) {
+    const volume& vol = m.volumes[volume_index];
+    const extent_place place = place_of_extent(vol, lpa);
+    for (const chunk& part : data_of(m, volume_index, lpa)) {
+        if (!put_bytes({disk.directory, data_path(vol, place.file)}, place.offset + part.offset,
+                       part.bytes.data(), part.bytes.size())) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool write_data(live_disk* disk, const model& m) {
+    for (size_t i = 0; i < m.volumes.size(); i++) {
+        const std::vector<uint64_t>& taken = m.volumes[i].taken;
+        for (size_t& done = disk->data_done[i]; done < taken.size(); done++) {
+            if (!write_extent(*disk, m, i, taken[done])) {
                 return false;
             }
         }

@@ -10,7 +10,11 @@ struct live_disk {
     std::string directory;
     random_stream order;                  // picks what is written when
     std::vector<metadata_write> pending;  // not on the disk yet, oldest first
+    std::vector<size_t> data_done;        // for each volume: how many of `taken` hold their data
 };
+
+// Of a service that starts: nothing is pending.
+live_disk start_disk(const std::string& directory, const model& m, random_stream order);
 
 // All return false if a write fails, and print the reason.
 
@@ -20,6 +24,8 @@ bool write_status(const live_disk& disk, const model& m);
 bool write_oldest(live_disk* disk, const model& m);
 // The data files have to hold every extent of a group before a record names it.
 bool extend_data_files(const live_disk& disk, const model& m);
+// The data of newly taken extents is written before a record names them.
+bool write_data(live_disk* disk, const model& m);
 // Writes the record of the transaction at block `start` of the ring, which is complete in the
 // model, and the header. Its metadata writes are pending then.
 bool write_record(live_disk* disk, const model& m, const transaction& t, uint64_t start);

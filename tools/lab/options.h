@@ -14,6 +14,7 @@ struct parameters {
     uint64_t luns = 3;
     uint64_t extents = 3000;
     uint64_t transactions = 200;
+    uint64_t data = 1;
     uint64_t seed = 1;
     bool crash = false;
     bool unfinalized = false;
@@ -31,6 +32,7 @@ constexpr parameter_row PARAMETER_ROWS[] = {
     {"luns", &parameters::luns, 1, 10000},
     {"extents", &parameters::extents, 1, 10000000},
     {"transactions", &parameters::transactions, 0, 10000000},
+    {"data", &parameters::data, 0, 100},
     {"seed", &parameters::seed, 0, UINT64_MAX},
 };
 struct flag_row {

@@ -35,4 +35,13 @@ bool random_chance(random_stream* random, unsigned percent) {
     return random_below(random, 100) < percent;
 }
 
+std::vector<uint8_t> noise_bytes(uint64_t noise, size_t length) {
+    random_stream random = {noise};
+    std::vector<uint8_t> bytes(length);
+    for (uint8_t& byte : bytes) {
+        byte = static_cast<uint8_t>(random_next(&random));
+    }
+    return bytes;
+}
+
 }  // namespace lab

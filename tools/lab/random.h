@@ -2,7 +2,9 @@
 // that a sample depends only on its parameters. Below: nothing.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace lab {
 
@@ -19,6 +21,7 @@ uint64_t random_below(random_stream* random, uint64_t bound);
 uint64_t random_between(random_stream* random, uint64_t low, uint64_t high);
 // True with this probability in percent.
 bool random_chance(random_stream* random, unsigned percent);
+std::vector<uint8_t> noise_bytes(uint64_t noise, size_t length);
 // A hash of the two numbers.
 uint64_t scramble(uint64_t a, uint64_t b);
 

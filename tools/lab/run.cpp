@@ -36,7 +36,8 @@ static bool make_transaction(live_disk* disk, model* m) {
     const uint64_t start = m->journal.next_block;
     transaction t = next_transaction(m);
     commit(m, &t);
-    return extend_data_files(*disk, *m) && write_record(disk, *m, t, start) && write_some(disk, *m);
+    return extend_data_files(*disk, *m) && write_data(disk, *m) &&
+           write_record(disk, *m, t, start) && write_some(disk, *m);
 }
 
 static bool pause_between(live_disk* disk, model* m) {
@@ -95,7 +96,7 @@ bool run_service(const run_order& order, progress* bar) {
     }
     catch_signals();
     start_service(&m, order.seed);
-    live_disk disk = {order.directory, random_of(order.seed, STREAM_ORDER), {}};
+    live_disk disk = start_disk(order.directory, m, random_of(order.seed, STREAM_ORDER));
     run_notes notes = {order.seed, 0, 0};
     if (!create_notes(order.directory, notes) || !write_status(disk, m) ||
         !make_steps(&disk, &m, &notes, order)) {

@@ -56,8 +56,10 @@ static std::string file_line(const fs::path& path) {
     end_run(&run, &text);
     off_t at = 0;
     while ((at = lseek(fd, at, SEEK_DATA)) >= 0) {
+        const off_t hole = lseek(fd, at, SEEK_HOLE);
         at -= at % static_cast<off_t>(BLOCK);
-        const ssize_t got = pread(fd, buffer.data(), buffer.size(), at);
+        const size_t most = std::min(buffer.size(), static_cast<size_t>(hole - at));
+        const ssize_t got = pread(fd, buffer.data(), most, at);
         EXPECT_GT(got, 0) << path;
         const size_t len = got > 0 ? static_cast<size_t>(got) : 0;
         for (size_t i = 0; i < len; i += BLOCK) {
