@@ -29,6 +29,10 @@ std::string journal_status_word(uint32_t tag) {
     }
 }
 
+bool journal_was_closed(uint32_t tag) {
+    return tag == JNL_STATUS_SUCCESS || tag == JNL_STATUS_INIT;
+}
+
 static const char* meaning_of(uint32_t tag) {
     switch (tag) {
         case JNL_STATUS_INIT:
@@ -256,10 +260,6 @@ static bool is_newest_damaged(const window_look* look, uint64_t* where) {
     return false;
 }
 
-static bool was_closed(uint32_t tag) {
-    return tag == JNL_STATUS_SUCCESS || tag == JNL_STATUS_INIT;
-}
-
 static void look_at_window(window_look* look, uint32_t tag) {
     check_state* state = look->state;
     jnl_commit newest = {};
@@ -272,7 +272,7 @@ static void look_at_window(window_look* look, uint32_t tag) {
         walked = search == 1 ? jnl_walk_commits(&look->jnl, budget, "check", visit, look) : 0;
     }
     uint64_t where = 0;
-    if (search < 0 && was_closed(tag) && is_newest_damaged(look, &where)) {
+    if (search < 0 && journal_was_closed(tag) && is_newest_damaged(look, &where)) {
         add_at(state, finding_code::J03, where);
         state->findings.back().level = severity::note;
     }
@@ -285,7 +285,7 @@ static void look_at_window(window_look* look, uint32_t tag) {
     }
     if (look->ids.size() < budget && look->visited < look->total && is_cut(look, &where)) {
         const int number = add_at(state, finding_code::J03, where);
-        if (was_closed(tag)) {
+        if (journal_was_closed(tag)) {
             state->findings.back().level = severity::note;
         } else if (state->replay_cause == NO_CAUSE && !state->request->raw) {
             state->replay_cause = number;

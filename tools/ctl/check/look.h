@@ -36,5 +36,10 @@ enum class look_end {
 // anew each time. What rooms below log is dropped.
 look_end look_at_server(const check_request& request, const look_taker& take, std::string* problem);
 
+// The same. The last look stays, with its overlay on, whatever `take` said of it; null if there was
+// none. What is read through the overlay from then on is of the moment of the look.
+look_end keep_look_at_server(const check_request& request, const look_taker& take,
+                             std::unique_ptr<server_look>* kept, std::string* problem);
+
 // The words for a service that would not stand still.
 extern const char* const STILL_WRITING;
