@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <new>
 #include <unistd.h>
 
@@ -58,7 +59,20 @@ static int run(const ctl_options& options) {
     return run_explain(options);
 }
 
+// No file may become descriptor 0, 1 or 2: what is printed would go into it. A stream that is closed
+// becomes one that fails.
+static void keep_standard_descriptors() {
+    for (const int way : {O_WRONLY, O_RDONLY, O_RDONLY}) {
+        const int opened = open("/dev/null", way);
+        if (opened > STDERR_FILENO) {
+            (void)close(opened);
+            return;
+        }
+    }
+}
+
 int main(int argc, char** argv) {
+    keep_standard_descriptors();
     (void)signal(SIGPIPE, SIG_IGN);  // a closed pipe is a write that fails
     try {
         const parsed_options parsed = parse_options(argc, argv);
