@@ -44,6 +44,9 @@ bool expect_states(const std::string& directory, progress* bar, expected_states*
     if (out->two) {
         out->also = out->first;
         repeat_step(&out->also, notes.begun);
+        for (size_t i = 0; i < out->first.volumes.size(); i++) {  // data comes before its record
+            out->first.volumes[i].taken = out->also.volumes[i].taken;
+        }
     }
     return true;
 }

@@ -56,7 +56,7 @@ std::vector<chunk> data_of(const model& m, size_t volume_index, uint64_t lpa) {
         return {{0, content::bytes, noise_bytes(noise, NOISE_SIZE)}};
     }
     random_stream random = random_of(scramble(vol.noise, 60), lpa);
-    if (random_below(&random, 100) >= m.sample.data) {
+    if (random_below(&random, 1000) >= m.sample.data) {
         return {};
     }
     std::set<uint64_t> numbers;
@@ -71,16 +71,12 @@ std::vector<chunk> data_of(const model& m, size_t volume_index, uint64_t lpa) {
     return parts;
 }
 
-// A killed run may have written data that no record names: within what one step can reach.
-static std::vector<bool> written_extents(const model& m, const file_ref& file) {
-    constexpr uint64_t ONE_STEP = uint64_t{2} * TBL_GROUP_ENTRIES;
-    const volume& vol = m.volumes[file.index];
+static std::vector<bool> written_extents(const volume& vol, uint64_t number) {
     const uint64_t room = extents_a_data_file(vol);
-    const uint64_t reached = extents_of_file(vol, file.number, vol.tbl.size());
-    std::vector<bool> written(std::max(reached, NOISY_EXTENTS) + (m.ran ? ONE_STEP : 0), m.ran);
-    std::fill_n(written.begin(), NOISY_EXTENTS, true);
+    std::vector<bool> written(NOISY_EXTENTS, true);
     for (const uint64_t lpa : vol.taken) {
-        if (lpa / room == file.number) {
+        if (lpa / room == number) {
+            written.resize(std::max<uint64_t>(written.size(), lpa % room + 1), false);
             written[lpa % room] = true;
         }
     }
@@ -93,7 +89,7 @@ static bool is_free(const volume& vol, uint64_t lpa) {
 
 void add_extents(const model& m, const file_ref& file, file_image* image) {
     const volume& vol = m.volumes[file.index];
-    const std::vector<bool> written = written_extents(m, file);
+    const std::vector<bool> written = written_extents(vol, file.number);
     for (uint64_t extent = 0; extent < written.size(); extent++) {
         if (!written[extent]) {
             continue;

@@ -100,8 +100,7 @@ static bool write_chunk(int fd, const chunk& part) {
     return true;
 }
 
-static bool write_image(const std::string& directory, const file_image& image, int flags) {
-    const std::string path = directory + "/" + image.path;
+static bool write_to(const std::string& path, const file_image& image, int flags) {
     const int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, 0666);
     if (fd < 0) {
         return complain_of_errno(path);
@@ -114,6 +113,14 @@ static bool write_image(const std::string& directory, const file_image& image, i
         (void)complain_of_errno(path);
     }
     return close(fd) == 0 && good;
+}
+
+static bool write_image(const std::string& directory, const file_image& image, int flags) {
+    return write_to(directory + "/" + image.path, image, flags);
+}
+
+bool create_elsewhere(const file_image& image) {
+    return write_to(image.path, image, O_CREAT | O_EXCL);
 }
 
 bool replace_file(const std::string& directory, const file_image& image) {

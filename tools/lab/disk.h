@@ -20,6 +20,10 @@ bool read_parameters(const std::string& directory, parameters* out);
 // Replaces the contents of an existing file by the image.
 bool replace_file(const std::string& directory, const file_image& image);
 
+// Creates a file outside the sample: the image's path is no path below its directory. If a write
+// fails, part of the file is left.
+bool create_elsewhere(const file_image& image);
+
 // Create a file that does not exist, whole or not at all: with its directories, or as a text.
 bool create_file(const std::string& directory, const file_image& image);
 bool create_text(const std::string& directory, const std::string& path, const std::string& text);

@@ -132,6 +132,16 @@ static void set_reserved_bits(model* m, volume* vol) {
     }
 }
 
+// Some free extents were in use before the sample's first transaction, and still hold data.
+static void remember_old_data(volume* vol) {
+    for (uint64_t lpa = 0; lpa < end_group(*vol) * TBL_GROUP_ENTRIES; lpa++) {
+        const bool used = (vol->tbl[lpa] & TBL_USED_BIT) != 0;
+        if (!used && scramble(scramble(vol->noise, 70), lpa) % 4 == 0) {
+            vol->taken.push_back(lpa);
+        }
+    }
+}
+
 void fill_volume(model* m, size_t volume_index) {
     volume& vol = m->volumes[volume_index];
     use_extents(m, maps_with(*m, vol,
@@ -140,6 +150,7 @@ void fill_volume(model* m, size_t volume_index) {
     share_some(m, volume_index);
     free_some(m, volume_index);
     set_reserved_bits(m, &vol);
+    remember_old_data(&vol);
     vol.noisy_blocks = tbl_block_of(vol.tbl.size()) + 4;
 }
 

@@ -160,8 +160,7 @@ bool extend_data_files(const live_disk& disk, const model& m) {
     return true;
 }
 
-static bool write_extent(const live_disk& disk, const model& m, size_t volume_index,
-                         uint64_t lpa) {
+static bool write_extent(const live_disk& disk, const model& m, size_t volume_index, uint64_t lpa) {
     const volume& vol = m.volumes[volume_index];
     const extent_place place = place_of_extent(vol, lpa);
     for (const chunk& part : data_of(m, volume_index, lpa)) {

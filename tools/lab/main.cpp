@@ -7,6 +7,7 @@
 #include "lab/crash.h"
 #include "lab/damage.h"
 #include "lab/disk.h"
+#include "lab/lun_image.h"
 #include "lab/options.h"
 #include "lab/run.h"
 #include "lab/sample.h"
@@ -123,6 +124,30 @@ static int run_sample(const options& asked) {
                : EXIT_DIFFERENCE;
 }
 
+static int image(const options& asked) {
+    progress bar = progress_of_terminal();
+    expected_states states = {};
+    return expect_states(asked.directory, &bar, &states) &&
+                   write_lun_image(states, asked.lun, asked.file)
+               ? EXIT_DONE
+               : EXIT_DIFFERENCE;
+}
+
+static int maps(const options& asked) {
+    progress bar = progress_of_terminal();
+    expected_states states = {};
+    if (!expect_states(asked.directory, &bar, &states)) {
+        return EXIT_DIFFERENCE;
+    }
+    const std::string lines = list_maps(states.first);
+    if (states.two && list_maps(states.also) != lines) {
+        (void)complain_of(asked.directory, "two states are possible: the run was killed in a step");
+        return EXIT_DIFFERENCE;
+    }
+    (void)fputs(lines.c_str(), stdout);
+    return EXIT_DONE;
+}
+
 static int print_help() {
     (void)printf("%s%s", usage_text(), damage_words().c_str());
     return EXIT_DONE;
@@ -151,6 +176,10 @@ static int obey(const options& asked) {
             return damage(asked);
         case command::run:
             return run_sample(asked);
+        case command::image:
+            return image(asked);
+        case command::maps:
+            return maps(asked);
         case command::help:
             return print_help();
         case command::version:

@@ -40,9 +40,9 @@ struct volume {
     std::vector<fri_entry> fri;  // of the same groups; all later entries are zero
     uint64_t free_count;
     uint64_t group_head;
-    uint64_t group_count;      // in the index's header; no record carries it
-    std::vector<size_t> maps;  // indexes into model::maps; removed maps are not listed
-    std::vector<uint64_t> taken;  // every extent whenever it was taken from a free list, in order
+    uint64_t group_count;         // in the index's header; no record carries it
+    std::vector<size_t> maps;     // indexes into model::maps; removed maps are not listed
+    std::vector<uint64_t> taken;  // extents in the order in which they were taken from free lists
     uint64_t noise;
     uint64_t noisy_blocks;  // number of blocks at the table's start that may carry noise
 };

@@ -16,7 +16,7 @@ const char* usage_text() {
            "      makes DIR/volume1.., DIR/journal/EP_JNL, DIR/platform.conf and DIR/lab.conf: N\n"
            "      volumes (2) with N LUNs each (3) of N extents (3000), after N transactions "
            "(200).\n"
-           "      Of 100 extents that were ever in use, N (1) hold data.\n"
+           "      Of 1000 extents that were ever in use, N (2) hold data.\n"
            "      With --crash the sample is as a power failure leaves it; otherwise it was shut\n"
            "      down cleanly. With --unfinalized the indexes count the groups in use; otherwise\n"
            "      they count all groups that an index can have. The same options give the same\n"
@@ -39,6 +39,15 @@ const char* usage_text() {
            "leaves: start-up replay\n"
            "      recovers it, and verify knows its contents. It may be killed at any time. The\n"
            "      sample must be as it was made, without --crash and --unfinalized.\n"
+           "  tarn-lab image DIR LUN FILE\n"
+           "      writes the expected bytes of a LUN to a new sparse file: the data of its mapped\n"
+           "      extents, zeros elsewhere. LUN is the path of a map below DIR, of any kind, or\n"
+           "      VOLUME:LUN as in volume1:LUN_0. Only lab.conf and lab.run are read.\n"
+           "  tarn-lab maps DIR\n"
+           "      prints a line for each map as it is expected to be: VOLUME PATH KIND UUID TOTAL\n"
+           "      MAPPED EXCLUSIVE SHARED. KIND is lun, snapshot, trash, buffer or copy. "
+           "EXCLUSIVE\n"
+           "      are the extents that only this map refers to, SHARED those of other maps too.\n"
            "  tarn-lab --help | --version\n"
            "\n"
            "Exit status: 0 done, or no difference; 1 a difference, or a failure; 2 usage.\n"
@@ -101,9 +110,9 @@ static bool command_of(const char* word, options* out) {
         const char* word;
         command what;
     } rows[] = {
-        {"make", command::make},         {"verify", command::verify}, {"expect", command::expect},
-        {"damage", command::damage},     {"run", command::run},       {"--help", command::help},
-        {"--version", command::version},
+        {"make", command::make},     {"verify", command::verify}, {"expect", command::expect},
+        {"damage", command::damage}, {"run", command::run},       {"image", command::image},
+        {"maps", command::maps},     {"--help", command::help},   {"--version", command::version},
     };
     for (const auto& row : rows) {
         if (strcmp(row.word, word) == 0) {
@@ -161,18 +170,44 @@ static bool is_help_or_version(const options& asked) {
     return asked.what == command::help || asked.what == command::version;
 }
 
+// An argument that is no option: its name, and where its value is stored.
+struct argument_row {
+    const char* missing;
+    std::string* value;
+};
+
+static std::vector<argument_row> arguments_of(options* out) {
+    std::vector<argument_row> rows = {{"a directory is missing", &out->directory}};
+    if (out->what == command::damage) {
+        rows.push_back({"a kind of damage is missing", &out->kind});
+    } else if (out->what == command::image) {
+        rows.push_back({"a LUN is missing", &out->lun});
+        rows.push_back({"a file is missing", &out->file});
+    }
+    return rows;
+}
+
+static bool parse_argument(const char* word, options* out) {
+    for (const argument_row& row : arguments_of(out)) {
+        if (row.value->empty()) {
+            *row.value = word;
+            return true;
+        }
+    }
+    return complain("unexpected argument: ", word);
+}
+
 // Checks that the command has all its arguments, and no contradictory options.
-static bool is_complete(const options& asked) {
-    if (is_help_or_version(asked)) {
+static bool is_complete(options* asked) {
+    if (is_help_or_version(*asked)) {
         return true;
     }
-    if (asked.directory.empty()) {
-        return complain("a directory is missing", "");
+    for (const argument_row& row : arguments_of(asked)) {
+        if (row.value->empty()) {
+            return complain(row.missing, "");
+        }
     }
-    if (asked.what == command::damage && asked.kind.empty()) {
-        return complain("a kind of damage is missing", "");
-    }
-    return !asked.refused || !asked.rebuilt || complain("not both: --refused and --rebuilt", "");
+    return !asked->refused || !asked->rebuilt || complain("not both: --refused and --rebuilt", "");
 }
 
 bool parse_options(int argc, char** argv, options* out) {
@@ -183,19 +218,12 @@ bool parse_options(int argc, char** argv, options* out) {
         return false;
     }
     for (int i = 2; i < argc && !is_help_or_version(*out); i++) {
-        if (strncmp(argv[i], "--", 2) == 0) {
-            if (!parse_option(argc, argv, &i, out)) {
-                return false;
-            }
-        } else if (out->directory.empty()) {
-            out->directory = argv[i];
-        } else if (out->what == command::damage && out->kind.empty()) {
-            out->kind = argv[i];
-        } else {
-            return complain("unexpected argument: ", argv[i]);
+        const bool option = strncmp(argv[i], "--", 2) == 0;
+        if (!(option ? parse_option(argc, argv, &i, out) : parse_argument(argv[i], out))) {
+            return false;
         }
     }
-    return is_complete(*out);
+    return is_complete(out);
 }
 
 }  // namespace lab

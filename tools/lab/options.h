@@ -6,7 +6,7 @@
 
 namespace lab {
 
-enum class command { make, verify, expect, damage, run, help, version };
+enum class command { make, verify, expect, damage, run, image, maps, help, version };
 
 // The parameters of a sample: the same parameters give the same bytes.
 struct parameters {
@@ -14,7 +14,7 @@ struct parameters {
     uint64_t luns = 3;
     uint64_t extents = 3000;
     uint64_t transactions = 200;
-    uint64_t data = 1;
+    uint64_t data = 2;
     uint64_t seed = 1;
     bool crash = false;
     bool unfinalized = false;
@@ -32,7 +32,7 @@ constexpr parameter_row PARAMETER_ROWS[] = {
     {"luns", &parameters::luns, 1, 10000},
     {"extents", &parameters::extents, 1, 10000000},
     {"transactions", &parameters::transactions, 0, 10000000},
-    {"data", &parameters::data, 0, 100},
+    {"data", &parameters::data, 0, 1000},
     {"seed", &parameters::seed, 0, UINT64_MAX},
 };
 struct flag_row {
@@ -50,8 +50,10 @@ struct options {
     parameters sample;     // make only
     bool refused = false;  // verify only; excludes `rebuilt`
     bool rebuilt = false;  // verify only
-    std::string kind;      // this and the next: damage only; not checked here
-    uint64_t volume = 1;
+    std::string kind;      // damage only; not checked here
+    std::string lun;       // this and the next: image only; not checked here
+    std::string file;
+    uint64_t volume = 1;    // damage only
     uint64_t seed = 1;      // damage and run
     uint64_t seconds = 10;  // run only
     uint64_t rate = 50;     // the same
