@@ -169,10 +169,10 @@ TEST_F(lun_copies, are_the_same_whether_the_system_shares_bytes_or_not) {
 
 // No sharing, no read of both extents, and the block at byte 1069056 cannot be read.
 static int block_reads;
+static int block_writes;
 static io_verdict fail_the_first_block(io_call call, size_t wanted) {
-    static int writes;
     if (call == io_call::write) {
-        return {writes++ == 0 ? EXDEV : 0, wanted};
+        return {block_writes++ == 0 ? EXDEV : 0, wanted};
     }
     if (call != io_call::read || (wanted != 2 * EXTENT && wanted != EXTENT)) {
         return {0, wanted};
@@ -182,14 +182,14 @@ static io_verdict fail_the_first_block(io_call call, size_t wanted) {
 
 TEST_F(lun_copies, find_the_block_that_cannot_be_read) {
     hook_ = fail_the_first_block;
-    block_reads = 0;
+    block_reads = block_writes = 0;
     EXPECT_EQ(copy(true), copy_end::done);
     EXPECT_EQ(extents(), "..b.");
     ASSERT_EQ(totals_.missing.size(), 1u);
     EXPECT_EQ(totals_.missing[0].begin, EXTENT);
     EXPECT_EQ(totals_.missing[0].bytes, EXTENT);
     EXPECT_EQ(totals_.missing[0].why, kind::unread);
-    block_reads = 0;
+    block_reads = block_writes = 0;
     totals_ = {};
     EXPECT_EQ(copy(false), copy_end::missing);
 }

@@ -62,11 +62,9 @@ static int run(const ctl_options& options) {
 // No file may become descriptor 0, 1 or 2: what is printed would go into it. A stream that is closed
 // becomes one that fails.
 static void keep_standard_descriptors() {
-    for (const int way : {O_WRONLY, O_RDONLY, O_RDONLY}) {
-        const int opened = open("/dev/null", way);
-        if (opened > STDERR_FILENO) {
-            (void)close(opened);
-            return;
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(fd, F_GETFD) < 0) {
+            (void)open("/dev/null", O_RDONLY);  // the lowest one that is free
         }
     }
 }

@@ -93,6 +93,10 @@ public:
         const off_t found = lseek(fd_, static_cast<off_t>(at), SEEK_DATA);
         return found < 0 ? size() : static_cast<uint64_t>(found);
     }
+    [[nodiscard]] uint64_t next_hole(uint64_t at) const {
+        const off_t found = lseek(fd_, static_cast<off_t>(at), SEEK_HOLE);
+        return found < 0 ? size() : static_cast<uint64_t>(found);
+    }
     void read(uint64_t at, std::vector<uint8_t>* bytes) const {
         std::fill(bytes->begin(), bytes->end(), uint8_t{0});
         EXPECT_GE(pread(fd_, bytes->data(), bytes->size(), static_cast<off_t>(at)), 0);
@@ -138,7 +142,12 @@ std::string difference(const std::string& one, const std::string& other,
 }
 
 uint64_t bytes_on_disk(const std::string& file) {
-    struct stat status = {};
-    EXPECT_EQ(stat(file.c_str(), &status), 0);
-    return static_cast<uint64_t>(status.st_blocks) * 512;
+    const open_file opened(file);
+    uint64_t bytes = 0;
+    for (uint64_t at = opened.next_data(0); at < opened.size(); at = opened.next_data(at)) {
+        const uint64_t end = opened.next_hole(at);
+        bytes += end - at;
+        at = end;
+    }
+    return bytes;
 }

@@ -17,15 +17,25 @@ static bool is_same(const std::string& one, const std::string& other) {
     return io_same_file(one.c_str(), other.c_str()) == 1;
 }
 
+// The volume's root, or one of its directories of metadata, mounted or linked from anywhere.
+static bool is_of_volume(const volume_files& volume, const std::string& directory) {
+    for (const char* name : {EP_DIR, LUN_DIR, TRASH_DIR, SNAPSHOT_DIR}) {
+        if (is_same(directory, volume.root + "/" + name)) {
+            return true;
+        }
+    }
+    return is_same(directory, volume.root);
+}
+
 // The volume that a directory lies in, or the directory of the journal; empty: neither. Every
-// directory above it is compared, not its name: a mount or a link may lead into a volume.
+// directory above it is compared, not its name.
 static std::string forbidden_place(const server_files& server, std::string directory) {
     if (!server.journal.empty() && is_same(directory, directory_of(server.journal))) {
         return "the directory of the journal";
     }
     while (true) {
         for (const volume_files& volume : server.volumes) {
-            if (volume.state != volume_state::plain && is_same(directory, volume.root)) {
+            if (volume.state != volume_state::plain && is_of_volume(volume, directory)) {
                 return shown(volume.root) + ", a volume of this server";
             }
         }
