@@ -6,13 +6,10 @@
 
 #include "campaign/asked.h"
 #include "ctl/support/export_run.h"
+#include "ctl/support/nbd.h"
 #include "system/support/lab_sample.h"
 
 namespace fs = std::filesystem;
-
-#ifndef TARN_NBDKIT_PLUGIN
-#define TARN_NBDKIT_PLUGIN ""
-#endif
 
 static constexpr const char* DAMAGES[] = {"map-node-bit", "three-entries", "torn-node",
                                           "two-bits",     "far-lpa",       "foreign-pool-row",
@@ -74,7 +71,7 @@ std::string export_campaign::compare_all(const std::string& more, int most) {
 }
 
 std::string export_campaign::compare_nbd() {
-    if (std::string(TARN_NBDKIT_PLUGIN).empty()) {
+    if (!why_no_nbd().empty()) {
         return "no place";
     }
     write_model(sample_, "volume1:LUN_0", place_.file("model"));

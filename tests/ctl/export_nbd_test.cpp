@@ -5,27 +5,10 @@
 
 #include "ctl/support/everything.h"
 #include "ctl/support/export_run.h"
+#include "ctl/support/nbd.h"
 #include "system/support/lab_sample.h"
 
 namespace fs = std::filesystem;
-
-// Why these tests cannot run here; empty: they can.
-static std::string why_no_nbd() {
-#ifndef TARN_NBDKIT_PLUGIN
-    return "the plug-in was not built: no nbdkit-plugin.h, or a build with sanitizers";
-#else
-    for (const char* program : {"nbdkit", "qemu-img", "nbdcopy", "nbdinfo"}) {
-        if (shell(std::string("command -v ") + program + " >/dev/null").status != 0) {
-            return std::string(program) + " is not installed";
-        }
-    }
-    return "";
-#endif
-}
-
-#ifndef TARN_NBDKIT_PLUGIN
-#define TARN_NBDKIT_PLUGIN ""
-#endif
 
 class nbd : public testing::Test {
 protected:

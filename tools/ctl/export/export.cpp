@@ -27,7 +27,7 @@ private:
     int prepare();
     int copy_out();
     int to_pipe();
-    int to_file();
+    int make_part();
     int failed_write(copy_end end, int error);
     int moved();
     int print();
@@ -127,6 +127,10 @@ int exporter::failed_write(copy_end end, int error) {
         errno = error;
         return cannot_write();
     }
+    if (target_.is_named) {
+        return complain(shown(target_.file) +
+                        " is whole, but its name is not synced: " + strerror(error));
+    }
     return complain(shown(target_.part()) + ": " + strerror(error) +
                     "; the part that was written is left there");
 }
@@ -140,7 +144,7 @@ int exporter::to_pipe() {
     return was_written_meanwhile(source_) ? moved() : EXIT_CLEAN;
 }
 
-int exporter::to_file() {
+int exporter::make_part() {
     const io_overlay_pause on_disk;
     if (!open_part(&target_, report_.length, request_.force)) {
         return complain("cannot make " + shown(target_.part()) + ": " + strerror(errno));
@@ -149,7 +153,7 @@ int exporter::to_file() {
 }
 
 int exporter::copy_out() {
-    int status = to_file();
+    int status = make_part();
     if (status != EXIT_CLEAN) {
         return status;
     }

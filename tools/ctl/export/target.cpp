@@ -147,9 +147,9 @@ static bool sync_directory(const std::string& directory) {
 }
 
 bool finish_part(export_target* target, const std::string& mapfile) {
-    const bool finished = io_sync(target->fd) == 0 && write_mapfile(*target, mapfile) &&
-                          io_rename(target->part().c_str(), target->file.c_str()) == 0 &&
-                          sync_directory(directory_of(target->file));
+    target->is_named = io_sync(target->fd) == 0 && write_mapfile(*target, mapfile) &&
+                       io_rename(target->part().c_str(), target->file.c_str()) == 0;
+    const bool finished = target->is_named && sync_directory(directory_of(target->file));
     const int error = errno;
     leave_part(target);
     errno = error;

@@ -9,7 +9,8 @@
 
 struct export_target {
     std::string file;
-    int fd = 0;  // of the part
+    int fd = 0;             // of the part
+    bool is_named = false;  // the part has become the file
     [[nodiscard]] std::string part() const { return file + ".part"; }
     [[nodiscard]] std::string map() const { return file + ".map"; }
 };
@@ -21,7 +22,7 @@ std::string target_problem(const server_files& server, const export_target& targ
 
 // Makes the part, which reads as `length` zeros. With `force` one that is left over goes away.
 bool open_part(export_target* target, uint64_t length, bool force);
-// Syncs the part, writes the mapfile, and gives both their names.
+// Syncs the part, writes the mapfile, gives both their names, and syncs their directory.
 bool finish_part(export_target* target, const std::string& mapfile);
 // Closes the part and removes it.
 void drop_part(export_target* target);
