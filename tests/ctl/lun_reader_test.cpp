@@ -121,13 +121,15 @@ TEST_F(lun_readers, report_a_map_that_is_not_there) {
     EXPECT_EQ(lun_reader(of).open(), ENOENT);
 }
 
-// Copies a LUN of four extents, of which the second and third are data, into a new file.
+// Copies a LUN of four extents into a new file. The first one is unmapped, the last one holds
+// zeros.
 class lun_copies : public lun_readers {
 protected:
     copy_end copy(bool missing_zero) {
-        put_node(0, {{1, MAPPED | 5}, {2, MAPPED | 6}});
+        put_node(0, {{1, MAPPED | 5}, {2, MAPPED | 6}, {3, MAPPED | 7}});
         put_data(5, 'a');
         put_data(6, 'b');
+        put_data(7, 0);
         lun_reader reader(layout(4));
         EXPECT_EQ(reader.open(), 0);
         io_fault = hook_;
@@ -153,7 +155,7 @@ protected:
 TEST_F(lun_copies, are_the_same_whether_the_system_shares_bytes_or_not) {
     EXPECT_EQ(copy(false), copy_end::done);
     EXPECT_EQ(extents(), ".ab.");
-    EXPECT_EQ(totals_.of(kind::data), 2 * EXTENT);
+    EXPECT_EQ(totals_.of(kind::data), 3 * EXTENT);
     static int writes;
     writes = 0;
     hook_ = [](io_call call, size_t wanted) -> io_verdict {
@@ -162,22 +164,22 @@ TEST_F(lun_copies, are_the_same_whether_the_system_shares_bytes_or_not) {
     totals_ = {};
     out_.write_bytes(0, std::string(4 * EXTENT, 'x').data(), 4 * EXTENT);
     EXPECT_EQ(copy(false), copy_end::done);
-    EXPECT_EQ(extents(), "xabx");  // holes are left out
+    EXPECT_EQ(extents(), "xabx");  // holes and zeros are left out
     EXPECT_EQ(writes, 2);
-    EXPECT_EQ(totals_.of(kind::data), 2 * EXTENT);
+    EXPECT_EQ(totals_.of(kind::data), 3 * EXTENT);
 }
 
-// No sharing, no read of both extents, and the block at byte 1069056 cannot be read.
+// No sharing, no read of all extents, and the block at byte 1069056 cannot be read.
 static int block_reads;
 static int block_writes;
 static io_verdict fail_the_first_block(io_call call, size_t wanted) {
     if (call == io_call::write) {
         return {block_writes++ == 0 ? EXDEV : 0, wanted};
     }
-    if (call != io_call::read || (wanted != 2 * EXTENT && wanted != EXTENT)) {
+    if (call != io_call::read || (wanted != 3 * EXTENT && wanted != EXTENT)) {
         return {0, wanted};
     }
-    return {wanted == 2 * EXTENT || ++block_reads == 1 ? EIO : 0, wanted};
+    return {wanted == 3 * EXTENT || ++block_reads == 1 ? EIO : 0, wanted};
 }
 
 TEST_F(lun_copies, find_the_block_that_cannot_be_read) {
