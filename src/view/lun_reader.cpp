@@ -35,20 +35,22 @@ int lun_reader::open() {
     return 0;
 }
 
-// Reads up to the end of the file. False: an error.
-static bool read_whole(int fd, void* buffer, size_t size, uint64_t offset) {
-    auto* bytes = static_cast<uint8_t*>(buffer);
-    for (size_t done = 0; done < size;) {
-        const ssize_t got = io_read_at(fd, bytes + done, size - done, offset + done);
-        if (got < 0) {
+bool read_lun_data(int fd, void* to, uint64_t bytes, uint64_t at) {
+    for (uint64_t done = 0; done < bytes;) {
+        const ssize_t got =
+            io_read_at(fd, static_cast<uint8_t*>(to) + done, bytes - done, at + done);
+        if (got <= 0) {
+            errno = got == 0 ? ENODATA : errno;
             return false;
         }
-        if (got == 0) {
-            break;
-        }
-        done += static_cast<size_t>(got);
+        done += static_cast<uint64_t>(got);
     }
     return true;
+}
+
+// Reads nodes, up to the end of the file. False: an error.
+static bool read_nodes(int fd, void* to, size_t bytes, uint64_t number) {
+    return read_lun_data(fd, to, bytes, data_node_offset(number)) || errno == ENODATA;
 }
 
 // A wrong checksum may come of a write at the same moment.
@@ -57,7 +59,7 @@ bool lun_reader::read_alone(uint64_t number) {
     data_node* node = &nodes_[number % CACHED];
     for (int tries = 0; tries < TRIES; tries++) {
         *node = {};
-        if (!read_whole(map_, node, sizeof *node, data_node_offset(number))) {
+        if (!read_nodes(map_, node, sizeof *node, number)) {
             return false;
         }
         if (!mismatch_of(node).found) {
@@ -69,7 +71,7 @@ bool lun_reader::read_alone(uint64_t number) {
 
 void lun_reader::load(uint64_t first) {
     nodes_ = {};
-    const bool read = read_whole(map_, nodes_.data(), sizeof nodes_, data_node_offset(first));
+    const bool read = read_nodes(map_, nodes_.data(), sizeof nodes_, first);
     for (size_t i = 0; i < CACHED; i++) {
         good_[i] = (read && !mismatch_of(&nodes_[i]).found) || read_alone(first + i);
     }

@@ -61,6 +61,10 @@ struct lun_stretch {
     uint64_t at;  // byte there
 };
 
+// Reads bytes of a data file. False: one of them cannot be read; errno is ENODATA if the file ends
+// before it.
+bool read_lun_data(int fd, void* to, uint64_t bytes, uint64_t at);
+
 class lun_reader {
 public:
     explicit lun_reader(lun_layout layout) : layout_(std::move(layout)) {}

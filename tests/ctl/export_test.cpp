@@ -178,6 +178,24 @@ static std::vector<uint64_t> changed_nodes(const std::string& one, const std::st
     return nodes;
 }
 
+TEST_F(exports, list_everything_that_is_missing_before_they_copy) {
+    make(5);
+    const std::string lun = map("volume1/@iSCSITrg/LUN_1/LUN_1_Extent_0");
+    for (const uint64_t node : {1, 4}) {
+        const uint8_t byte = file_bytes(lun, 1048576 + node * 512, 1)[0] ^ 1;
+        write_file_bytes(lun, 1048576 + node * 512, &byte, 1);
+    }
+    const check_run run = export_on(sample_, "LUN_1 --to " + file("x"));
+    EXPECT_EQ(run.status, 4);
+    EXPECT_NE(run.out.find("    bytes 66060288 to 132120575 (63 MiB at 63 MiB): a damaged node of "
+                           "the map\n"
+                           "    bytes 264241152 to 330301439 (63 MiB at 252 MiB): a damaged node "
+                           "of the map\n"),
+              std::string::npos)
+        << run.out;
+    expect_nothing_made();
+}
+
 // A replay gives a node that it writes to a right checksum, whatever else is wrong in it.
 TEST_F(exports, miss_a_damaged_node_even_if_a_replay_would_write_over_the_damage) {
     make(6, " --extents 400 --crash");

@@ -67,6 +67,12 @@ TEST_F(lun_readers, show_neighbours_in_the_data_file_as_one_stretch) {
               "unmapped 274432");
 }
 
+TEST_F(lun_readers, find_a_node_right_behind_blank_ones) {
+    put_node(1, {{0, MAPPED | 5}});
+    put_data(5, 'a');
+    EXPECT_EQ(stretches(layout()), "unmapped 258048, data 4096 @1069056, unmapped 270336");
+}
+
 TEST_F(lun_readers, tell_why_bytes_are_not_there) {
     put_node(0, {{0, MAPPED | 1},                      // a hole of the data file
                  {1, MAPPED | 16},                     // past its end

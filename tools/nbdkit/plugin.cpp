@@ -175,23 +175,10 @@ int fail_to_read() {
     return -1;
 }
 
-// Reads `bytes` at a byte of a data file. False: one of them cannot be read.
-bool read_whole(int fd, uint8_t* to, uint64_t bytes, uint64_t at) {
-    for (uint64_t done = 0; done < bytes;) {
-        const ssize_t got = io_read_at(fd, to + done, bytes - done, at + done);
-        if (got <= 0) {
-            errno = got == 0 ? ENODATA : errno;
-            return false;
-        }
-        done += static_cast<uint64_t>(got);
-    }
-    return true;
-}
-
 // What cannot be read as a whole is read block by block, if zeros may stand for the rest.
 int read_data(const lun_stretch& stretch, uint8_t* to) {
     constexpr uint64_t BLOCK = 4096;
-    if (read_whole(stretch.fd, to, stretch.bytes, stretch.at)) {
+    if (read_lun_data(stretch.fd, to, stretch.bytes, stretch.at)) {
         return 0;
     }
     if (!asked.missing_zero) {
@@ -200,7 +187,7 @@ int read_data(const lun_stretch& stretch, uint8_t* to) {
     }
     for (uint64_t done = 0; done < stretch.bytes; done += BLOCK) {
         const uint64_t part = std::min(BLOCK, stretch.bytes - done);
-        if (!read_whole(stretch.fd, to + done, part, stretch.at + done)) {
+        if (!read_lun_data(stretch.fd, to + done, part, stretch.at + done)) {
             memset(to + done, 0, part);
         }
     }

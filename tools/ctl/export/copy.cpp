@@ -127,27 +127,15 @@ uint64_t copier::share(int fd, uint64_t at, uint64_t bytes) {
     return shared;
 }
 
-// Reads `bytes`. False: one of them cannot be read.
-bool read_all(int fd, uint8_t* to, size_t bytes, uint64_t at) {
-    for (size_t done = 0; done < bytes;) {
-        const ssize_t got = io_read_at(fd, to + done, bytes - done, at + done);
-        if (got <= 0) {
-            return false;
-        }
-        done += static_cast<size_t>(got);
-    }
-    return true;
-}
-
 // A chunk that cannot be read is read block by block.
 copy_end copier::copy_chunk(int fd, uint64_t at, size_t bytes) {
-    if (read_all(fd, buffer_.data(), bytes, at)) {
+    if (read_lun_data(fd, buffer_.data(), bytes, at)) {
         totals_->add(done_, bytes, lun_stretch_kind::data);
         return put_data(buffer_.data(), bytes) ? copy_end::done : copy_end::write_failed;
     }
     for (size_t read = 0; read < bytes; read += BLOCK) {
         const size_t part = std::min(BLOCK, bytes - read);
-        const bool good = read_all(fd, buffer_.data(), part, at + read);
+        const bool good = read_lun_data(fd, buffer_.data(), part, at + read);
         totals_->add(done_, part, good ? lun_stretch_kind::data : lun_stretch_kind::unread);
         if (!good && !order_.missing_zero) {
             return copy_end::missing;
