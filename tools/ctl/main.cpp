@@ -59,8 +59,8 @@ static int run(const ctl_options& options) {
     return run_explain(options);
 }
 
-// No file may become descriptor 0, 1 or 2: what is printed would go into it. A stream that is closed
-// becomes one that fails.
+// No file may become descriptor 0, 1 or 2: what is printed would go into it. A stream that is
+// closed becomes one that fails.
 static void keep_standard_descriptors() {
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (fcntl(fd, F_GETFD) < 0) {
