@@ -181,7 +181,7 @@ TEST_F(inventory_file, stays_when_a_new_one_cannot_be_written) {
                            "/platform.conf " + TARN_CTL_PROGRAM + " inventory --write " +
                            place_.path() + "/none/there/inventory");
     EXPECT_EQ(full.status, 8);
-    EXPECT_NE(full.text.find("cannot create"), std::string::npos) << full.text;
+    EXPECT_NE(full.text.find("cannot write"), std::string::npos) << full.text;
     EXPECT_EQ(text(), before);
 }
 
