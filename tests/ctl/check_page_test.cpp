@@ -1,19 +1,11 @@
 // The page for administrators has every code of the catalogue once, with its severity.
-#include <fstream>
 #include <gtest/gtest.h>
 #include <map>
 #include <sstream>
 #include <string>
 
-#include "ctl/options.h"
+#include "ctl/support/page.h"
 #include "view/findings.h"
-
-static std::string page() {
-    std::ifstream file(TARN_DOCS "/check.md");
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
 
 // The rows "| H01 | D | ..." as code and severity.
 static std::map<std::string, std::string> rows_of(const std::string& text) {
@@ -32,7 +24,7 @@ static std::map<std::string, std::string> rows_of(const std::string& text) {
 }
 
 TEST(check_page, has_every_code_with_its_severity) {
-    const std::map<std::string, std::string> rows = rows_of(page());
+    const std::map<std::string, std::string> rows = rows_of(page_text("check.md"));
     EXPECT_EQ(rows.size(), FINDING_ROW_COUNT);
     for (size_t i = 0; i < FINDING_ROW_COUNT; i++) {
         const finding_row& row = FINDING_ROWS[i];
@@ -46,22 +38,13 @@ TEST(check_page, has_every_code_with_its_severity) {
 }
 
 TEST(check_page, has_every_option_of_the_command) {
-    const char* words[] = {"tarnctl", "check", "--help"};
-    std::istringstream help(parse_options(3, words).out);
-    const std::string text = page();
-    size_t options = 0;
-    for (std::string word; help >> word;) {
-        if (word.starts_with("--") && word != "--help" && word != "--version") {
-            EXPECT_NE(text.find("`" + word), std::string::npos) << word;
-            options++;
-        }
-    }
-    EXPECT_GE(options, 9u);
+    expect_options(page_text("check.md"), "check");
 }
 
 TEST(check_page, has_every_exit_status) {
-    const std::string text = page();
-    for (const char* status : {"0", "3", "4", "5", "6", "8", "16", "32"}) {
-        EXPECT_NE(text.find("\n| " + std::string(status) + " | "), std::string::npos) << status;
-    }
+    expect_statuses(page_text("check.md"), {"0", "3", "4", "5", "6", "8", "16"});
+}
+
+TEST(check_page, has_a_session_as_the_programs_print_it) {
+    expect_session(page_text("check.md"), 4);
 }

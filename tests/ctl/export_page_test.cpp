@@ -4,18 +4,11 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
-#include "ctl/options.h"
 #include "ctl/support/nbd.h"
+#include "ctl/support/page.h"
 #include "support/scratch_file.h"
 #include "system/support/private_root.h"
 #include "system/support/shell.h"
-
-static std::string page() {
-    std::ifstream file(TARN_DOCS "/export.md");
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
 
 // The commands of the section "A real session", and all of its indented lines.
 struct session {
@@ -79,7 +72,7 @@ TEST(export_page, shows_what_the_programs_print) {
     std::string nbdkit = shell("command -v nbdkit").text;
     nbdkit.pop_back();  // its line end
     put_programs(place, nbdkit);
-    const session shown = session_of(page());
+    const session shown = session_of(page_text("export.md"));
     std::ofstream(place.file("session")) << "mkdir -p /srv/rescue\n" << shown.commands;
     const std::string programs = directory_of(TARN_CTL_PROGRAM);
     const std::string problem = in_a_process_of_its_own([&]() -> std::string {
@@ -96,19 +89,7 @@ TEST(export_page, shows_what_the_programs_print) {
 }
 
 TEST(export_page, has_every_option_and_exit_status) {
-    const char* words[] = {"tarnctl", "export", "--help"};
-    std::istringstream help(parse_options(3, words).out);
-    const std::string text = page();
-    size_t options = 0;
-    for (std::string word; help >> word;) {
-        if (word.starts_with("--") && word != "--help" && word != "--version" &&
-            word != "--color") {
-            EXPECT_NE(text.find("`" + word), std::string::npos) << word;
-            options++;
-        }
-    }
-    EXPECT_GE(options, 9u);
-    for (const char* status : {"0", "4", "8", "16", "32"}) {
-        EXPECT_NE(text.find("\n| " + std::string(status) + " | "), std::string::npos) << status;
-    }
+    const std::string text = page_text("export.md");
+    expect_options(text, "export");
+    expect_statuses(text, {"0", "4", "8", "16", "32"});
 }
