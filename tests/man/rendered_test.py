@@ -2,6 +2,7 @@
 of tarn-repair(7) byte for byte as it is in docs/repair.md."""
 import re
 import shutil
+import tempfile
 import unittest
 
 from pages import GENERATED, HAND, MADE, main, needs_made_pages, needs_mandoc, read, rendered, run
@@ -65,9 +66,15 @@ class repair_page(unittest.TestCase):
                 self.assertTrue(find_block(lines, block), output + "\n" + block)
 
     @unittest.skipUnless(shutil.which("groff"), "groff is not installed")
-    def test_has_them_in_the_output_of_groff_too(self):
-        shown = run("groff", "-mandoc", "-Tutf8", "-P-cbou", str(MADE / "tarn-repair.7")).stdout
-        lines = shown.split("\n")
+    def test_has_them_in_the_output_of_a_roff_that_prints_typographic_characters(self):
+        text = (MADE / "tarn-repair.7").read_text(encoding="utf-8")
+        other = {"-": "u2010", "'": "u2019", "`": "u2018", "^": "u02C6", "~": "u02DC", '"': "u201D"}
+        begin = text.index(".Os\n") + 4
+        strict = "".join(f".char {one} \\[{glyph}]\n" for one, glyph in other.items())
+        with tempfile.NamedTemporaryFile("w", suffix=".7", encoding="utf-8") as file:
+            file.write(text[:begin] + strict + text[begin:])
+            file.flush()
+            lines = run("groff", "-mandoc", "-Tutf8", "-P-cbou", file.name).stdout.split("\n")
         for block in shell_blocks("repair"):
             self.assertTrue(find_block(lines, block), block)
 
