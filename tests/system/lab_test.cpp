@@ -134,6 +134,8 @@ TEST(lab, invalid_arguments_are_reported_in_one_line_followed_by_a_hint) {
         {{"image", "/scratch/s"}, "a LUN is missing"},
         {{"image", "/scratch/s", "volume1:LUN_0"}, "a file is missing"},
         {{"image", "/scratch/s", "volume1:LUN_0", "/scratch/i", "x"}, "unexpected argument: x"},
+        {{"age", "/scratch/s", "--transactions", "0"}, "out of range: transactions 0"},
+        {{"run", "/scratch/s", "--clean"}, "no such option here: --clean"},
         {{"maps", "/scratch/s", "volume1"}, "unexpected argument: volume1"},
         {{"maps", "/scratch/s", "--seed", "1"}, "no such option here: --seed"},
         {{"make", "/scratch/s", "--data", "1001"}, "out of range: data 1001"},
@@ -155,14 +157,14 @@ TEST(lab, help_is_printed_on_standard_output) {
     const run_result help = lab(box, {"--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_EQ(help.err, "");
-    for (const char* part :
-         {"tarn-lab make DIR ", "tarn-lab expect DIR\n", "tarn-lab verify DIR ",
-          "tarn-lab damage DIR KIND ", "tarn-lab run DIR ", "tarn-lab image DIR LUN FILE\n",
-          "tarn-lab maps DIR\n", "--data", "--unfinalized", "\nKinds of damage:\n"}) {
+    for (const char* part : {"tarn-lab make DIR ", "tarn-lab expect DIR\n", "tarn-lab verify DIR ",
+                             "tarn-lab damage DIR KIND ", "tarn-lab run DIR ",
+                             "tarn-lab image DIR LUN FILE\n", "tarn-lab maps DIR\n", "--data",
+                             "tarn-lab age DIR ", "--unfinalized", "\nKinds of damage:\n"}) {
         EXPECT_NE(help.out.find(part), std::string::npos) << part;
     }
     for (const char* command :
-         {"make", "expect", "verify", "damage", "run", "image", "maps", "--help"}) {
+         {"make", "expect", "verify", "damage", "run", "age", "image", "maps", "--help"}) {
         EXPECT_EQ(lab(box, {command, "--help", "one", "two", "three"}).out, help.out);
     }
 }

@@ -1,6 +1,7 @@
 #include "lab/continued.h"
 
 #include "journal_status.h"
+#include "lab/aging.h"
 #include "lab/disk.h"
 #include "lab/workload.h"
 
@@ -35,6 +36,10 @@ bool expect_states(const std::string& directory, progress* bar, expected_states*
     }
     out->first = make_sample(sample, bar);
     out->two = notes.begun > notes.done;
+    if (state == notes_state::found && notes.kind != NOTES_RAN) {
+        age_model(&out->first, notes);
+        return true;
+    }
     if (state == notes_state::found) {
         start_service(&out->first, notes.seed);
     }

@@ -147,7 +147,7 @@ static bool checksum_is_right(jnl_block block) {
 std::string reason_to_refuse(const model& m) {
     const ring& journal = m.journal;
     if (m.plan.torn == torn_kind::none || m.plan.torn == torn_kind::header_old ||
-        m.sample.transactions == 0) {
+        (m.sample.transactions == 0 && !m.aged)) {
         return "";
     }
     const uint64_t start = journal.header.jnl_last_record_start;

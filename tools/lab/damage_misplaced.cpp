@@ -107,7 +107,7 @@ using lea_set = std::set<std::pair<size_t, uint64_t>>;  // number of the map, an
 static lea_set replayed_leas(const model& m) {
     lea_set leas;
     for (const metadata_write& write : m.writes) {
-        if ((m.sample.crash || m.ran) && write.where.kind == datum_kind::map_entry) {
+        if ((m.crashed || m.ran) && write.where.kind == datum_kind::map_entry) {
             leas.insert({write.where.file, write.where.key});
         }
     }
@@ -172,7 +172,7 @@ std::string restore_old_map(damage_site* site) {
             return put_old_map(*site, past, old);
         }
     }
-    return refuse(site->sample->sample.crash
+    return refuse(site->sample->crashed
                       ? "no map of the volume has old entries that would outlive a replay"
                       : "no map of the volume has ever had different entries");
 }

@@ -119,8 +119,8 @@ bool copy(model* m, transaction* t, size_t volume_index) {
         }
     }
     add_block(t, block);
-    note_named_map(m, to);
     note_named_map(m, from);
+    note_pools_use(m, to);
     return true;
 }
 
@@ -239,6 +239,11 @@ bool move_to_buffer(model* m, transaction* t, size_t volume_index) {
                         pick_map(m, volume_index, role_bit(map_role::buffer)));
 }
 
+bool move_from(model* m, transaction* t, size_t map_index) {
+    const size_t volume_index = m->maps[map_index].volume;
+    return move_between(m, t, map_index, pick_map(m, volume_index, role_bit(map_role::buffer)));
+}
+
 bool move_inside(model* m, transaction* t, size_t volume_index) {
     const size_t map_index = pick_map(m, volume_index, SERVING_ROLES);
     const lun_map& map = m->maps[map_index];
@@ -290,8 +295,7 @@ static lea_run pick_shared(model* m, const lun_map& map) {
     return {0, 0};
 }
 
-bool unmap_shared(model* m, transaction* t, size_t volume_index) {
-    const size_t map_index = pick_map(m, volume_index, ALL_ROLES & ~role_bit(map_role::buffer));
+bool unmap_shared_of(model* m, transaction* t, size_t map_index) {
     const lun_map& map = m->maps[map_index];
     const lea_run shared = pick_shared(m, map);
     if (shared.length == 0) {
@@ -311,12 +315,17 @@ bool unmap_shared(model* m, transaction* t, size_t volume_index) {
     for (uint64_t i = 0; i < count; i++) {
         const uint64_t word = block.unmap.map[i].word;
         if (is_mapped(word)) {
-            block.unmap.tbl[i].word = m->volumes[volume_index].tbl[lpa_of(word)];
+            block.unmap.tbl[i].word = m->volumes[map.volume].tbl[lpa_of(word)];
         }
     }
     add_block(t, block);
-    note_named_map(m, map_index);
+    note_pools_use(m, map_index);
     return true;
+}
+
+bool unmap_shared(model* m, transaction* t, size_t volume_index) {
+    return unmap_shared_of(m, t,
+                           pick_map(m, volume_index, ALL_ROLES & ~role_bit(map_role::buffer)));
 }
 
 }  // namespace lab

@@ -3,6 +3,7 @@
 // its own code for the on-disk formats.
 #include <cstdio>
 
+#include "lab/age.h"
 #include "lab/continued.h"
 #include "lab/crash.h"
 #include "lab/damage.h"
@@ -40,12 +41,12 @@ static int make(const options& asked) {
 }
 
 static int expect(const options& asked) {
-    parameters sample;
-    if (!read_parameters(asked.directory, &sample)) {
+    progress bar = progress_of_terminal();
+    expected_states states = {};
+    if (!expect_states(asked.directory, &bar, &states)) {
         return EXIT_DIFFERENCE;
     }
-    progress bar = progress_of_terminal();
-    const std::string reason = reason_to_refuse(make_sample(sample, &bar));
+    const std::string reason = reason_to_refuse(states.first);
     (void)printf("%s%s\n", reason.empty() ? "recovers" : "refuses: ", reason.c_str());
     return EXIT_DONE;
 }
@@ -124,6 +125,13 @@ static int run_sample(const options& asked) {
                : EXIT_DIFFERENCE;
 }
 
+static int age(const options& asked) {
+    progress bar = progress_of_terminal();
+    return age_sample({asked.directory, asked.seed, asked.transactions, asked.clean}, &bar)
+               ? EXIT_DONE
+               : EXIT_DIFFERENCE;
+}
+
 static int image(const options& asked) {
     progress bar = progress_of_terminal();
     expected_states states = {};
@@ -176,6 +184,8 @@ static int obey(const options& asked) {
             return damage(asked);
         case command::run:
             return run_sample(asked);
+        case command::age:
+            return age(asked);
         case command::image:
             return image(asked);
         case command::maps:

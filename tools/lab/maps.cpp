@@ -85,4 +85,10 @@ void move_to_trash(lun_map* map) {
     map->path = map->path.substr(0, root) + "/@EP_trash/" + map->path.substr(slash + 1);
 }
 
+void move_to_numbered_trash(model* m, size_t map_index) {
+    lun_map& map = m->maps[map_index];
+    map.role = map_role::trash;
+    map.path = path_of(m->volumes[map.volume], map_role::trash, map_index);
+}
+
 }  // namespace lab

@@ -28,8 +28,9 @@ struct lun_map {
     uint32_t own_row;         // the row of this volume's pool; entries use no other row
     std::vector<uint64_t> entries;
     uint64_t mapped_count;
-    uint64_t last_commit;  // newest commit that names the map; 0 if none
-    uint64_t noise;        // seed of the bytes that no record carries
+    uint64_t last_commit;     // newest commit that names the map; 0 if none
+    uint64_t last_pools_use;  // newest one that is replayed with its pool table; 0 if none
+    uint64_t noise;           // seed of the bytes that no record carries
 };
 
 struct volume {
@@ -111,7 +112,9 @@ struct model {
     uint64_t burst_from;                 // number of commits after which most transactions allocate
     bool logging;                        // false while the sample is set up
     std::vector<metadata_write> writes;  // of the commits inside the budget, oldest first
-    bool ran;  // after the sample was made, its service ran and was killed
+    bool crashed;                        // in the end, by --crash or in age
+    bool ran;   // after the sample was made, its service ran and was killed
+    bool aged;  // after the sample was made, age changed it
 };
 
 }  // namespace lab

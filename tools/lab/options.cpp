@@ -39,6 +39,12 @@ const char* usage_text() {
            "leaves: start-up replay\n"
            "      recovers it, and verify knows its contents. It may be killed at any time. The\n"
            "      sample must be as it was made, without --crash and --unfinalized.\n"
+           "  tarn-lab age DIR [--seed S] [--transactions N] [--clean]\n"
+           "      goes on for N transactions (1000) in which LUNs are deleted, made anew under "
+           "the\n"
+           "      same name, trimmed, written and snapshotted, and leaves the sample as a power\n"
+           "      failure does or, with --clean, shut down. The same numbers give the same bytes.\n"
+           "      The sample must be as it was made, without --crash and --unfinalized.\n"
            "  tarn-lab image DIR LUN FILE\n"
            "      writes the expected bytes of a LUN to a new sparse file: the data of its mapped\n"
            "      extents, zeros elsewhere. LUN is the path of a map below DIR, of any kind, or\n"
@@ -99,6 +105,9 @@ static std::vector<number_row> numbers_of(options* out) {
         rows = {{"seconds", &out->seconds, 1, 1000000},
                 {"seed", &out->seed, 0, UINT64_MAX},
                 {"rate", &out->rate, 1, 1000000}};
+    } else if (out->what == command::age) {
+        rows = {{"seed", &out->seed, 0, UINT64_MAX},
+                {"transactions", &out->transactions, 1, 10000000}};
     } else if (out->what == command::damage) {
         rows = {{"volume", &out->volume, 1, 64}, {"seed", &out->seed, 0, UINT64_MAX}};
     }
@@ -110,9 +119,10 @@ static bool command_of(const char* word, options* out) {
         const char* word;
         command what;
     } rows[] = {
-        {"make", command::make},     {"verify", command::verify}, {"expect", command::expect},
-        {"damage", command::damage}, {"run", command::run},       {"image", command::image},
-        {"maps", command::maps},     {"--help", command::help},   {"--version", command::version},
+        {"make", command::make},         {"verify", command::verify}, {"expect", command::expect},
+        {"age", command::age},           {"damage", command::damage}, {"run", command::run},
+        {"image", command::image},       {"maps", command::maps},     {"--help", command::help},
+        {"--version", command::version},
     };
     for (const auto& row : rows) {
         if (strcmp(row.word, word) == 0) {
@@ -136,11 +146,22 @@ static bool parse_flag(const std::string& word, options* out) {
         out->what = command::help;
         return true;
     }
-    const bool refused = out->what == command::verify && word == "refused";
-    const bool rebuilt = out->what == command::verify && word == "rebuilt";
-    out->refused = out->refused || refused;
-    out->rebuilt = out->rebuilt || rebuilt;
-    return refused || rebuilt;
+    const struct {
+        command what;
+        const char* word;
+        bool* value;
+    } flags[] = {
+        {command::verify, "refused", &out->refused},
+        {command::verify, "rebuilt", &out->rebuilt},
+        {command::age, "clean", &out->clean},
+    };
+    for (const auto& flag : flags) {
+        if (out->what == flag.what && word == flag.word) {
+            *flag.value = true;
+            return true;
+        }
+    }
+    return false;
 }
 
 // Parses the option at argv[*i]. Its value follows "=" or is the next word, which is then consumed.

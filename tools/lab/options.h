@@ -6,7 +6,7 @@
 
 namespace lab {
 
-enum class command { make, verify, expect, damage, run, image, maps, help, version };
+enum class command { make, verify, expect, damage, run, age, image, maps, help, version };
 
 // The parameters of a sample: the same parameters give the same bytes.
 struct parameters {
@@ -53,10 +53,12 @@ struct options {
     std::string kind;      // damage only; not checked here
     std::string lun;       // this and the next: image only; not checked here
     std::string file;
-    uint64_t volume = 1;    // damage only
-    uint64_t seed = 1;      // damage and run
-    uint64_t seconds = 10;  // run only
-    uint64_t rate = 50;     // the same
+    uint64_t volume = 1;           // damage only
+    uint64_t seed = 1;             // damage, run and age
+    uint64_t seconds = 10;         // run only
+    uint64_t rate = 50;            // the same
+    uint64_t transactions = 1000;  // age only
+    bool clean = false;            // the same
 };
 
 // Returns false if the command line is wrong, and prints one line on standard error that says why.

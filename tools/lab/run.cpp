@@ -56,8 +56,12 @@ static bool make_step(live_disk* disk, model* m, run_notes* notes) {
     return write_notes(disk->directory, *notes);
 }
 
-// A run changes what the model knows, so the sample must be what the model says.
-static bool is_as_made(const std::string& directory, model* m, progress* bar) {
+bool starts_from(const std::string& directory, model* m, progress* bar) {
+    parameters sample;
+    if (!read_parameters(directory, &sample)) {
+        return false;
+    }
+    *m = make_sample(sample, bar);
     if (m->sample.crash || m->sample.unfinalized) {
         return complain_of(directory, "only a sample without --crash and --unfinalized can run");
     }
@@ -86,18 +90,14 @@ static bool make_steps(live_disk* disk, model* m, run_notes* notes, const run_or
 
 bool run_service(const run_order& order, progress* bar) {
     constexpr uint64_t STREAM_ORDER = 5;
-    parameters sample;
-    if (!read_parameters(order.directory, &sample)) {
-        return false;
-    }
-    model m = make_sample(sample, bar);
-    if (!is_as_made(order.directory, &m, bar)) {
+    model m = {};
+    if (!starts_from(order.directory, &m, bar)) {
         return false;
     }
     catch_signals();
     start_service(&m, order.seed);
     live_disk disk = start_disk(order.directory, m, random_of(order.seed, STREAM_ORDER));
-    run_notes notes = {order.seed, 0, 0};
+    run_notes notes = {order.seed, 0, 0, NOTES_RAN};
     if (!create_notes(order.directory, notes) || !write_status(disk, m) ||
         !make_steps(&disk, &m, &notes, order)) {
         return false;

@@ -4,9 +4,15 @@
 
 #include <string>
 
+#include "lab/model.h"
 #include "lab/progress.h"
 
 namespace lab {
+
+// Makes the model of a sample whose service is to start. What the service does changes what the
+// model knows, so the sample must be what the model says: as make left it, without --crash and
+// --unfinalized. Returns false otherwise, and prints the reason.
+bool starts_from(const std::string& directory, model* m, progress* bar);
 
 struct run_order {
     std::string directory;

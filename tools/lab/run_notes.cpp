@@ -23,6 +23,7 @@ constexpr note_row NOTE_ROWS[] = {
     {"seed", &run_notes::seed},
     {"begun", &run_notes::begun},
     {"done", &run_notes::done},
+    {"kind", &run_notes::kind},
 };
 
 static bool parse(const std::string& text, uint64_t* value) {
@@ -33,7 +34,7 @@ static bool parse(const std::string& text, uint64_t* value) {
 }
 
 static bool are_valid(const run_notes& notes) {
-    return notes.begun == notes.done || notes.begun == notes.done + 1;
+    return notes.begun == notes.done || (notes.kind == NOTES_RAN && notes.begun == notes.done + 1);
 }
 
 notes_state read_notes(const std::string& directory, run_notes* out) {
@@ -58,7 +59,8 @@ notes_state read_notes(const std::string& directory, run_notes* out) {
 // Always of the same length.
 static std::string text_of(const run_notes& notes) {
     std::string text =
-        "# What tarn-lab run has done: steps, alternately a transaction and a pause.\n";
+        "# What the service has done: steps, alternately a transaction and a pause (kind 0, run),\n"
+        "# or transactions only (kind 1, age; kind 2, age --clean).\n";
     for (const note_row& row : NOTE_ROWS) {
         char line[64];
         (void)snprintf(line, sizeof line, "%s = %020llu\n", row.name, ull(notes.*row.value));

@@ -1,5 +1,5 @@
-// What a run has done: DIR/lab.run. Together with the parameters of the sample it gives the
-// expected contents. Below: settings.h, disk.h. Above: continued.h, run.h.
+// What a run, or age, has done: DIR/lab.run. Together with the parameters of the sample it gives
+// the expected contents. Below: settings.h, disk.h. Above: continued.h, run.h.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,11 @@ struct run_notes {
     uint64_t seed = 0;
     uint64_t begun = 0;
     uint64_t done = 0;
+    uint64_t kind = 0;
 };
+constexpr uint64_t NOTES_RAN = 0;
+constexpr uint64_t NOTES_AGED = 1;  // and crashed; every step is a transaction
+constexpr uint64_t NOTES_AGED_CLEANLY = 2;
 
 enum class notes_state { none, found, unreadable };
 

@@ -122,6 +122,7 @@ model make_sample(const parameters& sample, progress* bar) {
     model m = before_transactions(sample);
     run_transactions(&m, sample.transactions, bar);
     count_groups(&m);
+    m.crashed = sample.crash;
     m.journal.header.jnl_shutdown_tag = sample.crash ? JNL_STATUS_ABNORMAL : JNL_STATUS_SUCCESS;
     return m;
 }

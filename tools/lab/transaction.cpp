@@ -64,6 +64,11 @@ void note_named_map(model* m, size_t map_index) {
     m->maps[map_index].last_commit = m->journal.commits + 1;
 }
 
+void note_pools_use(model* m, size_t map_index) {
+    note_named_map(m, map_index);
+    m->maps[map_index].last_pools_use = m->journal.commits + 1;
+}
+
 void copy_uuid(uint8_t* to, const uuid& from) {
     memcpy(to, from.data(), from.size());
 }

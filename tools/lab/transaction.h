@@ -28,6 +28,9 @@ void add_empty_file_block(model* m, transaction* t);
 // Notes that the current record names the map, so that the map is not removed while that record is
 // in the budget.
 void note_named_map(model* m, size_t map_index);
+// As note_named_map, for a record that gives new table entries: UNMAP, and XCOPY to the map. Its
+// replay finds the table by the pool table of the map.
+void note_pools_use(model* m, size_t map_index);
 void copy_uuid(uint8_t* to, const uuid& from);
 
 // Sets id, numbers, last flag and checksums of the blocks, as the newest transaction.

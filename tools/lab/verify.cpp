@@ -17,7 +17,7 @@ static bool exists(const std::string& path) {
 // After a clean shutdown the journal stays in place. A recovery may have deleted it, and it is set
 // aside before a rebuild.
 static bool journal_may_be_gone(const model& m, truth wanted) {
-    return wanted == truth::rebuilt || (m.sample.crash && wanted != truth::untouched);
+    return wanted == truth::rebuilt || (m.crashed && wanted != truth::untouched);
 }
 
 static std::string verify_file(const model& m, truth wanted, const std::string& directory,

@@ -60,8 +60,10 @@ static bool went_unlawfully(const comparison& all, const compared_volume* volume
                             const known_map& map) {
     const auto window = all.state->window.maps().find(map.uuid);
     const bool still_maps = window != all.state->window.maps().end() && window->second.still_maps;
-    return map.mapped > 0 && (volume == nullptr || !volume->is_judged || volume->has_losses ||
-                              still_maps || all.same_moment);
+    if (volume == nullptr || !volume->is_judged) {
+        return map.mapped > 0;
+    }
+    return volume->has_losses || still_maps || (all.same_moment && map.mapped > 0);
 }
 
 static finding* add_known(const comparison& all, finding_code code, const known_volume& volume,
@@ -161,6 +163,11 @@ static void compare_map(const comparison& all, const compared_volume& volume,
     if (now == nullptr) {
         if (!all.maps.contains(map.uuid)) {
             report_gone(all, *volume.known, &volume, map);
+        } else if (map.kind == "lun" && volume.is_judged && volume.has_losses) {
+            add_known(all, finding_code::S04, *volume.known, map)->detail =
+                "Its map of " + all.known->written +
+                " lies elsewhere. If the LUN was made anew since, the new map is lost: the table "
+                "counts references that no map holds.";
         }
     } else if (has_uuid(*now)) {
         if (uuid_of(*now) == map.uuid) {
