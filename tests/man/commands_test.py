@@ -188,6 +188,13 @@ class tarn_lab_page(unittest.TestCase):
                       re.findall(r"(--[a-z]+)( [A-Z])?", text)}
             self.assertEqual(options(self.entries[command]), wanted, command)
 
+    def test_names_the_options_in_its_synopsis(self):
+        for command, below in self.entries.items():
+            entry = re.search(rf"^\.Cm {command}$(.*?)(?=^\.Nm|\Z)", section(self.text, "SYNOPSIS"), re.M | re.S)
+            named = {"--" + name for words in re.findall(r"Fl (-[^\n]*)", plain(entry.group(1)))
+                     for name in re.findall(r"(?<!\w)-(\w+)", words)} if entry else set()
+            self.assertEqual(named, set(options(below)), command)
+
     def test_has_every_kind_of_damage_and_no_other(self):
         wanted = re.findall(r"^  ([\w-]+) ", self.help.split("Kinds of damage:")[1], re.M)
         self.assertGreater(len(wanted), 40)
