@@ -1,5 +1,5 @@
-"""tarn(8), tarnctl(8) and tarn-lab(1) have every command, option and exit status of the programs, and
-no other."""
+"""tarn(8), tarnctl(8) and tarn-lab(1) have every command, option and exit status of the programs,
+and no other."""
 import os
 import re
 import unittest
@@ -32,11 +32,19 @@ def usage_blocks():
 
 
 TARN = page("tarn.8")
-COMMANDS = {**entries(section(TARN, "EVERYDAY COMMANDS")), **entries(section(TARN, "ADVANCED COMMANDS"))}
+COMMANDS = {**entries(section(TARN, "EVERYDAY COMMANDS")),
+            **entries(section(TARN, "ADVANCED COMMANDS"))}
 ROWS = [name for name, _ in rows(read("src/cli/commands.cpp"), "commands")]
 SUB_OPTIONS = {"--" + name: "required_argument" in rest
                for name, rest in rows(read("src/cli/sub_options.cpp"), "sub_options")}
 SINGLE_LETTERS = ("search", "punch")  # these commands read their own options
+
+
+def synopsis_options(text, command):
+    """The options of a command in the synopsis; none, if it is not there."""
+    entry = re.search(rf"^\.Cm {command}$(.*?)(?=^\.Nm|\Z)", section(text, "SYNOPSIS"), re.M | re.S)
+    words = " ".join(re.findall(r"Fl (-[^\n]*)", plain(entry.group(1)) if entry else ""))
+    return {"-" + name for name in re.findall(r"(?<![\w-])-[\w-]+", words)}
 
 
 class tarn_page(unittest.TestCase):
@@ -49,11 +57,12 @@ class tarn_page(unittest.TestCase):
         for command, table in (("ckjnl", "ckjnl_funs"), ("rpjnl", "rpjnl_funs"),
                                ("create", "create_funs"), ("change-uuid", "chuuid_funs"),
                                ("search", "search_funs")):
-            words = re.findall(r'\{"(\w+)"', re.search(rf"{table}\[\] = \{{(.*?)\n\}};", tables, re.S).group(1))
+            words = [word for word, _ in rows(tables, table)]
             heads = re.findall(rf"^\.It Fl -{command} Cm (.*)$", COMMANDS[command], re.M)
             self.assertEqual(sorted(words), sorted(" | ".join(heads).split(" | ")), command)
         status = rows(read("src/cli/status_commands.cpp"), "status_words")
-        for command, words in (("set-status", [word for word, _ in status]), ("vaaick", ["log", "nolog"])):
+        for command, words in (("set-status", [word for word, _ in status]),
+                               ("vaaick", ["log", "nolog"])):
             self.assertIn(f"Cm {' | '.join(words)}\n", COMMANDS[command])
 
     def test_has_the_options_of_the_usage_text_for_each_command(self):
@@ -84,10 +93,12 @@ class tarn_page(unittest.TestCase):
         self.assertEqual(sorted(letters), ["fri", "jnl", "map", "tbl"])
         entry = {head.split()[-1]: below for head, below in
                  items(section(TARN, "EVERYDAY COMMANDS")) if head.startswith("Fl -search")}
-        letters["punch"] = re.search(r'getopt\(argc, argv, "([a-z:]+)"', read("src/cli/punch_command.cpp")).group(1)
+        letters["punch"] = re.search(r'getopt\(argc, argv, "([a-z:]+)"',
+                                     read("src/cli/punch_command.cpp")).group(1)
         entry["punch"] = COMMANDS["punch"].split("\n", 1)[1]
         for kind, text in letters.items():
-            wanted = {"-" + letter: argument == ":" for letter, argument in re.findall("([a-z])(:?)", text)}
+            wanted = {"-" + letter: argument == ":"
+                      for letter, argument in re.findall("([a-z])(:?)", text)}
             self.assertEqual(options(entry[kind]), wanted, kind)
 
     def test_has_the_exit_status_of_every_command(self):
@@ -96,11 +107,13 @@ class tarn_page(unittest.TestCase):
         self.assertEqual(sorted(named), sorted(ROWS))
 
     def test_calls_the_same_statuses_odd_as_the_page_on_exit_statuses(self):
-        marked = {name for line in read("docs/exit-status.md").split("\n") if line.startswith("| `--")
-                  and "**!**" in line for name in re.findall(r"`--([\w-]+)", line.split(" | ")[0])}
+        marked = {name for line in read("docs/exit-status.md").split("\n")
+                  if line.startswith("| `--") and "**!**" in line
+                  for name in re.findall(r"`--([\w-]+)", line.split(" | ")[0])}
         odd = {name for head, _ in items(section(TARN, "EXIT STATUS")) if "Sy odd" in head
                for name in re.findall(r"(?<![\w-])-([\w-]+)", head)}
-        self.assertEqual(odd, marked | {"rpjnl", "rpvjnl"})  # these two: in the table above the others
+        # These two are in the table above the others.
+        self.assertEqual(odd, marked | {"rpjnl", "rpvjnl"})
 
     def test_has_a_caveat_for_every_harmful_line(self):
         text = read("docs/situations.md").split("## ")[1]
@@ -149,9 +162,8 @@ class tarnctl_page(unittest.TestCase):
 
     def test_names_the_options_in_its_synopsis(self):
         for command in self.commands:
-            entry = re.search(rf"^\.Cm {command}$(.*?)(?=^\.Nm|\Z)", section(self.text, "SYNOPSIS"), re.M | re.S)
-            named = {"--" + name for name in re.findall(r"Fl -([\w-]+)", plain(entry.group(1)))}
-            self.assertEqual(named, set(options(section(self.text, command, "Ss"))), command)
+            wanted = set(options(section(self.text, command, "Ss")))
+            self.assertEqual(synopsis_options(self.text, command), wanted, command)
 
     def test_has_the_exit_statuses_of_every_command(self):
         for command in self.commands:
@@ -163,9 +175,10 @@ class tarnctl_page(unittest.TestCase):
             self.assertLessEqual(wanted, named, command)
 
     def test_has_every_exit_status_that_exists(self):
-        table = re.search(r"enum ctl_exit : int \{(.*?)\}", read("tools/ctl/output.h"), re.S).group(1)
-        wanted = re.findall(r"= (\d+)", table)
-        self.assertEqual(re.findall(r"^\.It (\d+)$", section(self.text, "EXIT STATUS"), re.M), wanted)
+        table = re.search(r"enum ctl_exit : int \{(.*?)\}", read("tools/ctl/output.h"), re.S)
+        wanted = re.findall(r"= (\d+)", table.group(1))
+        named = [head for head, _ in items(section(self.text, "EXIT STATUS"))]
+        self.assertEqual(named, wanted)
         used = set(re.findall(r"^\.It (\d+)$", self.text, re.M))
         self.assertEqual(used, set(wanted))
 
@@ -184,16 +197,13 @@ class tarn_lab_page(unittest.TestCase):
         self.assertEqual(sorted([command for command, _ in synopsis] + ["-help", "-version"]),
                          sorted(self.entries))
         for command, text in synopsis:
-            wanted = {name: bool(argument) for name, argument in
-                      re.findall(r"(--[a-z]+)( [A-Z])?", text)}
+            wanted = {name: bool(argument)
+                      for name, argument in re.findall(r"(--[a-z]+)( [A-Z])?", text)}
             self.assertEqual(options(self.entries[command]), wanted, command)
 
     def test_names_the_options_in_its_synopsis(self):
         for command, below in self.entries.items():
-            entry = re.search(rf"^\.Cm {command}$(.*?)(?=^\.Nm|\Z)", section(self.text, "SYNOPSIS"), re.M | re.S)
-            named = {"--" + name for words in re.findall(r"Fl (-[^\n]*)", plain(entry.group(1)))
-                     for name in re.findall(r"(?<!\w)-(\w+)", words)} if entry else set()
-            self.assertEqual(named, set(options(below)), command)
+            self.assertEqual(synopsis_options(self.text, command), set(options(below)), command)
 
     def test_has_every_kind_of_damage_and_no_other(self):
         wanted = re.findall(r"^  ([\w-]+) ", self.help.split("Kinds of damage:")[1], re.M)

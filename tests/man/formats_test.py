@@ -1,5 +1,5 @@
-"""tarn-format(5) has every field of every record with its offset and size, and its worked example is
-a map that the checksums and the program accept."""
+"""tarn-format(5) has every field of every record with its offset and size, and its worked example
+is a map that the checksums and the program accept."""
 import os
 import re
 import tempfile
@@ -9,8 +9,8 @@ from pathlib import Path
 from pages import main, page, plain, read, run, section
 
 TEXT = page("tarn-format.5")
-HEADERS = ["include/metadata.h", "src/tbl/tbl_format.h", "src/fri/fri_format.h", "src/map/map_format.h",
-           "src/jnl/jnl_format.h"]
+HEADERS = ["include/metadata.h", "src/tbl/tbl_format.h", "src/fri/fri_format.h",
+           "src/map/map_format.h", "src/jnl/jnl_format.h"]
 SIZES = {"uint8_t": 1, "uint16_t": 2, "uint32_t": 4, "int32_t": 4, "uint64_t": 8, "tbl_entry": 2,
          "fri_entry": 8, "map_entry": 8, "metadata_head": 64}
 SOURCE = "\n".join(read(each) for each in HEADERS)
@@ -59,7 +59,8 @@ def in_file(offset, constant_nodes=2):
 
 class records(unittest.TestCase):
     def test_the_common_head(self):
-        self.assertEqual(rows_of(section(TEXT, "The common head", "Ss")), fields_of("metadata_head"))
+        rows = rows_of(section(TEXT, "The common head", "Ss"))
+        self.assertEqual(rows, fields_of("metadata_head"))
 
     def test_the_header_of_the_table(self):
         self.assertEqual(rows_of(section(TEXT, "THE EXTENT TABLE")), fields_of("tbl_header"))
@@ -67,11 +68,13 @@ class records(unittest.TestCase):
     def test_the_headers_with_variable_nodes(self):
         for heading, record in (("THE GROUP INDEX", "fri_header"), ("MAPS", "map_header"),
                                 ("THE JOURNAL", "jnl_header")):
-            wanted = [(in_file(offset), offset, size, name) for offset, size, name in fields_of(record)]
+            wanted = [(in_file(offset), offset, size, name)
+                      for offset, size, name in fields_of(record)]
             self.assertEqual(rows_of(section(TEXT, heading)), wanted)
 
     def test_an_entry_of_the_index(self):
-        self.assertEqual(rows_of(section(TEXT, "An entry of the index", "Ss")), fields_of("fri_entry"))
+        rows = rows_of(section(TEXT, "An entry of the index", "Ss"))
+        self.assertEqual(rows, fields_of("fri_entry"))
 
     def test_a_block_of_the_ring(self):
         wanted = fields_of("jnl_block_header")
@@ -81,8 +84,9 @@ class records(unittest.TestCase):
     def test_the_entries_of_file_blocks(self):
         tables = section(TEXT, "FILE blocks", "Ss").split(".Bl ")[1:]
         self.assertEqual(rows_of(tables[0]), [(0, "u32", "type"), (4, "16", "uuid")])
-        for table, record in zip(tables[1:], ("jnl_tbl_record", "jnl_fri_record", "jnl_fri_var0_record",
-                                              "jnl_map_record")):
+        records = ("jnl_tbl_record", "jnl_fri_record", "jnl_fri_var0_record", "jnl_map_record")
+        self.assertEqual(len(tables), 1 + len(records))
+        for table, record in zip(tables[1:], records):
             wanted = [(offset, str(SIZES[size]) if size in SIZES else size, name)
                       for offset, size, name in fields_of(record, 20)]
             self.assertEqual(rows_of(table), wanted, record)
@@ -142,14 +146,16 @@ class worked_example(unittest.TestCase):
         self.assertEqual(self.number(4164, 4), crc32c(self.file[8192:8208]))
         self.assertIn("checksum 0x61073EE6 and 1 row", text)
         self.assertEqual(self.number(4164, 4), 0x61073EE6)
-        self.assertEqual(self.number(1048576 + 508, 4), crc32c(self.file[1048576:1048576 + 508] + bytes(4)))
+        node = self.file[1048576:1048576 + 508]
+        self.assertEqual(self.number(1048576 + 508, 4), crc32c(node + bytes(4)))
         self.assertIn("is 0x0C6B0A34.", text)
         self.assertEqual(self.number(1048576 + 508, 4), 0x0C6B0A34)
 
     def test_the_constants_of_the_page_are_those_of_zeros(self):
         self.assertEqual(crc32c(bytes(64)), 0x03C8EB67)
         self.assertEqual(crc32c(bytes(512)), 0x30FCEDC0)
-        self.assertIn("64 zero bytes have the checksum 0x03C8EB67, 512 zero bytes 0x30FCEDC0.", TEXT)
+        wanted = "64 zero bytes have the checksum 0x03C8EB67, 512 zero bytes 0x30FCEDC0."
+        self.assertIn(wanted, TEXT)
 
     def test_the_program_reads_what_the_text_says(self):
         with tempfile.TemporaryDirectory() as directory:
@@ -160,8 +166,9 @@ class worked_example(unittest.TestCase):
                        for lea in "012"]
         shown = dict(line.removeprefix("TARN_INFO: ").split() for line in header.splitlines())
         self.assertEqual(shown["map_uuid"], "c0ffee00-1122-3344-5566-778899aabbcc")
-        self.assertEqual([shown[name] for name in ("map_version", "map_type", "map_attribute", "map_lb_size",
-                                                   "map_total_count", "map_mapped_count", "map_sync_count")],
+        names = ("map_version", "map_type", "map_attribute", "map_lb_size", "map_total_count",
+                 "map_mapped_count", "map_sync_count")
+        self.assertEqual([shown[name] for name in names],
                          ["65536", "4", "0x00000000", "512", "3", "2", "7"])
         self.assertEqual([entry.splitlines()[1] for entry in entries],
                          ["TARN_INFO: poolnum[0] mapped[1] sync[0] lpa 1661",

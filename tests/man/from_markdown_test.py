@@ -19,9 +19,10 @@ def made(text):
     with tempfile.TemporaryDirectory() as directory:
         source, page = Path(directory) / "x.md", Path(directory) / "x.7"
         source.write_text("# Title\n\nFirst.\n\n## Part\n\n" + text, encoding="utf-8")
-        ran = subprocess.run([sys.executable, str(SOURCES / "man/from-markdown"), "x", "7", "May 1, 2026",
-                              "a page", str(source), str(page)], stderr=subprocess.PIPE, check=False,
-                             encoding="utf-8")
+        script = str(SOURCES / "man/from-markdown")
+        ran = subprocess.run([sys.executable, script, "x", "7", "May 1, 2026", "a page",
+                              str(source), str(page)],
+                             stderr=subprocess.PIPE, check=False, encoding="utf-8")
         if ran.returncode != 0:
             return ran.returncode, ran.stderr, ""
         lines = rendered(page, "ascii")

@@ -30,7 +30,8 @@ def plain(text):
 def section(text, heading, kind="Sh"):
     """The lines below a heading, up to the next one of its kind or above."""
     stop = r"^\.S[hs] " if kind == "Ss" else r"^\.Sh "
-    found = re.search(rf"^\.{kind} (?:\\&)?{re.escape(heading)}$(.*?)(?={stop}|\Z)", text, re.M | re.S)
+    found = re.search(rf"^\.{kind} (?:\\&)?{re.escape(heading)}$(.*?)(?={stop}|\Z)", text,
+                      re.M | re.S)
     assert found, f"no section {heading}"
     return found.group(1)
 

@@ -1,4 +1,4 @@
-"""tarn-platform.conf(5) has every key, default, bound and complaint of the configuration's parser."""
+"""tarn-platform.conf(5) has every key, default, bound and complaint of the parser."""
 import re
 import unittest
 
@@ -26,7 +26,8 @@ class platform_page(unittest.TestCase):
         shifts = re.search(r"shift >= (\d+) &&\s+shift <= (\d+)", SOURCE).groups()
         self.assertIn("from %s to %s;" % shifts, TEXT)
         self.assertIn("outside %s to %s;" % shifts, TEXT)
-        most = int(re.search(r"PROGRAM_ARGUMENTS_MAX = (\d+)", read("src/platform/programs.h")).group(1)) - 3
+        words = re.search(r"PROGRAM_ARGUMENTS_MAX = (\d+)", read("src/platform/programs.h"))
+        most = int(words.group(1)) - 3
         self.assertIn(f"\n{most} words at most.", TEXT)
         self.assertIn(f"than {most} words;", " ".join(TEXT.split()))
         size = re.search(r"PLATFORM_VALUE_SIZE = (\d+)", read("src/platform/config.h")).group(1)

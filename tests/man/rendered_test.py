@@ -82,7 +82,8 @@ class repair_page(unittest.TestCase):
 def words_of_markdown(name):
     """The words of a page of docs/ without its marks, links, title and the heads of its tables."""
     text = read(f"docs/{name}.md").split("\n", 1)[1]
-    text = re.sub(r"\[[^]]*\]\([^)]*\)|^\|.*\|\n\|[-|]+\|$|^```.*$|\*\*|^#+ |^ *- |^\d+\. ", " ", text, flags=re.M)
+    marks = r"\[[^]]*\]\([^)]*\)|^\|.*\|\n\|[-|]+\|$|^```.*$|\*\*|^#+ |^ *- |^\d+\. "
+    text = re.sub(marks, " ", text, flags=re.M)
     return letters(re.sub(r"(?<=\s)\|(?=\s|$)|^\|", " ", text, flags=re.M))
 
 
@@ -107,7 +108,8 @@ class references(unittest.TestCase):
     def test_lead_to_pages_that_exist(self):
         known = {(each.stem, each.suffix[1:]) for each in HAND + GENERATED} | WELL_KNOWN
         for each in pages():
-            found = re.findall(r"(?:^\.|[ ])Xr ([\w.-]+) (\d)", each.read_text(encoding="utf-8"), re.M)
+            text = each.read_text(encoding="utf-8")
+            found = re.findall(r"(?:^\.|[ ])Xr ([\w.-]+) (\d)", text, re.M)
             self.assertTrue(found, each)
             self.assertLessEqual(set(found), known, each)
 
