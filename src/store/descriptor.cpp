@@ -11,6 +11,7 @@
 #include <limits>
 #include <sys/file.h>
 #include <sys/resource.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include "store/keep_journal.h"
@@ -204,6 +205,18 @@ int io_stat(const char* path, struct stat64* status) {
 
 int io_lstat(const char* path, struct stat64* status) {
     return stat_with(lstat64, path, status);
+}
+
+int64_t io_available(const char* path) {
+    struct statvfs64 status = {};
+    if (!io_allow(io_call::stat) || statvfs64(path, &status) != 0) {
+        return -1;
+    }
+    uint64_t bytes = 0;
+    const bool fits =
+        !__builtin_mul_overflow(uint64_t{status.f_bavail}, uint64_t{status.f_frsize}, &bytes) &&
+        bytes <= uint64_t{INT64_MAX};
+    return fits ? static_cast<int64_t>(bytes) : INT64_MAX;
 }
 
 int io_rename(const char* from, const char* to) {

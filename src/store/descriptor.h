@@ -66,6 +66,7 @@ int io_lock(int fd);  // exclusive, without waiting: EWOULDBLOCK when another pr
 
 int io_stat(const char* path, struct stat64* status);   // of what a link leads to
 int io_lstat(const char* path, struct stat64* status);  // of a link itself
+int64_t io_available(const char* path);  // bytes that its file system has left; -1 on failure
 int io_rename(const char* from, const char* to);
 int io_link(const char* from, const char* to);
 int io_unlink(const char* path);

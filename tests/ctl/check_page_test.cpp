@@ -61,7 +61,7 @@ TEST(check_page, has_every_option_of_the_command) {
 
 TEST(check_page, has_every_exit_status) {
     const std::string text = page();
-    for (const char* status : {"0", "3", "4", "5", "6", "8", "16"}) {
+    for (const char* status : {"0", "3", "4", "5", "6", "8", "16", "32"}) {
         EXPECT_NE(text.find("\n| " + std::string(status) + " | "), std::string::npos) << status;
     }
 }

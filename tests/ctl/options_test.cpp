@@ -79,6 +79,13 @@ TEST(options, that_are_wrong_are_usage_errors) {
         {"check", "--memory", "16X"},
         {"check", "--memory", "1M", "--memory", "2M"},
         {"check", "--quick", "--data-holes"},
+        {"check", "--state", "s", "--quick"},
+        {"check", "--state", "s", "--raw"},
+        {"check", "--raw", "--state", "s"},
+        {"check", "--state", "s", "--volume", "/v"},
+        {"check", "--state", ""},
+        {"health", "--format", "xml"},
+        {"health", "--state", ""},
         {"check", "--raw=maybe"},
         {"--color", "blue", "check"},
         {"--progress", "always", "check"},
@@ -120,9 +127,10 @@ TEST(options, help_names_only_what_exists) {
     ASSERT_NE(commands, std::string::npos) << help.out;
     EXPECT_NE(help.out.find("\n  check ", commands), std::string::npos);
     EXPECT_NE(help.out.find("\n  explain ", commands), std::string::npos);
-    for (const char* word : {"space", "health", "punch", "inventory", "guard", "capture", "restore",
-                             "rehearse", "apply", "undo", "salvage", "export", "journal", "diff",
-                             "report", "--from", "--threads", "--state"}) {
+    EXPECT_NE(help.out.find("\n  health ", commands), std::string::npos);
+    for (const char* word :
+         {"space", "punch", "inventory", "guard", "capture", "restore", "rehearse", "apply", "undo",
+          "salvage", "export", "journal", "diff", "report", "--from", "--threads"}) {
         for (const std::string& text : {help.out, parse({"check", "--help"}).out}) {
             EXPECT_EQ(text.find(std::string("\n  ") + word), std::string::npos) << word;
         }

@@ -143,7 +143,7 @@ TEST(lab_data, the_data_of_an_extent_do_not_depend_on_what_happened) {
     unsigned in_both = 0;
     unsigned holes = 0;
     std::set<std::vector<uint8_t>> contents;
-    for (uint64_t lpa = 4; lpa < 400; lpa++) {
+    for (uint64_t lpa = 4; lpa < 260; lpa++) {
         const std::vector<uint8_t> data = extent_of(old, lpa);
         const std::vector<uint64_t> found = data_blocks(data);
         holes += found.empty() && is_used(old, lpa) ? 1 : 0;
@@ -158,7 +158,7 @@ TEST(lab_data, the_data_of_an_extent_do_not_depend_on_what_happened) {
             in_both++;
         }
     }
-    EXPECT_GT(in_both, 100u);
+    EXPECT_GT(in_both, 80u);
     EXPECT_GT(holes, 10u);
     EXPECT_GT(blocks[0], 10u);
     EXPECT_GT(blocks[EXTENT / BLOCK - 1], 10u);
@@ -274,12 +274,7 @@ TEST(lab_data, maps_lists_what_the_map_files_hold) {
         EXPECT_EQ(map.mapped, number_at(file, 4100)) << map.path;
         EXPECT_EQ(map.total, number_at(file, 76)) << map.path;
         EXPECT_EQ(map.path.find(map.volume + "/" + DIRECTORIES.at(map.kind)), 0u) << map.path;
-        std::string uuid;
-        for (const uint8_t byte : file_bytes(file, 20, 16)) {
-            constexpr const char* DIGITS = "0123456789abcdef";
-            uuid += {DIGITS[byte / 16], DIGITS[byte % 16]};
-        }
-        EXPECT_EQ(map.uuid, uuid) << map.path;
+        EXPECT_EQ(map.uuid, uuid_digits_in(file)) << map.path;
         kinds[map.kind]++;
         shared_in_all += shared;
     }

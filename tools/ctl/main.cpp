@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <new>
 #include <unistd.h>
 
@@ -58,7 +59,21 @@ static int run(const ctl_options& options) {
     return run_explain(options);
 }
 
+// A standard descriptor that is closed becomes one on which every write fails: otherwise the next
+// file that is opened would get its number, and what is printed.
+static bool keep_standard_descriptors() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(fd, F_GETFD) == -1 && open("/dev/null", O_RDONLY) != fd) {
+            return false;
+        }
+    }
+    return true;
+}
+
 int main(int argc, char** argv) {
+    if (!keep_standard_descriptors()) {
+        return EXIT_COULD_NOT_RUN;
+    }
     (void)signal(SIGPIPE, SIG_IGN);  // a closed pipe is a write that fails
     try {
         const parsed_options parsed = parse_options(argc, argv);

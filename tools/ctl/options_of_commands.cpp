@@ -54,7 +54,8 @@ static CLI::App* add_check(CLI::App* app, raw_options* raw) {
     CLI::App* check = app->add_subcommand("check", "Look at the whole server, and write nothing");
     check_request* request = &raw->options.check;
     CLI::Option* volumes = add_volumes(check, &request->volumes);
-    check->add_flag("--raw", request->raw, "Leave out the replay of the journal, into memory");
+    CLI::Option* raw_files =
+        check->add_flag("--raw", request->raw, "Leave out the replay of the journal, into memory");
     add_memory(check, &raw->memory);
     CLI::Option* quick =
         check->add_flag("--quick", request->quick, "Headers, tables and lists, without the maps");
@@ -66,10 +67,13 @@ static CLI::App* add_check(CLI::App* app, raw_options* raw) {
         ->excludes(quick)
         ->excludes(volumes);
     add_file(check, "--state", &request->state, "Note the verdict in this file, for health")
-        ->excludes(quick);
+        ->excludes(quick)
+        ->excludes(volumes)
+        ->excludes(raw_files);
     check->footer(
         "Exit status: 0 clean; 3 lost space or wrong counts only; 4 damage; 5 urgent, the service\n"
-        "must not write; 6 not everything could be looked at; 8 could not run; 16 usage.");
+        "must not write; 6 not everything could be looked at; 8 could not run; 16 usage; 32 the\n"
+        "inventory or the state file is not one of this server.");
     return check;
 }
 
@@ -104,7 +108,7 @@ static CLI::App* add_health(CLI::App* app, raw_options* raw) {
     CLI::App* health =
         app->add_subcommand("health", "Cheap facts of now, and the last full check with its age");
     add_file(health, "--state", &raw->options.health.state,
-             "The file that `check --state` writes; /var/lib/tarn/health.json if not given");
+             "The file that a full check wrote; /var/lib/tarn/health.json if not given");
     add_word(health, "--format", &raw->format, {"text", "prometheus", "checkmk", "nagios"},
              "FORMAT", "text, prometheus, checkmk or nagios");
     health->footer(

@@ -60,6 +60,15 @@ std::vector<uint64_t> entries_of(const std::string& map) {
     return words;
 }
 
+std::string uuid_digits_in(const std::string& metadata_file) {
+    constexpr const char* DIGITS = "0123456789abcdef";
+    std::string uuid;
+    for (const uint8_t byte : file_bytes(metadata_file, 20, 16)) {
+        uuid += {DIGITS[byte / 16], DIGITS[byte % 16]};
+    }
+    return uuid;
+}
+
 std::string file_named_first(const std::string& line) {
     return line.substr(0, line.find(": "));
 }

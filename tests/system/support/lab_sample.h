@@ -32,6 +32,8 @@ bool checksum_is_right(const node_place& place, std::vector<uint8_t> node);
 constexpr uint64_t SAMPLE_ENTRIES = 3000;  // of each map, if the sample is made without --extents
 std::vector<uint64_t> entries_of(const std::string& map);
 
+std::string uuid_digits_in(const std::string& metadata_file);  // as 32 digits
+
 // The reports of damages: "FILE: ...", and numbers in them. Fails the test where the words are
 // missing.
 std::string file_named_first(const std::string& line);

@@ -1,5 +1,6 @@
 #include "ctl/check/check.h"
 
+#include <algorithm>
 #include <chrono>
 
 #include "ctl/check/compare.h"
@@ -90,12 +91,32 @@ static bool run_steps(check_state* state, std::string* problem) {
     return true;
 }
 
+// What a volume's table says, if all of it was read. Leaks are only known if every map was, and if
+// no journal explains what does not fit together.
+static volume_figures figures_of(const check_state* state, const volume_check& volume) {
+    volume_figures figures;
+    figures.volume = volume.files->root;
+    figures.extent_size = extent_bytes(&volume);
+    if (!volume.has_table || !volume.table_read) {
+        return figures;
+    }
+    figures.used = volume.used_extents;
+    figures.free = TBL_TOTAL_COUNT - std::min(volume.used_extents, TBL_TOTAL_COUNT);
+    if (volume.all_maps_read && !state->request->quick && state->replay_cause == NO_CAUSE) {
+        const auto leaked = volume.runs.find(finding_code::R04);
+        figures.leaked =
+            leaked == volume.runs.end() ? 0 : leaked->second.places - leaked->second.explained;
+    }
+    return figures;
+}
+
 static void fill_report(check_state* state, check_report* report) {
     report->server = host_name();
     report->journal_path = state->server.journal;
     for (const volume_check& volume : state->volumes) {
         if (volume.files->state != volume_state::plain) {
             report->volumes.push_back(volume.files->root);
+            report->figures.push_back(figures_of(state, volume));
         }
     }
     report->findings = std::move(state->findings);
@@ -138,6 +159,9 @@ bool check_server(const check_request& request, check_report* report, std::strin
     if (end == look_end::moving) {
         report->complete = false;
         report->findings.clear();
+        for (volume_figures& figures : report->figures) {
+            figures = {figures.volume, figures.extent_size, {}, {}, {}, {}};
+        }
         report->left_out.emplace_back(STILL_WRITING);
     }
     finish_report(report);

@@ -1,6 +1,7 @@
 // `tarnctl check`: looks at a whole server and writes nothing. Below: src/view. Above: main.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,16 @@ struct check_request {
     std::string state;                        // file that gets the verdict; empty: none
 };
 
+// The extents of a volume. None: not known.
+struct volume_figures {
+    std::string volume;              // root
+    uint64_t extent_size = 0;        // bytes; 0: unknown
+    std::optional<uint64_t> used;    // in the table
+    std::optional<uint64_t> free;    // in the table
+    std::optional<uint64_t> leaked;  // in use, and in no map
+    std::optional<uint64_t> room;    // bytes that the volume's file system has left
+};
+
 enum class check_mode { as_found, as_if_replayed, raw };
 
 struct check_report {
@@ -28,12 +39,13 @@ struct check_report {
     std::string journal_status;  // "success", "abnormal", ...; empty: unknown
     uint64_t journal_last_id = 0;
     check_mode mode = check_mode::as_found;
-    std::vector<std::string> volumes;   // roots that were looked at
-    std::vector<finding> findings;      // folded and sorted as they are to be printed
-    bool complete = true;               // false: something could not be looked at
-    std::vector<std::string> left_out;  // sentences: what was not looked at, and why
-    std::string
-        refusal;  // why the inventory is none of this server; then nothing else is filled in
+    std::vector<std::string> volumes;     // roots that were looked at
+    std::vector<volume_figures> figures;  // of these volumes, in their order; no room
+    std::vector<finding> findings;        // folded and sorted as they are to be printed
+    bool complete = true;                 // false: something could not be looked at
+    std::vector<std::string> left_out;    // sentences: what was not looked at, and why
+    // Why the inventory is none of this server: then there is nothing else in the report.
+    std::string refusal;
     double seconds = 0;
 };
 

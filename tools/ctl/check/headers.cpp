@@ -412,15 +412,19 @@ static void set_bound(volume_check* volume) {
     }
 }
 
+void read_volume_headers(check_state* state, volume_check* volume) {
+    read_table(state, volume);
+    read_index(state, volume);
+    set_bound(volume);
+}
+
 void check_headers(check_state* state) {
     collect_pools(state);
     for (volume_check& volume : state->volumes) {
         if (volume.files->state != volume_state::sound) {
             continue;
         }
-        read_table(state, &volume);
-        read_index(state, &volume);
-        set_bound(&volume);
+        read_volume_headers(state, &volume);
         volume.maps.resize(volume.files->maps.size());
         for (size_t i = 0; i < volume.maps.size(); i++) {
             volume.maps[i].file = &volume.files->maps[i];

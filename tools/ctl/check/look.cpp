@@ -1,22 +1,7 @@
 #include "ctl/check/look.h"
 
 #include "ctl/check/frozen.h"
-#include "store/log.h"
-
-// Lines that rooms below log while they look: what they say is in the findings.
-static void drop_line(const char*) {
-}
-
-class quiet_log {
-public:
-    quiet_log() : before_(log_sink) { log_sink = drop_line; }
-    ~quiet_log() { log_sink = before_; }
-    quiet_log(const quiet_log&) = delete;
-    quiet_log& operator=(const quiet_log&) = delete;
-
-private:
-    log_line_sink before_;
-};
+#include "ctl/check/silence.h"
 
 static constexpr size_t OVERLAY_BLOCKS_MAX = size_t{1} << 20;
 

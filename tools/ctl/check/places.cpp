@@ -36,7 +36,9 @@ static void check_tables_exist(check_state* state, const volume_check* volume) {
 
 static void check_data_file_numbers(check_state* state, volume_check* volume) {
     const std::vector<view_data_file>& files = volume->files->data_files;
-    if (files.empty() && (volume->has_table || !volume->files->maps.empty())) {
+    // A directory that cannot be read may hold them.
+    if (files.empty() && volume->files->gaps.empty() &&
+        (volume->has_table || !volume->files->maps.empty())) {
         add_finding(state, finding_code::D05, volume);
     }
     uint64_t next = 0;

@@ -4,7 +4,8 @@
 
 #include <cstdio>
 
-#include "ctl/check/check.h"
+#include "ctl/check/listing.h"
+#include "ctl/json_line.h"
 
 struct print_style {
     bool color = false;             // text only
@@ -18,3 +19,8 @@ struct print_style {
 // False: not everything could be written, errno says why.
 bool print_check_text(FILE* out, const check_report& report, const print_style& style);
 bool print_check_json(FILE* out, const check_report& report, const print_style& style);
+
+// One finding of a report, for other commands that report some.
+std::string finding_text(const check_report& report, const listed_finding& listed,
+                         const print_style& style);
+json_record finding_record(const finding& of, const listed_finding& listed, bool all);

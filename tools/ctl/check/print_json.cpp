@@ -108,7 +108,7 @@ static void add_particulars(json_record* record, const finding& of, const listed
     }
 }
 
-static json_record finding_record(const finding& of, const listed_finding& listed, bool all) {
+json_record finding_record(const finding& of, const listed_finding& listed, bool all) {
     const finding_row* row = finding_row_of(of.code);
     json_record record = {{"record", "finding"},
                           {"number", listed.index + 1},

@@ -121,8 +121,8 @@ static void paint_label(std::string* text, const finding& of) {
     text->insert(0, std::string("\033[") + color_of(of) + "m");
 }
 
-static std::string finding_text(const check_report& report, const listed_finding& listed,
-                                const print_style& style) {
+std::string finding_text(const check_report& report, const listed_finding& listed,
+                         const print_style& style) {
     const finding& of = report.findings[listed.index];
     const finding_row* row = finding_row_of(of.code);
     std::string text = paragraph(head_of(of), subject_words(of) + ": " + row->sentence);

@@ -1,5 +1,6 @@
 // The command `tarnctl check`.
 #include "ctl/check/print.h"
+#include "ctl/check/state_file.h"
 #include "ctl/known/inventory.h"
 
 int run_check(const check_request& request, const output_style& style) {
@@ -25,5 +26,7 @@ int run_check(const check_request& request, const output_style& style) {
     const bool printed =
         style.json ? print_check_json(stdout, report, how) : print_check_text(stdout, report, how);
     // What nobody could read is no verdict.
-    return printed ? exit_of(report) : cannot_write();
+    const int result = printed ? exit_of(report) : cannot_write();
+    const int saved = request.state.empty() ? 0 : save_state(request.state, report);
+    return printed && saved != 0 ? saved : result;
 }

@@ -1,9 +1,11 @@
-// For calls into rooms that print: what they print is kept from the user. Below: nothing.
+// For calls into rooms that print or log: what they say is kept from the user. Below: log.h.
 #pragma once
 
 #include <cstdio>
 #include <fcntl.h>
 #include <unistd.h>
+
+#include "store/log.h"
 
 // Alive: what is printed on a stream goes nowhere.
 class silence {
@@ -34,4 +36,17 @@ private:
     FILE* stream_;
     int kept_;  // the stream's own file
     bool silent_;
+};
+
+// Alive: lines that rooms below log are dropped. What they say is in the findings.
+class quiet_log {
+public:
+    quiet_log() : before_(log_sink) { log_sink = drop_line; }
+    ~quiet_log() { log_sink = before_; }
+    quiet_log(const quiet_log&) = delete;
+    quiet_log& operator=(const quiet_log&) = delete;
+
+private:
+    static void drop_line(const char*) {}
+    log_line_sink before_;
 };

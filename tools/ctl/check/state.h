@@ -117,8 +117,9 @@ const char* kind_word(map_place place);  // "lun", "snapshot", ...
 finding_owner owner_of(const map_check& map);
 
 // The steps, in their order.
-void check_places(check_state* state);   // volumes, names, data files
-void check_headers(check_state* state);  // and identities
+void check_places(check_state* state);                               // volumes, names, data files
+void check_headers(check_state* state);                              // and identities
+void read_volume_headers(check_state* state, volume_check* volume);  // table and index, of these
 void check_index_blocks(check_state* state, volume_check* volume);
 void check_group_list(check_state* state, volume_check* volume);
 void name_owners(check_state* state, volume_check* volume);  // turns runs into findings

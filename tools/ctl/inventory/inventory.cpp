@@ -9,6 +9,7 @@
 #include "ctl/check/place_words.h"
 #include "ctl/check/print.h"
 #include "ctl/inventory/take.h"
+#include "ctl/own_place.h"
 #include "ctl/records.h"
 #include "ctl/text/escape.h"
 
@@ -94,11 +95,7 @@ static int compare(const inventory_request& request, const output_style& style) 
 
 // Whether a run of tarn holds the lock of a volume: it may be in the middle of a change. The lock
 // is asked for and given back at once.
-static bool is_locked(std::string* problem) {
-    server_files server;
-    if (!list_server(&server, problem)) {
-        return true;
-    }
+static bool is_locked(const server_files& server, std::string* problem) {
     for (const volume_files& volume : server.volumes) {
         const int opened = io_open(volume.root.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK, 0);
         const scoped_fd fd(opened > 0 ? opened : 0);
@@ -187,20 +184,32 @@ static int print_written(const std::string& path, const inventory& taken,
 
 static int write(const inventory_request& request, const output_style& style) {
     std::string problem;
-    if (is_locked(&problem)) {
+    std::string place;
+    server_files server;
+    if (!list_server(&server, &problem)) {
+        return complain(problem);
+    }
+    if (!find_place(request.write, &place)) {
+        return complain("cannot write " + shown(request.write) + ": " + strerror(errno));
+    }
+    problem = problem_of_place(place, server);
+    if (!problem.empty()) {
+        return refuse("nothing is written to " + shown(request.write) + ": " + problem);
+    }
+    if (is_locked(server, &problem)) {
         return refuse(problem);
     }
     inventory taken;
-    int status = keep_what_is_missed(request.write, style);
+    int status = keep_what_is_missed(place, style);
     status = status == EXIT_CLEAN ? take_now(&taken, style) : status;
     if (status != EXIT_CLEAN) {
         return status;
     }
-    if (is_locked(&problem)) {
+    if (is_locked(server, &problem)) {
         return refuse(problem);
     }
     taken.written = time_words();
-    if (!write_inventory(request.write, taken, &problem)) {
+    if (!write_inventory(place, taken, &problem)) {
         return complain(problem);
     }
     return print_written(request.write, taken, style);

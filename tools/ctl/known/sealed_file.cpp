@@ -2,10 +2,10 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 
 #include "ctl/output.h"
 #include "ctl/text/escape.h"
+#include "ctl/whole_file.h"
 #include "store/crc32c.h"
 #include "store/descriptor.h"
 
@@ -26,48 +26,17 @@ static std::string failure(const char* what, const std::string& path, int error)
     return std::string(what) + " " + shown(path) + ": " + strerror(error);
 }
 
-static bool read_text(int fd, std::string* text, int* error) {
-    char part[65536];
-    for (;;) {
-        const ssize_t got = io_read(fd, part, sizeof part);
-        if (got < 0) {
-            *error = errno;
-            return false;
-        }
-        if (got == 0) {
-            return true;
-        }
-        text->append(part, static_cast<size_t>(got));
-        if (text->size() > SIZE_MAX_KEPT) {
-            *error = EFBIG;
-            return false;
-        }
+static kept_end read_text(const std::string& path, std::string* text, std::string* problem) {
+    if (read_whole_file(path, SIZE_MAX_KEPT, text)) {
+        return kept_end::read;
     }
-}
-
-static kept_end open_and_read(const std::string& path, std::string* text, std::string* problem) {
-    struct stat64 status = {};
-    if (io_stat(path.c_str(), &status) != 0) {
-        const bool absent = errno == ENOENT;
-        *problem = failure("cannot read", path, errno);
-        return absent ? kept_end::absent : kept_end::unreadable;
-    }
-    if (!S_ISREG(status.st_mode)) {
+    const int error = errno;
+    *problem = failure("cannot read", path, error);
+    if (error == EISDIR || error == EINVAL) {
         *problem = shown(path) + " is no file";
         return kept_end::not_ours;
     }
-    const int opened = io_open(path.c_str(), O_RDONLY | O_NONBLOCK, 0);
-    if (opened <= 0) {
-        *problem = failure("cannot read", path, errno);
-        return kept_end::unreadable;
-    }
-    const scoped_fd fd(opened);
-    int error = 0;
-    if (!read_text(opened, text, &error)) {
-        *problem = failure("cannot read", path, error);
-        return kept_end::unreadable;
-    }
-    return kept_end::read;
+    return error == ENOENT ? kept_end::absent : kept_end::unreadable;
 }
 
 static bool is_sealed(std::string_view text) {
@@ -78,7 +47,7 @@ static bool is_sealed(std::string_view text) {
 kept_end read_kept(const std::string& path, const kept_kind& kind, json_record* content,
                    std::string* problem) {
     std::string text;
-    const kept_end read = open_and_read(path, &text, problem);
+    const kept_end read = read_text(path, &text, problem);
     if (read != kept_end::read) {
         return read;
     }
@@ -102,53 +71,6 @@ kept_end read_kept(const std::string& path, const kept_kind& kind, json_record* 
 int end_of_kept(kept_end end, const std::string& problem) {
     const bool is_unread = end == kept_end::absent || end == kept_end::unreadable;
     return is_unread ? complain(problem) : refuse(problem);
-}
-
-static bool put_all(int fd, const std::string& text) {
-    size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t wrote = io_write(fd, text.data() + done, text.size() - done);
-        if (wrote <= 0) {
-            errno = wrote == 0 ? ENOSPC : errno;
-            return false;
-        }
-        done += static_cast<size_t>(wrote);
-    }
-    return io_sync(fd) == 0;
-}
-
-static std::string directory_of(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
-}
-
-static bool sync_directory(const std::string& path, std::string* problem) {
-    const std::string directory = directory_of(path);
-    const int opened = io_open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK, 0);
-    const scoped_fd fd(opened > 0 ? opened : 0);
-    if (opened <= 0 || io_sync(opened) != 0) {
-        *problem = failure("cannot sync", directory, errno);
-        return false;
-    }
-    return true;
-}
-
-static bool write_beside(const std::string& path, const std::string& text, std::string* problem) {
-    if (io_unlink(path.c_str()) != 0 && errno != ENOENT) {
-        *problem = failure("cannot remove", path, errno);
-        return false;
-    }
-    const int opened = io_open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0644);
-    if (opened <= 0) {
-        *problem = failure("cannot create", path, errno);
-        return false;
-    }
-    const scoped_fd fd(opened);
-    if (!put_all(opened, text)) {
-        *problem = failure("cannot write", path, errno);
-        return false;
-    }
-    return true;
 }
 
 static std::string older(const std::string& path, unsigned age) {
@@ -182,15 +104,18 @@ bool write_kept(const std::string& path, const kept_kind& kind, const json_recor
     std::string text = whole.dump(1, ' ', false, json_record::error_handler_t::replace);
     text.resize(text.size() - 2);  // "\n}"
     text += seal_of(text);
-    const std::string part = path + ".part";
-    if (!write_beside(part, text, problem) || !age_files(path, kept, problem)) {
-        (void)io_unlink(part.c_str());
+    std::string fresh;
+    if (!write_beside(path, text, &fresh)) {
+        *problem = failure("cannot write", path, errno);
         return false;
     }
-    if (io_rename(part.c_str(), path.c_str()) != 0) {
-        *problem = failure("cannot rename", part, errno);
-        (void)io_unlink(part.c_str());
+    if (!age_files(path, kept, problem)) {
+        (void)io_unlink(fresh.c_str());
         return false;
     }
-    return sync_directory(path, problem);
+    if (!move_in_place(fresh, path)) {
+        *problem = failure("cannot replace", path, errno);
+        return false;
+    }
+    return true;
 }

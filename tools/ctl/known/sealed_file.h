@@ -32,6 +32,7 @@ int end_of_kept(kept_end end, const std::string& problem);
 
 // Writes `content`, with kind, format and checksum, whole or not at all: beside it, synced,
 // renamed, the directory synced. The last `kept` files are kept, the older ones as PATH.1, PATH.2
-// and so on; 1: none. False: `problem` says why, and the file is what it was.
+// and so on; 1: none. False: `problem` says why; unless
+// only the sync of the directory failed, the file is what it was.
 bool write_kept(const std::string& path, const kept_kind& kind, const json_record& content,
                 unsigned kept, std::string* problem);
