@@ -217,5 +217,20 @@ class tarn_lab_page(unittest.TestCase):
                          re.findall(r"\d+", line))
 
 
+class examples(unittest.TestCase):
+    def test_use_options_that_exist(self):
+        texts = {name: page(name) for name in ("tarn.8", "tarnctl.8", "tarn-lab.1")}
+        known = {name.rpartition(".")[0]: set(options(text)) for name, text in texts.items()}
+        seen = 0
+        for text in [*texts.values(), page("tarn-platform.conf.5"), page("tarn-format.5")]:
+            for line in plain(section(text, "EXAMPLES")).replace("\\\n", " ").split("\n"):
+                used = re.match(r"(?:\.Dl )?(?:\w+=\S+ )?(tarn|tarnctl|tarn-lab) (.*)", line)
+                if used:
+                    wanted = set(re.findall(r"(?<!\S)--?[a-z][\w-]*", used.group(2)))
+                    self.assertLessEqual(wanted, known[used.group(1)], line)
+                    seen += 1
+        self.assertGreater(seen, 15)
+
+
 if __name__ == "__main__":
     main()
