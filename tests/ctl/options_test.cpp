@@ -125,12 +125,13 @@ TEST(options, help_names_only_what_exists) {
     EXPECT_EQ(help.err, "");
     const size_t commands = help.out.find("\nSubcommands:\n");
     ASSERT_NE(commands, std::string::npos) << help.out;
-    EXPECT_NE(help.out.find("\n  check ", commands), std::string::npos);
-    EXPECT_NE(help.out.find("\n  explain ", commands), std::string::npos);
-    EXPECT_NE(help.out.find("\n  health ", commands), std::string::npos);
     for (const char* word :
-         {"space", "punch", "inventory", "guard", "capture", "restore", "rehearse", "apply", "undo",
-          "salvage", "export", "journal", "diff", "report", "--from", "--threads"}) {
+         {"check", "explain", "space", "punch", "export", "inventory", "guard", "health"}) {
+        EXPECT_NE(help.out.find(std::string("\n  ") + word + " ", commands), std::string::npos)
+            << word;
+    }
+    for (const char* word : {"capture", "restore", "rehearse", "apply", "undo", "salvage",
+                             "journal", "diff", "report", "--from", "--threads"}) {
         for (const std::string& text : {help.out, parse({"check", "--help"}).out}) {
             EXPECT_EQ(text.find(std::string("\n  ") + word), std::string::npos) << word;
         }

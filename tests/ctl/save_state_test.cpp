@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "ctl/check/state_file.h"
-#include "ctl/replace_file.h"
+#include "ctl/whole_file.h"
 #include "ctl/support/sealed_state.h"
 #include "support/io_faults.h"
 #include "support/scratch_file.h"

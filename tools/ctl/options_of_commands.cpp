@@ -99,7 +99,7 @@ static CLI::App* add_space(CLI::App* app, raw_options* raw) {
              "Sort by exclusive, shared or name");
     add_memory(space, &raw->memory);
     space->footer(
-        "Exit status: 0 done; 6 a figure is a lower bound, or missing; 8 could not run; 16 usage;\n"
+        "Exit status: 0 done; 6 a figure is not exact, or missing; 8 could not run; 16 usage;\n"
         "32 a name that fits no map, or two.");
     return space;
 }
@@ -122,7 +122,10 @@ static CLI::App* add_punch(CLI::App* app, raw_options* raw) {
         "punch", "Say what could be given back to the file system; give nothing back");
     add_volumes(punch, &raw->options.punch.volumes);
     punch->footer(
-        "Exit status: 0 done; 8 could not run; 16 usage; 32 refused: it is not safe now.");
+        "Keep the service stopped from before this command until the last line that it prints has\n"
+        "run: the lines are true for that moment only.\n"
+        "Exit status: 0 done, or nothing to do; 8 could not run; 16 usage; 32 refused: it is not "
+        "safe now.");
     return punch;
 }
 

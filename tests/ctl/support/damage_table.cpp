@@ -140,7 +140,7 @@ static wanted_list data_file_cut(const damage_done& done) {
 }
 
 static wanted_list foreign_journal(const damage_done&) {
-    return {{"J05", ""}};
+    return {{"S07", ""}};
 }
 
 static wanted_list journal_note(const damage_done& done) {
@@ -270,7 +270,7 @@ const std::vector<damage_row>& damage_rows() {
         {"maps-swapped", nothing, "", "", "0"},
         {"map-old", old_map, "R01 R02 R03 R04", "", "3 5"},
         {"data-file-cut", data_file_cut, "D02", "", "0"},
-        {"journal-foreign", foreign_journal, "", "", "0"},
+        {"journal-foreign", foreign_journal, "J05", "", "0"},
         {"journal-block", journal_note, "", "", "0"},
         {"alias", alias, "", "", "5"},
         {"dangling", dangling, "", "", "5"},

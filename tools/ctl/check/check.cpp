@@ -110,44 +110,44 @@ static volume_figures figures_of(const check_state* state, const volume_check& v
     return figures;
 }
 
-static void fill_report(check_state* state, check_report* report) {
-    report->server = host_name();
-    report->journal_path = state->server.journal;
-    for (const volume_check& volume : state->volumes) {
+check_report opening_of_look(const server_look& look) {
+    check_report report;
+    report.server = host_name();
+    report.journal_path = look.state.server.journal;
+    report.mode = look.mode;
+    if (look.journal) {
+        report.journal_status = journal_status_word(look.journal->header.jnl_shutdown_tag);
+        report.journal_last_id = look.journal->header.jnl_last_trans_id;
+    }
+    for (const volume_check& volume : look.state.volumes) {
         if (volume.files->state != volume_state::plain) {
-            report->volumes.push_back(volume.files->root);
-            report->figures.push_back(figures_of(state, volume));
+            report.volumes.push_back(volume.files->root);
+            report.figures.push_back(figures_of(&look.state, volume));
         }
     }
-    report->findings = std::move(state->findings);
-    report->complete = state->complete;
-    report->left_out = std::move(state->left_out);
+    return report;
 }
 
-static void take_look(server_look* look, check_report* report) {
-    *report = {};
-    report->mode = look->mode;
-    if (look->journal) {
-        report->journal_status = journal_status_word(look->journal->header.jnl_shutdown_tag);
-        report->journal_last_id = look->journal->header.jnl_last_trans_id;
+bool check_look(server_look* look, check_report* report, std::string* problem) {
+    if (!run_steps(&look->state, problem)) {
+        return false;
     }
-    fill_report(&look->state, report);
+    *report = opening_of_look(*look);
+    const inventory* known = look->state.request->known;
+    if (known != nullptr &&
+        !compare_inventory(&look->state, *known, look->journal, &report->refusal)) {
+        return true;
+    }
+    report->findings = std::move(look->state.findings);
+    report->complete = look->state.complete;
+    report->left_out = std::move(look->state.left_out);
+    return true;
 }
 
 bool check_server(const check_request& request, check_report* report, std::string* problem) {
     const auto begin = std::chrono::steady_clock::now();
     const auto take = [report](server_look* look, std::string* why) {
-        if (!run_steps(&look->state, why)) {
-            return false;
-        }
-        std::string refusal;
-        const inventory* known = look->state.request->known;
-        if (known != nullptr && !compare_inventory(&look->state, *known, look->journal, &refusal)) {
-            report->refusal = refusal;
-            return true;
-        }
-        take_look(look, report);
-        return true;
+        return check_look(look, report, why);
     };
     const look_end end = look_at_server(request, take, problem);
     if (end == look_end::failed) {

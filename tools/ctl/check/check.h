@@ -52,6 +52,12 @@ struct check_report {
 // Fills the report. False: it could not run at all; `problem` says why.
 bool check_server(const check_request& request, check_report* report, std::string* problem);
 
+// The same for a look that is under way, without folding what was found.
+struct server_look;
+bool check_look(server_look* look, check_report* report, std::string* problem);
+// What a report says before its findings: server, volumes, journal, mode.
+check_report opening_of_look(const server_look& look);
+
 // Notes never change it. Damage wins over incomplete.
 ctl_exit exit_of(const check_report& report);
 const char* verdict_of(const check_report& report);  // "clean", "counts", "damage", ...

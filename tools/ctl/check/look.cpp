@@ -106,6 +106,12 @@ look_end look_at_server(const check_request& request, const look_taker& take,
     return moved ? look_end::moving : look_end::still;
 }
 
+void forget_absent_journal(const server_look& look, check_report* report) {
+    if (look.state.server.journal_state == view_state::absent) {
+        report->journal_path.clear();
+    }
+}
+
 const char* const STILL_WRITING =
     "The service wrote all the time, more than this command could follow. Try again, or while it "
     "is paused.";

@@ -36,5 +36,8 @@ enum class look_end {
 // anew each time. What rooms below log is dropped.
 look_end look_at_server(const check_request& request, const look_taker& take, std::string* problem);
 
+// For commands to which a journal that is not there, after a start-up replay, is as good as none.
+void forget_absent_journal(const server_look& look, check_report* report);
+
 // The words for a service that would not stand still.
 extern const char* const STILL_WRITING;

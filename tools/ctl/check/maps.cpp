@@ -324,16 +324,21 @@ void map_scanner::report() {
     }
 }
 
+bool is_cut_short(const map_check& map, uint64_t mapped) {
+    const uint64_t nodes = map_node_count(map.entries);
+    return (map.view.bad_nodes & 0b110) == 0 && map.file->place != map_place::copy_map &&
+           map.view.file_size < METADATA_DATA_OFFSET + nodes * DATA_NODE_SIZE &&
+           map.header.map_mapped_count > mapped;
+}
+
 static void check_length_and_count(check_state* state, const volume_check* volume, map_check* map) {
     if ((map->view.bad_nodes & 0b110) != 0) {
         return;  // one of the two counts is not what it was
     }
     const uint64_t stored = map->header.map_mapped_count;
     const uint64_t nodes = map_node_count(map->entries);
-    const bool is_short = map->file->place != map_place::copy_map &&
-                          map->view.file_size < METADATA_DATA_OFFSET + nodes * DATA_NODE_SIZE;
     int cause = map->damaged_finding;
-    if (is_short && stored > map->mapped) {
+    if (is_cut_short(*map, map->mapped)) {
         cause = add_finding(state, finding_code::M05, volume, map->file->below);
         map->damaged = true;
         finding* added = &state->findings.back();

@@ -6,6 +6,10 @@
 // Entries that the file has room for.
 uint64_t map_entries_of_file(const header_view& view);
 
+// Whether the file ends before its last entry, and lost some: it counts more mapped ones than the
+// `mapped` that were found.
+bool is_cut_short(const map_check& map, uint64_t mapped);
+
 // Reads a node that a scan could not show, up to three times, since a running service may be
 // writing it. Returns 0 and whether its checksum is wrong; errno when it cannot be read.
 int read_node_alone(int fd, uint64_t number, data_node* node, bool* damaged);

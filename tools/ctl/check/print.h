@@ -16,6 +16,10 @@ struct print_style {
     const char* clean = "Clean: nothing is wrong.";
 };
 
+// What every look at a server says first, also for other commands.
+std::string opening_text(const check_report& report);  // ends with a blank line
+json_record opening_record(const char* command, const check_report& report);
+
 // False: not everything could be written, errno says why.
 bool print_check_text(FILE* out, const check_report& report, const print_style& style);
 bool print_check_json(FILE* out, const check_report& report, const print_style& style);

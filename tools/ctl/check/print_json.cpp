@@ -19,8 +19,8 @@ static const char* mode_word(check_mode mode) {
     return "as-found";
 }
 
-static json_record check_start(const check_report& report, const print_style& style) {
-    json_record record = start_record(style.command);
+json_record opening_record(const char* command, const check_report& report) {
+    json_record record = start_record(command);
     record["server"] = report.server;
     record["volumes"] = report.volumes;
     record["journal"] = nullptr;
@@ -155,7 +155,7 @@ static json_record summary_record(const check_report& report, uint64_t listed) {
 }
 
 bool print_check_json(FILE* out, const check_report& report, const print_style& style) {
-    if (!put_record(out, check_start(report, style))) {
+    if (!put_record(out, opening_record(style.command, report))) {
         return false;
     }
     uint64_t listed_count = 0;

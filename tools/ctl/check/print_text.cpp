@@ -173,7 +173,7 @@ static const char* mode_words(check_mode mode) {
     return "";
 }
 
-static std::string opening(const check_report& report) {
+std::string opening_text(const check_report& report) {
     std::string words = shown(report.server) + ":";
     for (const std::string& volume : report.volumes) {
         words += " " + shown(volume) + ",";
@@ -253,7 +253,7 @@ bool print_check_text(FILE* out, const check_report& report, const print_style& 
     if (style.quiet) {
         return put(out, verdict_words(report, style) + "\n") && fflush(out) == 0;
     }
-    if (!put(out, opening(report)) || !put_findings(out, report, style)) {
+    if (!put(out, opening_text(report)) || !put_findings(out, report, style)) {
         return false;
     }
     for (const std::string& sentence : report.left_out) {

@@ -6,9 +6,8 @@
 #include <fcntl.h>
 
 #include "ctl/check/data_holes.h"
+#include "ctl/check/table_groups.h"
 #include "fri/fri_window.h"
-#include "store/crc32c.h"
-#include "tbl/tbl_group_image.h"
 #include "view/free_list.h"
 #include "volume/dat_file.h"
 
@@ -228,25 +227,6 @@ static void judge_blocks(group_pass* pass, group_case* at) {
     }
 }
 
-// A running service may be writing a block: what does not match is read again, twice.
-static bool load_group(group_pass* pass, uint64_t group) {
-    for (int tries = 0; tries < 3; tries++) {
-        if (!tbl_group_load(pass->table, &pass->image, group)) {
-            return false;
-        }
-        tarn_crc32c_blocks(pass->image.blocks, pass->image.block_count, pass->checksums);
-        bool right = true;
-        for (uint32_t i = 0; i < pass->image.block_count; i++) {
-            const uint32_t stored = pass->image.blocks[i].checksum;
-            right = right && (stored == 0 || stored == pass->checksums[i]);
-        }
-        if (right) {
-            break;
-        }
-    }
-    return true;
-}
-
 static bool index_entry(group_pass* pass, uint64_t group, fri_entry* entry) {
     *entry = {};
     if (pass->index == 0) {
@@ -267,17 +247,6 @@ static void report_unread_group(group_pass* pass, uint64_t group, const std::str
     added->place = place_kind::group;
     added->first = group;
     added->count = 1;
-}
-
-// The first group from `group` on, at most `end`, that has data in the table.
-static uint64_t next_table_group(int fd, uint64_t group, uint64_t end) {
-    const uint64_t begin = data_node_offset(tbl_block_of(tbl_lpa_of(group, 0)));
-    const uint64_t data = io_next_data(fd, begin, TBL_FILE_SIZE);
-    if (data >= TBL_FILE_SIZE) {
-        return end;
-    }
-    const uint64_t block = data / DATA_NODE_SIZE - DATA_NODE_BASE;
-    return std::clamp(tbl_group_of(block * TBL_BLOCK_ENTRIES), group, end);
 }
 
 // Whether the group lies in a hole of the table.
@@ -314,7 +283,7 @@ static bool check_group(group_pass* pass, uint64_t group) {
         at.list_cause = cause_of_block(pass->volume->bad_index_blocks, fri_block_of(group));
         return check_group_in_hole(pass, &at);
     }
-    if (!load_group(pass, group)) {
+    if (!load_table_group(pass->table, group, &pass->image, pass->checksums)) {
         report_unread_group(pass, group, pass->volume->files->table);
         return true;
     }
