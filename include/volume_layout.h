@@ -1,8 +1,9 @@
-// The layout of a volume: the names below its root, which are spelled only here, and which files
-// are maps. Ground floor: includes nothing of this project.
+// The layout of a volume: the names below its root, which are spelled only here, which files are
+// maps, and where an extent lies in the data files. Ground floor: includes nothing of this project.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 // Directories in a volume's root.
@@ -54,3 +55,16 @@ constexpr lun_search lun_searches[] = {
 };
 
 constexpr size_t LUN_SEARCH_COUNT = sizeof lun_searches / sizeof lun_searches[0];
+
+// Placement: every data file holds 2^42 bytes of extents, after a header area of one mebibyte.
+constexpr uint32_t DAT_SPAN_SHIFT = 42;
+constexpr uint64_t DAT_DATA_OFFSET = 0x100000;
+
+// `shift`: extents are of 2^shift bytes, DAT_SPAN_SHIFT at most.
+constexpr uint64_t dat_file_number(uint64_t lpa, uint32_t shift) {
+    return lpa >> (DAT_SPAN_SHIFT - shift);
+}
+constexpr uint64_t dat_byte_in_file(uint64_t lpa, uint32_t shift) {
+    const uint64_t extents_mask = (uint64_t{1} << (DAT_SPAN_SHIFT - shift)) - 1;
+    return ((lpa & extents_mask) << shift) + DAT_DATA_OFFSET;
+}

@@ -54,6 +54,9 @@ ssize_t io_write(int fd, const void* buf, size_t len);
 // At a byte of the file; its position stays where it is. io_call::read and io_call::write.
 ssize_t io_read_at(int fd, void* buf, size_t len, uint64_t offset);
 ssize_t io_write_at(int fd, const void* buf, size_t len, uint64_t offset);
+// Up to `len` bytes of one file at a byte of another one, both open; their positions stay. Shares
+// them where the file system can. Not for files of an overlay. io_call::write.
+ssize_t io_copy(int from, uint64_t from_offset, int to, uint64_t to_offset, size_t len);
 int64_t io_seek(int fd, uint64_t offset);  // from the start; an offset past 2^63 - 1 is EINVAL
 int io_sync(int fd);
 int io_sync_file_system(int fd);  // everything on the file system of `fd`

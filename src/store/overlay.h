@@ -87,3 +87,16 @@ private:
     opened* descriptors_;  // null: no memory, every open fails
     std::unordered_map<io_file_id, file, hash_of_id> files_;
 };
+
+// Alive: the calls of descriptor.h go to the disk, and the overlay keeps what it has. A descriptor
+// is closed in the state in which it was opened.
+class io_overlay_pause {
+public:
+    io_overlay_pause() : paused_(io_overlay_on) { io_overlay_on = nullptr; }
+    ~io_overlay_pause() { io_overlay_on = paused_; }
+    io_overlay_pause(const io_overlay_pause&) = delete;
+    io_overlay_pause& operator=(const io_overlay_pause&) = delete;
+
+private:
+    io_overlay* paused_;
+};

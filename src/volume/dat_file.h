@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "metadata.h"
+#include "volume_layout.h"
 
 constexpr int DAT_CONST_NODES = 2;
 constexpr int DAT_VAR_NODES = 0;
@@ -30,19 +31,7 @@ struct dat_handle {
 int load_dat_handle(dat_handle* handle, const char* path);
 int close_dat_handle(dat_handle* handle);  // syncs and closes. 0; -1 for null, logged
 
-// Placement: every data file holds 2^42 bytes of extents, after a header area of one mebibyte.
-constexpr uint32_t DAT_SPAN_SHIFT = 42;
-constexpr uint64_t DAT_DATA_OFFSET = 0x100000;
 constexpr int DAT_FILE_MAX = 4096;  // files of a volume that are opened
-
-// `shift`: extents are of 2^shift bytes, DAT_SPAN_SHIFT at most.
-constexpr uint64_t dat_file_number(uint64_t lpa, uint32_t shift) {
-    return lpa >> (DAT_SPAN_SHIFT - shift);
-}
-constexpr uint64_t dat_byte_in_file(uint64_t lpa, uint32_t shift) {
-    const uint64_t extents_mask = (uint64_t{1} << (DAT_SPAN_SHIFT - shift)) - 1;
-    return ((lpa & extents_mask) << shift) + DAT_DATA_OFFSET;
-}
 
 // Writes the path of data file `number` of the volume `root` into `out` (PATH_TEXT_SIZE). 0; -1,
 // logged, when it does not fit.

@@ -174,7 +174,7 @@ static CLI::App* add_export(CLI::App* app, raw_options* raw) {
         std::string* value;
         const char* help;
     } numbers[] = {{"--offset", &raw->offset, "First byte of the LUN"},
-                   {"--length", &raw->length, "Bytes; 0 means to its end"}};
+                   {"--length", &raw->length, "Bytes; 0 means up to its end"}};
     for (const auto& number : numbers) {
         command->add_option(number.name, *number.value, number.help)
             ->type_name("N")
@@ -182,8 +182,9 @@ static CLI::App* add_export(CLI::App* app, raw_options* raw) {
     }
     add_word(command, "--missing", &raw->missing, {"fail", "zero"}, "HOW",
              "What cannot be read: fail, or zero");
-    command->add_flag("--force", request->force, "Replace the file");
-    command->add_flag("--inconsistent", request->inconsistent, "Although the service runs");
+    command->add_flag("--force", request->force, "Replace the file, its mapfile and a part of it");
+    command->add_flag("--inconsistent", request->inconsistent,
+                      "Even if the service writes, or the journal cannot be replayed");
     command->footer(
         "Exit status: 0 done; 4 a part of the LUN cannot be read; 8 could not run; 16 usage;\n"
         "32 refused.");

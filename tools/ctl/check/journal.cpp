@@ -30,6 +30,10 @@ std::string journal_status_word(uint32_t tag) {
     }
 }
 
+bool journal_was_closed(uint32_t tag) {
+    return tag == JNL_STATUS_SUCCESS || tag == JNL_STATUS_INIT;
+}
+
 static const char* meaning_of(uint32_t tag) {
     switch (tag) {
         case JNL_STATUS_INIT:
@@ -176,10 +180,6 @@ static bool knows_every_uuid(const check_state* state) {
            std::all_of(state->volumes.begin(), state->volumes.end(), is_known);
 }
 
-static bool was_closed(uint32_t tag) {
-    return tag == JNL_STATUS_SUCCESS || tag == JNL_STATUS_INIT;
-}
-
 static std::string hex_of(const uuid_bytes& uuid) {
     return hex_of_bytes({reinterpret_cast<const char*>(uuid.data()), uuid.size()});
 }
@@ -195,7 +195,7 @@ static void report_absent_volume(check_state* state, const uuid_bytes& uuid, uin
     add_finding(state, finding_code::S07, nullptr, JOURNAL_NAME);
     finding* added = &state->findings.back();
     added->was = hex_of(uuid);
-    if (was_closed(tag)) {
+    if (journal_was_closed(tag)) {
         added->level = severity::note;
         added->detail = "The journal was closed cleanly: a replay has nothing to do.";
     }
@@ -240,7 +240,7 @@ static void report_unknown_uuids(check_state* state, uint32_t tag) {
     if (all_foreign) {
         added->detail = "None of its records concerns a file of this server.";
     }
-    if (of_others && was_closed(tag)) {
+    if (of_others && journal_was_closed(tag)) {
         added->level = severity::note;
     }
 }
@@ -298,7 +298,7 @@ static void look_at_window(window_look* look, uint32_t tag) {
         walked = search == 1 ? jnl_walk_commits(&look->jnl, budget, "check", visit, look) : 0;
     }
     uint64_t where = 0;
-    if (search < 0 && was_closed(tag) && is_newest_damaged(look, &where)) {
+    if (search < 0 && journal_was_closed(tag) && is_newest_damaged(look, &where)) {
         add_at(state, finding_code::J03, where);
         state->findings.back().level = severity::note;
     }
@@ -311,7 +311,7 @@ static void look_at_window(window_look* look, uint32_t tag) {
     }
     if (look->ids.size() < budget && look->visited < look->total && is_cut(look, &where)) {
         const int number = add_at(state, finding_code::J03, where);
-        if (was_closed(tag)) {
+        if (journal_was_closed(tag)) {
             state->findings.back().level = severity::note;
         } else if (state->replay_cause == NO_CAUSE && !state->request->raw) {
             state->replay_cause = number;

@@ -9,6 +9,8 @@
 
 // "success", "abnormal", ...; empty for a value that no journal has.
 std::string journal_status_word(uint32_t tag);
+// The service was shut down cleanly, or never ran: there is nothing to replay.
+bool journal_was_closed(uint32_t tag);
 
 // Where the journal is now: its header, and the id of the newest transaction whose record is whole.
 // The service may write the header before the record.

@@ -69,41 +69,48 @@ static bool has_other_files(const server_files& before) {
 
 // One look. `moved`: the service wrote while it lasted, so that what was seen is of different
 // moments.
-static bool look_once(const check_request& request, bool freeze_first, const look_taker& take,
+static bool look_once(server_look* look, bool freeze_first, const look_taker& take,
                       std::string* problem, bool* moved) {
-    server_look look;
-    look.state.request = &request;
-    if (!list_server(&look.state.server, problem) ||
-        !choose_volumes(request.volumes, &look.state.server, problem)) {
+    if (!list_server(&look->state.server, problem) ||
+        !choose_volumes(look->state.request->volumes, &look->state.server, problem)) {
         return false;
     }
-    take_volumes(&look.state);
-    look.journal = journal_now(look.state.server);
-    const bool frozen = replay_pending(&look, freeze_first && look.journal);
-    if (look.refusal) {
-        report_refusal(&look.state, *look.refusal);
+    take_volumes(&look->state);
+    look->journal = journal_now(look->state.server);
+    const bool frozen = replay_pending(look, freeze_first && look->journal);
+    if (look->refusal) {
+        report_refusal(&look->state, *look->refusal);
     }
-    check_headers(&look.state);
-    if (!take(&look, problem)) {
+    check_headers(&look->state);
+    if (!take(look, problem)) {
         return false;
     }
-    *moved = has_other_files(look.state.server) ||
-             (!frozen && look.journal != journal_now(look.state.server));
+    *moved = has_other_files(look->state.server) ||
+             (!frozen && look->journal != journal_now(look->state.server));
     return true;
 }
 
 static constexpr int LOOKS_MAX = 4;  // the first one without a copy
 
-look_end look_at_server(const check_request& request, const look_taker& take,
-                        std::string* problem) {
+look_end keep_look_at_server(const check_request& request, const look_taker& take,
+                             std::unique_ptr<server_look>* kept, std::string* problem) {
     const quiet_log quiet;
     bool moved = true;
     for (int looks = 0; moved && looks < LOOKS_MAX; looks++) {
-        if (!look_once(request, looks > 0, take, problem, &moved)) {
+        kept->reset();  // only one overlay can be on
+        *kept = std::make_unique<server_look>();
+        (*kept)->state.request = &request;
+        if (!look_once(kept->get(), looks > 0, take, problem, &moved)) {
             return look_end::failed;
         }
     }
     return moved ? look_end::moving : look_end::still;
+}
+
+look_end look_at_server(const check_request& request, const look_taker& take,
+                        std::string* problem) {
+    std::unique_ptr<server_look> kept;
+    return keep_look_at_server(request, take, &kept, problem);
 }
 
 void forget_absent_journal(const server_look& look, check_report* report) {

@@ -36,6 +36,11 @@ enum class look_end {
 // anew each time. What rooms below log is dropped.
 look_end look_at_server(const check_request& request, const look_taker& take, std::string* problem);
 
+// The same. The last look stays, with its overlay on, whatever `take` said of it; null if there was
+// none. What is read through the overlay from then on is of the moment of the look.
+look_end keep_look_at_server(const check_request& request, const look_taker& take,
+                             std::unique_ptr<server_look>* kept, std::string* problem);
+
 // For commands to which a journal that is not there, after a start-up replay, is as good as none.
 void forget_absent_journal(const server_look& look, check_report* report);
 
