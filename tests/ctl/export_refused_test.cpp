@@ -59,7 +59,20 @@ TEST_F(refused_exports, over_what_exists) {
     fs::create_symlink(file("elsewhere"), file("l"));
     expect(32, "LUN_1 --force --to " + file("l"), "is no regular file");
     expect(32, "LUN_1 --to " + file("no/x"), "No such file or directory");
+    const std::string longest(252, 'n');  // with .map it is a byte too long
+    expect(32, "LUN_1 --to " + file(longest), longest + ".map: File name too long");
     expect(16, "LUN_1", "--to is required");
+}
+
+// What is printed there is the data of a LUN.
+TEST_F(refused_exports, without_descriptors_print_no_words_on_standard_output) {
+    for (int most = 4; most <= 12; most++) {
+        const ran found = shell("env TARN_PLATFORM_CONF=" + sample_ +
+                                "/platform.conf prlimit --nofile=" + std::to_string(most) + " " +
+                                TARN_CTL_PROGRAM + " export LUN_1 --length 4096 --to - >" +
+                                file("out") + " 2>/dev/null; grep -a TARN_INFO " + file("out"));
+        EXPECT_EQ(found.status, 1) << most << ": " << found.text;
+    }
 }
 
 TEST_F(refused_exports, into_a_volume_or_the_journal_by_any_way) {

@@ -44,6 +44,14 @@ TEST_F(guarded, servers_without_a_journal_may_start) {
     EXPECT_EQ(guard(sample).status, 0);
 }
 
+// Nobody knows whether a replay is due.
+TEST_F(guarded, a_journal_that_cannot_be_read_stops_it) {
+    const std::string sample = make_crashed();
+    ASSERT_EQ(shell("cd " + sample + "/journal && rm EP_JNL && mkdir EP_JNL").status, 0);
+    expect_stopped(guard(sample), "stopped by X01: " + sample + "/journal/EP_JNL: cannot be read.");
+    EXPECT_EQ(guard(sample, "--accept X01").status, 0);
+}
+
 TEST_F(guarded, volumes_that_are_missing_or_empty_stop_it) {
     for (const char* command : {"mv volume2 away", "mv volume2 away; mkdir volume2"}) {
         for (const char* shape : {" --crash", ""}) {

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <unistd.h>
 
 #include "campaign/asked.h"
 #include "ctl/support/check_run.h"
@@ -172,6 +173,56 @@ TEST_F(inventory_file, is_not_written_of_a_server_that_has_lost_something) {
     EXPECT_EQ(refused.status, 32);
     EXPECT_NE(refused.text.find("is damaged or cannot be read"), std::string::npos) << refused.text;
     EXPECT_NE(shell("ls " + path_).status, 0);
+}
+
+TEST_F(inventory_file, is_not_written_of_a_map_that_was_cut) {
+    ASSERT_EQ(damage(sample_, "map-truncated", 3).status, 0);
+    const ran refused = ctl("inventory --write " + path_);
+    EXPECT_EQ(refused.status, 32);
+    EXPECT_NE(refused.text.find("is damaged or cannot be read"), std::string::npos) << refused.text;
+    EXPECT_NE(shell("ls " + path_).status, 0);
+}
+
+TEST_F(inventory_file, is_not_written_through_a_link) {
+    for (const char* target : {"loop", "nowhere"}) {
+        ASSERT_EQ(shell("cd " + place_.path() + " && ln -sfn " + target + " loop").status, 0);
+        const ran refused = ctl("inventory --write " + place_.path() + "/loop");
+        EXPECT_EQ(refused.status, 32);
+        EXPECT_NE(refused.text.find("something is there that is no regular file"),
+                  std::string::npos)
+            << refused.text;
+    }
+    const ran journal = ctl("inventory --write " + sample_ + "/journal/EP_JNL");
+    EXPECT_EQ(journal.status, 32);
+    EXPECT_NE(journal.text.find("it is the journal"), std::string::npos) << journal.text;
+}
+
+TEST_F(inventory_file, past_the_limit_of_a_file_is_a_failure_that_leaves_nothing) {
+    const ran limited =
+        shell("cd " + place_.path() + " && ulimit -f 0 && env TARN_PLATFORM_CONF=" + sample_ +
+              "/platform.conf " + TARN_CTL_PROGRAM + " inventory --write " + path_);
+    EXPECT_EQ(limited.status, 8);
+    EXPECT_NE(limited.text.find("File too large"), std::string::npos) << limited.text;
+    EXPECT_NE(shell("ls " + path_ + "*").status, 0);
+}
+
+// Whoever may not read a directory does not know that a map is missing in it.
+TEST_F(inventory_file, misses_no_map_in_a_directory_that_cannot_be_read) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root to become another user";
+    }
+    write();
+    ASSERT_EQ(shell("chmod 711 " + place_.path() + "; chmod -R go+rX " + sample_ + "; chmod 700 " +
+                    sample_ + "/volume1/@iSCSITrg/LUN_1")
+                  .status,
+              0);
+    const ran seen = shell("setpriv --reuid nobody --clear-groups " TARN_CTL_PROGRAM " --conf " +
+                           sample_ + "/platform.conf inventory --compare " + path_);
+    EXPECT_EQ(seen.status, 6) << seen.text;
+    EXPECT_NE(seen.text.find("UNREAD X01  " + sample_ + "/volume1/@iSCSITrg/LUN_1: "),
+              std::string::npos)
+        << seen.text;
+    EXPECT_EQ(seen.text.find("S04"), std::string::npos) << seen.text;
 }
 
 TEST_F(inventory_file, stays_when_a_new_one_cannot_be_written) {

@@ -75,6 +75,7 @@ int main(int argc, char** argv) {
         return EXIT_COULD_NOT_RUN;
     }
     (void)signal(SIGPIPE, SIG_IGN);  // a closed pipe is a write that fails
+    (void)signal(SIGXFSZ, SIG_IGN);  // and so is a file that must not grow
     try {
         const parsed_options parsed = parse_options(argc, argv);
         if (parsed.options.command == ctl_command::none) {

@@ -38,13 +38,15 @@ std::string problem_of_place(const std::string& place, const server_files& serve
             return "it would lie in the volume " + shown(volume.root);
         }
     }
-    if (!server.journal.empty() && (io_same_file(place.c_str(), server.journal.c_str()) != 0 ||
-                                    place == real_path_of(server.journal))) {
-        return "it is the journal";
-    }
     struct stat64 status = {};
-    if (io_lstat(place.c_str(), &status) != 0) {
-        return errno == ENOENT ? "" : std::string("its status cannot be read: ") + strerror(errno);
+    if (io_lstat(place.c_str(), &status) != 0 && errno != ENOENT) {
+        return std::string("its status cannot be read: ") + strerror(errno);
     }
-    return S_ISREG(status.st_mode) ? "" : "something is there that is no regular file";
+    if (status.st_mode != 0 && !S_ISREG(status.st_mode)) {
+        return "something is there that is no regular file";
+    }
+    const bool is_journal =
+        !server.journal.empty() && (io_same_file(place.c_str(), server.journal.c_str()) != 0 ||
+                                    place == real_path_of(server.journal));
+    return is_journal ? "it is the journal" : "";
 }

@@ -5,6 +5,7 @@
 #include "ctl/check/compare.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "ctl/check/compare_volumes.h"
@@ -102,6 +103,17 @@ static const map_check* map_at(const volume_check* volume, const std::string& be
     return nullptr;
 }
 
+// Whether the file or a directory above it could not be looked at: nobody knows whether it is
+// there. Something else in its place (EISDIR, EINVAL) was looked at.
+static bool is_out_of_sight(const volume_check& volume, const std::string& below) {
+    const std::string path = volume.files->root + "/" + below;
+    return std::any_of(volume.files->gaps.begin(), volume.files->gaps.end(),
+                       [&](const view_gap& gap) {
+                           return path.starts_with(gap.path + "/") ||
+                                  (path == gap.path && gap.error != EISDIR && gap.error != EINVAL);
+                       });
+}
+
 static bool has_uuid(const map_check& map) {
     return map.readable && (map.view.bad_nodes & 1) == 0;
 }
@@ -160,6 +172,9 @@ static void compare_contents(const comparison& all, const compared_volume& volum
 static void compare_map(const comparison& all, const compared_volume& volume,
                         const known_map& map) {
     const map_check* now = map_at(volume.now, map.below);
+    if (now == nullptr && is_out_of_sight(*volume.now, map.below)) {
+        return;  // X01 says so
+    }
     if (now == nullptr) {
         if (!all.maps.contains(map.uuid)) {
             report_gone(all, *volume.known, &volume, map);

@@ -71,6 +71,9 @@ std::optional<journal_moment> journal_now(const server_files& server) {
     jnl_commit newest = {};
     const uint64_t total = jnl.header.jnl_total_count;
     const silence out(stdout);
+    if (!out.is_silent()) {
+        return std::nullopt;  // the search prints: standard output may be the data of a LUN
+    }
     const bool found = total != 0 && last_complete_commit(&jnl, &newest, total) == 1;
     return journal_moment{jnl.header, found ? newest.start_block.ej_header.jnl_transid : 0};
 }
@@ -294,6 +297,10 @@ static void look_at_window(window_look* look, uint32_t tag) {
     know_maps(state);
     {
         const silence out(stdout);
+        if (!out.is_silent()) {
+            (void)add_unread(state, nullptr, state->server.journal, EMFILE);
+            return;  // the search prints
+        }
         search = last_complete_commit(&look->jnl, &newest, look->total);
         walked = search == 1 ? jnl_walk_commits(&look->jnl, budget, "check", visit, look) : 0;
     }

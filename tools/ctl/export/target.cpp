@@ -46,20 +46,16 @@ static std::string forbidden_place(const server_files& server, std::string direc
     }
 }
 
-static bool exists(const std::string& path, bool* is_file) {
-    struct stat64 status = {};
-    const bool found = io_lstat(path.c_str(), &status) == 0;
-    *is_file = found && S_ISREG(status.st_mode);
-    return found || (errno != ENOENT && errno != ENOTDIR);
-}
-
 static std::string name_problem(const export_target& target, bool force) {
     for (const std::string& path : {target.file, target.map(), target.part()}) {
-        bool is_file = false;
-        if (!exists(path, &is_file)) {
-            continue;
+        struct stat64 status = {};
+        if (io_lstat(path.c_str(), &status) != 0) {
+            if (errno == ENOENT || errno == ENOTDIR) {
+                continue;
+            }
+            return shown(path) + ": " + strerror(errno);
         }
-        if (!is_file) {
+        if (!S_ISREG(status.st_mode)) {
             return shown(path) + " is no regular file";
         }
         if (!force) {

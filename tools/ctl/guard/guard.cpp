@@ -46,8 +46,9 @@ static bool stops(const finding& of, bool pending) {
         case J03:
         case M01:
         case S07:
-        case X01:
             return pending;
+        case X01:  // of no volume: the journal, and nobody knows whether a replay is due
+            return pending || of.volume.empty();
         default:
             return false;
     }

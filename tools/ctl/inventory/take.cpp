@@ -1,8 +1,10 @@
 #include "ctl/inventory/take.h"
 
+#include <cerrno>
 #include <cstring>
 
 #include "ctl/check/map_contents.h"
+#include "ctl/check/maps.h"
 #include "ctl/records.h"
 #include "ctl/text/escape.h"
 #include "store/descriptor.h"
@@ -15,12 +17,16 @@ static uuid_bytes bytes_of_uuid(const uint8_t* uuid) {
 
 static bool take_map(const map_check& map, known_volume* out, std::string* problem) {
     const std::string path = shown(map.file->path);
+    if (map.view.error != 0 && map.view.error != ENODATA) {
+        *problem = path + " cannot be read: " + strerror(map.view.error);
+        return false;
+    }
     if (!map.readable || map.view.bad_nodes != 0) {
         *problem = path + " has no sound header";
         return false;
     }
     const map_contents contents = contents_of(map);
-    if (!contents.whole) {
+    if (!contents.whole || is_cut_short(map, contents.mapped)) {
         *problem = path + " is damaged or cannot be read";
         return false;
     }
