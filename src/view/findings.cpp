@@ -239,7 +239,7 @@ const finding_row FINDING_ROWS[] = {
      "free its data. Put the map back first.",
      LIST_ALL},
     {finding_code::S05, "S05", "map-exchanged", severity::urgent,
-     "another map lies here than the inventory knows.",
+     "not the map, or not the state of it, that the inventory knows.",
      "If the LUN was not made anew, maps were swapped or an old one was put back: clients would "
      "read "
      "and write another LUN's data." NO_SERVICE,

@@ -64,6 +64,19 @@ TEST_F(refused_exports, over_what_exists) {
     expect(16, "LUN_1", "--to is required");
 }
 
+// Twice the extent size, and the checksum of that part of the header as it was.
+TEST_F(refused_exports, of_a_doubtful_extent_size) {
+    const std::string shell_line = "printf '\\0\\0\\040\\0' | dd of=" + sample_ +
+                                   "/volume1/@EP/EP_TBL bs=1 seek=68 conv=notrunc 2>/dev/null";
+    ASSERT_EQ(shell(shell_line).status, 0);
+    expect(4, "LUN_1 --to " + file("x"), "/volume1 cannot be trusted: it stands in a damaged part");
+    EXPECT_EQ(export_on(sample_, "LUN_1 --inconsistent --to " + file("x")).status, 0);
+    const ran space = shell("env TARN_PLATFORM_CONF=" + sample_ + "/platform.conf " +
+                            TARN_CTL_PROGRAM + " space");
+    EXPECT_EQ(space.status, 6);
+    EXPECT_NE(space.text.find("Not exact: H01 "), std::string::npos) << space.text;
+}
+
 // What is printed there is the data of a LUN.
 TEST_F(refused_exports, without_descriptors_print_no_words_on_standard_output) {
     for (int most = 4; most <= 12; most++) {

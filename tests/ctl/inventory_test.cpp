@@ -157,8 +157,6 @@ TEST_F(inventory_file, that_is_absent_is_an_error_of_all_but_the_guard) {
 }
 
 TEST_F(inventory_file, is_not_written_while_tarn_works) {
-    const ran refused = ctl("inventory --write " + path_ + " ; echo $?", sample_);
-    EXPECT_EQ(refused.text.back(), '\n');
     const ran locked =
         shell("flock " + sample_ + "/volume2 env TARN_PLATFORM_CONF=" + sample_ +
               "/platform.conf " + TARN_CTL_PROGRAM + " inventory --write " + path_ + ".new");
@@ -243,4 +241,23 @@ TEST_F(inventory_file, keeps_names_that_are_no_utf8) {
     write();
     EXPECT_NE(text().find("path_hex"), std::string::npos);
     EXPECT_EQ(ctl("inventory --compare " + path_).status, 0);
+}
+
+TEST_F(inventory_file, is_not_written_of_twins_or_without_data_files) {
+    ASSERT_EQ(shell("cd " + sample_ +
+                    " && cp -a volume1 volume9 && "
+                    "sed -i \"s#^volumes = .*#& $PWD/volume9#\" platform.conf")
+                  .status,
+              0);
+    const ran twins = ctl("inventory --write " + path_);
+    EXPECT_EQ(twins.status, 32);
+    EXPECT_NE(twins.text.find("volume9 has the uuids of "), std::string::npos) << twins.text;
+    ASSERT_EQ(shell("cd " + sample_ +
+                    " && rm -r volume9 && mkdir volume9 && "
+                    "rm volume1/@EP/EP_DAT_0*; sed -i 's# [^ ]*volume9##' platform.conf")
+                  .status,
+              0);
+    const ran empty = ctl("inventory --write " + path_);
+    EXPECT_EQ(empty.status, 32);
+    EXPECT_NE(empty.text.find("volume1 has no data file"), std::string::npos) << empty.text;
 }

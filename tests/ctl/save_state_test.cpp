@@ -6,8 +6,8 @@
 #include <sstream>
 
 #include "ctl/check/state_file.h"
-#include "ctl/whole_file.h"
 #include "ctl/support/sealed_state.h"
+#include "ctl/whole_file.h"
 #include "support/io_faults.h"
 #include "support/scratch_file.h"
 

@@ -405,6 +405,9 @@ static void set_bound(volume_check* volume) {
                                                                  &volume->shift) < 0) {
         volume->shift = 0;
     }
+    // The platform takes it from the table's header too, unless the configuration names it.
+    volume->shift_is_doubtful = volume->shift != 0 && size == volume->table.tbl_extent_size &&
+                                (volume->table_view.bad_nodes >> 1 & 1) != 0;
     volume->extents = TBL_TOTAL_COUNT;
     if (!data.empty() && volume->shift != 0) {
         volume->extents =

@@ -64,7 +64,8 @@ struct volume_check {
     header_view index_view;
     bool has_table = false;  // it can be judged
     bool has_index = false;
-    uint32_t shift = 0;    // an extent has 2^shift bytes; 0: unknown
+    uint32_t shift = 0;              // an extent has 2^shift bytes; 0: unknown
+    bool shift_is_doubtful = false;  // it comes from a part of the header that is damaged
     uint64_t extents = 0;  // those of the data files, or of the table when there is no data file
     std::vector<map_check> maps;
     bool all_maps_read = true;

@@ -64,7 +64,7 @@ static bool header_is_good(const map_check& map) {
            map.header.map_total_count == map.entries;
 }
 
-static lun_answer judge_header(const lun_source& source) {
+static lun_answer judge_header(const lun_source& source, bool inconsistent) {
     const map_check& map = *source.map;
     const std::string path = shown(map.file->path);
     if (map.view.error != 0 && map.view.error != ENODATA) {
@@ -82,6 +82,12 @@ static lun_answer judge_header(const lun_source& source) {
         return {EXIT_COULD_NOT_RUN,
                 "the extent size of " + shown(source.volume->files->root) +
                     " is not known: its table cannot be read. Set extent_shift in platform.conf."};
+    }
+    if (source.volume->shift_is_doubtful && !inconsistent) {
+        return {EXIT_DAMAGE,
+                "the extent size of " + shown(source.volume->files->root) +
+                    " cannot be trusted: it stands in a damaged part of the table's header. "
+                    "Nothing was exported. With --inconsistent it is used as it is."};
     }
     const uint64_t most = std::numeric_limits<int64_t>::max() >> source.volume->shift;
     if (map.entries > most) {
@@ -191,7 +197,7 @@ lun_answer open_lun(const std::string& name, bool inconsistent, lun_source* sour
                                "are read as they are, without the journal.");
     }
     if (answer.status == EXIT_CLEAN) {
-        answer = judge_header(*source);
+        answer = judge_header(*source, inconsistent);
     }
     return answer.status == EXIT_CLEAN ? open_reader(source) : answer;
 }

@@ -47,6 +47,8 @@ static bool is_whole(const volume_check& volume, std::string* problem) {
         *problem = root + " has no sound table";
     } else if (!volume.has_index || volume.index_view.bad_nodes != 0) {
         *problem = root + " has no sound index";
+    } else if (files->data_files.empty()) {
+        *problem = root + " has no data file";
     }
     return problem->empty();
 }
@@ -79,6 +81,20 @@ static bool take_volume(const volume_check& volume, inventory* out, std::string*
     return true;
 }
 
+// Two volumes with one uuid: an inventory could not tell them apart.
+static bool has_twins(const inventory& taken, std::string* problem) {
+    for (size_t i = 0; i < taken.volumes.size(); i++) {
+        for (size_t j = i + 1; j < taken.volumes.size(); j++) {
+            if (taken.volumes[i].table == taken.volumes[j].table) {
+                *problem = shown(taken.volumes[j].root) + " has the uuids of " +
+                           shown(taken.volumes[i].root);
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 bool take_inventory(server_look* look, inventory* out, std::string* problem) {
     *out = {};
     out->server = host_name();
@@ -102,5 +118,5 @@ bool take_inventory(server_look* look, inventory* out, std::string* problem) {
             return false;
         }
     }
-    return true;
+    return !has_twins(*out, problem);
 }

@@ -5,6 +5,7 @@
 
 #include "ctl/check/look.h"
 #include "ctl/check/lun_names.h"
+#include "ctl/check/place_words.h"
 #include "ctl/space/report.h"
 #include "ctl/text/escape.h"
 
@@ -72,6 +73,20 @@ static bool is_there(const volume_files& files, space_report* report) {
     return files.state == volume_state::sound;
 }
 
+// Findings of the headers and pool tables: what the figures are made of is in doubt. Those of maps
+// whose entries could not be read are in the figures already.
+static void doubt_headers(const check_state& state, space_report* report) {
+    for (const finding& one : state.findings) {
+        const char kind = finding_row_of(one.code)->name[0];
+        const bool concerns = kind == 'H' || one.code == finding_code::M06;
+        if (concerns && one.level >= severity::damage) {
+            report->doubts.push_back(std::string(finding_row_of(one.code)->name) + " " +
+                                     shown(subject_words(one)) + ": " +
+                                     finding_row_of(one.code)->sentence + " Run: tarnctl check");
+        }
+    }
+}
+
 static bool measure(const space_request& request, server_look* look, space_report* report,
                     std::string* refusal, std::string* problem) {
     *report = {};
@@ -84,6 +99,7 @@ static bool measure(const space_request& request, server_look* look, space_repor
         return true;
     }
     const bool sure = trusts_journal(state, report);
+    doubt_headers(*state, report);
     for (volume_check& volume : state->volumes) {
         if (!is_there(*volume.files, report)) {
             continue;
