@@ -240,7 +240,7 @@ const finding_row FINDING_ROWS[] = {
      LIST_ALL},
     {finding_code::S05, "S05", "map-exchanged", severity::urgent,
      "not the map, or not the state of it, that the inventory knows.",
-     "If the LUN was not made anew, maps were swapped or an old one was put back: clients would "
+     "If the LUN was not recreated, maps were swapped or an old one was put back: clients would "
      "read "
      "and write another LUN's data." NO_SERVICE,
      LIST_ALL},
@@ -261,7 +261,7 @@ const finding_row FINDING_ROWS[] = {
      " Unmount the copy.",
      LOOK_AGAIN},
     {finding_code::S09, "S09", "map-new", severity::note, "the inventory does not know this map.",
-     "It was made since. Write the inventory anew at the next clean stop.", "tarnctl explain S09"},
+     "It was made since. Write a new inventory at the next clean stop.", "tarnctl explain S09"},
     // The data behind it may be lost or sound: neither damage nor harmless. A check with such a
     // finding is incomplete.
     {finding_code::X01, "X01", "unreadable", severity::count, "cannot be read.",

@@ -1,4 +1,4 @@
-// An inventory grows old: servers whose LUNs were deleted, made anew and trimmed since it was
+// An inventory grows old: servers whose LUNs were deleted, recreated and trimmed since it was
 // written, and which then crashed, must start. A map that is lost on such a server must stop it.
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// The workload of a service that ages its volumes: LUNs are deleted and made anew under the same
+// The workload of a service that ages its volumes: LUNs are deleted and recreated under the same
 // name, trimmed, written and snapshotted. A deleted map is removed as soon as it is empty.
 // Below: workload.h, crash.h. Above: continued.h.
 #pragma once

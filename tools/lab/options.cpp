@@ -40,7 +40,7 @@ const char* usage_text() {
            "      recovers it, and verify knows its contents. It may be killed at any time. The\n"
            "      sample must be as it was made, without --crash and --unfinalized.\n"
            "  tarn-lab age DIR [--seed S] [--transactions N] [--clean]\n"
-           "      goes on for N transactions (1000) in which LUNs are deleted, made anew under "
+           "      goes on for N transactions (1000) in which LUNs are deleted, recreated under "
            "the\n"
            "      same name, trimmed, written and snapshotted, and leaves the sample as a power\n"
            "      failure does or, with --clean, shut down. The same numbers give the same bytes.\n"

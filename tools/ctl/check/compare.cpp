@@ -1,4 +1,4 @@
-// An inventory grows old: since it was written, LUNs may have been deleted, made anew and trimmed.
+// An inventory grows old: since it was written, LUNs may have been deleted, recreated and trimmed.
 // So a map that is gone or another one is only noted, unless something shows that it went without
 // the service: extents in use that no map refers to, records of the journal that leave its entries
 // mapped, or a journal that has not moved since.
@@ -131,7 +131,7 @@ static void report_exchanged(const comparison& all, const compared_volume& volum
     }
     if (!swapped && !lost) {
         added->level = severity::note;
-        added->detail += " It seems to have been deleted, and the LUN made anew.";
+        added->detail += " It seems to have been deleted, and the LUN recreated.";
     }
 }
 
@@ -181,7 +181,7 @@ static void compare_map(const comparison& all, const compared_volume& volume,
         } else if (map.kind == "lun" && volume.is_judged && volume.has_losses) {
             add_known(all, finding_code::S04, *volume.known, map)->detail =
                 "Its map of " + all.known->written +
-                " lies elsewhere. If the LUN was made anew since, the new map is lost: the table "
+                " lies elsewhere. If the LUN was recreated since, the new map is lost: the table "
                 "counts references that no map holds.";
         }
     } else if (has_uuid(*now)) {
