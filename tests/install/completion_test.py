@@ -98,6 +98,11 @@ class completion(scratch_test):
         self.assertEqual(self.answers("tarnctl export LUN_"), ["LUN_1", "LUN_2", "LUN_30"])
         self.assertEqual(self.answers("tarnctl space --if-deleted o"), ["other"])
 
+    def test_without_luns_there_is_no_answer(self):
+        self.write("conf", f"volumes = {self.place}/empty")
+        (self.place / "empty/@iSCSITrg").mkdir(parents=True)
+        self.assertEqual(self.answers("tarnctl export "), [])
+
     def test_kinds_of_damage_and_options_of_tarn_lab(self):
         self.assertEqual(self.answers("tarn-lab damage DIR maps"), ["maps-swapped"])
         self.assertEqual(len(self.answers("tarn-lab damage DIR ")), 42)

@@ -8,6 +8,7 @@ FSTAB = r"""# /etc/fstab
 /dev/sdc1 /volume10 ext4 defaults 0 2
 /dev/sdb1 /srv/volume2 ext4 defaults,nofail 0 2
 /dev/sdd1 /mnt/my\040disks/volume2 ext4 defaults 0 2
+/dev/sdi1 /mnt/back\134slash/volume7 ext4 defaults 0 2
 /dev/sde1 /volume3 ext4 rw,noauto,user 0 2
 #/dev/sdf1 /volume4 ext4 defaults 0 2
 /dev/sdg1 /volume05 ext4 defaults 0 2
@@ -47,7 +48,7 @@ class platform_values(configured):
     def test_before_the_mounts_fstab_has_them(self):
         fstab = self.write("fstab", FSTAB)
         self.assertEqual(self.value("boot-volumes", TARN_FSTAB=str(fstab)),
-                         "/srv/volume2\n/mnt/my disks/volume2\n/volume10\n")
+                         "/srv/volume2\n/mnt/my disks/volume2\n/mnt/back\\slash/volume7\n/volume10\n")
 
     def test_the_journal_root_may_hold_blanks_or_be_empty(self):
         self.assertEqual(self.value("journal_root", "journal_root = /mnt/my stick \r\n"),
@@ -86,7 +87,9 @@ class generator(configured):
     def test_without_a_configuration_fstab_says_what_the_volumes_will_be(self):
         self.assertEqual(self.generated(None, FSTAB),
                          ['RequiresMountsFor="/var/lib/tarn"', 'RequiresMountsFor="/srv/volume2"',
-                          'RequiresMountsFor="/mnt/my disks/volume2"', 'RequiresMountsFor="/volume10"'])
+                          'RequiresMountsFor="/mnt/my disks/volume2"',
+                          'RequiresMountsFor="/mnt/back\\\\slash/volume7"',
+                          'RequiresMountsFor="/volume10"'])
 
     def test_specifiers_and_quotes_are_only_characters(self):
         self.assertEqual(self.generated('journal_root = /a%h\nvolumes = /b"c /d\\e\n'),

@@ -53,6 +53,7 @@ class keep_evidence(scratch_test):
 
     def test_after_a_crash_it_copies_journal_and_metadata_and_no_data(self):
         lab = self.sample("--crash")
+        (lab / "volume2/@EP_trash/7").write_text("a map", encoding="utf-8")
         self.keep()
         [name] = self.kept()
         self.assertRegex(name, r"^\d{8}T\d{6}Z-abnormal$")
