@@ -118,20 +118,6 @@ ssize_t io_write_at(int fd, const void* buf, size_t len, uint64_t offset) {
                                     : pwrite64(fd, buf, len, static_cast<off64_t>(offset));
 }
 
-ssize_t io_copy(int from, uint64_t from_offset, int to, uint64_t to_offset, size_t len) {
-    if (!allow(io_call::write, &len) || !is_offset(from_offset) || !is_offset(to_offset)) {
-        return -1;
-    }
-    if (io_overlay_on != nullptr) {
-        errno = EROFS;
-        return -1;
-    }
-    set_written(to, true);
-    auto in = static_cast<off64_t>(from_offset);
-    auto out = static_cast<off64_t>(to_offset);
-    return copy_file_range(from, &in, to, &out, len, 0);
-}
-
 int64_t io_seek(int fd, uint64_t offset) {
     if (!io_allow(io_call::seek)) {
         return -1;
