@@ -133,10 +133,15 @@ static CLI::App* add_inventory(CLI::App* app, raw_options* raw) {
     CLI::App* inventory = app->add_subcommand(
         "inventory", "Note what the server is made of, or compare it with such a note");
     inventory_request* request = &raw->options.inventory;
-    CLI::Option_group* which = inventory->add_option_group("What to do");
-    add_file(which, "--write", &request->write, "Write the inventory; the last eight are kept");
-    add_file(which, "--compare", &request->compare, "Say what is missing, swapped or new");
-    which->require_option(1);
+    CLI::Option* write =
+        add_file(inventory, "--write", &request->write, "Write it; the last eight are kept");
+    add_file(inventory, "--compare", &request->compare, "Say what is missing, swapped or new")
+        ->excludes(write);
+    inventory->callback([request] {
+        if (request->write.empty() && request->compare.empty()) {
+            throw CLI::RequiredError("--write or --compare");
+        }
+    });
     inventory->footer(
         "Exit status: 0 done, or no difference; 4 something is missing; 5 urgent; 6 not "
         "everything\n"
