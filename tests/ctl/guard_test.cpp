@@ -1,4 +1,4 @@
-// `tarnctl guard`: what must stop start-up replay, what must not, and what can be let pass by name.
+// `tarnctl guard`: what stops start-up replay, what does not, and which reasons can be accepted.
 #include <gtest/gtest.h>
 
 #include "ctl/support/check_run.h"

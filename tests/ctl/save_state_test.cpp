@@ -147,7 +147,7 @@ TEST_F(save, refuses_links_directories_and_pipes) {
     EXPECT_EQ(text_of(path()), old_state(1000));
 }
 
-// A volume is a place by its real path; a directory whose name begins like a volume's is none.
+// A volume is known by its real path: a directory whose name only begins like it is not in it.
 TEST_F(save, refuses_volumes_and_the_journal) {
     fs::create_directories(place_.file("v/below"));
     fs::create_directory(place_.file("v2"));

@@ -63,7 +63,7 @@ static bool write_new(const std::string& path, const std::string& text) {
     return write_all(opened, text) && io_sync(opened) == 0;
 }
 
-static std::string directory_of(const std::string& path) {
+std::string directory_of(const std::string& path) {
     const size_t slash = path.rfind('/');
     return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
 }

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <string>
 
+std::string directory_of(const std::string& path);  // "." without a slash
+
 // Reads at most `most` + 1 bytes of a regular file; never waits. False: errno says why, EISDIR or
 // EINVAL if it is no regular file.
 bool read_whole_file(const std::string& path, size_t most, std::string* text);

@@ -44,7 +44,7 @@ struct check_report {
     std::vector<finding> findings;        // folded and sorted as they are to be printed
     bool complete = true;                 // false: something could not be looked at
     std::vector<std::string> left_out;    // sentences: what was not looked at, and why
-    // Why the inventory is none of this server: then there is nothing else in the report.
+    // The inventory is of another server: the reason. Then the report is empty otherwise.
     std::string refusal;
     double seconds = 0;
 };

@@ -27,7 +27,7 @@ struct comparison {
     check_state* state;
     const inventory* known;
     bool same_moment;           // the service has not run since the inventory was written
-    bool no_journal;            // a replay has deleted it, and nothing tells what was changed
+    bool no_journal;            // deleted by a replay: nobody knows what was changed
     std::set<uuid_bytes> maps;  // of the server
     std::map<uuid_bytes, const known_map*> known_maps;
 };
@@ -35,9 +35,7 @@ struct comparison {
 }  // namespace
 
 static uuid_bytes uuid_of(const map_check& map) {
-    uuid_bytes uuid;
-    memcpy(uuid.data(), map.header.map_uuid, UUID_SIZE);
-    return uuid;
+    return uuid_bytes_of(map.header.map_uuid);
 }
 
 static bool has_unclaimed(const check_state* state, const volume_check* volume) {

@@ -9,13 +9,10 @@
 
 static constexpr uuid_bytes NO_UUID = {};
 
-// Of the table; zero: there is none whose uuid can be trusted.
+// Of the table; zero if it has no uuid that can be trusted.
 static uuid_bytes table_uuid(const volume_check& volume) {
-    uuid_bytes uuid = {};
-    if (volume.has_table && (volume.table_view.bad_nodes & 1) == 0) {
-        memcpy(uuid.data(), volume.table.tbl_uuid, UUID_SIZE);
-    }
-    return uuid;
+    const bool trusted = volume.has_table && (volume.table_view.bad_nodes & 1) == 0;
+    return trusted ? uuid_bytes_of(volume.table.tbl_uuid) : NO_UUID;
 }
 
 bool is_of_this_server(const check_state& state, const inventory& known) {

@@ -281,9 +281,7 @@ static void read_data_file(check_state* state, const volume_check* volume,
         add_finding(state, finding_code::D03, volume, file);
         return;
     }
-    uuid_bytes uuid;
-    memcpy(uuid.data(), head.uuid, UUID_SIZE);
-    state->data_uuids.push_back(uuid);
+    state->data_uuids.push_back(uuid_bytes_of(head.uuid));
     if (volume->has_table && (volume->table_view.bad_nodes & 1) == 0 &&
         !uuid_equal(head.uuid, volume->table.tbl_uuid)) {
         add_finding(state, finding_code::P02, volume, file);

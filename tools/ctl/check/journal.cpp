@@ -281,9 +281,7 @@ static bool is_newest_damaged(const window_look* look, uint64_t* where) {
 static void know_maps(check_state* state) {
     for (const volume_check& volume : state->volumes) {
         for (const map_check& map : volume.maps) {
-            uuid_bytes uuid;
-            memcpy(uuid.data(), map.header.map_uuid, UUID_SIZE);
-            state->window.know(uuid);
+            state->window.know(uuid_bytes_of(map.header.map_uuid));
         }
     }
 }

@@ -32,8 +32,8 @@ enum class look_end {
 
 // Lists the server, replays a pending journal into memory (unless the request says raw), reads the
 // headers of the chosen volumes, and lets `take` look at the rest. If the service wrote meanwhile,
-// all of it is done again, on a copy in memory if one can be made, up to four times: `take` begins
-// anew each time. What rooms below log is dropped.
+// all of it is done again, on a copy in memory if one can be made, up to four times: `take` starts
+// afresh each time. What rooms below log is dropped.
 look_end look_at_server(const check_request& request, const look_taker& take, std::string* problem);
 
 // The same. The last look stays, with its overlay on, whatever `take` said of it; null if there was

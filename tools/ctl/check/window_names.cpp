@@ -5,28 +5,22 @@
 
 #include "map/map_format.h"
 
-// Entries that are told apart. Past that a record counts as the newest one of its entry, so that a
+// Entries that are remembered. Past that a record counts as the newest one of its entry, so that a
 // map may look fuller than it is, and never emptier.
 static constexpr size_t SEEN_MAX = size_t{1} << 18;
 
-static uuid_bytes bytes_of(const uint8_t* uuid) {
-    uuid_bytes bytes;
-    memcpy(bytes.data(), uuid, UUID_SIZE);
-    return bytes;
-}
-
 window_map* window_names::note_map(const uint8_t* uuid) {
-    window_map* map = &maps_[bytes_of(uuid)];
+    window_map* map = &maps_[uuid_bytes_of(uuid)];
     map->newest_id = std::max(map->newest_id, id_);
     return map;
 }
 
 void window_names::note_entry(const uint8_t* uuid, uint64_t lea, bool mapped) {
     window_map* map = note_map(uuid);
-    if (known_.contains(bytes_of(uuid))) {
+    if (known_.contains(uuid_bytes_of(uuid))) {
         return;
     }
-    const bool newest = seen_.size() >= SEEN_MAX || seen_.emplace(bytes_of(uuid), lea).second;
+    const bool newest = seen_.size() >= SEEN_MAX || seen_.emplace(uuid_bytes_of(uuid), lea).second;
     map->still_maps = map->still_maps || (newest && mapped);
 }
 
@@ -55,7 +49,7 @@ void window_names::note_file(const jnl_block& block) {
             case FILE_TYPE_TBL:
             case FILE_TYPE_FRI:
             case FILE_TYPE_FRI_VAR0:
-                tables_.insert(bytes_of(entry.uuid));
+                tables_.insert(uuid_bytes_of(entry.uuid));
                 break;
             case FILE_TYPE_MAP:
                 note_entry(entry.uuid, entry.map.lea,
@@ -88,7 +82,7 @@ void window_names::note(const jnl_block& block) {
         case JNL_BLOCK_ALLOC:
             note_filled(block.alloc.dst_uuid, block.alloc.dst_lea, block.alloc.map,
                         std::min<unsigned>(block.alloc.count, JNL_ALLOC_MAX));
-            tables_.insert(bytes_of(block.alloc.pool_uuid));
+            tables_.insert(uuid_bytes_of(block.alloc.pool_uuid));
             break;
         default:
             note_file(block);

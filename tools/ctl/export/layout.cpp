@@ -15,20 +15,14 @@ struct pool_file {
     uint32_t shift;  // of its volume
 };
 
-static uuid_bytes uuid_of(const uint8_t* bytes) {
-    uuid_bytes uuid;
-    memcpy(uuid.data(), bytes, UUID_SIZE);
-    return uuid;
-}
-
 // What table and index say their volume's pool is.
 static std::vector<uuid_bytes> pools_of(const volume_check& volume) {
     std::vector<uuid_bytes> pools;
     if (volume.has_table && (volume.table_view.bad_nodes & 1) == 0) {
-        pools.push_back(uuid_of(volume.table.tbl_uuid));
+        pools.push_back(uuid_bytes_of(volume.table.tbl_uuid));
     }
     if (volume.has_index && (volume.index_view.bad_nodes & 1) == 0) {
-        pools.push_back(uuid_of(volume.index.fri_uuid));
+        pools.push_back(uuid_bytes_of(volume.index.fri_uuid));
     }
     return pools;
 }
@@ -42,7 +36,7 @@ static void add_pool_file(const volume_check& volume, const view_data_file& data
     const lun_data_file file = {data.number, data.path};
     const metadata_head head = header.head;
     if (view.error == 0 && (view.bad_nodes & 1) == 0 && head.magic_code == METADATA_MAGIC_CODE) {
-        files->push_back({uuid_of(head.uuid), file, volume.shift});
+        files->push_back({uuid_bytes_of(head.uuid), file, volume.shift});
         return;
     }
     const std::vector<uuid_bytes> pools = pools_of(volume);

@@ -6,12 +6,8 @@
 #include <fcntl.h>
 
 #include "ctl/text/escape.h"
+#include "ctl/whole_file.h"
 #include "store/descriptor.h"
-
-static std::string directory_of(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
-}
 
 static bool is_same(const std::string& one, const std::string& other) {
     return io_same_file(one.c_str(), other.c_str()) == 1;

@@ -56,9 +56,7 @@ static bool stops(const finding& of, bool pending) {
 
 // The replay writes into this map.
 static bool is_touched(const check_state& state, const map_check& map) {
-    uuid_bytes uuid;
-    memcpy(uuid.data(), map.header.map_uuid, UUID_SIZE);
-    return map.readable && state.window.maps().contains(uuid);
+    return map.readable && state.window.maps().contains(uuid_bytes_of(map.header.map_uuid));
 }
 
 static void look_at_touched_map(check_state* state, const volume_check* volume,

@@ -9,12 +9,6 @@
 #include "ctl/text/escape.h"
 #include "store/descriptor.h"
 
-static uuid_bytes bytes_of_uuid(const uint8_t* uuid) {
-    uuid_bytes bytes;
-    memcpy(bytes.data(), uuid, UUID_SIZE);
-    return bytes;
-}
-
 static bool take_map(const map_check& map, known_volume* out, std::string* problem) {
     const std::string path = shown(map.file->path);
     if (map.view.error != 0 && map.view.error != ENODATA) {
@@ -31,7 +25,7 @@ static bool take_map(const map_check& map, known_volume* out, std::string* probl
         return false;
     }
     out->maps.push_back({map.file->below, map.file->name, kind_word(map.file->place),
-                         bytes_of_uuid(map.header.map_uuid), map.entries, contents.mapped,
+                         uuid_bytes_of(map.header.map_uuid), map.entries, contents.mapped,
                          contents.end, contents.contents});
     return true;
 }
@@ -64,8 +58,8 @@ static bool take_volume(const volume_check& volume, inventory* out, std::string*
     }
     known_volume taken = {volume.files->root,
                           device_words(status.st_dev),
-                          bytes_of_uuid(volume.table.tbl_uuid),
-                          bytes_of_uuid(volume.index.fri_uuid),
+                          uuid_bytes_of(volume.table.tbl_uuid),
+                          uuid_bytes_of(volume.index.fri_uuid),
                           extent_bytes(&volume),
                           {},
                           {}};

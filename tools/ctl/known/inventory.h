@@ -2,6 +2,7 @@
 // Below: sealed_file.h. Above: whoever takes an inventory, and whoever compares with one.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <string>
@@ -11,6 +12,12 @@
 #include "metadata.h"
 
 using uuid_bytes = std::array<uint8_t, UUID_SIZE>;
+
+inline uuid_bytes uuid_bytes_of(const uint8_t* uuid) {
+    uuid_bytes bytes;
+    std::copy_n(uuid, UUID_SIZE, bytes.begin());
+    return bytes;
+}
 
 struct known_map {
     std::string below;  // path below the volume's root
