@@ -85,11 +85,19 @@ class from_markdown(unittest.TestCase):
                           "     other\n"
                           "           Lost: nothing")
 
+    def test_a_picture_is_left_out(self):
+        self.assert_shown("Before.\n\n![Boxes and arrows](diagrams/x.svg)\n\nAfter.\n",
+                          "     Before.\n\n     After.")
+        self.assert_shown("![Boxes](x.svg)\n\n- one\n\n  ![Arrows](y.svg)\n- two\n",
+                          "     o   one\n     o   two")
+
     def test_what_it_does_not_know_ends_it(self):
         status, complaint, _ = made("> quoted\n")
         self.assertEqual((status, complaint), (1, "from-markdown: blockquote_open is unknown\n"))
         status, complaint, _ = made("*slanted*\n")
         self.assertEqual((status, complaint), (1, "from-markdown: em_open is unknown\n"))
+        status, complaint, _ = made("A picture ![in a line](x.svg)\n")
+        self.assertEqual((status, complaint), (1, "from-markdown: image is unknown\n"))
 
 
 if __name__ == "__main__":
