@@ -1,5 +1,6 @@
-"""A diagram of docs/diagrams as the tests see it: its boxes, its texts with the room that they take,
-and its lines. Knows what these drawings use, <rect>, <text>, <tspan>, and <path> with M, H, V and L."""
+"""A diagram of docs/diagrams as the tests see it: its boxes, its texts with the room that they
+take, and its lines. Knows what these drawings use: <rect>, <text>, <tspan>, and <path> with M, H, V
+and L."""
 import re
 import xml.etree.ElementTree as ElementTree
 

@@ -96,8 +96,9 @@ class from_markdown(unittest.TestCase):
         self.assertEqual((status, complaint), (1, "from-markdown: blockquote_open is unknown\n"))
         status, complaint, _ = made("*slanted*\n")
         self.assertEqual((status, complaint), (1, "from-markdown: em_open is unknown\n"))
-        status, complaint, _ = made("A picture ![in a line](x.svg)\n")
-        self.assertEqual((status, complaint), (1, "from-markdown: image is unknown\n"))
+        for text in ("A picture ![in a line](x.svg)\n", "![A picture](x.svg) and words\n"):
+            status, complaint, _ = made(text)
+            self.assertEqual((status, complaint), (1, "from-markdown: image is unknown\n"))
 
 
 if __name__ == "__main__":
