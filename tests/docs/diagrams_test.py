@@ -107,6 +107,14 @@ class every_diagram(unittest.TestCase):
             self.assertTrue((DOCS / target).is_file(), f"{page}: {target}")
             self.assertGreater(len(other), 30, f"{page}: {target}")
 
+    def test_they_go_where_the_pages_go(self):
+        """Links name them by their place beside the pages."""
+        for path, pages in (("debian/tarn.docs", "docs/*.md"),
+                            ("scripts/rescue-archive", "docs/repair.md")):
+            words = (SOURCES / path).read_text(encoding="utf-8").split()
+            self.assertIn(pages, words)
+            self.assertIn("docs/diagrams", words)
+
     @for_each
     def test_the_type_is_large_enough(self, picture):
         for text in picture.texts:
