@@ -170,19 +170,18 @@ std::string crash_in_words(const model& m) {
         "the newest transaction's first block is damaged",
     };
     constexpr const char* LOST[] = {
-        "no write is missing",
-        "all writes are missing",
-        "some writes are missing",
-        "all writes but one are missing",
-        "one write is missing",
-        "whole commits' writes are missing",
-        "whole files' writes are missing",
-        "blocks hold what they held at earlier commits",
+        "no metadata write is missing",
+        "all metadata writes are missing",
+        "some metadata writes are missing",
+        "all metadata writes but one are missing",
+        "one metadata write is missing",
+        "the metadata writes of whole commits are missing",
+        "the metadata writes to whole files are missing",
+        "some blocks hold what they held earlier",
     };
     static_assert(sizeof LOST / sizeof LOST[0] == static_cast<size_t>(loss_kind::count));
-    return std::string(TORN[static_cast<size_t>(m.plan.torn)]) + "; of the last " +
-           std::to_string(m.journal.budget) + " commits' metadata " +
-           LOST[static_cast<size_t>(m.plan.loss)];
+    return std::string(TORN[static_cast<size_t>(m.plan.torn)]) + "; in the last " +
+           std::to_string(m.journal.budget) + " commits, " + LOST[static_cast<size_t>(m.plan.loss)];
 }
 
 }  // namespace lab

@@ -33,8 +33,9 @@ static int make(const options& asked) {
     if (!write_sample(m, directory, &bar)) {
         return EXIT_DIFFERENCE;
     }
-    (void)printf("%s: %zu volumes, %zu files, %llu complete transactions; %s.\n", directory.c_str(),
-                 m.volumes.size(), list_files(m).size(),
+    const size_t volumes = m.volumes.size();
+    (void)printf("%s: %zu volume%s, %zu files, %llu complete transactions; %s.\n",
+                 directory.c_str(), volumes, volumes == 1 ? "" : "s", list_files(m).size(),
                  static_cast<unsigned long long>(m.journal.commits),
                  m.sample.crash ? crash_in_words(m).c_str() : "shut down cleanly");
     return EXIT_DONE;

@@ -9,6 +9,7 @@
 #include "ctl/check/maps.h"
 #include "ctl/check/tables.h"
 #include "ctl/records.h"
+#include "ctl/text/escape.h"
 
 static constexpr size_t WINDOW_MIN = size_t{1} << 20;
 
@@ -27,17 +28,22 @@ static bool check_references(check_state* state, volume_check* volume) {
     if (counts == nullptr) {
         return false;
     }
+    progress_part table(state->request->progress, shown(volume->files->table),
+                        table_blocks(*volume));
     bool first_scan = true;
     while (ref_counts_begin_scan(counts)) {
+        if (!first_scan) {
+            plan_map_scan(*volume, state->request->progress);
+        }
         scan_maps(state, volume, counts, first_scan);
         ref_counts_end_scan(counts);
         first_scan = false;
         if (volume->has_table) {
-            check_groups(state, volume, counts, false);
+            check_groups(state, volume, counts, false, &table);
         }
     }
     if (volume->has_table) {
-        check_groups(state, volume, counts, true);
+        check_groups(state, volume, counts, true, &table);
     }
     ref_counts_close(counts);
     return true;
@@ -52,7 +58,9 @@ static bool check_volume(check_state* state, volume_check* volume) {
             return false;
         }
     } else if (volume->has_table) {
-        check_groups_alone(state, volume);
+        progress_part table(state->request->progress, shown(volume->files->table),
+                            table_blocks(*volume));
+        check_groups_alone(state, volume, &table);
     }
     if (volume->has_index && volume->has_table) {
         check_group_list(state, volume);
@@ -74,6 +82,23 @@ static void explain_phantoms(check_state* state) {
     for (finding& at : state->findings) {
         if (state->replay_cause != NO_CAUSE && at.because == NO_CAUSE && may_be_phantom(at.code)) {
             at.because = state->replay_cause;
+        }
+    }
+}
+
+// The work that the progress counts.
+static void plan_scans(const check_state& state, bool maps_again) {
+    progress_line* progress = state.request->progress;
+    for (const volume_check& volume : state.volumes) {
+        if (progress == nullptr || volume.files->state != volume_state::sound) {
+            continue;
+        }
+        progress->plan(table_blocks(volume));
+        if (!state.request->quick) {
+            plan_map_scan(volume, progress);
+        }
+        if (maps_again) {
+            plan_map_scan(volume, progress);
         }
     }
 }
@@ -113,7 +138,9 @@ static volume_figures figures_of(const check_state* state, const volume_check& v
 check_report opening_of_look(const server_look& look) {
     check_report report;
     report.server = host_name();
-    report.journal_path = look.state.server.journal;
+    if (look.state.server.journal_state != view_state::absent) {
+        report.journal_path = look.state.server.journal;
+    }
     report.mode = look.mode;
     if (look.journal) {
         report.journal_status = journal_status_word(look.journal->header.jnl_shutdown_tag);
@@ -129,11 +156,13 @@ check_report opening_of_look(const server_look& look) {
 }
 
 bool check_look(server_look* look, check_report* report, std::string* problem) {
+    const inventory* known = look->state.request->known;
+    plan_scans(look->state,
+               known != nullptr && is_same_moment(look->state.server, *known, look->journal));
     if (!run_steps(&look->state, problem)) {
         return false;
     }
     *report = opening_of_look(*look);
-    const inventory* known = look->state.request->known;
     if (known != nullptr &&
         !compare_inventory(&look->state, *known, look->journal, &report->refusal)) {
         return true;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ctl/output.h"
+#include "ctl/text/progress.h"
 #include "view/finding.h"
 
 struct check_request {
@@ -14,7 +15,7 @@ struct check_request {
     bool quick = false;                       // without the maps
     bool data_holes = false;                  // D04
     bool all = false;                         // list consequences and every run
-    bool progress = false;                    // on standard error
+    progress_line* progress = nullptr;        // gets the scans of maps and tables; null: none does
     uint64_t memory = uint64_t{64} << 20;     // bytes for counters and buckets
     std::string inventory;                    // file to compare with; empty: none
     const struct inventory* known = nullptr;  // its contents; null: there is nothing to compare
@@ -35,7 +36,7 @@ enum class check_mode { as_found, as_if_replayed, raw };
 
 struct check_report {
     std::string server;          // host name
-    std::string journal_path;    // empty: none is configured
+    std::string journal_path;    // empty: there is none
     std::string journal_status;  // "success", "abnormal", ...; empty: unknown
     uint64_t journal_last_id = 0;
     check_mode mode = check_mode::as_found;

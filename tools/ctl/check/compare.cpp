@@ -143,7 +143,7 @@ static void compare_contents(const comparison& all, const compared_volume& volum
     if (!all.same_moment && !(changed_since && volume.has_losses)) {
         return;
     }
-    const map_contents contents = contents_of(now);
+    const map_contents contents = contents_of(now, all.state->request->progress);
     const bool same = contents.contents == map.contents && contents.mapped == map.mapped;
     if (!contents.whole || same == all.same_moment) {
         return;
@@ -200,15 +200,21 @@ static void report_new_maps(const comparison& all, const volume_check& volume) {
     }
 }
 
+bool is_same_moment(const server_files& server, const inventory& known,
+                    const std::optional<journal_moment>& journal) {
+    if (!journal) {
+        return server.journal_state == view_state::absent && known.journal_status.empty();
+    }
+    return journal->header.jnl_shutdown_tag == JNL_STATUS_SUCCESS &&
+           known.journal_status == journal_status_word(JNL_STATUS_SUCCESS) &&
+           journal->header.jnl_last_trans_id == known.journal_last_id;
+}
+
 static comparison begin(check_state* state, const inventory& known,
                         const std::optional<journal_moment>& journal) {
     comparison all = {state, &known, false, false, {}, {}};
     all.no_journal = state->server.journal_state == view_state::absent;
-    all.same_moment = journal
-                          ? journal->header.jnl_shutdown_tag == JNL_STATUS_SUCCESS &&
-                                known.journal_status == journal_status_word(JNL_STATUS_SUCCESS) &&
-                                journal->header.jnl_last_trans_id == known.journal_last_id
-                          : all.no_journal && known.journal_status.empty();
+    all.same_moment = is_same_moment(state->server, known, journal);
     for (const volume_check& volume : state->volumes) {
         for (const map_check& map : volume.maps) {
             if (has_uuid(map)) {

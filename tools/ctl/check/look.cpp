@@ -100,7 +100,11 @@ look_end keep_look_at_server(const check_request& request, const look_taker& tak
         kept->reset();  // only one overlay can be on
         *kept = std::make_unique<server_look>();
         (*kept)->state.request = &request;
-        if (!look_once(kept->get(), looks > 0, take, problem, &moved)) {
+        const bool looked = look_once(kept->get(), looks > 0, take, problem, &moved);
+        if (request.progress != nullptr) {
+            request.progress->clear();
+        }
+        if (!looked) {
             return look_end::failed;
         }
     }
@@ -111,12 +115,6 @@ look_end look_at_server(const check_request& request, const look_taker& take,
                         std::string* problem) {
     std::unique_ptr<server_look> kept;
     return keep_look_at_server(request, take, &kept, problem);
-}
-
-void forget_absent_journal(const server_look& look, check_report* report) {
-    if (look.state.server.journal_state == view_state::absent) {
-        report->journal_path.clear();
-    }
 }
 
 const char* const STILL_WRITING =

@@ -41,8 +41,5 @@ look_end look_at_server(const check_request& request, const look_taker& take, st
 look_end keep_look_at_server(const check_request& request, const look_taker& take,
                              std::unique_ptr<server_look>* kept, std::string* problem);
 
-// For commands to which a journal that is not there, after a start-up replay, is as good as none.
-void forget_absent_journal(const server_look& look, check_report* report);
-
 // The words for a service that would not stand still.
 extern const char* const STILL_WRITING;

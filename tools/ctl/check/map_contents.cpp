@@ -9,10 +9,10 @@ static uint64_t mixed(uint64_t number) {
     return number ^ number >> 31;
 }
 
-map_contents contents_of(const map_check& map) {
+map_contents contents_of(const map_check& map, progress_line* progress) {
     constexpr uint64_t TARGET = MAP_LPA_MASK | uint64_t{0xFFF} << 48;  // extent and pool row
     map_contents contents;
-    const map_reading reading = read_map_nodes(map, [&](const map_node_view& node) {
+    const auto add_node = [&](const map_node_view& node) {
         for (uint32_t slot = 0; slot < node.entries; slot++) {
             const map_entry entry = entry_of(node, slot);
             if (map_entry_is_mapped(&entry) != 0) {
@@ -22,7 +22,8 @@ map_contents contents_of(const map_check& map) {
                 contents.contents += mixed(mixed(lea + 1) + (entry.word & TARGET));
             }
         }
-    });
+    };
+    const map_reading reading = read_map_nodes(map, add_node, progress);
     contents.whole = reading.error == 0 && reading.damaged == 0;
     return contents;
 }

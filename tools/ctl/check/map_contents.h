@@ -13,5 +13,5 @@ struct map_contents {
     uint64_t contents = 0;  // depends on lea, extent and pool row of every mapped entry
 };
 
-// The map is readable.
-map_contents contents_of(const map_check& map);
+// The map is readable. `progress` gets scan_blocks(map) units; null: none does.
+map_contents contents_of(const map_check& map, progress_line* progress);

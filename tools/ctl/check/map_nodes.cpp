@@ -6,18 +6,21 @@
 #include <fcntl.h>
 
 #include "ctl/check/maps.h"
+#include "ctl/text/escape.h"
 #include "map/map_scan.h"
 
 namespace {
 
 class node_shower : public map_visitor {
 public:
-    node_shower(const map_check* map, int fd, const map_node_taker& take, map_reading* reading)
+    node_shower(const map_check* map, int fd, const map_node_taker& take, map_reading* reading,
+                progress_part* progress)
         : ends_at_blank_(map->file->kind == MAP_KIND_UNMAP_BUFFER),
           end_(map->entries),
           fd_(fd),
           take_(take),
-          reading_(reading) {}
+          reading_(reading),
+          progress_(progress) {}
 
     void blank_nodes(uint64_t first, uint64_t) override {
         if (ends_at_blank_) {
@@ -34,6 +37,7 @@ private:
     int fd_;
     const map_node_taker& take_;
     map_reading* reading_;
+    progress_part* progress_;
     data_node own_ = {};
 };
 
@@ -49,6 +53,7 @@ void node_shower::cut_at_blank(map_node_view* view) {
 }
 
 map_step node_shower::node(const map_scan_node& node) {
+    progress_->reached(node.number);
     const uint64_t first = node.number * MAP_NODE_ENTRIES;
     if (first >= end_) {
         return map_step::finished;
@@ -76,7 +81,8 @@ map_step node_shower::node(const map_scan_node& node) {
 
 }  // namespace
 
-map_reading read_map_nodes(const map_check& map, const map_node_taker& take) {
+map_reading read_map_nodes(const map_check& map, const map_node_taker& take,
+                           progress_line* progress) {
     map_reading reading;
     const int opened = io_open(map.file->path.c_str(), O_RDONLY | O_NONBLOCK, 0);
     if (opened <= 0) {
@@ -85,7 +91,8 @@ map_reading read_map_nodes(const map_check& map, const map_node_taker& take) {
         return reading;
     }
     const scoped_fd fd(opened);
-    node_shower shower(&map, opened, take, &reading);
+    progress_part part(progress, shown(map.file->path), scan_blocks(map));
+    node_shower shower(&map, opened, take, &reading, &part);
     (void)for_each_map_node({opened, map_node_count(map.entries), false}, &shower);
     return reading;
 }

@@ -25,8 +25,10 @@ struct map_reading {
 
 // Shows the nodes of a map in ascending order, up to its last entry, or to the first blank one of
 // an unmap buffer. Nodes without any mapped entry may be left out. A node that cannot be read is
-// left out and counted. The map's headers have been read, and it is readable.
-map_reading read_map_nodes(const map_check& map, const map_node_taker& take);
+// left out and counted. The map's headers have been read, and it is readable. `progress` gets
+// scan_blocks(map) units.
+map_reading read_map_nodes(const map_check& map, const map_node_taker& take,
+                           progress_line* progress = nullptr);
 
 inline map_entry entry_of(const map_node_view& node, uint32_t slot) {
     map_entry entry;

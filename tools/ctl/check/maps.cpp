@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 
+#include "ctl/text/escape.h"
 #include "map/map_scan.h"
 #include "tbl/tbl_format.h"
 
@@ -49,13 +49,14 @@ static void add_lea(lea_list* list, uint64_t lea) {
 class map_scanner : public map_visitor {
 public:
     map_scanner(check_state* state, volume_check* volume, map_check* map, ref_counts* counts,
-                int fd, bool first_scan)
+                int fd, bool first_scan, progress_part* progress)
         : state_(state),
           volume_(volume),
           map_(map),
           counts_(counts),
           fd_(fd),
-          first_scan_(first_scan) {}
+          first_scan_(first_scan),
+          progress_(progress) {}
 
     void blank_nodes(uint64_t first, uint64_t) override {
         if (map_->file->kind == MAP_KIND_UNMAP_BUFFER && !ended_) {
@@ -86,6 +87,7 @@ private:
     ref_counts* counts_;
     int fd_;
     bool first_scan_;
+    progress_part* progress_;
     data_node own_ = {};
     bool unread_ = false;
     uint64_t damaged_end_ = 0;  // node after the last damaged one
@@ -249,6 +251,7 @@ void map_scanner::look_at(const data_node* node, uint64_t number, bool damaged) 
 }
 
 map_step map_scanner::node(const map_scan_node& node) {
+    progress_->reached(node.number);
     const data_node* bytes = node.bytes;
     bool damaged = false;
     int error = 0;
@@ -321,6 +324,19 @@ void map_scanner::report() {
         added->owners = {owner_of(*map_)};
         added->owners[0].ranges = after_end_.ranges;
         map_->after_end = after_end_.entries;
+    }
+}
+
+uint64_t scan_blocks(const map_check& map) {
+    const uint64_t entries = std::min(map.entries, map_entries_of_file(map.view));
+    return map.readable ? map_node_count(entries) : 0;
+}
+
+void plan_map_scan(const volume_check& volume, progress_line* progress) {
+    for (const map_check& map : volume.maps) {
+        if (progress != nullptr) {
+            progress->plan(scan_blocks(map));
+        }
     }
 }
 
@@ -401,7 +417,8 @@ static void scan_map(check_state* state, volume_check* volume, map_check* map, r
         map->looked_at = map->entries;
         map->rows_used.assign(0x1000, false);
     }
-    map_scanner scanner(state, volume, map, counts, fd.get(), first_scan);
+    progress_part progress(state->request->progress, shown(map->file->path), scan_blocks(*map));
+    map_scanner scanner(state, volume, map, counts, fd.get(), first_scan, &progress);
     uint64_t nodes = map_node_count(map->entries);
     if (first_scan) {
         const uint64_t of_file = map_node_count(map_entries_of_file(map->view));
@@ -416,24 +433,12 @@ static void scan_map(check_state* state, volume_check* volume, map_check* map, r
     }
 }
 
-static void show_progress(const check_state* state, const volume_check* volume, size_t map) {
-    if (state->request->progress) {
-        fprintf(stderr, "\r%s: map %zu of %zu\x1b[K", volume->files->root.c_str(), map,
-                volume->maps.size());
-    }
-}
-
 void scan_maps(check_state* state, volume_check* volume, ref_counts* counts, bool first_scan) {
-    size_t number = 0;
     for (map_check& map : volume->maps) {
-        show_progress(state, volume, ++number);
         if (map.readable) {
             scan_map(state, volume, &map, counts, first_scan);
         }
         volume->all_maps_read = volume->all_maps_read && map.readable && map.complete;
-    }
-    if (state->request->progress) {
-        fputs("\r\x1b[K", stderr);
     }
     if (first_scan) {
         volume->all_maps_read = volume->all_maps_read && volume->files->gaps.empty();

@@ -5,7 +5,8 @@
 
 int run_check(const check_request& request, const output_style& style) {
     check_request whole = request;
-    whole.progress = style.progress;
+    progress_line progress(style.progress);
+    whole.progress = &progress;
     inventory known;
     std::string problem;
     if (!request.inventory.empty()) {

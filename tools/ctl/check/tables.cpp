@@ -15,6 +15,7 @@
 struct group_pass {
     check_state* state;
     volume_check* volume;
+    progress_part* progress;
     const ref_counts* counts;  // null: references are not looked at
     int table;
     int index;  // 0: no index to judge
@@ -315,6 +316,7 @@ static uint64_t next_index_group(const group_pass* pass, uint64_t group, uint64_
 // them is looked at, the others only where table or index have data.
 static void check_range(group_pass* pass, uint64_t begin, uint64_t end) {
     for (uint64_t group = begin; group < end; group++) {
+        pass->progress->reached(tbl_block_of(tbl_lpa_of(group, 0)));
         if (check_group(pass, group)) {
             continue;
         }
@@ -371,21 +373,28 @@ static void check_regions(group_pass* pass, bool rest) {
     }
 }
 
-void check_groups(check_state* state, volume_check* volume, const ref_counts* counts, bool rest) {
+uint64_t table_blocks(const volume_check& volume) {
+    return volume.has_table ? tbl_block_of(volume.extents) + 1 : 0;
+}
+
+void check_groups(check_state* state, volume_check* volume, const ref_counts* counts, bool rest,
+                  progress_part* progress) {
     auto pass = std::make_unique<group_pass>();
     pass->state = state;
     pass->volume = volume;
     pass->counts = counts;
+    pass->progress = progress;
     if (open_pass(pass.get())) {
         check_regions(pass.get(), rest);
     }
     close_pass(pass.get());
 }
 
-void check_groups_alone(check_state* state, volume_check* volume) {
+void check_groups_alone(check_state* state, volume_check* volume, progress_part* progress) {
     auto pass = std::make_unique<group_pass>();
     pass->state = state;
     pass->volume = volume;
+    pass->progress = progress;
     if (open_pass(pass.get())) {
         check_range(pass.get(), 0, TBL_GROUP_COUNT);
     }

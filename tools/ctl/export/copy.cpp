@@ -6,7 +6,7 @@
 #include <cstring>
 #include <vector>
 
-#include "print.h"
+#include "ctl/text/progress.h"
 #include "store/overlay.h"
 
 namespace {
@@ -14,7 +14,6 @@ namespace {
 constexpr size_t CHUNK = size_t{1} << 20;        // bytes of one read
 constexpr size_t BLOCK = 4096;                   // the least that is read, or left out as a hole
 constexpr uint64_t SHARED = uint64_t{64} << 20;  // bytes of one call that shares
-constexpr uint64_t SHOWN = uint64_t{64} << 20;   // bytes between two signs of progress
 
 bool is_zero(const uint8_t* bytes, size_t count) {
     return bytes[0] == 0 && memcmp(bytes, bytes + 1, count - 1) == 0;
@@ -23,7 +22,14 @@ bool is_zero(const uint8_t* bytes, size_t count) {
 class copier {
 public:
     copier(const copy_order& order, const copy_target& target, export_totals* totals)
-        : order_(order), target_(target), totals_(totals), buffer_(CHUNK) {}
+        : order_(order),
+          target_(target),
+          totals_(totals),
+          buffer_(CHUNK),
+          line_(order.progress),
+          part_(&line_, order.what, order.length) {
+        line_.plan(order.length);
+    }
     copy_end run();
 
 private:
@@ -34,15 +40,15 @@ private:
     bool put(const uint8_t* bytes, size_t count);
     bool put_data(const uint8_t* bytes, size_t count);
     bool put_zeros(uint64_t count);
-    void show_progress();
 
     const copy_order& order_;
     const copy_target& target_;
     export_totals* totals_;
     std::vector<uint8_t> buffer_;
     uint64_t done_ = 0;  // bytes, written or left out
-    uint64_t shown_ = 0;
     bool may_share_ = true;
+    progress_line line_;
+    progress_part part_;
 };
 
 // Writes all of it at the place where the copy is.
@@ -101,13 +107,6 @@ bool copier::put_zeros(uint64_t count) {
     return true;
 }
 
-void copier::show_progress() {
-    if (order_.progress && done_ - shown_ >= SHOWN) {
-        fprintf(stderr, "\r%llu of %llu MiB\x1b[K", ull(done_ >> 20), ull(order_.length >> 20));
-        shown_ = done_;
-    }
-}
-
 // Shares bytes with the data file, or lets the system copy them. Returns how many were; where that
 // ends early, reading and writing find out why.
 uint64_t copier::share(int fd, uint64_t at, uint64_t bytes) {
@@ -122,7 +121,7 @@ uint64_t copier::share(int fd, uint64_t at, uint64_t bytes) {
         totals_->add(done_, static_cast<uint64_t>(got), lun_stretch_kind::data);
         shared += static_cast<uint64_t>(got);
         done_ += static_cast<uint64_t>(got);
-        show_progress();
+        part_.reached(done_);
     }
     return shared;
 }
@@ -156,7 +155,7 @@ copy_end copier::copy_data(int fd, uint64_t at, uint64_t bytes) {
             return end;
         }
         done += part;
-        show_progress();
+        part_.reached(done_);
     }
     return copy_end::done;
 }
@@ -178,11 +177,7 @@ copy_end copier::run() {
     while (end == copy_end::done && done_ < order_.length) {
         end = copy(order_.reader->stretch_at(order_.offset + done_, order_.length - done_));
     }
-    const int error = errno;
-    if (order_.progress) {
-        fputs("\r\x1b[K", stderr);
-    }
-    errno = error;
+    line_.clear();
     return end;
 }
 

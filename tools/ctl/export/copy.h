@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "ctl/export/totals.h"
 
@@ -11,6 +12,7 @@ struct copy_order {
     uint64_t length;
     bool missing_zero;  // what cannot be read becomes zeros
     bool progress;      // on standard error
+    std::string what;   // it is, there
 };
 
 // Where the bytes go, from the first one on.

@@ -65,8 +65,8 @@ int exporter::choose_range() {
     }
     report_.offset = request_.offset;
     report_.length = request_.length == 0 ? rest : request_.length;
-    order_ = {source_.reader.get(), report_.offset, report_.length, request_.missing_zero,
-              style_.progress};
+    order_ = {source_.reader.get(),  report_.offset,  report_.length,
+              request_.missing_zero, style_.progress, shown(request_.lun)};
     return EXIT_CLEAN;
 }
 

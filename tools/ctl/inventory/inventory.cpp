@@ -45,11 +45,12 @@ static bool concerns_inventory(const finding& of) {
 
 // Compares the server with an inventory. EXIT_CLEAN: the report is filled; otherwise the reason has
 // been printed.
-static int compare_with(const inventory& known, const std::string& path, bool progress,
+static int compare_with(const inventory& known, const std::string& path, const output_style& style,
                         check_report* report) {
+    progress_line progress(style.progress);
     check_request request;
     request.known = &known;
-    request.progress = progress;
+    request.progress = &progress;
     std::string problem;
     if (!check_server(request, report, &problem)) {
         return complain(problem);
@@ -79,7 +80,7 @@ static int compare(const inventory_request& request, const output_style& style) 
         return end_of_kept(end, problem);
     }
     check_report report;
-    const int status = compare_with(known, request.compare, style.progress, &report);
+    const int status = compare_with(known, request.compare, style, &report);
     if (status != EXIT_CLEAN) {
         return status;
     }
@@ -119,7 +120,7 @@ static int keep_what_is_missed(const std::string& path, const output_style& styl
         return end_of_kept(end, problem + "; move it away first");
     }
     check_report report;
-    const int status = compare_with(known, path, style.progress, &report);
+    const int status = compare_with(known, path, style, &report);
     if (status != EXIT_CLEAN) {
         return status;
     }
@@ -136,7 +137,8 @@ static int keep_what_is_missed(const std::string& path, const output_style& styl
 
 static int take_now(inventory* taken, const output_style& style) {
     check_request request;
-    request.progress = style.progress;
+    progress_line progress(style.progress);
+    request.progress = &progress;
     std::string problem;
     std::string reason;
     const look_end end = look_at_server(

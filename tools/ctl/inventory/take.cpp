@@ -9,7 +9,8 @@
 #include "ctl/text/escape.h"
 #include "store/descriptor.h"
 
-static bool take_map(const map_check& map, known_volume* out, std::string* problem) {
+static bool take_map(const map_check& map, progress_line* progress, known_volume* out,
+                     std::string* problem) {
     const std::string path = shown(map.file->path);
     if (map.view.error != 0 && map.view.error != ENODATA) {
         *problem = path + " cannot be read: " + strerror(map.view.error);
@@ -19,7 +20,7 @@ static bool take_map(const map_check& map, known_volume* out, std::string* probl
         *problem = path + " has no sound header";
         return false;
     }
-    const map_contents contents = contents_of(map);
+    const map_contents contents = contents_of(map, progress);
     if (!contents.whole || is_cut_short(map, contents.mapped)) {
         *problem = path + " is damaged or cannot be read";
         return false;
@@ -47,7 +48,8 @@ static bool is_whole(const volume_check& volume, std::string* problem) {
     return problem->empty();
 }
 
-static bool take_volume(const volume_check& volume, inventory* out, std::string* problem) {
+static bool take_volume(const volume_check& volume, progress_line* progress, inventory* out,
+                        std::string* problem) {
     if (!is_whole(volume, problem)) {
         return false;
     }
@@ -64,7 +66,7 @@ static bool take_volume(const volume_check& volume, inventory* out, std::string*
                           {},
                           {}};
     for (const map_check& map : volume.maps) {
-        if (!take_map(map, &taken, problem)) {
+        if (!take_map(map, progress, &taken, problem)) {
             return false;
         }
     }
@@ -107,8 +109,13 @@ bool take_inventory(server_look* look, inventory* out, std::string* problem) {
     for (const auto& [uuid, window] : look->state.window.maps()) {
         out->journal_names.push_back(uuid);
     }
+    progress_line* progress = look->state.request->progress;
     for (const volume_check& volume : look->state.volumes) {
-        if (volume.files->state != volume_state::plain && !take_volume(volume, out, problem)) {
+        plan_map_scan(volume, progress);
+    }
+    for (const volume_check& volume : look->state.volumes) {
+        if (volume.files->state != volume_state::plain &&
+            !take_volume(volume, progress, out, problem)) {
             return false;
         }
     }

@@ -26,7 +26,6 @@ static bool look_and_judge(server_look* look, punch_report* report, std::string*
         return false;
     }
     finish_report(&report->opening);
-    forget_absent_journal(*look, &report->opening);
     report->refusals = refusals_of(*look, report->opening);
     if (report->refusals.empty()) {
         find_ranges(*look, report);
@@ -38,7 +37,8 @@ int run_punch(const punch_request& request, const output_style& style) {
     const auto begin = std::chrono::steady_clock::now();
     check_request check;
     check.volumes = request.volumes;
-    check.progress = style.progress;
+    progress_line progress(style.progress);
+    check.progress = &progress;
     punch_report report;
     std::string problem;
     const auto take = [&report](server_look* look, std::string* why) {

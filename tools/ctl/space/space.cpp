@@ -5,7 +5,9 @@
 
 #include "ctl/check/look.h"
 #include "ctl/check/lun_names.h"
+#include "ctl/check/maps.h"
 #include "ctl/check/place_words.h"
+#include "ctl/check/tables.h"
 #include "ctl/space/report.h"
 #include "ctl/text/escape.h"
 
@@ -91,15 +93,21 @@ static bool measure(const space_request& request, server_look* look, space_repor
                     std::string* refusal, std::string* problem) {
     *report = {};
     report->opening = opening_of_look(*look);
-    forget_absent_journal(*look, &report->opening);
     report->to_delete = request.if_deleted;
     check_state* state = &look->state;
     map_set set;
     if (!find_set(request, *state, &set, refusal)) {
         return true;
     }
+    progress_line* progress = state->request->progress;
     const bool sure = trusts_journal(state, report);
     doubt_headers(*state, report);
+    for (const volume_check& volume : state->volumes) {
+        if (progress != nullptr && volume.files->state == volume_state::sound) {
+            progress->plan(table_blocks(volume));
+            plan_map_scan(volume, progress);
+        }
+    }
     for (volume_check& volume : state->volumes) {
         if (!is_there(*volume.files, report)) {
             continue;
@@ -126,6 +134,8 @@ int run_space(const space_request& request, const output_style& style) {
     check_request look_request;
     look_request.volumes = request.volumes;
     look_request.memory = request.memory;
+    progress_line progress(style.progress);
+    look_request.progress = &progress;
     space_report report;
     std::string refusal;
     std::string problem;

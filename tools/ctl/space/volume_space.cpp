@@ -6,7 +6,9 @@
 #include "ctl/check/map_nodes.h"
 #include "ctl/check/maps.h"
 #include "ctl/check/table_groups.h"
+#include "ctl/check/tables.h"
 #include "ctl/space/extent_owners.h"
+#include "ctl/text/escape.h"
 
 constexpr uint64_t REGION_GROUPS = (uint64_t{1} << OWNER_REGION_SHIFT) / TBL_GROUP_ENTRIES;
 
@@ -40,20 +42,23 @@ static void begin_maps(const map_order& order, uint32_t in_set, volume_space* sp
     }
 }
 
-static void scan_map(const map_check& map, map_space* one, extent_owners* owners) {
-    const map_reading reading = read_map_nodes(map, [owners](const map_node_view& node) {
+static void scan_map(const map_check& map, progress_line* progress, map_space* one,
+                     extent_owners* owners) {
+    const auto add_node = [owners](const map_node_view& node) {
         if (!node.damaged) {
             owners->add_node(node.bytes, node.entries);
         }
-    });
+    };
+    const map_reading reading = read_map_nodes(map, add_node, progress);
     one->complete = one->complete && reading.error == 0 && reading.damaged == 0;
 }
 
 // What one pass over the table adds, for the regions that the scan before it settled.
 class table_pass {
 public:
-    table_pass(const volume_check* volume, const extent_owners* owners, volume_space* space)
-        : volume_(volume), owners_(owners), space_(space) {}
+    table_pass(const volume_check* volume, const extent_owners* owners, volume_space* space,
+               progress_part* progress)
+        : volume_(volume), owners_(owners), space_(space), progress_(progress) {}
 
     // False: not everything can be read.
     bool run(int fd);
@@ -65,6 +70,7 @@ private:
     const volume_check* volume_;
     const extent_owners* owners_;
     volume_space* space_;
+    progress_part* progress_;
     tbl_group_image image_ = {};
     uint32_t checksums_[TBL_GROUP_BLOCKS_MAX] = {};
     bool owned_[TBL_GROUP_ENTRIES] = {};
@@ -106,6 +112,7 @@ bool table_pass::run(int fd) {
         if (group >= TBL_GROUP_COUNT) {
             break;
         }
+        progress_->reached(tbl_block_of(tbl_lpa_of(group, 0)));
         const uint64_t region = group / REGION_GROUPS;
         if (!owners_->settled(region)) {
             group = (region + 1) * REGION_GROUPS - 1;
@@ -117,18 +124,22 @@ bool table_pass::run(int fd) {
 }
 
 // Every region is settled by one scan, and its groups of the table are looked at after it.
-static void scan_volume(const volume_check* volume, const map_order& order, extent_owners* owners,
-                        volume_space* space) {
+static void scan_volume(const volume_check* volume, const map_order& order, progress_line* progress,
+                        extent_owners* owners, volume_space* space) {
     const int opened =
         volume->has_table ? io_open(volume->files->table.c_str(), O_RDONLY | O_NONBLOCK, 0) : 0;
     const scoped_fd table(std::max(opened, 0));
     space->table_known = opened > 0;
-    table_pass pass(volume, owners, space);
-    while (owners->begin_scan()) {
+    progress_part tables(progress, shown(volume->files->table), table_blocks(*volume));
+    table_pass pass(volume, owners, space, &tables);
+    for (bool first_scan = true; owners->begin_scan(); first_scan = false) {
+        if (!first_scan) {
+            plan_map_scan(*volume, progress);
+        }
         for (size_t i = 0; i < order.size(); i++) {
             if (order[i]->readable) {
                 owners->begin_map(static_cast<uint32_t>(i + 1));
-                scan_map(*order[i], &space->maps[i], owners);
+                scan_map(*order[i], progress, &space->maps[i], owners);
             }
         }
         owners->end_scan();
@@ -234,7 +245,7 @@ bool measure_volume(check_state* state, volume_check* volume,
     if (owners == nullptr) {
         return false;
     }
-    scan_volume(volume, order, owners.get(), space);
+    scan_volume(volume, order, state->request->progress, owners.get(), space);
     take_figures(order, *owners, space);
     judge_worth(!volume->files->gaps.empty(), space);
     count_free(state, volume, space);
