@@ -82,3 +82,24 @@ TEST(append_unbroken, takes_the_end_of_the_last_line_or_a_line_of_its_own) {
     append_unbroken(&lines, "Next: " + std::string(12, 'y'), 4);
     EXPECT_EQ(lines, std::string(80, 'x') + "\n    Next: " + std::string(12, 'y') + "\n");
 }
+
+TEST(paragraph, is_as_narrow_as_the_terminal_from_40_to_100_columns) {
+    const std::string words = std::string(29, 'a') + " " + std::string(29, 'b');  // 59 columns
+    set_text_columns(59);
+    EXPECT_EQ(paragraph("", words), words + "\n");
+    set_text_columns(58);
+    EXPECT_EQ(paragraph("", words), std::string(29, 'a') + "\n" + std::string(29, 'b') + "\n");
+    std::string lines = words.substr(0, 29) + "\n";
+    append_unbroken(&lines, std::string(26, 't'), 4);
+    EXPECT_EQ(lines, words.substr(0, 29) + "   " + std::string(26, 't') + "\n");
+    lines = words.substr(0, 29) + "\n";
+    append_unbroken(&lines, std::string(27, 't'), 4);
+    EXPECT_EQ(lines, words.substr(0, 29) + "\n    " + std::string(27, 't') + "\n");
+
+    set_text_columns(1);
+    EXPECT_EQ(paragraph("", words.substr(0, 35) + " abcd"), words.substr(0, 35) + " abcd\n");
+    set_text_columns(1000);
+    EXPECT_EQ(paragraph("", words + " " + words),
+              words + " " + words.substr(0, 29) + "\n" + words.substr(30) + "\n");
+    set_text_columns(TEXT_COLUMNS);
+}

@@ -9,6 +9,8 @@
 
 #include "ctl/explain/explain.h"
 #include "ctl/options.h"
+#include "ctl/text/paragraph.h"
+#include "ctl/text/terminal.h"
 
 static bool wants_color(when color) {
     if (color != when::automatic) {
@@ -37,6 +39,7 @@ static int run(const ctl_options& options) {
         return complain("no memory");
     }
     const output_style style = style_of(options);
+    set_text_columns(terminal_columns(STDOUT_FILENO, TEXT_COLUMNS));
     switch (options.command) {
         case ctl_command::check:
             return run_check(options.check, style);

@@ -8,7 +8,7 @@ constexpr damage_kind DAMAGE_KINDS[] = {
     {"index-header-bit", "a flipped bit in a header node of the index", flip_index_header},
     {"table-header-bit", "a flipped bit in a header node of the table", flip_table_header},
     {"map-header-bit", "a flipped bit in a header node of a map", flip_map_header},
-    {"index-block-bit", "a flipped bit in the free list's head or count of a group that is listed",
+    {"index-block-bit", "a flipped bit in the head or count of a listed group's free list",
      flip_index_block},
     {"table-block-bit", "a flipped bit in the used bit or count of a used extent",
      flip_table_block},

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 
 #include "ctl/check/place_words.h"
 #include "ctl/check/print.h"
@@ -6,16 +7,11 @@
 #include "ctl/text/escape.h"
 #include "ctl/text/paragraph.h"
 
-constexpr size_t NAME_COLUMNS = 36;    // a longer name gets a line of its own
-constexpr size_t FIGURE_COLUMNS = 14;  // ">= 1023.9 GiB" and a blank
+constexpr size_t NAME_COLUMNS = 36;  // a longer name gets a line of its own
 constexpr const char* INDENT = "  ";
 
 static bool put(FILE* out, const std::string& text) {
     return fwrite(text.data(), 1, text.size(), out) == text.size();
-}
-
-static std::string right(const std::string& words) {
-    return std::string(FIGURE_COLUMNS - std::min(words.size(), FIGURE_COLUMNS), ' ') + words;
 }
 
 static const char* mark_of(figure_worth worth) {
@@ -39,36 +35,51 @@ static std::string plain_words(uint64_t extents, uint64_t extent_size) {
 
 static std::string figure_cell(const map_space& map, const space_figure& figure,
                                uint64_t extent_size) {
-    return right(map.known ? mark_of(figure.worth) + plain_words(figure.extents, extent_size)
-                           : "unknown");
-}
-
-static std::string name_cell(const std::string& name) {
-    const size_t columns = columns_of(name);
-    const std::string blank(NAME_COLUMNS, ' ');
-    return INDENT + name +
-           (columns > NAME_COLUMNS ? "\n" + std::string(INDENT) + blank : blank.substr(columns));
+    return map.known ? mark_of(figure.worth) + plain_words(figure.extents, extent_size) : "unknown";
 }
 
 static std::string name_of(const map_space& map) {
     return shown(map.name) + (map.kind == "unmap buffer" ? " (being freed)" : "");
 }
 
-static std::string row_of(const volume_space& space, const map_space& map) {
+using table_row = std::array<std::string, 5>;  // the name and its figures
+
+static table_row row_of(const volume_space& space, const map_space& map) {
     const uint64_t size = space.extent_size;
-    return name_cell(name_of(map)) +
-           right(map.size_known ? plain_words(map.entries, size) : "unknown") +
-           figure_cell(map, map.mapped, size) + figure_cell(map, map.exclusive, size) +
-           figure_cell(map, map.shared, size) + "\n";
+    return {name_of(map), map.size_known ? plain_words(map.entries, size) : "unknown",
+            figure_cell(map, map.mapped, size), figure_cell(map, map.exclusive, size),
+            figure_cell(map, map.shared, size)};
+}
+
+// Columns as wide as what is in them. A name that is longer than most gets a line of its own.
+static std::string table_text(const std::vector<table_row>& rows) {
+    size_t names = 0;
+    std::array<size_t, 5> widths = {};
+    for (const table_row& row : rows) {
+        names = std::max(names, std::min(columns_of(row[0]), NAME_COLUMNS));
+        for (size_t i = 1; i < row.size(); i++) {
+            widths[i] = std::max(widths[i], row[i].size() + 2);
+        }
+    }
+    std::string text;
+    for (const table_row& row : rows) {
+        const size_t columns = columns_of(row[0]);
+        text += INDENT + row[0] + (columns > names ? "\n" + std::string(INDENT) : "");
+        text.append(columns > names ? names : names - columns, ' ');
+        for (size_t i = 1; i < row.size(); i++) {
+            text += std::string(widths[i] - row[i].size(), ' ') + row[i];
+        }
+        text += '\n';
+    }
+    return text;
 }
 
 static std::string table_of(const volume_space& space) {
-    std::string text = name_cell("NAME") + right("SIZE") + right("MAPPED") + right("EXCLUSIVE") +
-                       right("SHARED") + "\n";
+    std::vector<table_row> rows = {{"NAME", "SIZE", "MAPPED", "EXCLUSIVE", "SHARED"}};
     for (const map_space& map : space.maps) {
-        text += row_of(space, map);
+        rows.push_back(row_of(space, map));
     }
-    return space.maps.empty() ? INDENT + std::string("no maps\n") : text;
+    return space.maps.empty() ? INDENT + std::string("no maps\n") : table_text(rows);
 }
 
 // "In use 3.9 GiB: 3.1 GiB in one map each, 0.8 GiB in several. Free ..."

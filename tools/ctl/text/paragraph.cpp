@@ -1,6 +1,14 @@
 #include "ctl/text/paragraph.h"
 
+#include <algorithm>
+
 #include "ctl/text/escape.h"
+
+static size_t text_columns = TEXT_COLUMNS;
+
+void set_text_columns(size_t columns) {
+    text_columns = std::clamp(columns, TEXT_COLUMNS_MIN, TEXT_COLUMNS);
+}
 
 std::string paragraph(std::string_view head, std::string_view text) {
     const size_t indent = columns_of(head);
@@ -14,7 +22,7 @@ std::string paragraph(std::string_view head, std::string_view text) {
             continue;
         }
         const size_t columns = columns_of(word);
-        if (!line_begins && at + 1 + columns > TEXT_COLUMNS) {
+        if (!line_begins && at + 1 + columns > text_columns) {
             lines += "\n" + std::string(indent, ' ');
             at = indent;
             line_begins = true;
@@ -36,7 +44,7 @@ void append_unbroken(std::string* lines, std::string_view tail, size_t indent) {
     const size_t line_at = all.size() < 2 ? 0 : all.rfind('\n', all.size() - 2) + 1;
     const bool fits = !all.empty() && columns_of(all.substr(line_at, all.size() - line_at - 1)) +
                                               GAP.size() + columns_of(tail) <=
-                                          TEXT_COLUMNS;
+                                          text_columns;
     if (fits) {
         lines->pop_back();
         *lines += GAP;

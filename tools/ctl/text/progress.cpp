@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <sys/ioctl.h>
 #include <unistd.h>
+
+#include "ctl/text/escape.h"
+#include "ctl/text/terminal.h"
 
 static constexpr std::chrono::milliseconds FIRST_DRAW{500};  // shorter work shows nothing
 static constexpr std::chrono::milliseconds REDRAW{200};
@@ -56,18 +58,12 @@ std::string progress_text(const std::string& what, uint64_t done, uint64_t plann
             ", about " + time_words(static_cast<uint64_t>(std::min(left + 0.5, 1e9))) + " left";
     }
     constexpr size_t FRAME = 3;  // "[] "
-    const size_t others = words.size() + 2 + std::min(what.size(), NAME_WIDTH) + FRAME + 1;
+    const size_t others = words.size() + 2 + std::min(columns_of(what), NAME_WIDTH) + FRAME + 1;
     if (columns >= others + BAR_WIDTH_MIN) {
         words = bar(share, std::min(BAR_WIDTH, columns - others)) + words;
     }
     words += "  " + what;
     return cut(words, columns - std::min<size_t>(columns, 1));
-}
-
-static size_t columns_of_terminal() {
-    winsize size = {};
-    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    return known ? size.ws_col : 80;
 }
 
 progress_line::progress_line(bool shown, clock::time_point (*now)())
@@ -92,8 +88,8 @@ void progress_line::did(uint64_t units, const std::string& what) {
 void progress_line::draw(clock::time_point now, const std::string& what) {
     const int error = errno;
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(now - begin_).count();
-    const std::string text =
-        progress_text(what, done_, planned_, static_cast<uint64_t>(seconds), columns_of_terminal());
+    const std::string text = progress_text(what, done_, planned_, static_cast<uint64_t>(seconds),
+                                           terminal_columns(STDERR_FILENO, 80));
     fprintf(stderr, "\r%s\x1b[K", text.c_str());
     errno = error;
     drawn_ = true;
