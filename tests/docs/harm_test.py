@@ -10,7 +10,8 @@ NOTHING_LOGGED = "[ ! -s $LOG ]"
 
 def uuid(kind, file):
     """Shell: the uuid of a file, with a zero for each blank."""
-    return f"$(tarn --search {kind} -p {file} -m | sed -n '/_uuid/{{s/.*\\(.\\{{36\\}}\\)$/\\1/;y/ /0/;p;q}}')"
+    only = "'/_uuid/{s/.*\\(.\\{36\\}\\)$/\\1/;y/ /0/;p;q}'"
+    return f"$(tarn --search {kind} -p {file} -m | sed -n {only})"
 
 
 TABLE = uuid("tbl", "$V/@EP/EP_TBL")
@@ -40,7 +41,8 @@ ROWS = [
         "tarn --change-uuid tbl --tblpath $V/@EP/EP_TBL --uuid $(tr -d - <$STATE/uuid) && "
         "tarn-lab verify $LAB --rebuilt"),
     row("tarn --create tbl", "", 255, words={"tbl": "fri"},
-        more="--path $V/@EP/EP_FRI --oldpath $W/@EP/EP_FRI", then=BOTH_CHECKS),
+        more="--path $V/@EP/EP_FRI --oldpath $W/@EP/EP_FRI",
+        then=f"{BOTH_CHECKS} && tarn --search fri -p $V/@EP/EP_FRI -m | grep 'free_count *2164663517184$'"),
     row("tarn --create fri --path ...", "", 255, words={"...": "$V/@EP/EP_FRI"},
         then=f"[ {INDEX} != {TABLE} ] && NEW={INDEX} && {REPAIR}; [ {INDEX} = $NEW ]"),
     row("tarn --startup-replay --help", ("unrecognized option", "--help"), make=CRASH,
@@ -72,8 +74,9 @@ ROWS = [
         then=f"[ {TABLE} = {NO_UUID} ] && {BOTH_CHECKS} && {REPAIR} && [ {TABLE} = {NO_UUID} ]"),
     row("tarn --import", more=f"{FILES} --mappath $MAP",
         then=f"! tarn --fullck --volpath $V && {REPAIR} && tarn-lab verify $LAB --rebuilt"),
-    row("tarn --rpjnl tbl", more="--jnlpath $J --tblpath $V/@EP/EP_TBL", make=CRASH,
-        then=f"! tarn --freeck {FILES}"),
+    row("tarn --rpjnl tbl", more="--jnlpath $J --tblpath $V/@EP/EP_TBL", first=BOTH_CHECKS,
+        make="tarn-lab make $LAB --seed 5 --crash",
+        then=f"! tarn --freeck {FILES} && ! tarn --fullck --volpath $V"),
     # A rebuild without the map has freed its extents, which hold data.
     row("tarn --punch", ("Success to punch",), page="situations.md",
         make=MAKE + " --extents 200 --data 880", words={"tarn --punch": "echo YES | tarn --punch"},
@@ -83,7 +86,8 @@ ROWS = [
         "! cmp $RESCUE/before $RESCUE/after"),
     row("tarn --vaaifix", more=FILES, first=damage("list-loop", 1),
         then=f"tarn --freeck {FILES} && tarnctl check >$STATE/found; grep F09 $STATE/found"),
-    row("tarn --vaaifix", more=FILES, first=damage("list-loop", 3),  # not in the head group
+    # A group that is not the head of the list stays.
+    row("tarn --vaaifix", ("Fix FRI to fri_group_head",), more=FILES, first=damage("list-loop", 3),
         then=f"! tarn --freeck {FILES}"),
 ]
 

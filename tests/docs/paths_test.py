@@ -58,7 +58,8 @@ class links(unittest.TestCase):
         for page in PAGES:
             text = prose(page)
             named = [(name, title) for name, title in re.findall(r'\]\(([\w./-]+\.md)\), "([^"]+)"', text)]
-            named += [(name, title) for title, name in re.findall(r'"([^"]+)" in \[[^]]*\]\(([\w./-]+)\)', text)]
+            named += [(name, title) for title, name in
+                      re.findall(r'"([^"]+)" in \[[^]]*\]\(([\w./-]+)\)', text)]
             named += [(page.name, title) for title in re.findall(r'\b[Ss]ee "([^"]+)"', text)]
             for name, title in named:
                 seen += 1

@@ -20,11 +20,12 @@ ROWS = [
         first="mv $W $LAB/away && mkdir $W", logs=("is an empty directory: is it mounted?",),
         then="[ -e $J ]"),
     # A temporary failure: once it is gone, the same replay passes.
-    row("tarn --startup-replay", (), 0, page="recovery.md", make=CRASH,
+    row("tarn --startup-replay", page="recovery.md", make=CRASH,
         first=status("bad") + status("abnormal"),
         then="[ ! -e $J ] && tarn-lab verify $LAB"),
-    row("tarn --startup-replay", (), 255, page="check.md", make=MAKE, first=status("init"),
-        lacks=("CONSISTENT",)),
+    # Never used, or a mistyped --set-status: this line and no other.
+    row("tarn --startup-replay", ("jnlPath=",), 255, page="install.md", first=status("init"),
+        lacks=("CONSISTENT",), then="[ ! -s $LOG ] && [ -e $J ]"),
     # J03: it takes the damaged block for the end of history, passes, and deletes the journal.
     row("tarn --startup-replay", (), page="check.md",
         first=damage("journal-block-in-window", 1),
@@ -52,7 +53,7 @@ ROWS = [
         logs=("/state/rescue.conf", "cannot be read")),
 
     # -- checks --
-    row("tarn --fullck --volpath /volume1", (), then="[ ! -e $V/@EP_CHK ]"),
+    row("tarn --fullck --volpath /volume1", ("Rebuild EP_TBL:",), then="[ ! -e $V/@EP_CHK ]"),
     row("tarn --fullck --volpath /volume1", (), 255, first=damage("reference-count"),
         logs=("refer-cnt mismatch", "(old, new)="), then="[ -e $V/@EP_CHK ]"),
     row("tarn --freeck ...", ("FreeList IS CONSISTENT",), words={"...": FILES}),
@@ -62,9 +63,10 @@ ROWS = [
     row("tarn --freeck", ("FreeList IS CONSISTENT",), page="check.md", more=FILES,
         first=damage("alias", 2)),
     row("tarn --fullck", (), 255, page="check.md", more="--volpath $V",
-        first=damage("alias", 2), lacks=("LUN_0 ", "LUN_1 ")),
+        first=damage("alias", 2), lacks=("LUN_0 ", "LUN_1 "),
+        logs=("used bit mismatch, lpa(3301), (old, new)=(1, 0)",)),
     row("tarn --fullck", (), 255, page="formats.md", more="--volpath $V",
-        first=damage("leak")),
+        first=damage("leak"), logs=("used bit mismatch",)),
     row("tarn --freeck", (), 255, page="formats.md", more=FILES,
         logs=("NOT TAIL last entry in TBL freelist",),
         first=damage("list-loop", 3)),
@@ -93,12 +95,14 @@ ROWS = [
     row('tarn --check-map --mappath "$MAP" $(kind) --repair', (),
         words={"$MAP": DAMAGED, "$(kind)": ""}, first=damage("mapped-count", 3),
         then="tarn-lab verify $LAB"),
-    # F11. The groups beyond the count get no lists.
+    # F11. The groups beyond the count get no lists, and the count becomes the highest.
     row("tarn --finalize", page="check.md", more=REBUILT, first=TOO_LOW,
-        then=f"! tarn --freeck {REBUILT}"),
-    row("tarn --change-uuid", (), page="check.md", first="tarn --change-uuid tbl --tblpath $V/@EP/EP_TBL; "
-        "tarnctl check >$LOG.check; grep P03 $LOG.check",
-        more="tbl --tblpath $V/@EP/EP_TBL --uuid $(od -A n -t x1 -j 20 -N 16 $V/@EP/EP_DAT_00000 | tr -d ' \\n')",
+        then=f"! tarn --freeck {REBUILT} && "
+        "tarn --search fri -p $V/@EP_FIX/EP_FRI -m | grep 'fri_group_count *528482304$'"),
+    row("tarn --change-uuid", page="check.md",
+        first="tarn --change-uuid tbl --tblpath $V/@EP/EP_TBL; tarnctl check >$LOG.check; grep P03 $LOG.check",
+        more="tbl --tblpath $V/@EP/EP_TBL --uuid "
+        "$(od -A n -t x1 -j 20 -N 16 $V/@EP/EP_DAT_00000 | tr -d ' \\n')",
         then="tarnctl check"),
     row("tarn --punch", ("Success to punch",), words={"tarn --punch": "echo YES | tarn --punch"},
         more="-p $V -a"),
@@ -114,8 +118,10 @@ ROWS = [
         first="tarn --change-uuid fri --fripath $V/@EP/EP_FRI"),
     row("tarn --search map -p map -m", ("map_total_count 3", "map_mapped_count 2"), first=BY_HAND,
         needs=("xxd",)),
-    row("tarn --search map -p map -a 2", ("poolnum[0] mapped[1] sync[0] lpa 8823",), first=BY_HAND, needs=("xxd",)),
-    row("tarn --search jnl -p lab/journal/EP_JNL -b 340", ("jnl_transid 200", "jnl_seq_num 0", "jnl_flags 1", "[5] XCOPY TYPE", "dst_uuid 1e9e644f-",
+    row("tarn --search map -p map -a 2", ("poolnum[0] mapped[1] sync[0] lpa 8823",), first=BY_HAND,
+        needs=("xxd",)),
+    row("tarn --search jnl -p lab/journal/EP_JNL -b 340", ("jnl_transid 200", "jnl_seq_num 0", "jnl_flags 1", "[5] XCOPY TYPE",
+         "dst_uuid 1e9e644f-",
          "src_uuid 9f 7c750-", "DST LEA 2992", "SRC LEA 1389", "count 5", "mapped_count_new 31"),
         make="tarn-lab make $LAB --seed 11"),
 
