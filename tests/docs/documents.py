@@ -8,8 +8,8 @@ import re
 
 from installed import SOURCES
 
-# The program stands first, or after an operator, an assignment or a path.
-COMMAND = re.compile(r"(?:^|[|;&(='/] *|exec |root +|Next: |^[A-Z_]+=\S+ )"
+# The program stands first, or after an operator, a word of the shell, an assignment or a path.
+COMMAND = re.compile(r"(?:^(?:\$ )?|[|;&(='/{!] *|\b(?:exec|sudo|do|then|if|while|root|Next:) |\b[A-Z_]+=\S+ )"
                      r"(?:tarn|tarnctl|tarn-lab|nbdkit) \S")
 SESSION = "    $ "
 

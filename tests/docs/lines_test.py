@@ -33,10 +33,12 @@ class command_lines(unittest.TestCase):
     def test_lines_of_each_kind_are_found(self):
         text = ("`tarnctl check`, and `tarn\n--help`; not `--help`, `tarn`, `journalctl -t tarn -f`\n"
                 "\n    A=b tarn --x  # why\n    tarn --a \\\n        --b\n```sh\nx | tarnctl y\n```\n"
-                "| `a \\| tarn --z` |\n       tarn-lab make\n" + SESSION + "tarn --session\n    printed\n")
+                "| `a \\| tarn --z`, `sudo tarnctl b`, `[ -e x ] && tarn --and` |\n       tarn-lab make\n"
+                "```\n$ tarnctl fenced c\n```\n" + SESSION + "tarn --session\n    printed\n")
         found = [line for _, line in of_markdown(text, False)]
         for line in ("tarnctl check", "tarn --help", "A=b tarn --x", "tarn --a --b", "x | tarnctl y",
-                     "a | tarn --z", "tarn-lab make"):
+                     "a | tarn --z", "sudo tarnctl b", "[ -e x ] && tarn --and", "tarn-lab make",
+                     "$ tarnctl fenced c"):
             self.assertIn(line, found)
         self.assertNotIn("$ tarn --session", found)
         self.assertNotIn("x | tarnctl y", [line for _, line in of_markdown(text, True)])

@@ -9,7 +9,7 @@ import shutil
 from pathlib import Path
 from typing import NamedTuple
 
-from documents import COMMAND, lines_of, manuals, pages
+from documents import lines_of, manuals, pages
 from installed import PROGRAMS, run, scratch_test
 
 # What a shell knows on the scratch server. The paths of the pages become these words.
@@ -34,20 +34,18 @@ FILES = "--fripath $V/@EP/EP_FRI --tblpath $V/@EP/EP_TBL"
 BUSY = MAKE + " --luns 8"  # with a LUN_7
 
 
-
-
 def status(word):
     """A command that sets the journal's status; it ends with 255."""
-    return f"tarn --set-status {word}; [ $? = 255 ]; "
+    return f"tarn --set-status {word}; [ $? = 255 ] || exit; "
 
 
 def damage(kind, seed=1):
     """A command that damages volume 1. DAMAGED is the file then."""
-    return f"tarn-lab damage $LAB {kind} --seed {seed} >$STATE/damage; "
+    return f"tarn-lab damage $LAB {kind} --seed {seed} >$STATE/damage || exit; "
 
 
 # Shell: a table and an index without lists, whose group count is 2, less than the groups in use.
-TOO_LOW = ("tarn --import-volume --volpath $V; PYTHONPATH=$TARN_SOURCES/tests/ctl python3 -B -c '"
+TOO_LOW = ("tarn --import-volume --volpath $V || exit; PYTHONPATH=$TARN_SOURCES/tests/ctl python3 -B -c '"
            "import sys; from damaging import change_node; "
            'change_node(sys.argv[1], 2, 1, 8, (2).to_bytes(8, "little"))\' $V/@EP_FIX/EP_FRI; ')
 REBUILT = FILES.replace("@EP/", "@EP_FIX/")

@@ -1,6 +1,6 @@
 """The lines of tarn in the documents, but for those that do harm."""
 from installed import main
-from server import CRASH, DAMAGED, FILES, MAKE, REBUILT, TOO_LOW, damage, on_a_server, row, status
+from server import CRASH, DAMAGED, FILES, REBUILT, TOO_LOW, damage, on_a_server, row, status
 
 # A map of three entries that tarn-format(5) shows byte by byte.
 BY_HAND = "sed -n '/^xxd/,/^END/{s/\\\\\\\\-/-/g;p}' $TARN_SOURCES/man/tarn-format.5 | sh"

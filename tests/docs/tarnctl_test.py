@@ -2,7 +2,7 @@
 from installed import main
 from server import CRASH, MAKE, damage, on_a_server, row
 
-WRITE = "tarnctl inventory --write $STATE/inventory; "
+WRITE = "tarnctl inventory --write $STATE/inventory || exit; "
 SWAP = ("cd $V/@iSCSITrg; mv LUN_1/LUN_1_Extent_0 x; mv LUN_2/LUN_2_Extent_0 LUN_1/LUN_1_Extent_0; "
         "mv x LUN_2/LUN_2_Extent_0; ")
 SWAPPED = ("URGENT S05 LUN_1:", "URGENT S05 LUN_2:", "Exit status 5.")
