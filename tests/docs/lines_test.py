@@ -18,7 +18,7 @@ class command_lines(unittest.TestCase):
     def test_each_line_of_a_page_is_run(self):
         run = {(row.page, row.line) for row in ROWS}
         shown = shown_lines()
-        self.assertGreater(len(shown), 200)
+        self.assertGreater(len(shown), 150)
         forgotten = [f"{page}:{number}: {line}" for page, number, line in shown
                      if ("", line) not in run and (page, line) not in run]
         self.assertEqual(forgotten, [], "no row of tests/docs runs these")

@@ -23,13 +23,16 @@ ROWS = [
     row("tarnctl check --volume /volume1", ("/lab/volume1, journal", "Exit status 0."), lacks=("volume2",)),
     row("tarnctl check --quick", ("Clean:", "Exit status 0."), first=damage("alias", 2)),
     row("tarnctl check --json", ('{"record":"start"', '{"record":"summary"')),
+    row("tarnctl --json", ('{"record":"start"', '{"record":"summary"'), more="check"),
     row("""tarnctl check --json | grep '"severity":"urgent"'""", ('"code":"R02"',),
         first=damage("alias", 2), lacks=("R04",)),
     row("tarnctl check --conf /srv/lab2/platform.conf", ("URGENT R02",), 5, first=damage("alias", 2)),
     row("tarnctl check --inventory /var/lib/tarn/inventory", SWAPPED, 5, first=WRITE + SWAP),
     row("tarnctl check --inventory /var/lib/tarn/inventory", CLEAN, first=WRITE),
 
-    # -- explain --
+    # -- help and explain --
+    row("tarnctl --help", ("check", "explain", "space", "punch", "export", "inventory", "guard", "health")),
+    row("tarnctl explain T01", ("T01", "damage", "a block of the table does not match its checksum")),
     row("tarnctl explain R01", ("R01", "urgent", "mapped to extents that the table calls free")),
     row("tarnctl explain CODE", ("S07", "Start-up replay would skip these records and delete the journal"),
         words={"CODE": "S07"}),
