@@ -44,7 +44,3 @@ TEST(check_page, has_every_option_of_the_command) {
 TEST(check_page, has_every_exit_status) {
     expect_statuses(page_text("check.md"), {"0", "3", "4", "5", "6", "8", "16"});
 }
-
-TEST(check_page, has_a_session_as_the_programs_print_it) {
-    expect_session(page_text("check.md"), 4);
-}

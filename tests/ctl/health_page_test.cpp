@@ -1,18 +1,10 @@
-// The page about monitoring: its session is what the programs print, and it names every option,
-// exit status and metric.
+// The page about monitoring names every option, exit status and metric.
 #include <fstream>
 #include <gtest/gtest.h>
 #include <regex>
 #include <sstream>
 
 #include "ctl/support/page.h"
-
-TEST(health_page, has_a_session_as_the_programs_print_it) {
-    const std::string text = page_text("health.md");
-    ASSERT_NE(text.find("$ tarnctl health"), std::string::npos);
-    const size_t begin = text.find("\n## A real session\n");
-    expect_session(text.substr(begin, text.find("\n## ", begin + 1) - begin), 5);
-}
 
 TEST(health_page, has_every_option_of_the_command) {
     expect_options(page_text("health.md"), "health");

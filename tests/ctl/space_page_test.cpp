@@ -1,12 +1,7 @@
-// The page docs/space.md: its session is what the programs print, and it names every option and
-// exit status of both commands.
+// The page docs/space.md names every option and exit status of both commands.
 #include <gtest/gtest.h>
 
 #include "ctl/support/page.h"
-
-TEST(space_page, shows_what_the_commands_print) {
-    expect_session(page_text("space.md"), 9);
-}
 
 TEST(space_page, has_every_option_and_exit_status) {
     const std::string text = page_text("space.md");

@@ -1,5 +1,6 @@
 #include "ctl/support/page.h"
 
+#include <algorithm>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <regex>
@@ -8,6 +9,7 @@
 
 #include "ctl/options.h"
 #include "ctl/records.h"
+#include "ctl/support/nbd.h"
 #include "support/scratch_file.h"
 #include "system/support/shell.h"
 
@@ -28,6 +30,12 @@ struct page_session {
 
 }  // namespace
 
+// Lines of the page belong to a command up to the end of its here document.
+static std::string here_document_end(const std::string& line) {
+    std::smatch found;
+    return std::regex_search(line, found, std::regex("<<'?([A-Z]+)'?$")) ? found[1].str() : "";
+}
+
 static page_session session_of(const std::string& text) {
     page_session session;
     std::istringstream lines(text);
@@ -35,12 +43,19 @@ static page_session session_of(const std::string& text) {
     for (std::string line; std::getline(lines, line);) {
         const bool is_command = line.starts_with("    $ ");
         inside = is_command || (inside && (line.empty() || line.starts_with("    ")));
-        if (is_command) {
-            session.script +=
-                "cat <<'END'\n" + line.substr(4) + "\nEND\n{ " + line.substr(6) + "; } 2>&1\n";
-            session.commands++;
-        }
         session.shown += inside ? line + "\n" : "";
+        if (!is_command) {
+            continue;
+        }
+        std::string command = line.substr(4) + "\n";
+        const std::string last = here_document_end(line);
+        for (; !last.empty() && line != "    " + last && std::getline(lines, line);) {
+            session.shown += line + "\n";
+            command += line.substr(std::min<size_t>(line.size(), 4)) + "\n";
+        }
+        session.script +=
+            "cat <<'THE COMMAND'\n" + command + "THE COMMAND\n{ " + command.substr(2) + "} 2>&1\n";
+        session.commands++;
     }
     return session;
 }
@@ -74,17 +89,31 @@ static std::string server_of(const std::string& shown) {
     return is_named ? found[1].str() : "server";
 }
 
+// An nbdkit for which the built plug-in is the one called "tarn", as an installed one is.
+static void put_nbdkit(const scratch_dir& place) {
+    std::ofstream(place.file("nbdkit")) << "#!/bin/sh\n"
+                                           "for word; do\n"
+                                           "    [ \"$word\" = tarn ] && word=" TARN_NBDKIT_PLUGIN
+                                           "\n"
+                                           "    set -- \"$@\" \"$word\"\n"
+                                           "    shift\n"
+                                           "done\n"
+                                           "PATH=${PATH#*:} exec nbdkit \"$@\"\n";
+    EXPECT_EQ(chmod(place.file("nbdkit").c_str(), 0755), 0);
+}
+
 void expect_session(const std::string& text, size_t at_least) {
     const page_session session = session_of(text);
     EXPECT_GE(session.commands, at_least);
     const scratch_dir place;
     const std::string srv = place.file("srv");
-    ASSERT_EQ(mkdir(srv.c_str(), 0755), 0);
-    std::ofstream(place.file("script")) << "PATH=" << directory_of(TARN_CTL_PROGRAM) << ":"
-                                        << directory_of(TARN_PROGRAM) << ":$PATH\n"
-                                        << replaced(session.script, "/srv/", srv + "/");
+    put_nbdkit(place);
+    std::ofstream(place.file("script"))
+        << "mkdir -p " << srv << "/rescue && cd " << srv << " || exit\nPATH=" << place.path() << ":"
+        << directory_of(TARN_CTL_PROGRAM) << ":" << directory_of(TARN_PROGRAM) << ":$PATH\n"
+        << replaced(session.script, "/srv", srv);
     const ran done = shell("sh " + place.file("script"));
-    EXPECT_EQ(plain(replaced(done.text, srv + "/", "/srv/"), host_name()),
+    EXPECT_EQ(plain(replaced(done.text, srv, "/srv"), host_name()),
               plain(session.shown, server_of(session.shown)));
 }
 
