@@ -72,8 +72,8 @@ static parsed_options ended(const CLI::App& app, const CLI::ParseError& end) {
 parsed_options parse_options(int argc, const char* const* argv) {
     raw_options raw;
     CLI::App app(
-        "Sees a whole server of tarn and says what is wrong, whose data it touches and what "
-        "to do next. It never writes to a volume or a journal.",
+        "Says what is wrong with a server, whose data it touches and what to do next.\n"
+        "It never writes to a volume or a journal.",
         "tarnctl");
     const std::vector<command_app> commands = add_commands(&app, &raw);
     add_common(&app, &raw);

@@ -79,10 +79,9 @@ static CLI::App* add_check(CLI::App* app, raw_options* raw) {
 
 static CLI::App* add_explain(CLI::App* app, raw_options* raw) {
     CLI::App* explain =
-        app->add_subcommand("explain", "Say what a code of a finding or a line of the log means");
+        app->add_subcommand("explain", "Say what a code or a line of the log means");
     explain->add_option("words", raw->options.words,
-                        "A code, a line of the log, or - for a log on standard input; nothing "
-                        "lists the codes");
+                        "A code, a line of the log, or - for standard input; none: all codes");
     return explain;
 }
 
@@ -108,7 +107,7 @@ static CLI::App* add_health(CLI::App* app, raw_options* raw) {
     CLI::App* health =
         app->add_subcommand("health", "Cheap facts of now, and the last full check with its age");
     add_file(health, "--state", &raw->options.health.state,
-             "The file that a full check wrote; /var/lib/tarn/health.json if not given");
+             "What a full check wrote (/var/lib/tarn/health.json)");
     add_word(health, "--format", &raw->format, {"text", "prometheus", "checkmk", "nagios"},
              "FORMAT", "text, prometheus, checkmk or nagios");
     health->footer(
@@ -118,8 +117,8 @@ static CLI::App* add_health(CLI::App* app, raw_options* raw) {
 }
 
 static CLI::App* add_punch(CLI::App* app, raw_options* raw) {
-    CLI::App* punch = app->add_subcommand(
-        "punch", "Say what could be given back to the file system; give nothing back");
+    CLI::App* punch =
+        app->add_subcommand("punch", "Say what could be given back; give nothing back");
     add_volumes(punch, &raw->options.punch.volumes);
     punch->footer(
         "Keep the service stopped from before this command until the last line that it prints has\n"
@@ -130,8 +129,8 @@ static CLI::App* add_punch(CLI::App* app, raw_options* raw) {
 }
 
 static CLI::App* add_inventory(CLI::App* app, raw_options* raw) {
-    CLI::App* inventory = app->add_subcommand(
-        "inventory", "Note what the server is made of, or compare it with such a note");
+    CLI::App* inventory =
+        app->add_subcommand("inventory", "Note what the server is made of, or compare");
     inventory_request* request = &raw->options.inventory;
     CLI::Option* write =
         add_file(inventory, "--write", &request->write, "Write it; the last eight are kept");
@@ -165,7 +164,7 @@ static CLI::App* add_guard(CLI::App* app, raw_options* raw) {
 
 static CLI::App* add_export(CLI::App* app, raw_options* raw) {
     CLI::App* command =
-        app->add_subcommand("export", "Copy a LUN's bytes, straight from its map and data files");
+        app->add_subcommand("export", "Copy a LUN's bytes from its map and data files");
     export_request* request = &raw->options.export_lun;
     command->add_option("lun", request->lun, "Its name, or the path of its map")
         ->type_name("LUN")
