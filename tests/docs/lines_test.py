@@ -30,6 +30,12 @@ class command_lines(unittest.TestCase):
                  if (row.page, row.line) not in shown and (row.page or row.line not in anywhere)]
         self.assertEqual(stale, [], "no page has these lines of the tables")
 
+    def test_rows_have_tuples_of_words(self):
+        """A single word in parentheses would be compared letter by letter."""
+        for row in ROWS:
+            for words in (row.shows or (), row.logs, row.lacks, row.needs):
+                self.assertIsInstance(words, tuple, row.line)
+
     def test_lines_of_each_kind_are_found(self):
         text = ("`tarnctl check`, and `tarn\n--help`; not `--help`, `tarn`, `journalctl -t tarn -f`\n"
                 "\n    A=b tarn --x  # why\n    tarn --a \\\n        --b\n```sh\nx | tarnctl y\n```\n"
