@@ -139,8 +139,8 @@ protected:
         lun_reader reader(layout(4));
         EXPECT_EQ(reader.open(), 0);
         io_fault = hook_;
-        const copy_end end =
-            copy_lun({&reader, 0, 4 * EXTENT, missing_zero, false}, {out_.fd(), true}, &totals_);
+        const copy_end end = copy_lun({&reader, 0, 4 * EXTENT, missing_zero, false, ""},
+                                      {out_.fd(), true}, &totals_);
         io_fault = nullptr;
         return end;
     }

@@ -27,8 +27,9 @@ def text_in(element):
 
 
 def pages_of(picture):
+    """The pages that show it; one that only links to it need not explain it."""
     return {name: text for name, text in PAGES.items()
-            if f"(diagrams/{picture.name})" in text}
+            if f"diagrams/{picture.name}" in [path for _, path in IMAGE.findall(text)]}
 
 
 def section(page, heading):
