@@ -49,11 +49,11 @@ static progress_line::clock::time_point now() {
     return moment;
 }
 
-static constexpr const char* HALF =
+static const std::string HALF =
     "\r[###############               ]  50 %  0:02, about 0:02 left  m\x1b[K";
-static constexpr const char* WHOLE =
+static const std::string WHOLE =
     "\r[##############################] 100 %  0:02, about 0:00 left  m\x1b[K";
-static constexpr const char* GONE = "\r\x1b[K";
+static const std::string GONE = "\r\x1b[K";
 
 TEST(progress_line, short_work_shows_nothing) {
     testing::internal::CaptureStderr();
@@ -78,7 +78,7 @@ TEST(progress_line, it_is_drawn_five_times_a_second_and_gone_at_the_end) {
         moment += 1ms;
         line.did(1000, "m");
     }
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string(HALF) + WHOLE + GONE);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), HALF + WHOLE + GONE);
 }
 
 TEST(progress_line, without_a_terminal_nothing_is_printed) {
@@ -113,7 +113,7 @@ TEST(progress_part, what_was_left_out_counts_at_its_end) {
         { const progress_part part(&line, "m", 2000); }
         line.clear();
     }
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string(HALF) + GONE);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), HALF + GONE);
 }
 
 TEST(progress_part, a_position_before_or_past_its_end_changes_nothing) {
@@ -129,7 +129,7 @@ TEST(progress_part, a_position_before_or_past_its_end_changes_nothing) {
         line.clear();
     }
     const std::string printed = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(printed, std::string(HALF) + GONE);  // the rest, at its end
+    EXPECT_EQ(printed, HALF + GONE);  // the rest, at its end
 }
 
 TEST(progress_part, without_a_line_it_does_nothing) {
