@@ -2,8 +2,13 @@
 #include "ctl/text/progress.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
+
+#include "ctl/check/look.h"
+#include "ctl/inventory/take.h"
+#include "system/support/lab_sample.h"
 
 using namespace std::chrono_literals;
 
@@ -136,4 +141,59 @@ TEST(progress_part, without_a_line_it_does_nothing) {
     testing::internal::CaptureStderr();
     { progress_part(nullptr, "m", 2000).reached(2000); }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+// A clock that is ten seconds later each time: every step is drawn.
+static progress_line::clock::time_point later() {
+    return moment += 10s;
+}
+
+// What a look at the sample draws, up to its end.
+static std::string drawn(const std::string& sample, const look_taker& take, bool quick = false) {
+    setenv("TARN_PLATFORM_CONF", (sample + "/platform.conf").c_str(), 1);
+    testing::internal::CaptureStderr();
+    progress_line line(true, later);
+    check_request request;
+    request.progress = &line;
+    request.quick = quick;
+    std::string problem;
+    EXPECT_EQ(look_at_server(request, take, &problem), look_end::still) << problem;
+    return testing::internal::GetCapturedStderr();
+}
+
+static bool check(server_look* look, std::string* problem) {
+    check_report report;
+    return check_look(look, &report, problem);
+}
+
+static bool note(server_look* look, std::string* problem) {
+    inventory taken;
+    return take_inventory(look, &taken, problem);
+}
+
+// The share of the last line before the end, which removes it.
+static std::string last_share(const std::string& text) {
+    const size_t percent = text.rfind(" %");
+    EXPECT_TRUE(text.ends_with(GONE)) << text;
+    return percent == std::string::npos ? "" : text.substr(percent - 3, 5);
+}
+
+TEST(progress_of, a_look_names_what_is_scanned_and_ends_with_all_of_it) {
+    const scratch_dir place;
+    const std::string sample = make_sample(place, "s", 3);
+    const std::string whole = drawn(sample, check);
+    for (const char* seen : {"]   1 %", "LUN_0 of /", "table of /", "unmap buffer of /"}) {
+        EXPECT_NE(whole.find(seen), std::string::npos) << seen << whole;
+    }
+    EXPECT_EQ(last_share(whole), "100 %") << whole;
+
+    const std::string quick = drawn(sample, check, true);
+    EXPECT_NE(quick.find("table of /"), std::string::npos) << quick;
+    EXPECT_EQ(quick.find("LUN_0 of /"), std::string::npos) << quick;
+    EXPECT_EQ(last_share(quick), "100 %") << quick;
+
+    const std::string noted = drawn(sample, note);
+    EXPECT_NE(noted.find("LUN_8 of /"), std::string::npos) << noted;
+    EXPECT_EQ(noted.find("table of /"), std::string::npos) << noted;
+    EXPECT_EQ(last_share(noted), "100 %") << noted;
 }

@@ -84,3 +84,15 @@ TEST(on_a_terminal, the_table_of_the_space_fits_80_columns) {
     EXPECT_NE(text.find("snapshot FAMILY_3 (S3/FAMILY_3)  2.9 GiB"), std::string::npos) << text;
     EXPECT_LE(widest_line(text), 80u) << text;
 }
+
+// The reader takes nothing for a while, so that the copy is long enough to be shown.
+TEST(on_a_terminal, an_export_shows_how_far_it_is) {
+    const scratch_dir place;
+    const std::string sample = make_sample(place, "s", 3);
+    const std::string text = on_terminal(TARN_CTL_PROGRAM " --conf " + sample +
+                                             "/platform.conf export LUN_0 --to - | "
+                                             "{ sleep 1; cat >/dev/null; }",
+                                         80);
+    EXPECT_NE(text.find(" %  0:01  LUN_0\x1b[K"), std::string::npos) << text;
+    EXPECT_NE(text.find("Exported."), std::string::npos) << text;
+}

@@ -9,7 +9,6 @@
 #include "ctl/check/maps.h"
 #include "ctl/check/tables.h"
 #include "ctl/records.h"
-#include "ctl/text/escape.h"
 
 static constexpr size_t WINDOW_MIN = size_t{1} << 20;
 
@@ -28,8 +27,7 @@ static bool check_references(check_state* state, volume_check* volume) {
     if (counts == nullptr) {
         return false;
     }
-    progress_part table(state->request->progress, shown(volume->files->table),
-                        table_blocks(*volume));
+    progress_part table(state->request->progress, table_words(*volume), table_blocks(*volume));
     bool first_scan = true;
     while (ref_counts_begin_scan(counts)) {
         if (!first_scan) {
@@ -58,8 +56,7 @@ static bool check_volume(check_state* state, volume_check* volume) {
             return false;
         }
     } else if (volume->has_table) {
-        progress_part table(state->request->progress, shown(volume->files->table),
-                            table_blocks(*volume));
+        progress_part table(state->request->progress, table_words(*volume), table_blocks(*volume));
         check_groups_alone(state, volume, &table);
     }
     if (volume->has_index && volume->has_table) {

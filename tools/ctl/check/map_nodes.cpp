@@ -6,7 +6,6 @@
 #include <fcntl.h>
 
 #include "ctl/check/maps.h"
-#include "ctl/text/escape.h"
 #include "map/map_scan.h"
 
 namespace {
@@ -91,7 +90,7 @@ map_reading read_map_nodes(const map_check& map, const map_node_taker& take,
         return reading;
     }
     const scoped_fd fd(opened);
-    progress_part part(progress, shown(map.file->path), scan_blocks(map));
+    progress_part part(progress, map_words(map), scan_blocks(map));
     node_shower shower(&map, opened, take, &reading, &part);
     (void)for_each_map_node({opened, map_node_count(map.entries), false}, &shower);
     return reading;

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <fcntl.h>
 
-#include "ctl/text/escape.h"
 #include "map/map_scan.h"
 #include "tbl/tbl_format.h"
 
@@ -417,7 +416,7 @@ static void scan_map(check_state* state, volume_check* volume, map_check* map, r
         map->looked_at = map->entries;
         map->rows_used.assign(0x1000, false);
     }
-    progress_part progress(state->request->progress, shown(map->file->path), scan_blocks(*map));
+    progress_part progress(state->request->progress, map_words(*map), scan_blocks(*map));
     map_scanner scanner(state, volume, map, counts, fd.get(), first_scan, &progress);
     uint64_t nodes = map_node_count(map->entries);
     if (first_scan) {

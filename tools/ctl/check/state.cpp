@@ -3,6 +3,8 @@
 #include <cstring>
 #include <iterator>
 
+#include "ctl/text/escape.h"
+
 int add_finding(check_state* state, finding_code code, const volume_check* volume,
                 const std::string& file) {
     finding added;
@@ -76,6 +78,16 @@ const char* kind_word(map_place place) {
             return "copy map";
     }
     return "";
+}
+
+std::string map_words(const map_check& map) {
+    const std::string& path = map.file->path;
+    const std::string root = path.substr(0, path.size() - map.file->below.size() - 1);
+    return shown(map.file->name) + " of " + shown(root);
+}
+
+std::string table_words(const volume_check& volume) {
+    return "table of " + shown(volume.files->root);
 }
 
 finding_owner owner_of(const map_check& map) {

@@ -114,6 +114,9 @@ inline uint64_t extent_bytes(const volume_check* volume) {
 }
 
 const char* kind_word(map_place place);  // "lun", "snapshot", ...
+// For people: "LUN_7 of /volume1", "table of /volume1".
+std::string map_words(const map_check& map);
+std::string table_words(const volume_check& volume);
 // The owner that a finding in one map names.
 finding_owner owner_of(const map_check& map);
 

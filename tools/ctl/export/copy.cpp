@@ -64,6 +64,7 @@ bool copier::put(const uint8_t* bytes, size_t count) {
         put += static_cast<size_t>(part);
     }
     done_ += count;
+    part_.reached(done_);
     return true;
 }
 
@@ -155,7 +156,6 @@ copy_end copier::copy_data(int fd, uint64_t at, uint64_t bytes) {
             return end;
         }
         done += part;
-        part_.reached(done_);
     }
     return copy_end::done;
 }
@@ -176,6 +176,7 @@ copy_end copier::run() {
     copy_end end = copy_end::done;
     while (end == copy_end::done && done_ < order_.length) {
         end = copy(order_.reader->stretch_at(order_.offset + done_, order_.length - done_));
+        part_.reached(done_);
     }
     line_.clear();
     return end;

@@ -8,7 +8,6 @@
 #include "ctl/check/table_groups.h"
 #include "ctl/check/tables.h"
 #include "ctl/space/extent_owners.h"
-#include "ctl/text/escape.h"
 
 constexpr uint64_t REGION_GROUPS = (uint64_t{1} << OWNER_REGION_SHIFT) / TBL_GROUP_ENTRIES;
 
@@ -130,7 +129,7 @@ static void scan_volume(const volume_check* volume, const map_order& order, prog
         volume->has_table ? io_open(volume->files->table.c_str(), O_RDONLY | O_NONBLOCK, 0) : 0;
     const scoped_fd table(std::max(opened, 0));
     space->table_known = opened > 0;
-    progress_part tables(progress, shown(volume->files->table), table_blocks(*volume));
+    progress_part tables(progress, table_words(*volume), table_blocks(*volume));
     table_pass pass(volume, owners, space, &tables);
     for (bool first_scan = true; owners->begin_scan(); first_scan = false) {
         if (!first_scan) {
