@@ -42,7 +42,7 @@ class machine:
     """A booted container. Its commands run outside of every unit, as from a root shell."""
 
     def __init__(self, root):
-        self.root = Path(root)
+        self.root = root
         self.nspawn = self.first = None
 
     def boot(self):
@@ -368,7 +368,10 @@ class weekly_check(booted):
 
 
 def main():
-    booted.box = machine(sys.argv.pop(1))
+    root = Path(sys.argv.pop(1))
+    if (root / "proc").is_mount():
+        sys.exit(f"{root}/proc is mounted, and would hide the container's own")
+    booted.box = machine(root)
     try:
         booted.box.boot()
         sys.exit(not unittest.main(exit=False, verbosity=2).result.wasSuccessful())
