@@ -1,5 +1,7 @@
 """The units: systemd can read them, the order of steps, and nothing in them that hides a volume."""
+import os
 import re
+import shlex
 import shutil
 import unittest
 
@@ -56,6 +58,19 @@ class units(scratch_test):
         self.assertEqual(settings(unit, "RemainAfterExit"), [])
         self.assertEqual(settings("examples/iscsitrg.service.d/tarn.conf", "Requires"), [unit])
         self.assertEqual(settings("examples/iscsitrg.service.d/tarn.conf", "After"), [unit])
+
+    def test_only_a_start_of_the_service_starts_the_replay(self):
+        self.assertEqual(settings("tarn-startup-replay.service", "RefuseManualStart"), ["yes"])
+
+    def test_a_failed_check_writes_one_line_even_if_it_did_not_start(self):
+        self.write("logger", "#!/bin/sh\nprintf '%s\\n' \"$@\"\n").chmod(0o755)
+        line, = settings("tarn-check-failed.service", "ExecStart")
+        words = shlex.split(line.replace("$$", "$"))  # systemd makes one $ of two
+        path = f"{self.place}:{os.environ['PATH']}"
+        for status, shown in (("5", "5"), ("", "none (is every volume mounted?)")):
+            got = run(words, PATH=path, MONITOR_EXIT_STATUS=status)
+            self.assertEqual(got.stdout, "-t\ntarn-check\n-p\ndaemon.err\nThe weekly check of the storage "
+                                         f"metadata failed, exit status {shown}. Run: tarnctl check\n")
 
     def test_lost_space_does_not_fail_the_weekly_check(self):
         self.assertEqual(settings("tarn-check.service", "SuccessExitStatus"), ["3"])
