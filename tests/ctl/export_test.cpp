@@ -80,7 +80,7 @@ TEST_F(exports, keep_holes_and_say_how_many_bytes_are_data) {
     EXPECT_NE(run.out.find("\"data\":\"" + std::to_string(on_disk) + "\""), std::string::npos)
         << on_disk << run.out;
     EXPECT_EQ(text_of(file("x.map")),
-              "# Mapfile. Created by tarnctl 0.1.0\n"
+              "# Mapfile. Created by tarnctl 1.0.0\n"
               "# current_pos  current_status  current_pass\n"
               "0x00000000     +               1\n"
               "#      pos        size  status\n"

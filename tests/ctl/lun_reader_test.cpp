@@ -211,7 +211,7 @@ TEST_F(lun_copies, end_where_a_write_fails) {
 
 TEST(mapfiles, list_what_was_read_and_what_was_not) {
     const std::string head =
-        "# Mapfile. Created by tarnctl 0.1.0\n"
+        "# Mapfile. Created by tarnctl 1.0.0\n"
         "# current_pos  current_status  current_pass\n"
         "0x00000000     +               1\n"
         "#      pos        size  status\n";

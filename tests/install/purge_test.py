@@ -24,7 +24,7 @@ class maintainer_scripts(scratch_test):
         self.script("postinst", "configure")
         self.assertEqual((self.place / "tarn").stat().st_mode & 0o777, 0o700)
         (self.place / "tarn").chmod(0o750)
-        self.script("postinst", "configure", "0.1.0-1")
+        self.script("postinst", "configure", "1.0.0-1")
         self.assertEqual((self.place / "tarn").stat().st_mode & 0o777, 0o750)
 
     def test_a_purge_removes_the_state_of_the_check_and_an_empty_directory(self):
