@@ -1,6 +1,6 @@
 """Checksums, headers and blocks of metadata files, as docs/formats.md gives them.
 
-Written anew from that page: nothing here comes from the program, so that a mistake there is not
+Written from that page alone: nothing here comes from the program, so that a mistake there is not
 repeated here.
 """
 import os

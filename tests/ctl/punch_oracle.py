@@ -11,41 +11,19 @@ import bisect
 import hashlib
 import json
 import os
-import random
-import subprocess
 import sys
 
 sys.dont_write_bytecode = True  # the tests stay as they are
 
 import random_server  # noqa: E402
+from trial import Trial  # noqa: E402
 from volume_bytes import DATA_AT, Volume, data_runs  # noqa: E402
 
 PIECE = 4096
 SPANNED = 1024  # extents in a row that are holes, at most, within one command
 
 
-class Trial:
-    def __init__(self, tarnctl, tarn, lab, seed, directory):
-        self.tarnctl, self.tarn, self.lab, self.seed = tarnctl, tarn, lab, seed
-        self.dice = random.Random(seed)
-        self.sample = os.path.join(directory, 's')
-        self.wrong = []
-        conf = os.path.join(self.sample, 'platform.conf')
-        self.environment = {**os.environ, 'TARN_PLATFORM_CONF': conf,
-                            'PATH': os.path.dirname(tarn) + ':' + os.environ['PATH']}
-
-    def check(self, what, seen, expected):
-        if seen != expected:
-            self.wrong.append('%s: %r instead of %r' % (what, seen, expected))
-
-    def run(self, *words, given=None):
-        done = subprocess.run(words, env=self.environment, stdout=subprocess.PIPE, text=True,
-                              stderr=subprocess.PIPE, input=given)
-        if done.returncode != 0:
-            self.wrong.append('%s: exit %d: %s' % (' '.join(words), done.returncode,
-                                                  done.stderr[:300]))
-        return done.stdout
-
+class PunchTrial(Trial):
     def make(self):
         os.makedirs(self.sample)
         if self.seed % 2 == 1:
@@ -164,7 +142,7 @@ class Trial:
 
 def main():
     tarnctl, tarn, lab, seed, directory = sys.argv[1:]
-    trial = Trial(tarnctl, tarn, lab, int(seed), directory)
+    trial = PunchTrial(tarnctl, tarn, lab, int(seed), directory)
     trial.make()
     for volume in trial.volumes:
         trial.fill(volume)

@@ -9,7 +9,6 @@ damaged, and no figure may claim more than it can know. Prints what is wrong, an
 """
 import json
 import os
-import random
 import shutil
 import subprocess
 import sys
@@ -17,6 +16,7 @@ import sys
 sys.dont_write_bytecode = True  # the tests stay as they are
 
 import random_server  # noqa: E402
+from trial import Trial  # noqa: E402
 from volume_bytes import Volume, figures, freed  # noqa: E402
 
 SHAPES = ('', '--unfinalized', '--extents 700 --luns 5', '--volumes 3 --transactions 60',
@@ -24,26 +24,7 @@ SHAPES = ('', '--unfinalized', '--extents 700 --luns 5', '--volumes 3 --transact
 DAMAGES = ('map-node-bit', 'map-truncated', 'map-header-bit', 'three-entries')
 
 
-class Trial:
-    def __init__(self, tarnctl, tarn, lab, seed, directory):
-        self.tarnctl, self.tarn, self.lab, self.seed = tarnctl, tarn, lab, seed
-        self.dice = random.Random(seed)
-        self.sample = os.path.join(directory, 's')
-        self.wrong = []
-
-    def check(self, what, seen, expected):
-        if seen != expected:
-            self.wrong.append('%s: %r instead of %r' % (what, seen, expected))
-
-    def run(self, program, *words, sample=None, statuses=(0,)):
-        conf = os.path.join(sample or self.sample, 'platform.conf')
-        done = subprocess.run([program, *words], env={**os.environ, 'TARN_PLATFORM_CONF': conf},
-                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        if done.returncode not in statuses:
-            self.wrong.append('%s %s: exit %d: %s' % (program, ' '.join(words), done.returncode,
-                                                     done.stderr[:300]))
-        return done.stdout
-
+class SpaceTrial(Trial):
     def space(self, *words, statuses=(0,)):
         text = self.run(self.tarnctl, 'space', '--json', *words, statuses=statuses)
         return [json.loads(line) for line in text.splitlines()]
@@ -188,7 +169,7 @@ class Trial:
 
 def main():
     tarnctl, tarn, lab, seed, directory = sys.argv[1:]
-    trial = Trial(tarnctl, tarn, lab, int(seed), directory)
+    trial = SpaceTrial(tarnctl, tarn, lab, int(seed), directory)
     if not trial.make():
         print('no server')
         return

@@ -22,7 +22,7 @@ PATHS = {"/volume1": "$V", "/var/lib/tarn": "$STATE", "/srv/rescue": "$RESCUE", 
 PATH = re.compile(r"(?<![\w$.])(" + "|".join(sorted(PATHS, key=len, reverse=True)) + r")(?![\w-])")
 # No service of this machine is stopped. The commands on one map would ask /volume1 for the size.
 SETTINGS = "service_pause = /bin/true\nextent_shift = 20\n"
-PLUGIN = os.environ.get("TARN_NBDKIT_PLUGIN", "")
+PLUGIN = os.environ.get("NBDKIT_TARN_PLUGIN", "")
 PRELOAD = os.environ.get("TARN_PRELOAD", "")  # takes the lines for the log; not with a sanitizer
 # Programs of the machine that a test must not reach, and an nbdkit that finds the built plug-in.
 SHIMS = {"journalctl": 'cat "$LOG.journal"', "mail": 'cat >"$STATE/mail"',

@@ -1,4 +1,4 @@
-// tarn-lab age: a server whose LUNs are deleted and made anew, and whose maps are removed while the
+// tarn-lab age: a server whose LUNs are deleted and recreated, and whose maps are removed while the
 // journal still names them. Start-up replay recovers it, and verify knows its contents.
 #include <gtest/gtest.h>
 #include <map>
@@ -95,13 +95,13 @@ TEST(age, shut_down_cleanly_leaves_luns_with_new_uuids_under_their_old_names) {
     ASSERT_EQ(aged.status, 0) << aged.text;
     EXPECT_EQ(aged.text.find(sample + ": aged by 1000 transactions, "), 0u);
     EXPECT_EQ(verify(sample).text, sample + ": every file is as expected.\n");
-    unsigned anew = 0;
+    unsigned recreated = 0;
     for (const auto& [path, uuid] : luns_of(sample)) {
         ASSERT_EQ(before.count(path), 1u) << path;
-        anew += before.at(path) != uuid ? 1 : 0;
+        recreated += before.at(path) != uuid ? 1 : 0;
         EXPECT_EQ(uuid_digits_in(sample + "/" + path), uuid) << path;
     }
-    EXPECT_GE(anew, 3u);
+    EXPECT_GE(recreated, 3u);
     EXPECT_EQ(tarn_on(sample, "--startup-replay").status, 0);
     EXPECT_EQ(verify(sample).status, 0);
     for (const char* volume : {"/volume1", "/volume2"}) {

@@ -36,7 +36,7 @@ enum class check_mode { as_found, as_if_replayed, raw };
 
 struct check_report {
     std::string server;          // host name
-    std::string journal_path;    // empty: there is none
+    std::string journal_path;    // empty: no journal file
     std::string journal_status;  // "success", "abnormal", ...; empty: unknown
     uint64_t journal_last_id = 0;
     check_mode mode = check_mode::as_found;

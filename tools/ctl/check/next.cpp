@@ -21,7 +21,7 @@ static bool is_one_of(finding_code code, std::initializer_list<finding_code> cod
     return false;
 }
 
-// A header or file that a rebuild makes anew.
+// A header or file that a rebuild replaces.
 static bool is_lost_index(const finding& of) {
     using enum finding_code;
     return is_one_of(of.code, {H01, H02, H03, H05}) && is_in_ep(of, INDEX_NAME);
