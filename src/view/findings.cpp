@@ -224,8 +224,8 @@ const finding_row FINDING_ROWS[] = {
     // The server.
     {finding_code::S01, "S01", "path-missing", severity::damage,
      "named in the configuration, but not ready for use.",
-     "A mount may be missing. Start-up replay must not run without it: it would delete this "
-     "volume's part of the journal.",
+     "A mount may be missing. Start-up replay must not run without it: a volume's part of the "
+     "journal would be deleted, or the journal not be found.",
      "tarnctl check"},
     {finding_code::S02, "S02", "left-over", severity::note,
      "a work directory of an earlier run is left over.",

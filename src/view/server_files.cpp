@@ -321,6 +321,8 @@ static void find_journal(server_files* server) {
     } else if ((errno != ENOENT && errno != ENOTDIR) ||
                io_lstat(server->journal.c_str(), &status) == 0) {
         server->journal_state = view_state::unreadable;  // or a link to nothing
+    } else if (io_stat(root, &status) != 0 || !S_ISDIR(status.st_mode)) {
+        server->lost_journal_root = root;
     }
 }
 

@@ -64,6 +64,23 @@ TEST_F(guarded, volumes_that_are_missing_or_empty_stop_it) {
     }
 }
 
+// A journal on a file system that is not mounted looks like none.
+TEST_F(guarded, a_journal_directory_that_is_missing_stops_it) {
+    for (const char* command : {"mv journal away", "mv journal away; touch journal"}) {
+        const std::string sample = make_crashed();
+        ASSERT_EQ(shell("cd " + sample + " && " + command).status, 0);
+        expect_stopped(guard(sample), "stopped by S01: " + sample +
+                                          "/journal: named in the configuration, but not ready for "
+                                          "use.");
+        const check_run checked = check_sample(sample);
+        EXPECT_TRUE(checked.has("S01")) << checked.out;
+        EXPECT_GE(checked.status, 4);
+        ASSERT_EQ(shell("cd " + sample + " && rm -f journal && mv away journal").status, 0);
+        EXPECT_EQ(guard(sample).status, 0);
+        EXPECT_FALSE(check_sample(sample).has("S01"));
+    }
+}
+
 TEST_F(guarded, a_missing_table_stops_it) {
     for (const char* name : {"EP_TBL", "EP_FRI"}) {
         const std::string sample = make(" --transactions 20");

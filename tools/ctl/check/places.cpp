@@ -75,7 +75,17 @@ static void check_names(check_state* state, const volume_check* volume) {
     }
 }
 
+// A journal that cannot be seen looks like none, and a service would start without its replay.
+static void check_journal_root(check_state* state) {
+    const std::string& root = state->server.lost_journal_root;
+    if (!root.empty()) {
+        add_finding(state, finding_code::S01, nullptr, root);
+        state->findings.back().detail = "There is no such directory, and a journal would be there.";
+    }
+}
+
 void check_places(check_state* state) {
+    check_journal_root(state);
     for (volume_check& volume : state->volumes) {
         check_volume_root(state, &volume);
         if (volume.files->state == volume_state::sound) {
