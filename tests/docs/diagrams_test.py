@@ -288,7 +288,7 @@ class start(unittest.TestCase):
         ran = re.findall(r"^ExecStart(?:Pre)?=-?\S*/(.*?)(?: --inventory \S*)?$", unit, re.M)
         self.assertEqual(self.below_each_other(48)[0::2], ran)
         self.assertEqual(re.findall(r"^ExecStartPre=-.*/(.*)$", unit, re.M), [ran[0]])
-        self.assertEqual(self.below_each_other(432)[0], "never stops the start")
+        self.assertEqual(self.below_each_other(432)[2], "never stops the start")  # below the mounts
         stops = [text_in(text.element) for text in self.PICTURE.texts].count("stops")
         self.assertEqual(stops, len(ran) - 1)
 

@@ -1,11 +1,14 @@
 """The lines of tarn-lab in the documents."""
-from installed import main
+import re
+
+from installed import SOURCES, main
 from server import BUSY, CRASH, damage, on_a_server, row
 
 REPLAY = "tarn --startup-replay >/dev/null; "
 RAN = "[ -s $LAB/lab.run ] || exit 1; "
 MADE = ("/lab: 2 volumes, ", " complete transactions")
 DAMAGED = ("volume1/@EP/EP_TBL: byte ", " -> ")
+VERSION = re.search(r"^project\(tarn VERSION (\S+)", (SOURCES / "CMakeLists.txt").read_text(), re.M)[1]
 FROM_MODEL = "rm -r $V $W $J; "  # image and maps read only lab.conf and lab.run
 
 ROWS = [
@@ -46,7 +49,7 @@ ROWS = [
     row("tarn-lab maps DIR", ("volume1 volume1/@iSCSITrg/LUN_0/LUN_0_Extent_0 lun ", " buffer ", " copy ",
                               " snapshot "), first=FROM_MODEL),
     row("tarn-lab --help", ("tarn-lab make", "Kinds of damage:", "--crash")),
-    row("tarn-lab --version", ("tarn-lab 0.",)),
+    row("tarn-lab --version", (f"tarn-lab {VERSION}",)),
 ]
 
 

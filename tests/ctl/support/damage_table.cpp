@@ -229,8 +229,8 @@ static wanted_list gap(const damage_done& done) {
     return {{"D01", file_of(done.line)}};
 }
 
-// A checksum that became zero is not checked: what is lost then shows in the counts alone. A node that was
-// zero before may hold nothing but blank entries.
+// A checksum that became zero is not checked: what is lost then shows in the counts alone. A node
+// that was zero before may hold nothing but blank entries.
 static wanted_list torn_node(const damage_done& done) {
     const std::string file = file_of(done.line);
     if (done.line.find("-> 00000000") == std::string::npos) {
