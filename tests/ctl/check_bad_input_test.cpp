@@ -65,6 +65,27 @@ static constexpr replacement replacements[] = {
 
 class bad_places : public bad_input, public testing::WithParamInterface<replacement> {};
 
+// A shell without the configuration: nothing was looked at, so nothing is clean.
+TEST(no_volumes, is_incomplete_and_no_inventory_is_written) {
+    const scratch_dir place;
+    const std::string conf = place.file("conf");
+    ASSERT_EQ(shell("mkdir " + place.file("journal") + "; echo journal_root = " +
+                    place.file("journal") + " >" + conf + "; echo volumes = >>" + conf)
+                  .status,
+              0);
+    const std::string ctl = "env TARN_PLATFORM_CONF=" + conf + " " TARN_CTL_PROGRAM " ";
+    for (const char* command : {"check", "space"}) {
+        const ran done = shell(ctl + command);
+        EXPECT_EQ(done.status, 6) << done.text;
+        EXPECT_NE(done.text.find("There is no volume with metadata of LUNs."), std::string::npos)
+            << done.text;
+    }
+    EXPECT_EQ(shell(ctl + "punch").status, 32);
+    const ran written = shell(ctl + "inventory --write " + place.file("inventory"));
+    EXPECT_EQ(written.status, 32) << written.text;
+    EXPECT_EQ(shell("ls " + place.file("inventory")).status, 2);
+}
+
 TEST_P(bad_places, are_reported_as_unreadable) {
     for (const char* name : {TABLE, INDEX, LUN, COPY_MAP, BUFFER, DATA, JOURNAL}) {
         if (name == JOURNAL && std::string(GetParam().name) == "a_link_that_leads_out") {

@@ -105,6 +105,12 @@ TEST(options, that_are_wrong_are_usage_errors) {
     }
 }
 
+TEST(options, an_unknown_command_is_named) {
+    EXPECT_EQ(parse({"--json", "chec\n"}).err,
+              "tarnctl: unknown command: chec\\n\nTry: tarnctl --help\n");
+    EXPECT_EQ(parse({"--json"}).err, "tarnctl: A subcommand is required\nTry: tarnctl --help\n");
+}
+
 TEST(options, sizes_are_from_1M_to_64G) {
     EXPECT_EQ(parse_size("1M"), 1048576u);
     EXPECT_EQ(parse_size("1024K"), 1048576u);

@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "ctl/options_of_commands.h"
+#include "ctl/text/escape.h"
 
 constexpr uint64_t MEMORY_MIN = uint64_t{1} << 20;
 constexpr uint64_t MEMORY_MAX = uint64_t{64} << 30;
@@ -64,7 +65,11 @@ static parsed_options ended(const CLI::App& app, const CLI::ParseError& end) {
     parsed.status = is_wrong ? EXIT_USAGE : EXIT_CLEAN;
     parsed.out = out.str();
     if (is_wrong) {
-        parsed.err = "tarnctl: " + std::string(end.what()) + "\nTry: tarnctl --help\n";
+        const std::vector<std::string> unknown = app.remaining();
+        const bool no_command = app.get_subcommands().empty() && !unknown.empty();
+        const std::string reason =
+            no_command ? "unknown command: " + shown(unknown.front()) : std::string(end.what());
+        parsed.err = "tarnctl: " + reason + "\nTry: tarnctl --help\n";
     }
     return parsed;
 }

@@ -82,6 +82,7 @@ static CLI::App* add_explain(CLI::App* app, raw_options* raw) {
         app->add_subcommand("explain", "Say what a code or a line of the log means");
     explain->add_option("words", raw->options.words,
                         "A code, a line of the log, or - for standard input; none: all codes");
+    explain->footer("Exit status: 0 explained; 8 could not be written; 16 unknown, or usage.");
     return explain;
 }
 
@@ -105,7 +106,7 @@ static CLI::App* add_space(CLI::App* app, raw_options* raw) {
 
 static CLI::App* add_health(CLI::App* app, raw_options* raw) {
     CLI::App* health =
-        app->add_subcommand("health", "Cheap facts of now, and the last full check with its age");
+        app->add_subcommand("health", "What can be seen at once, and the last full check");
     add_file(health, "--state", &raw->options.health.state,
              "What a full check wrote (/var/lib/tarn/health.json)");
     add_word(health, "--format", &raw->format, {"text", "prometheus", "checkmk", "nagios"},

@@ -167,6 +167,10 @@ bool check_look(server_look* look, check_report* report, std::string* problem) {
     report->findings = std::move(look->state.findings);
     report->complete = look->state.complete;
     report->left_out = std::move(look->state.left_out);
+    if (report->volumes.empty()) {
+        report->complete = false;
+        report->left_out.emplace_back(NO_VOLUMES);
+    }
     return true;
 }
 

@@ -117,6 +117,8 @@ look_end look_at_server(const check_request& request, const look_taker& take,
     return keep_look_at_server(request, take, &kept, problem);
 }
 
+const char* const NO_VOLUMES = "There is no volume with metadata of LUNs.";
+
 const char* const STILL_WRITING =
     "The service wrote all the time, more than this command could follow. Try again, or while it "
     "is paused.";

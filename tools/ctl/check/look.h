@@ -41,5 +41,7 @@ look_end look_at_server(const check_request& request, const look_taker& take, st
 look_end keep_look_at_server(const check_request& request, const look_taker& take,
                              std::unique_ptr<server_look>* kept, std::string* problem);
 
+// The words for a server on which nothing was found: nobody knows whether a mount is missing.
+extern const char* const NO_VOLUMES;
 // The words for a service that would not stand still.
 extern const char* const STILL_WRITING;

@@ -1,4 +1,5 @@
 #include <cctype>
+#include <string_view>
 
 #include "ctl/explain/answers.h"
 #include "ctl/text/paragraph.h"
@@ -59,7 +60,9 @@ void text_answers::code(const finding_row& row) {
     fprintf(out_, "%s, %s, %s\n", row.name, row.slug, severity_word(row.level));
     print_field(out_, "Means:", row.sentence);
     print_field(out_, "Risk:", row.risk);
-    print_field(out_, "Next:", row.next);
+    if (!std::string_view(row.next).starts_with("tarnctl explain")) {  // that is what was just done
+        print_field(out_, "Next:", row.next);
+    }
 }
 
 // The other messages of a log, one a line.

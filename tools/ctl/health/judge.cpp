@@ -4,6 +4,7 @@
 #include <cmath>
 #include <ctime>
 
+#include "ctl/check/look.h"
 #include "ctl/check/place_words.h"
 #include "ctl/text/escape.h"
 
@@ -168,7 +169,7 @@ static void judge_volumes(health_report* report) {
         }
     }
     if (report->facts.problem.empty() && report->facts.volumes.empty()) {
-        report->unknown.emplace_back("There is no volume with metadata of LUNs.");
+        report->unknown.emplace_back(NO_VOLUMES);
     }
     if (!report->last_counts || !report->facts.problem.empty()) {
         return;

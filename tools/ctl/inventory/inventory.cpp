@@ -6,6 +6,7 @@
 #include <ctime>
 #include <fcntl.h>
 
+#include "ctl/check/look.h"
 #include "ctl/check/place_words.h"
 #include "ctl/check/print.h"
 #include "ctl/inventory/take.h"
@@ -154,6 +155,9 @@ static int take_now(inventory* taken, const output_style& style) {
     }
     if (!reason.empty()) {
         return refuse(reason + ": an inventory would forget it");
+    }
+    if (taken->volumes.empty()) {
+        return refuse(std::string(NO_VOLUMES) + " An inventory would forget one that is missing.");
     }
     return end == look_end::moving ? refuse(STILL_WRITING) : EXIT_CLEAN;
 }

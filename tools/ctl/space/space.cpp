@@ -94,6 +94,9 @@ static bool measure(const space_request& request, server_look* look, space_repor
     *report = {};
     report->opening = opening_of_look(*look);
     report->to_delete = request.if_deleted;
+    if (report->opening.volumes.empty()) {
+        report->doubts.emplace_back(NO_VOLUMES);
+    }
     check_state* state = &look->state;
     map_set set;
     if (!find_set(request, *state, &set, refusal)) {
