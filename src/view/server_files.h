@@ -67,7 +67,7 @@ struct server_files {
     std::vector<volume_files> volumes;  // in the platform's order
     std::string journal;                // path; empty: none is configured
     view_state journal_state = view_state::absent;
-    std::string lost_journal_root;      // its directory, if that does not exist; empty otherwise
+    std::string lost_journal_root;  // its directory, if that does not exist; empty otherwise
 };
 
 // Lists the server. False: the platform does not tell its volumes; `problem` says so.
