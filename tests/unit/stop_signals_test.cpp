@@ -8,6 +8,7 @@
 
 class stop_signals : public testing::Test {
 protected:
+    stop_signals() { stop_signals_forget(); }  // those of an earlier test in this process
     ~stop_signals() override { stop_signals_forget(); }
     static bool is_blocked(int number) {
         sigset_t mask;
