@@ -3,6 +3,6 @@
 
 #include <cstddef>
 
-// The columns of the terminal that the descriptor is open on; `otherwise` if it is none, or does
-// not know.
+// The columns of the terminal behind the descriptor; `otherwise` if it is not a terminal, or its
+// width is unknown.
 size_t terminal_columns(int fd, size_t otherwise);
