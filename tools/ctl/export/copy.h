@@ -11,8 +11,8 @@ struct copy_order {
     uint64_t offset;  // of the LUN
     uint64_t length;
     bool missing_zero;  // what cannot be read becomes zeros
-    bool progress;      // on standard error
-    std::string what;   // it is, there
+    bool progress;      // shown on standard error
+    std::string what;   // the name in that line; escaped
 };
 
 // Where the bytes go, from the first one on.
