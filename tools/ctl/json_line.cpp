@@ -1,6 +1,7 @@
 #include "ctl/json_line.h"
 
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 #include "ctl/text/escape.h"
 

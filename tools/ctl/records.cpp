@@ -1,5 +1,6 @@
 #include "ctl/records.h"
 
+#include <nlohmann/json.hpp>
 #include <unistd.h>
 
 constexpr int SCHEMA_NUMBER = 1;

@@ -1,6 +1,7 @@
 // From a report to the bytes of a state file.
 #include <algorithm>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 #include "ctl/check/listing.h"
 #include "ctl/check/state_file.h"

@@ -1,3 +1,5 @@
+#include <nlohmann/json.hpp>
+
 #include "ctl/check/check.h"
 #include "ctl/explain/answers.h"
 #include "ctl/json_line.h"

@@ -1,5 +1,7 @@
 #include "ctl/export/report.h"
 
+#include <nlohmann/json.hpp>
+
 #include "ctl/check/place_words.h"
 #include "ctl/export/source.h"
 #include "ctl/records.h"

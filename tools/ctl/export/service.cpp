@@ -7,6 +7,7 @@
 #include <sys/sysmacros.h>
 
 #include "ctl/text/escape.h"
+#include "ctl/whole_file.h"
 #include "platform.h"
 
 static constexpr const char* SYSTEMCTL = "/usr/bin/systemctl";
@@ -45,10 +46,6 @@ static bool is_locked(const std::string& locks, const std::string& path) {
         }
     }
     return false;
-}
-
-static std::string directory_of(const std::string& path) {
-    return path.substr(0, path.rfind('/'));
 }
 
 static std::string locked_place(const server_files& server) {

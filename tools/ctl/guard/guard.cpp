@@ -3,6 +3,7 @@
 #include "ctl/guard/guard.h"
 
 #include <cstring>
+#include <nlohmann/json.hpp>
 
 #include "ctl/check/look.h"
 #include "ctl/check/map_nodes.h"

@@ -1,4 +1,6 @@
 // The fields are those of docs/schema/tarnctl-1.json.
+#include <nlohmann/json.hpp>
+
 #include "ctl/check/print.h"
 #include "ctl/health/print.h"
 #include "ctl/records.h"

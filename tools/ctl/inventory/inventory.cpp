@@ -5,6 +5,7 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <nlohmann/json.hpp>
 
 #include "ctl/check/look.h"
 #include "ctl/check/place_words.h"

@@ -1,4 +1,5 @@
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <sys/sysmacros.h>
 
 #include "ctl/known/inventory.h"

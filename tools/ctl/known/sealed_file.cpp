@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <nlohmann/json.hpp>
 
 #include "ctl/output.h"
 #include "ctl/text/escape.h"

@@ -1,5 +1,7 @@
 // The fields are those of docs/schema/tarnctl-1.json: a new one may come, an old one never changes
 // its meaning.
+#include <nlohmann/json.hpp>
+
 #include "ctl/check/print.h"
 #include "ctl/records.h"
 #include "ctl/space/report.h"
