@@ -44,7 +44,7 @@ struct lock_row {
     command_locks bit;
     int (*take)(run_lock* lock);
 };
-static constexpr lock_row rows[] = {
+static constexpr lock_row lock_rows[] = {
     {LOCKS_VOLUME, lock_volume},         //
     {LOCKS_TABLES, lock_tables},         //
     {LOCKS_MAP, lock_map},               //
@@ -54,7 +54,7 @@ static constexpr lock_row rows[] = {
 };
 
 int take_command_locks(run_lock* lock, unsigned what) {
-    for (const lock_row& row : rows) {
+    for (const lock_row& row : lock_rows) {
         if ((what & row.bit) != 0 && row.take(lock) != 0) {
             return -1;
         }

@@ -19,27 +19,27 @@
 #include "volume/volume_journal.h"
 #include "volume/work_dir.h"
 
-static void copy_path(char* out, const char* path) {
+static void put_path(char* out, const char* path) {
     snprintf(out, PATH_TEXT_SIZE, "%s", path);
 }
 
 volume_paths paths_of_options() {
     volume_paths paths = {};
     set_volume_root(&paths, opt_ctx.volpath);
-    copy_path(paths.table, opt_ctx.tblpath);
-    copy_path(paths.index, opt_ctx.fripath);
-    copy_path(paths.journal, opt_ctx.jnlpath);
-    copy_path(paths.map, opt_ctx.mappath);
+    put_path(paths.table, opt_ctx.tblpath);
+    put_path(paths.index, opt_ctx.fripath);
+    put_path(paths.journal, opt_ctx.jnlpath);
+    put_path(paths.map, opt_ctx.mappath);
     return paths;
 }
 
 // Stores in the record the last volume and files that a procedure used.
 static void store_paths(const volume_paths* paths) {
-    copy_path(opt_ctx.volpath, paths->root);
-    copy_path(opt_ctx.tblpath, paths->table);
-    copy_path(opt_ctx.fripath, paths->index);
-    copy_path(opt_ctx.jnlpath, paths->journal);
-    copy_path(opt_ctx.mappath, paths->map);
+    put_path(opt_ctx.volpath, paths->root);
+    put_path(opt_ctx.tblpath, paths->table);
+    put_path(opt_ctx.fripath, paths->index);
+    put_path(opt_ctx.jnlpath, paths->journal);
+    put_path(opt_ctx.mappath, paths->map);
 }
 
 // The scan that a procedure makes in the middle of its work: the options replace its paths.

@@ -6,7 +6,7 @@
 
 #include "store/descriptor.h"
 
-static bool is_offset(uint64_t offset) {
+static bool fits_off_t(uint64_t offset) {
     return offset <= static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
 }
 
@@ -14,7 +14,7 @@ ssize_t io_copy(int from, uint64_t from_offset, int to, uint64_t to_offset, size
     if (!io_allow(io_call::write)) {
         return -1;
     }
-    if (!is_offset(from_offset) || !is_offset(to_offset) || io_overlay_on != nullptr) {
+    if (!fits_off_t(from_offset) || !fits_off_t(to_offset) || io_overlay_on != nullptr) {
         errno = io_overlay_on != nullptr ? EROFS : EINVAL;
         return -1;
     }

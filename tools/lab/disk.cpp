@@ -25,7 +25,7 @@ bool complain_of(const std::string& path, const char* what) {
     return false;
 }
 
-static bool complain_of_errno(const std::string& path) {
+bool complain_of_errno(const std::string& path) {
     return complain_of(path, strerror(errno));
 }
 

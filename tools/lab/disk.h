@@ -28,6 +28,8 @@ bool create_elsewhere(const file_image& image);
 bool create_file(const std::string& directory, const file_image& image);
 bool create_text(const std::string& directory, const std::string& path, const std::string& text);
 
-bool complain_of(const std::string& path, const char* what);  // prints; always returns false
+// These print, and always return false.
+bool complain_of(const std::string& path, const char* what);
+bool complain_of_errno(const std::string& path);
 
 }  // namespace lab

@@ -1,6 +1,5 @@
 #include "lab/file_bytes.h"
 
-#include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
@@ -13,10 +12,6 @@ namespace lab {
 
 static std::string full_path_of(const sample_file& file) {
     return file.directory + "/" + file.path;
-}
-
-static bool complain_of_errno(const std::string& path) {
-    return complain_of(path, strerror(errno));
 }
 
 bool get_bytes(const sample_file& file, uint64_t offset, void* bytes, size_t length) {
