@@ -37,7 +37,12 @@
 #include "volume/volume_paths.h"
 
 static constexpr size_t FAILURE_LINES_MAX = 40;  // of the log, for one failing call
-static constexpr unsigned VOLUMES = 40;          // for each procedure, others for each
+// For each procedure, others for each.
+#ifdef __SANITIZE_ADDRESS__
+static constexpr unsigned VOLUMES = 10;
+#else
+static constexpr unsigned VOLUMES = 40;
+#endif
 
 static uint64_t volume_seed;  // of the volume that a procedure runs on
 
