@@ -31,6 +31,7 @@ protected:
     }
     // Most counters are 0.
     static constexpr uint32_t AT_ONCE = 512;
+    static_assert(TBL_GROUP_ENTRIES % AT_ONCE == 0);
     static constexpr uint16_t NOTHING[AT_ONCE] = {};
     static void collect_of(uint64_t lpa, const uint16_t* counts,
                            std::map<uint64_t, uint32_t>* found) {
